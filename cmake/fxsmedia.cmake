@@ -1,0 +1,63 @@
+# Compile settings and the few functions with which every folder declares what it builds.
+
+set(CMAKE_CXX_STANDARD 20)
+set(CMAKE_CXX_STANDARD_REQUIRED ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
+set(CMAKE_CXX_FLAGS_RELEASE "-O2")
+set(CMAKE_C_FLAGS_RELEASE "-O2")
+set(CMAKE_CXX_FLAGS_RELWITHDEBINFO "-O1 -g")
+
+set(FXSMEDIA_SANITIZE "" CACHE STRING "Sanitizers to build everything with, e.g. address,undefined")
+
+add_compile_options(-Wall -Wextra -Wshadow -Wconversion -Wundef -Wcast-align -Werror)
+# A designated initialiser names what differs from the default.
+add_compile_options(-Wno-missing-field-initializers)
+if(CMAKE_CXX_COMPILER_ID STREQUAL GNU)
+    # The strings that share a block are linked in a ring, local variables among them; each unlinks itself when it
+    # dies, which the compiler cannot see.
+    add_compile_options($<$<COMPILE_LANGUAGE:CXX>:-Wno-dangling-pointer>)
+endif()
+add_compile_options(-ffunction-sections -fdata-sections)
+add_link_options(-Wl,--gc-sections)
+if(FXSMEDIA_SANITIZE)
+    add_compile_options(-fsanitize=${FXSMEDIA_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    add_link_options(-fsanitize=${FXSMEDIA_SANITIZE})
+endif()
+
+# The product's own code needs no C++ runtime library: no exceptions, no RTTI, no guarded statics.
+set(FXS_PRODUCT_OPTIONS -fno-exceptions -fno-rtti -fno-threadsafe-statics)
+
+# fxs_library(<target> <source>...): a static library of the process.
+function(fxs_library target)
+    add_library(${target} STATIC ${ARGN})
+    target_include_directories(${target} PUBLIC ${CMAKE_SOURCE_DIR})
+    target_compile_options(${target} PRIVATE $<$<COMPILE_LANGUAGE:CXX>:${FXS_PRODUCT_OPTIONS}>)
+endfunction()
+
+# fxs_tool_library(<target> <source>...): a static library of a tool, free to use the standard library.
+function(fxs_tool_library target)
+    add_library(${target} STATIC ${ARGN})
+    target_include_directories(${target} PUBLIC ${CMAKE_SOURCE_DIR})
+endfunction()
+
+# fxs_tool(<target> <source>...): a program that lands beside the process in the top of the build folder.
+function(fxs_tool target)
+    add_executable(${target} ${ARGN})
+    target_include_directories(${target} PRIVATE ${CMAKE_SOURCE_DIR})
+    set_target_properties(${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
+endfunction()
+
+# fxs_test(<name> SOURCES <source>... LIBRARIES <library>...): a GoogleTest program, run by ctest under its name.
+function(fxs_test name)
+    cmake_parse_arguments(TEST "" "TIMEOUT" "SOURCES;LIBRARIES" ${ARGN})
+    add_executable(${name} ${TEST_SOURCES})
+    target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR})
+    target_link_libraries(${name} PRIVATE ${TEST_LIBRARIES} GTest::gtest GTest::gtest_main)
+    set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+    if(NOT TEST_TIMEOUT)
+        set(TEST_TIMEOUT 300)
+    endif()
+    add_test(NAME ${name} COMMAND ${name})
+    set_tests_properties(${name} PROPERTIES TIMEOUT ${TEST_TIMEOUT})
+endfunction()
