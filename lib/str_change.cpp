@@ -1,0 +1,104 @@
+#include <cstring>
+
+#include "lib/log.h"
+#include "lib/str.h"
+
+void str::set_length(int n) {
+    int const room = ref ? ref->capacity - start : 0;
+    if (alone() && n >= 0 && n <= room)
+        end = start + n;
+    else if (log_check_condition(1))
+        log_add_message(1, sprintf("Cannot set length %d", n), null);
+}
+
+void str::set_character(int i, unsigned char c) {
+    if (i < 0)
+        return;
+    if (i >= length()) {
+        grow_zeroed(i - length());
+        *this += c;
+        return;
+    }
+    writable(0);
+    ref->data()[start + i] = c;
+}
+
+/// Bytes of the block between the first and the last one that the ring uses; `from` is where they begin. -1 for
+/// a ring that is too long.
+int str::used_span(int& from) const {
+    constexpr int max_members = 16;  // chosen: keeps the walk short
+    int to = end;
+    from = start;
+    int visited = 1;
+    for (str const* s = next; s != this; s = s->next) {
+        if (++visited > max_members)
+            return -1;
+        from = s->start < from ? s->start : from;
+        to = s->end > to ? s->end : to;
+    }
+    return to - from;
+}
+
+void str::compress() {
+    if (!ref || (ref->flags & flag_pointer_held))
+        return;
+    int const bin = find_bin(ref->capacity);
+    if (bin == 0 || bin == class_count)
+        return;
+    int from;
+    int const used = used_span(from);
+    if (used < 0 || used > get_bin_size(bin - 1))
+        return;
+    reference* const old = ref;
+    reference* const block = get_cstring(used);
+    std::memcpy(block->data(), old->data() + from, bytes(used));
+    str* s = this;
+    do {
+        s->ref = block;
+        s->start -= from;
+        s->end -= from;
+        s = s->next;
+    } while (s != this);
+    release_cstring(old);
+}
+
+void str::l_xor(unsigned char key, int n) {
+    writable(0);
+    if (n > length())
+        grow_zeroed(n - length());
+    unsigned char* const data = ref->data() + start;
+    for (int i = 0; i < n; ++i)
+        data[i] = static_cast<unsigned char>(data[i] ^ key);
+}
+
+template <typename operation>
+str str::bitwise(str const& other, operation combine) const {
+    bool const shorter = length() < other.length();
+    int const common = shorter ? length() : other.length();
+    str result(static_cast<unsigned char>(0), shorter ? other.length() : length());
+    unsigned char const* const a = cbuffer();
+    unsigned char const* const b = other.cbuffer();
+    for (int i = 0; i < common; ++i)
+        result.ref->data()[i] = static_cast<unsigned char>(combine(a[i], b[i]));
+    return result;
+}
+
+str str::operator&(str const& other) const {
+    return bitwise(other, [](int a, int b) { return a & b; });
+}
+
+str str::operator^(str const& other) const {
+    return bitwise(other, [](int a, int b) { return a ^ b; });
+}
+
+str str::operator|(str const& other) const {
+    return bitwise(other, [](int a, int b) { return a | b; });
+}
+
+str str::operator!() const {
+    str result(nullptr, length());
+    unsigned char const* const own = cbuffer();
+    for (int i = 0; i < length(); ++i)
+        result.ref->data()[i] = own[i] == 0;
+    return result;
+}

@@ -1,0 +1,86 @@
+#include "tests/support/control_peer.h"
+
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include "lib/link.h"
+#include "lib/log.h"
+#include "tests/support/bytes.h"
+
+namespace {
+
+constexpr int log_tag = 2;
+
+std::string log_text(std::vector<control_peer::element> const& inner) {
+    if (inner.size() < 2 || inner[0].first != 1 || inner[0].second.size() != 2 || inner[1].first != 2)
+        return "no log line";
+    std::string text = std::to_string(get_be16(inner[0].second, 0)) + " " + inner[1].second;
+    if (inner.size() > 2)
+        text += " [" + inner[2].second + "]";
+    return text;
+}
+
+}  // namespace
+
+control_peer::control_peer(int level) {
+    command_fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    control_adr = peer.address();
+    log_set_level(level);
+}
+
+control_peer::~control_peer() {
+    log_set_level(-1);
+    close(command_fd);
+    command_fd = -1;
+    control_adr = ip_port(str(127, 0, 0, 1), 1299);
+}
+
+std::vector<std::string> control_peer::datagrams() {
+    return peer.received(command_fd);
+}
+
+std::vector<std::string> control_peer::reports() {
+    std::vector<std::string> others;
+    for (std::string& datagram : datagrams())
+        if (get_be16(datagram, 0) != log_tag)
+            others.push_back(std::move(datagram));
+    return others;
+}
+
+std::vector<std::string> control_peer::log_lines() {
+    std::vector<std::string> lines;
+    for (std::string const& datagram : datagrams())
+        for (auto const& [tag, value] : elements(datagram))
+            if (tag == log_tag)
+                lines.push_back(log_text(elements(value)));
+    return lines;
+}
+
+std::vector<std::string> control_peer::transcript() {
+    std::vector<std::string> lines;
+    for (std::string const& datagram : datagrams())
+        for (auto const& [tag, value] : elements(datagram))
+            lines.push_back(tag == log_tag ? log_text(elements(value)) : to_hex(element_of(tag, value)));
+    return lines;
+}
+
+std::vector<control_peer::element> control_peer::elements(std::string_view bytes) {
+    std::vector<element> found;
+    while (bytes.size() >= 4 && bytes.size() >= 4 + get_be16(bytes, 2)) {
+        unsigned const length = get_be16(bytes, 2);
+        found.emplace_back(get_be16(bytes, 0), bytes.substr(4, length));
+        bytes.remove_prefix(4 + length);
+    }
+    EXPECT_TRUE(bytes.empty()) << "bytes left over: " << to_hex(bytes);
+    return found;
+}
+
+std::string element_of(int tag, std::string_view value) {
+    return be16(static_cast<unsigned>(tag)) + be16(static_cast<unsigned>(value.size())) + std::string(value);
+}
+
+std::string short_element(int tag, unsigned value) {
+    return element_of(tag, be16(value));
+}
