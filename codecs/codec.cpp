@@ -1,0 +1,223 @@
+#include "codecs/codec.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "codecs/g711.h"
+#include "codecs/pcm.h"
+#include "lib/bytes.h"
+
+namespace {
+
+constexpr int block_samples = 80;  // 10 ms
+constexpr int block_bytes = block_samples * bytes_per_sample;
+
+// A string of n bytes, to be filled.
+str room(int n) {
+    str bytes;
+    bytes.writable(n);
+    return bytes;
+}
+
+int samples_of(str const& pcm) {
+    return pcm.length() / bytes_per_sample;
+}
+
+}  // namespace
+
+// Indexed by codec number.
+codec::coder_pair const codec::coders[] = {
+    {&codec::pass, &codec::pass},
+    {&codec::encode_mu_law, &codec::decode_mu_law},
+    {&codec::encode_a_law, &codec::decode_a_law},
+#if FXSMEDIA_G729
+    {&codec::encode_g729, &codec::decode_g729},
+#else
+    {&codec::encode_mu_law, &codec::decode_mu_law},
+#endif
+    {&codec::encode_gsm, &codec::decode_gsm},
+    {&codec::encode_g722, &codec::decode_g722},
+    {&codec::encode_g726, &codec::decode_g726},
+    {&codec::encode_mu_law, &codec::decode_event},
+};
+
+codec::coder_pair const& codec::find(int number) {
+    constexpr int count = sizeof coders / sizeof coders[0];
+    return coders[number >= 0 && number < count ? number : mu_law];
+}
+
+codec::codec() {
+    clear();
+}
+
+void codec::clear() {
+    gsm_both.clear();
+#if FXSMEDIA_G729
+    g729a_init(g729_encoder);
+    g729a_init(g729_decoder);
+#endif
+    event_tone.clear();
+    last_event_duration = 0;
+}
+
+void codec::reset(int number) {
+    if (number == gsm_full_rate)
+        gsm_both.reset_encoder();
+#if FXSMEDIA_G729
+    if (number == g729)
+        g729a_init(g729_encoder);
+#endif
+}
+
+str codec::encode(int number, str const& pcm) {
+    if (number != gsm_full_rate && number != g722_64)
+        gsm_both.drop_remainder();
+    return (this->*find(number).encode)(pcm);
+}
+
+str codec::decode(int number, str const& payload) {
+    if (number != telephone_event)
+        last_event_duration = 0;
+    return (this->*find(number).decode)(payload);
+}
+
+str codec::pass(str const& bytes) {
+    return bytes;
+}
+
+str codec::encode_mu_law(str const& pcm) {
+    int const n = samples_of(pcm);
+    str payload = room(n);
+    g711::encode_mu_law(pcm.cbuffer(), n, payload.buffer());
+    return payload;
+}
+
+str codec::decode_mu_law(str const& payload) {
+    str pcm = room(payload.length() * bytes_per_sample);
+    g711::decode_mu_law(payload.cbuffer(), payload.length(), pcm.buffer());
+    return pcm;
+}
+
+str codec::encode_a_law(str const& pcm) {
+    int const n = samples_of(pcm);
+    str payload = room(n);
+    g711::encode_a_law(pcm.cbuffer(), n, payload.buffer());
+    return payload;
+}
+
+str codec::decode_a_law(str const& payload) {
+    str pcm = room(payload.length() * bytes_per_sample);
+    g711::decode_a_law(payload.cbuffer(), payload.length(), pcm.buffer());
+    return pcm;
+}
+
+#if FXSMEDIA_G729
+str codec::encode_g729(str const& pcm) {
+    int const frames = pcm.length() / block_bytes;
+    str payload = room(frames * g729a_frame_bytes);
+    unsigned char const* in = pcm.cbuffer();
+    unsigned char* out = payload.buffer();
+    for (int i = 0; i < frames; i++, in += block_bytes, out += g729a_frame_bytes) {
+        std::int16_t speech[g729a_frame_samples];
+        std::memcpy(speech, in, sizeof speech);
+        g729a_encode_frame(g729_encoder, speech, out);
+    }
+    return payload;
+}
+
+str codec::decode_g729(str const& payload) {
+    int const frames = payload.length() / g729a_frame_bytes;
+    str pcm = room(frames * block_bytes);
+    unsigned char const* in = payload.cbuffer();
+    unsigned char* out = pcm.buffer();
+    for (int i = 0; i < frames; i++, in += g729a_frame_bytes, out += block_bytes) {
+        std::int16_t speech[g729a_frame_samples];
+        g729a_decode_frame(g729_decoder, in, speech);
+        std::memcpy(out, speech, sizeof speech);
+    }
+    return pcm;
+}
+#endif
+
+str codec::encode_gsm(str const& pcm) {
+    return gsm_both.encode(pcm);
+}
+
+str codec::decode_gsm(str const& payload) {
+    return gsm_both.decode(payload);
+}
+
+str codec::encode_g722(str const& pcm) {
+    int const n = samples_of(pcm);
+    str payload = room(n);
+    unsigned char const* in = pcm.cbuffer();
+    unsigned char* out = payload.buffer();
+    for (int done = 0; done < n; done += block_samples) {
+        int const count = std::min(block_samples, n - done);
+        short samples[block_samples];
+        std::memcpy(samples, in + done * bytes_per_sample, static_cast<unsigned>(count * bytes_per_sample));
+        g722_both.encode(count, samples, out + done);
+    }
+    return payload;
+}
+
+str codec::decode_g722(str const& payload) {
+    int const n = payload.length();
+    str pcm = room(n * bytes_per_sample);
+    unsigned char const* in = payload.cbuffer();
+    unsigned char* out = pcm.buffer();
+    for (int done = 0; done < n; done += block_samples) {
+        int const count = std::min(block_samples, n - done);
+        short samples[block_samples];
+        g722_both.decode(count, samples, in + done);
+        std::memcpy(out + done * bytes_per_sample, samples, static_cast<unsigned>(count * bytes_per_sample));
+    }
+    return pcm;
+}
+
+str codec::encode_g726(str const& pcm) {
+    int const bytes = samples_of(pcm) / 2;
+    str payload = room(bytes);
+    unsigned char const* in = pcm.cbuffer();
+    unsigned char* out = payload.buffer();
+    for (int i = 0; i < bytes; i++) {
+        unsigned const first = g726_encoder.encode(static_cast<unsigned>(load_sample(in, 2 * i)));
+        unsigned const second = g726_encoder.encode(static_cast<unsigned>(load_sample(in, 2 * i + 1)));
+        out[i] = static_cast<unsigned char>(second << 4 | first);
+    }
+    return payload;
+}
+
+str codec::decode_g726(str const& payload) {
+    int const bytes = payload.length();
+    str pcm = room(bytes * 2 * bytes_per_sample);
+    unsigned char const* in = payload.cbuffer();
+    unsigned char* out = pcm.buffer();
+    for (int i = 0; i < bytes; i++) {
+        store_sample(out, 2 * i, static_cast<std::int16_t>(g726_decoder.decode(in[i] & 15)));
+        store_sample(out, 2 * i + 1, static_cast<std::int16_t>(g726_decoder.decode(in[i] >> 4)));
+    }
+    return pcm;
+}
+
+// An event's packets carry its duration so far. A duration that went back is a new event: the difference then
+// is huge as an unsigned number and a whole step is played.
+str codec::decode_event(str const& payload) {
+    constexpr int event_bytes = 4;
+    constexpr std::uint32_t longest_step = 640;  // samples, 80 ms
+    if (payload.length() != event_bytes)
+        return str();
+    int const event = payload[0];
+    unsigned const volume = payload[1] & 63;
+    std::uint32_t const duration = static_cast<std::uint32_t>(utils::str2int(payload.substr(2)));
+    std::uint32_t const step = std::min(duration - last_event_duration, longest_step);
+    last_event_duration = step < longest_step ? duration : last_event_duration + longest_step;
+    if (event >= dtmf_synthesizer::digits)
+        return str();
+    int const blocks = (static_cast<int>(step) + block_samples - 1) / block_samples;
+    str tone = room(blocks * block_bytes);
+    for (int i = 0; i < blocks; i++)
+        std::memcpy(tone.buffer() + i * block_bytes, event_tone.get_samples(event, volume).cbuffer(),
+                    block_bytes);
+    return tone;
+}

@@ -1,0 +1,91 @@
+#pragma once
+
+#include <cstdint>
+
+#include "codecs/g722.h"
+#include "codecs/g726.h"
+#include "codecs/gsm_coder.h"
+#include "dsp/dtmf_synthesizer.h"
+#include "lib/str.h"
+
+#if FXSMEDIA_G729
+#include "codecs/g729a/g729a.h"
+#endif
+
+/// All speech coders of one channel and their states, side by side, so that the codec may change from one
+/// packet to the next. Turns 16-bit PCM at 8 kHz (host byte order) into RTP payloads and back.
+///
+/// Knows nothing of RTP: no headers, no payload types, no loss. It reports no errors: what does not fill a
+/// frame is dropped, what is no valid payload gives no audio. Encoding and decoding allocate only the string
+/// that they return. A channel owns one object for its whole life; it cannot be copied.
+class codec {
+public:
+    /// Codec numbers; any other number means mu-law. In a build without G.729 (FXSMEDIA_G729 off) 3 is such a
+    /// number.
+    static constexpr int linear = 0;           ///< the samples as they are
+    static constexpr int mu_law = 1;           ///< G.711, 1 byte a sample
+    static constexpr int a_law = 2;            ///< G.711, 1 byte a sample
+    static constexpr int g729 = 3;             ///< G.729 Annex A, 10 bytes a frame of 80 samples
+    static constexpr int gsm_full_rate = 4;    ///< GSM 06.10, 33 bytes a frame of 160 samples, or 65 for two
+    static constexpr int g722_64 = 5;          ///< G.722 at 64 kbit/s, 1 byte a sample (8 kHz on our side)
+    static constexpr int g726_32 = 6;          ///< G.726 at 32 kbit/s, 2 samples a byte, first in low bits
+    static constexpr int telephone_event = 7;  ///< RFC 4733, 4 bytes; only decoded
+
+    codec();
+    ~codec() = default;
+    codec(codec const&) = delete;
+    codec& operator=(codec const&) = delete;
+
+    /// For a new call: fresh states of GSM, G.729 and the event tone. G.722, G.726 and the PCM that waits for
+    /// its GSM frame stay.
+    void clear();
+
+    /// Fresh encoder state for GSM (4) or G.729 (3); other numbers: nothing.
+    void reset(int number);
+
+    /// The payload for `pcm`. Only GSM keeps what does not fill a frame, for its next call; encoding with any
+    /// number but 4 and 5 drops it.
+    str encode(int number, str const& pcm);
+
+    /// The PCM of a payload of any length. A telephone event plays as much of its tone as its duration grew
+    /// since the last one (80 ms at most, in whole blocks of 10 ms); decoding with any number but 7 forgets
+    /// the last duration.
+    str decode(int number, str const& payload);
+
+private:
+    using coder = str (codec::*)(str const&);
+    struct coder_pair {
+        coder encode;
+        coder decode;
+    };
+    static coder_pair const coders[];
+    static coder_pair const& find(int number);
+
+    str pass(str const& bytes);
+    str encode_mu_law(str const& pcm);
+    str decode_mu_law(str const& payload);
+    str encode_a_law(str const& pcm);
+    str decode_a_law(str const& payload);
+#if FXSMEDIA_G729
+    str encode_g729(str const& pcm);
+    str decode_g729(str const& payload);
+#endif
+    str encode_gsm(str const& pcm);
+    str decode_gsm(str const& payload);
+    str encode_g722(str const& pcm);
+    str decode_g722(str const& payload);
+    str encode_g726(str const& pcm);
+    str decode_g726(str const& payload);
+    str decode_event(str const& payload);
+
+    gsm_coder gsm_both;
+    g726 g726_encoder;
+    g726 g726_decoder;
+#if FXSMEDIA_G729
+    g729a_state g729_encoder;
+    g729a_state g729_decoder;
+#endif
+    g722 g722_both;
+    dtmf_synthesizer event_tone;
+    std::uint32_t last_event_duration;  ///< 8 kHz ticks of the current event that have been played
+};

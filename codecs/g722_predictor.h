@@ -1,0 +1,84 @@
+#pragma once
+
+#include <algorithm>
+
+/// Limits to 16 bits. Every addition of ITU-T G.722 does; here, every one that makes a difference.
+inline int g722_saturate(int value) {
+    return std::clamp(value, -32768, 32767);
+}
+
+/// value, negated when sign is -1.
+inline int g722_with_sign(int value, int sign) {
+    return (value ^ sign) - sign;
+}
+
+/// The adaptive predictor of one band of ITU-T G.722, two poles and six zeros: BLOCK 4L and BLOCK 4H, which do
+/// the same. It knows nothing of codes and scale factors. Variables bear the Recommendation's names.
+class g722_predictor {
+public:
+    /// One step with the quantized difference signal (at most +-10228, what the largest scale factor allows).
+    /// Returns the estimate of the next sample.
+    int process(int d);
+    /// Estimate of the next sample, 17 bits. Limiting it to 16 (PREDIC) would change nothing: whatever takes it
+    /// in has reached a lower limit of its own by then.
+    int estimate() const { return s; }
+
+private:
+    void adapt_poles(int sg0);
+    int filter_zeros(int d);
+    int sum_zeros_limiting() const;
+
+    int s = 0;              ///< estimate
+    int sz = 0;             ///< what the zeros contribute to it
+    int a1 = 0, a2 = 0;     ///< pole coefficients, Q14
+    int sg1 = 0, sg2 = 0;   ///< sign (0 or -1) of the last two partially reconstructed signals
+    int r1_doubled = 0;     ///< twice the last reconstructed signal, 16 bits
+    int b[6] = {};          ///< zero coefficients, Q14, newest first
+    int d_doubled[6] = {};  ///< twice the difference signal
+};
+
+/// RECONS, PARREC, UPPOL2, UPPOL1, UPZERO, DELAYA, FILTEP, FILTEZ, PREDIC.
+inline int g722_predictor::process(int d) {
+    int const r_doubled = g722_saturate(2 * (s + d));
+    int const sg0 = (sz + d) >> 31;
+    adapt_poles(sg0);
+    sg2 = sg1;
+    sg1 = sg0;
+    sz = filter_zeros(d);
+    int const sp = g722_saturate((a1 * r_doubled >> 15) + (a2 * r1_doubled >> 15));
+    r1_doubled = r_doubled;
+    s = sp + sz;
+    return s;
+}
+
+/// UPPOL2, UPPOL1.
+inline void g722_predictor::adapt_poles(int sg0) {
+    int const slope = g722_saturate(4 * a1);
+    int const wd2 = std::min(g722_with_sign(slope, ~(sg0 ^ sg1)), 32767) >> 7;
+    a2 = std::clamp(wd2 + g722_with_sign(128, sg0 ^ sg2) + (a2 * 127 >> 7), -12288, 12288);
+    int const limit = 15360 - a2;
+    a1 = std::clamp((a1 * 255 >> 8) + g722_with_sign(192, sg0 ^ sg1), -limit, limit);
+}
+
+/// UPZERO, DELAYA, FILTEZ. The terms are added from the oldest on, and every sum is limited; none is, almost
+/// always, unless the codes come from no encoder.
+inline int g722_predictor::filter_zeros(int d) {
+    int const gain = d == 0 ? 0 : 128;
+    int sum = 0;
+    unsigned beyond = 0;
+#pragma GCC unroll 6
+    for (int i = 5; i >= 0; i--) {
+        b[i] = (b[i] * 255 >> 8) + g722_with_sign(gain, (d_doubled[i] ^ d) >> 31);
+        d_doubled[i] = i > 0 ? d_doubled[i - 1] : 2 * d;
+        sum += b[i] * d_doubled[i] >> 15;
+        beyond |= static_cast<unsigned>(sum + 32768);
+    }
+    return beyond < 65536 ? sum : sum_zeros_limiting();
+}
+
+inline int g722_predictor::sum_zeros_limiting() const {
+    int sum = 0;
+    for (int i = 5; i >= 0; i--)
+        sum = g722_saturate(sum + (b[i] * d_doubled[i] >> 15));
+    return sum;
+}

@@ -1,0 +1,96 @@
+#pragma once
+
+#include <cstdint>
+
+/// ITU-T G.726 ADPCM at 16, 24, 32 and 40 kbit/s with the linear-PCM interface of its Annex A: one sample in,
+/// one codeword out, or the reverse.
+///
+/// One object is one direction of one stream: an encoder and a decoder are two objects. It is plain data
+/// without heap memory, so it may be copied. It neither packs codewords into bytes nor knows A-law and
+/// µ-law: no tandem adjustment takes place.
+///
+/// The block operations bear the names of the Recommendation's clauses, the state and the signals between
+/// blocks the names of its variables, with its fixed-point formats.
+class g726 {
+public:
+    /// Bits per codeword, at 8000 codewords/s.
+    enum class rate : unsigned char { bits2 = 2, bits3 = 3, bits4 = 4, bits5 = 5 };
+
+    /// Initial state, 4 bits per codeword.
+    g726();
+    /// The Recommendation's initial state. The codeword width stays.
+    void reset();
+    /// Sets the codeword width; the adaptive state stays, so that a stream may change its rate at any sample.
+    void set_rate(g726::rate bits);
+
+    /// Codes one sample: the low 16 bits are signed linear PCM, of which the two lowest bits are dropped.
+    /// Returns a codeword of `rate` bits.
+    unsigned encode(unsigned sample);
+    /// Decodes one codeword; bits above the width are ignored. Returns signed linear PCM, a multiple of 4 in
+    /// -32768..32764.
+    int decode(unsigned codeword);
+    /// One step of the coder. Encoding: `value` is a 14-bit sample, sign-extended (-8192..8191 modulo 2^32);
+    /// returns its codeword. Decoding: `value` is a codeword without excess bits; returns a 14-bit sample.
+    int encode_decode(unsigned value, bool encoding);
+
+private:
+    /// The 11-bit floating point format of the predictor's signal histories, laid out for multiply().
+    struct float11 {
+        std::int8_t sign;        ///< 0, or -1 when negative
+        std::uint8_t shift;      ///< 28 - exponent, exponent 0..15
+        std::uint16_t mantissa;  ///< 32..63, times 32
+    };
+    /// Signal estimate of the whole predictor and of its zeros alone, 15-bit two's complement each.
+    struct estimate {
+        int se;
+        int sez;
+    };
+    /// Quantized difference signal in sign and magnitude: a magnitude of 0 has a sign too.
+    struct quantized_difference {
+        int sign;       ///< 0, or -1 when negative
+        int magnitude;  ///< 15 bits
+    };
+    /// What a codeword means apart from its sign.
+    struct level {
+        std::int16_t dqln;  ///< quantizer output, base-2 logarithm in Q7
+        std::int16_t wi;    ///< scale factor multiplier W(I), Q4
+        std::int16_t fi;    ///< rate-of-change weight F(I)
+    };
+    struct quantizer;
+
+    static quantizer const quantizers[4];
+
+    static float11 to_float(int sign, int magnitude);
+    static int multiply(int coefficient, float11 const& signal);
+    level const& level_of(unsigned codeword) const;
+
+    int adaptation_speed_control1() const;
+    void adaptation_speed_control2(int fi, int y, bool tr);
+    int quantizer_scale_factor_adaptation1(int al) const;
+    void quantizer_scale_factor_adaptation2(int wi, int y);
+    estimate adaptative_predictor_and_reconstructed_signal_calculator1() const;
+    int adaptative_predictor_and_reconstructed_signal_calculator2(quantized_difference difference,
+                                                                  estimate const& estimates, bool tr);
+    static int difference_signal_computation(int sl, int se);
+    unsigned adaptive_quantizer(int d, int y) const;
+    quantized_difference inverse_adaptive_quantizer(unsigned codeword, int y) const;
+    bool tone_and_transition_detector1(int dq_magnitude) const;
+    void tone_and_transition_detector2();
+    static int output_limiting(int reconstructed);
+
+    void adapt_poles(int partial);
+    void adapt_zeros(quantized_difference difference);
+    void clear_predictor_coefficients();
+
+    int yu;              ///< fast scale factor, Q9: 544..5120
+    int yl;              ///< slow scale factor, Q15
+    int dms, dml;        ///< short-term (Q9) and long-term (Q11) mean of F(I)
+    int ap;              ///< speed control before limiting, Q8: 0..512
+    int a[2];            ///< pole coefficients, Q14
+    std::int16_t b[6];   ///< zero coefficients, Q14
+    float11 sr[2];       ///< reconstructed signal, newest first
+    float11 dq[6];       ///< quantized difference signal, newest first
+    int pk[2];           ///< sign (0 or -1) of the partially reconstructed signal, newest first
+    bool td;             ///< tone detected
+    std::uint8_t width;  ///< bits per codeword
+};

@@ -1,0 +1,47 @@
+#pragma once
+
+#include "lib/str.h"
+
+struct gsm_state;
+
+/// GSM 06.10 full rate (libgsm) for one channel: an encoder and a decoder with their own states.
+///
+/// PCM is 16 bits at 8 kHz, host byte order. The encoder makes plain 33-byte frames of 20 ms; the decoder
+/// also understands the frame pairs of 65 bytes that WAV files use (WAVE format 0x31, "WAV49"). libgsm keeps
+/// its states on the heap; they are created and freed only here.
+class gsm_coder {
+public:
+    static constexpr int frame_samples = 160;
+    static constexpr int frame_pcm_bytes = 2 * frame_samples;
+    static constexpr int frame_bytes = 33;  ///< 4 bits of magic 0xD and 260 bits of speech
+    static constexpr int pair_bytes = 65;   ///< 2 x 260 bits, no magic
+
+    gsm_coder();
+    ~gsm_coder();
+    gsm_coder(gsm_coder const&) = delete;
+    gsm_coder& operator=(gsm_coder const&) = delete;
+
+    /// Fresh states of both directions; the remainder stays.
+    void clear();
+
+    /// Fresh state of the encoder; the remainder stays.
+    void reset_encoder();
+
+    /// Drops the PCM that waits for the rest of its frame.
+    void drop_remainder() { pending_bytes = 0; }
+
+    /// The frames that the remainder and `pcm` fill, 33 bytes each; what is left becomes the remainder.
+    str encode(str const& pcm);
+
+    /// 320 bytes of PCM for each frame. A length that is a multiple of 33 holds plain frames, any other holds
+    /// pairs; incomplete pairs at the end are ignored. A plain frame without the magic gives silence.
+    str decode(str const& payload);
+
+private:
+    void decode_frame(unsigned char const* frame, unsigned char* pcm);
+
+    gsm_state* encoder;
+    gsm_state* decoder;
+    short pending[frame_samples];  ///< the frame that is being filled
+    int pending_bytes;             ///< how much of it is filled; PCM may come in odd pieces
+};

@@ -1,0 +1,210 @@
+#include "dsp/devmgr.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include "lib/log.h"
+#include "lib/sockets.h"
+#include "media/channel.h"
+#include "media/line.h"
+
+svector<devmgr> devmgrs;
+str tdm_device("/dev/sdt");
+
+namespace {
+
+constexpr int no_channel = -1;
+constexpr char no_digit = '?';
+constexpr int block_bytes = 160;                              // 10 ms
+constexpr int drain_bytes = 8 * block_bytes;                  // 80 ms
+constexpr unsigned long request_clear_transmit = 0x20003005;  // _IO('0', 5) in the Linux MIPS encoding
+
+unsigned char read_buffer[drain_bytes];
+
+/// Appends to a mixing queue. One that holds more than two blocks has fallen behind and is emptied first, which
+/// drops its backlog at once rather than sample by sample.
+void enqueue(str& queue, str const& pcm) {
+    if (queue.length() > 2 * pcm.length())
+        queue.clear();
+    queue += pcm;
+}
+
+std::int16_t saturated_sum(std::int16_t a, std::int16_t b) {
+    return static_cast<std::int16_t>(std::clamp(a + b, -32768, 32767));
+}
+
+}  // namespace
+
+devmgr::devmgr()
+    : index(-1),
+      first_channel(no_channel),
+      second_channel(no_channel),
+      fd(-1),
+      drain_rx(false),
+      first_write(true),
+      last_digit(no_digit) {}
+
+void devmgr::init(int device_index) {
+    index = device_index;
+    path = tdm_device + str(index, 0);
+    clear();
+}
+
+void devmgr::clear() {
+    first_channel = second_channel = no_channel;
+    to_device.clear();
+    to_first.clear();
+    to_second.clear();
+    detector.clear();
+    last_digit = no_digit;
+}
+
+void devmgr::register_channel(int channel) {
+    if (!channels.valid(first_channel))
+        first_channel = channel;
+    else if (!channels.valid(second_channel))
+        second_channel = channel;
+    open();
+}
+
+void devmgr::deregister_channel(int channel) {
+    if (first_channel == channel)
+        first_channel = no_channel;
+    else if (second_channel == channel)
+        second_channel = no_channel;
+    if (!channels.valid(first_channel) && !channels.valid(second_channel)) {
+        close();
+        clear();
+    }
+    if (first_channel == no_channel) {
+        first_channel = second_channel;
+        second_channel = no_channel;
+    }
+}
+
+void devmgr::open() {
+    if (utils::valid_socket(fd))
+        return;
+    fd = ::open(path.c_str(), O_RDWR);
+    if (log_check_condition(6))
+        log_add_message(6, str::sprintf("Open %s", arg_str(path)), str::null);
+}
+
+void devmgr::close() {
+    if (!utils::valid_socket(fd))
+        return;
+    ::close(fd);
+    fd = -1;
+    if (log_check_condition(6))
+        log_add_message(6, str::sprintf("Close %s", arg_str(path)), str::null);
+}
+
+bool devmgr::output_available() const {
+    for (int const i : {first_channel, second_channel})
+        if (channels.valid(i) && channels[i].output_available())
+            return true;
+    return false;
+}
+
+void devmgr::read_audio() {
+    if (!utils::valid_socket(fd))
+        return;
+    int const n = static_cast<int>(read(fd, read_buffer, drain_rx ? drain_bytes : block_bytes));
+    drain_rx = false;
+    if (n >= 1)
+        recv_device(str(read_buffer, block_bytes));
+    else if (log_check_condition(7))
+        log_add_message(7, str::sprintf("TDM read returned %d", arg_int(n)), str::null);
+}
+
+void devmgr::write_audio() {
+    for (int const i : {first_channel, second_channel}) {
+        if (!channels.valid(i))
+            continue;
+        str const samples = channels[i].get_samples();
+        if (!samples.empty())
+            send_device(i, samples);
+    }
+}
+
+void devmgr::tx_clear() {
+    if (!utils::valid_socket(fd))
+        return;
+    ioctl(fd, request_clear_transmit, 0);
+    if (log_check_condition(7))
+        log_add_message(7, str("Clear Tx"), str::null);
+}
+
+void devmgr::recv_device(str const& pcm) {
+    for (int at = 0; at < pcm.length(); at += block_bytes) {
+        str const piece = pcm.substr(at, block_bytes);
+        if (channels.valid(first_channel))
+            channels[first_channel].process_audio(mix_audio(piece, to_first));
+        if (channels.valid(second_channel))
+            channels[second_channel].process_audio(mix_audio(piece, to_second));
+    }
+}
+
+void devmgr::send_device(int channel, str const& pcm) {
+    if (channel == first_channel) {
+        str out = mix_audio(pcm, to_device);
+        if (!out.empty() && utils::valid_socket(fd)) {
+            if (first_write) {
+                first_write = false;
+                tx_clear();
+            }
+            [[maybe_unused]] ssize_t const written =
+                write(fd, out.cbuffer(), static_cast<size_t>(out.length()));
+        }
+        if (second_channel >= 0)
+            enqueue(to_second, pcm);
+    } else if (channel == second_channel) {
+        enqueue(to_device, pcm);
+        if (first_channel >= 0)
+            enqueue(to_first, pcm);
+    }
+}
+
+str devmgr::mix_audio(str const& pcm, str& queue) {
+    if (queue.empty())
+        return pcm;
+    int const n = std::min(pcm.length(), queue.length());
+    str mixed = pcm;
+    unsigned char* const out = mixed.buffer();
+    unsigned char const* const add = queue.cbuffer();
+    for (int at = 0; at + 1 < n; at += 2) {
+        std::int16_t a;
+        std::int16_t b;
+        memcpy(&a, out + at, sizeof a);
+        memcpy(&b, add + at, sizeof b);
+        std::int16_t const sum = saturated_sum(a, b);
+        memcpy(out + at, &sum, sizeof sum);
+    }
+    queue = queue.substr(n);
+    return mixed;
+}
+
+bool line::valid(int device) {
+    return devmgrs.valid(device);
+}
+
+void line::attach(int device, int channel) {
+    devmgrs[device].register_channel(channel);
+}
+
+void line::detach(int device, int channel) {
+    devmgrs[device].deregister_channel(channel);
+}
+
+void line::tx_clear(int device) {
+    devmgrs[device].tx_clear();
+}
+
+void line::rx_clear(int device) {
+    devmgrs[device].rx_clear();
+}

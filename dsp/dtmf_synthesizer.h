@@ -1,0 +1,34 @@
+#pragma once
+
+#include <cstdint>
+
+#include "lib/str.h"
+
+/// Generator of DTMF digits: adds one looped sine table of the low and one of the high frequency group.
+/// 16-bit samples at 8 kHz in blocks of 10 ms.
+///
+/// A plain value: owns no memory; it knows no durations, a digit sounds for as long as its owner asks for it.
+class dtmf_synthesizer {
+public:
+    /// Digits 0..9 stand for themselves, then come "*" and "#". There are no A..D.
+    static constexpr int digit_star = 10;
+    static constexpr int digit_hash = 11;
+    static constexpr int digits = 12;
+
+    /// Back to the start of both tables; the digit is kept.
+    void clear();
+
+    /// The next 10 ms of a digit: 80 samples, host byte order. The same digit goes on where it stopped,
+    /// another one starts from the beginning; a digit outside 0..11 gives silence and changes nothing.
+    ///
+    /// Each sample is divided by attenuation + 10, so a peak of 16000 / (attenuation + 10). The division is
+    /// an unsigned one of 32 bits of which the low 16 are kept: negative half-waves become (2^32 - |sum|) /
+    /// (attenuation + 10) modulo 2^16. `attenuation` is 0..63 (the volume of a telephone event, RFC 4733
+    /// section 2.3.3); 2^32 - 10 is not allowed.
+    str get_samples(int digit, unsigned int attenuation);
+
+private:
+    std::int32_t low_position = 0;
+    std::int32_t high_position = 0;
+    std::int32_t current_digit = 0;
+};

@@ -1,0 +1,383 @@
+#include "dsp/dtmf_recognition.h"
+
+#include <spandsp.h>
+
+#include <cmath>
+#include <cstdint>
+#include <map>
+#include <numbers>
+#include <set>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "tests/support/bytes.h"
+#include "tests/support/seed.h"
+#include "tests/support/signals.h"
+
+namespace {
+
+using signals::samples;
+
+constexpr int block = 160;
+constexpr int frequencies[] = {697, 770, 852, 941, 1100, 1209, 1336, 1477, 1633};
+std::string const classes = "0123456789*#ABCDF? ";
+
+std::string bytes_of(samples const& pcm) {
+    return {reinterpret_cast<char const*>(pcm.data()), pcm.size() * sizeof pcm[0]};
+}
+
+/// A sum of sines; peak of each.
+struct partial {
+    double hz;
+    double peak;
+};
+samples tones(std::vector<partial> const& partials, int n, double start_s = 0) {
+    samples out = signals::silence(n);
+    for (int i = 0; i < n; i++) {
+        double sum = 0;
+        for (auto const& [hz, peak] : partials)
+            sum += peak * std::sin(2 * std::numbers::pi * hz * (start_s + i / 8000.0));
+        out[static_cast<std::size_t>(i)] = signals::rounded(sum);
+    }
+    return out;
+}
+
+/// The detector by its definition: filter coefficients from the frequencies, 32-bit arithmetic on unbounded integers,
+/// and what is reported from the sequence of all blocks.
+class model {
+public:
+    void add(samples const& pcm, std::int64_t gain) {
+        for (std::int64_t const sample : pcm) {
+            collected.push_back(low32(sample * gain) / 256);
+            if (collected.size() < block)
+                continue;
+            sequence += classify();
+            collected.clear();
+        }
+    }
+    /// Every run of two or more equal blocks counts once; the unknown ones before the first block don't.
+    std::string detected() const {
+        std::string text;
+        for (std::size_t from = 0, to; from < sequence.size(); from = to) {
+            to = std::min(sequence.find_first_not_of(sequence[from], from), sequence.size());
+            if (from > 0 && to - from >= 2)
+                text += sequence[from];
+        }
+        return text;
+    }
+    std::string history() const { return sequence.substr(sequence.size() - 3); }
+
+private:
+    static std::int64_t low32(std::int64_t value) {
+        return (value % 4294967296 + 4294967296 + 2147483648) % 4294967296 - 2147483648;
+    }
+    static std::int64_t halved(std::int64_t value, int times) {  // rounding down
+        std::int64_t const divisor = std::int64_t{1} << times;
+        return (value - (value % divisor + divisor) % divisor) / divisor;
+    }
+    std::int64_t power(int hz) const {
+        std::int64_t const coefficient = std::lround(65536 * std::cos(2 * std::numbers::pi * hz / 8000));
+        std::vector<std::int64_t> s{0, 0};
+        for (std::int64_t const x : collected) {
+            std::int64_t const last = s.back(), before = s[s.size() - 2];
+            s.push_back(low32(halved(low32(halved(last, 8) * coefficient), 7) + x - before));
+        }
+        std::int64_t const a = halved(s.back(), 8), b = halved(s[s.size() - 2], 8);
+        auto const product = [](std::int64_t x, std::int64_t y) { return halved(low32(x * y), 15); };
+        return low32(product(a, a) + product(b, b) - product(product(a, b), coefficient));
+    }
+    char classify() const {
+        std::map<int, std::int64_t> powers;
+        std::int64_t strongest = 0;
+        for (int const hz : frequencies)
+            strongest = std::max(strongest, powers[hz] = power(hz));
+        if (strongest < 50)
+            return ' ';
+        std::vector<int> present;
+        for (auto const& [hz, p] : powers)
+            if (p > strongest / 10)
+                present.push_back(hz);
+        static std::map<std::vector<int>, char> const meaning{
+            {{697, 1209}, '1'}, {{697, 1336}, '2'}, {{697, 1477}, '3'}, {{697, 1633}, 'A'},
+            {{770, 1209}, '4'}, {{770, 1336}, '5'}, {{770, 1477}, '6'}, {{770, 1633}, 'B'},
+            {{852, 1209}, '7'}, {{852, 1336}, '8'}, {{852, 1477}, '9'}, {{852, 1633}, 'C'},
+            {{941, 1209}, '*'}, {{941, 1336}, '0'}, {{941, 1477}, '#'}, {{941, 1633}, 'D'},
+            {{1100}, 'F'}};
+        auto const found = meaning.find(present);
+        return found == meaning.end() ? '?' : found->second;
+    }
+
+    std::vector<std::int64_t> collected;
+    std::string sequence = "???";
+};
+
+class dtmf_detector : public testing::Test {
+protected:
+    ~dtmf_detector() override { dtmf_recognition::input_gain = 512; }
+
+    void feed(samples const& pcm) { detector.add_samples(to_str(bytes_of(pcm))); }
+    std::string detected() const { return to_string(detector.get_detected()); }
+    /// "?2 1": two unknown blocks and a silent one.
+    std::string history_counts() const {
+        std::string text;
+        for (char const c : classes)
+            if (int const n = detector.count_history(c); n > 0)
+                text += std::string(1, c) + std::to_string(n);
+        return text;
+    }
+    /// Character of a single block of its own.
+    static char classified(samples const& pcm) {
+        dtmf_recognition fresh;
+        fresh.add_samples(to_str(bytes_of(pcm)));
+        for (char const c : classes)
+            if (fresh.count_history(c) == (c == '?' ? 3 : 1))
+                return c;
+        return 0;
+    }
+    /// One block of a key's tones.
+    static samples key(char c) {
+        switch (c) {
+            case '1': return tones({{697, 6000}, {1209, 6000}}, block);
+            case '2': return tones({{697, 6000}, {1336, 6000}}, block);
+            case 'F': return tones({{1100, 6000}}, block);
+            case '?': return tones({{697, 6000}}, block);
+            default: return signals::silence(block);
+        }
+    }
+    void feed_blocks(std::string_view keys) {
+        for (char const c : keys)
+            feed(key(c));
+    }
+
+    dtmf_recognition detector;
+};
+
+TEST_F(dtmf_detector, every_key_of_another_generator) {
+    for (int const level_dbm0 : {-3, -10, -18})
+        for (std::string keys : {"123A456B789C*0#D", "DDD0000##", "1212121", "A"}) {
+            dtmf_tx_state_t* const generator = dtmf_tx_init(nullptr);
+            dtmf_tx_set_level(generator, level_dbm0, 0);
+            dtmf_tx_set_timing(generator, 80, 80);
+            ASSERT_EQ(dtmf_tx_put(generator, keys.c_str(), -1), 0);
+            samples pcm(16000 * 2);
+            pcm.resize(
+                static_cast<std::size_t>(dtmf_tx(generator, pcm.data(), static_cast<int>(pcm.size()))));
+            dtmf_tx_free(generator);
+            ASSERT_EQ(pcm.size(), keys.size() * 1280);
+            detector.clear();
+            feed(pcm);
+            std::string pressed;
+            for (char const c : detected())
+                if (c != ' ' && c != '?')
+                    pressed += c;
+            EXPECT_EQ(pressed, keys) << level_dbm0 << " dBm0";
+        }
+}
+
+TEST_F(dtmf_detector, fax_calling_tone_of_another_generator) {
+    modem_connect_tones_tx_state_t* const generator =
+        modem_connect_tones_tx_init(nullptr, MODEM_CONNECT_TONES_FAX_CNG);
+    samples pcm(8000 * 8);  // 0.5 s on, 3 s off
+    ASSERT_EQ(modem_connect_tones_tx(generator, pcm.data(), static_cast<int>(pcm.size())), 8000 * 8);
+    modem_connect_tones_tx_free(generator);
+    feed(pcm);
+    EXPECT_EQ(detected(), "F F F ");
+}
+
+TEST_F(dtmf_detector, what_a_block_is_taken_for) {
+    struct {
+        std::vector<partial> partials;
+        char result;
+    } const table[] = {
+        {{}, ' '},
+        {{{697, 1950}, {1209, 1950}}, ' '},  // -21.5 dBm0
+        {{{697, 2200}, {1209, 2200}}, '1'},
+        {{{1100, 6000}}, 'F'},
+        {{{697, 6000}}, '?'},
+        {{{941, 6000}}, '?'},
+        {{{1209, 6000}}, '?'},
+        {{{1633, 6000}}, '?'},
+        {{{697, 6000}, {770, 6000}}, '?'},
+        {{{697, 6000}, {941, 6000}}, '?'},
+        {{{1209, 6000}, {1633, 6000}}, '?'},
+        {{{697, 6000}, {1100, 6000}}, '?'},
+        {{{1100, 6000}, {1477, 6000}}, '?'},
+        {{{697, 6000}, {1209, 6000}, {1477, 6000}}, '?'},
+        {{{697, 6000}, {941, 6000}, {1477, 6000}}, '?'},
+        {{{697, 6000}, {1100, 6000}, {1477, 6000}}, '?'},
+        {{{300, 9000}}, ' '},  // none of the nine
+        {{{730, 9000}}, '?'},
+        {{{697, 6000}, {1209, 2200}}, '1'},  // 8.7 dB
+        {{{697, 2200}, {1209, 6000}}, '1'},
+        {{{697, 6000}, {1209, 1700}}, '?'},  // 10.9 dB: one tone only
+        {{{697, 1700}, {1209, 6000}}, '?'},
+        {{{941, 12000}, {1336, 12000}, {2672, 6000}}, '0'},  // harmonics don't matter
+    };
+    for (auto const& row : table) {
+        std::string what;
+        for (auto const& [hz, peak] : row.partials)
+            what += std::to_string(hz) + " Hz ";
+        EXPECT_EQ(classified(tones(row.partials, block)), row.result) << what;
+    }
+    for (int low = 0; low < 4; low++)
+        for (int high = 0; high < 4; high++)
+            EXPECT_EQ(classified(tones({{1.0 * frequencies[low], 6000}, {1.0 * frequencies[5 + high], 6000}},
+                                       block)),
+                      "123A456B789C*0#D"[4 * low + high]);
+}
+
+TEST_F(dtmf_detector, the_160th_sample_decides) {
+    samples const silence = signals::silence(block);
+    feed(samples(159));
+    EXPECT_EQ(history_counts(), "?3");
+    feed(samples(1));
+    EXPECT_EQ(history_counts(), "?2 1");
+    feed(samples(319));
+    EXPECT_EQ(history_counts(), "?1 2");
+    feed(samples(2));  // one of them belongs to the next block
+    EXPECT_EQ(history_counts(), " 3");
+    feed(samples(158));
+    feed(key('1'));
+    EXPECT_EQ(history_counts(), " 3");
+    EXPECT_EQ(detector.get_digit(), ' ');
+}
+
+TEST_F(dtmf_detector, an_odd_last_byte_is_ignored) {
+    std::string const tone = bytes_of(key('2'));
+    for (std::size_t i = 0; i < tone.size(); i += 2)
+        detector.add_samples(to_str(tone.substr(i, 2) + "\x7F"));
+    EXPECT_EQ(history_counts(), "21?2");
+    detector.add_samples(to_str("\x7F"));
+    detector.add_samples(str::null);
+    feed(key('2'));
+    EXPECT_EQ(detected(), "2");
+}
+
+TEST_F(dtmf_detector, text_grows_once_per_change) {
+    struct {
+        char const* blocks;
+        char const* text;
+        char digit;
+    } const table[] = {
+        {"", "", '?'},          {" ", "", '?'},         {"  ", " ", '?'},        {"   ", " ", ' '},
+        {"??", "", '?'},        {"1", "", '?'},         {"11", "1", '?'},        {"111", "1", '1'},
+        {"11111111", "1", '1'}, {"1111 ", "1", '?'},    {"111  ", "1 ", '?'},    {"1112", "1", '?'},
+        {"1122", "12", '?'},    {"112211", "121", '?'}, {"1 1 1 1", "", '?'},    {"1212", "", '?'},
+        {"11211", "11", '?'},  // a block that fails splits a press
+        {"11 11", "11", '?'},   {"11??11", "1?1", '?'}, {"  FFF  ", " F ", '?'}, {"?  ", " ", '?'},
+        {"1??", "?", '?'},
+    };
+    for (auto const& row : table) {
+        detector.clear();
+        feed_blocks(row.blocks);
+        EXPECT_EQ(detected(), row.text) << "'" << row.blocks << "'";
+        EXPECT_EQ(detector.get_digit(), row.digit) << "'" << row.blocks << "'";
+    }
+}
+
+TEST_F(dtmf_detector, clear_forgets_everything) {
+    feed_blocks("1122");
+    feed(samples(100, 12345));
+    detector.clear();
+    EXPECT_EQ(detected(), "");
+    EXPECT_EQ(history_counts(), "?3");
+    feed(samples(159));
+    EXPECT_EQ(history_counts(), "?3") << "the block starts anew";
+    feed(samples(161));
+    EXPECT_EQ(detected(), " ");
+}
+
+TEST_F(dtmf_detector, gain_is_applied_before_anything_else) {
+    EXPECT_EQ(dtmf_recognition::input_gain, 512);
+    samples const quiet = tones({{770, 1000}, {1477, 1000}}, block);
+    std::string result;
+    for (int const gain : {0, 64, 512, 900, 2048, -2048}) {
+        dtmf_recognition::input_gain = gain;
+        result += classified(quiet);
+    }
+    EXPECT_EQ(result, "    66");
+}
+
+// ---- sample for sample
+
+class pair : public dtmf_detector {
+protected:
+    /// Feeds both and compares all that can be seen.
+    void both(samples const& pcm) {
+        reference.add(pcm, dtmf_recognition::input_gain);
+        feed(pcm);
+        ASSERT_EQ(detected(), reference.detected());
+        std::string const history = reference.history();
+        bool const stable = history == std::string(3, history[0]);
+        ASSERT_EQ(detector.get_digit(), stable ? history[0] : '?');
+        for (char const c : classes)
+            ASSERT_EQ(detector.count_history(c), std::count(history.begin(), history.end(), c))
+                << c << history;
+        seen.insert(history.back());
+    }
+    model reference;
+    std::set<char> seen;
+};
+
+/// Close to each decision, where a power that is off by one shows.
+TEST_F(pair, levels_around_the_thresholds) {
+    for (int const hz : frequencies)
+        for (int peak = 1900; peak < 2200; peak++)
+            ASSERT_NO_FATAL_FAILURE(both(tones({{1.0 * hz, 1.0 * peak}}, block, peak))) << hz << " " << peak;
+    for (int twist = 0; twist < 400; twist++) {
+        double const other = 6000 * std::pow(10, -(9 + twist / 100.0) / 20);
+        ASSERT_NO_FATAL_FAILURE(both(tones({{852, 6000}, {1336, other}}, block, twist))) << twist;
+        ASSERT_NO_FATAL_FAILURE(both(tones({{852, other}, {1336, 6000}}, block, twist))) << twist;
+    }
+    for (int shift = -300; shift <= 300; shift++)
+        ASSERT_NO_FATAL_FAILURE(both(tones({{941.0 + shift, 6000}, {1633, 6000}}, block))) << shift;
+}
+
+TEST_F(pair, random_tones_noise_and_chunks) {
+    seed_range{1, 12}.for_each([&](unsigned seed) {
+        SCOPED_TRACE(seed_trace(seed));
+        dice random(seed);
+        detector.clear();
+        reference = model();
+        for (int segment = 0; segment < 30; segment++) {
+            double const peak = std::pow(10, random.between(31, 45) / 10.0);
+            std::vector<partial> partials;
+            for (int n = random.between(0, 3); n > 0; n--)
+                partials.push_back({frequencies[random.below(9)] + random.between(-20, 20) / 10.0,
+                                    peak * random.between(4, 10) / 10});
+            samples pcm = tones(partials, random.between(1, 900), random.below(1000));
+            int const noise = random.chance(30) ? random.between(1, 3000) : 0;
+            for (std::int16_t& sample : pcm)
+                sample = signals::rounded(sample + random.between(-noise, noise));
+            for (std::size_t at = 0; at < pcm.size();) {
+                std::size_t const n =
+                    std::min(pcm.size() - at, static_cast<std::size_t>(random.between(0, 200)));
+                ASSERT_NO_FATAL_FAILURE(both(samples(pcm.begin() + static_cast<std::ptrdiff_t>(at),
+                                                     pcm.begin() + static_cast<std::ptrdiff_t>(at + n))));
+                at += n;
+            }
+            if (random.chance(20))
+                dtmf_recognition::input_gain = random.between(-30000, 30000);
+            if (random.chance(40))
+                dtmf_recognition::input_gain = 512;
+        }
+    });
+    EXPECT_GE(seen.size(), 15u) << "the signals hardly reach any class";
+}
+
+/// The filters' sums wrap at full scale; nothing else may happen.
+TEST_F(pair, full_scale_signals_and_gains) {
+    for (int const gain : {512, 65535, -65536, 0x7FFFFFFF, -0x7FFFFFFF - 1}) {
+        dtmf_recognition::input_gain = gain;
+        for (auto const& [name, pcm] : signals::assortment(4 * block, 32767, 7))
+            ASSERT_NO_FATAL_FAILURE(both(pcm)) << name << " gain " << gain;
+        for (int half_period = 1; half_period <= 12; half_period++)
+            ASSERT_NO_FATAL_FAILURE(both(signals::square(4 * block, half_period, 32767))) << half_period;
+        for (int const hz : frequencies)
+            ASSERT_NO_FATAL_FAILURE(both(tones({{1.0 * hz, 1e6}}, 2 * block))) << hz << " gain " << gain;
+    }
+}
+
+}  // namespace
