@@ -1,0 +1,170 @@
+#include "codecs/g729a/gain_quantizer.h"
+
+#include <algorithm>
+
+#include "codecs/g729a/dimensions.h"
+#include "codecs/g729a/gain_prediction.h"
+#include "codecs/g729a/oper_32b.h"
+#include "codecs/g729a/tables.h"
+
+namespace g729a {
+
+namespace {
+
+constexpr int candidates_1 = 4;  // rows of gbk1 that the preselection leaves
+constexpr int candidates_2 = 8;  // rows of gbk2
+
+// Coefficients of the preselection (3.9.2).
+constexpr int16_t coef_00 = 31881;         // Q10
+constexpr int32_t L_coef_01 = 1731217536;  // Q30
+constexpr int16_t coef_10 = 31548;         // Q16
+constexpr int32_t L_coef_11 = 1822990272;  // Q35
+constexpr int16_t inv_coef = -17103;       // Q19
+
+constexpr int16_t tamed_optimum = 481;  // Q9, 0.94
+constexpr int16_t tamed_limit = 16383;  // Q14, 0.9999
+
+// value = mantissa * 2^-exponent.
+struct scaled {
+    int16_t mantissa;
+    int exponent;
+};
+
+// 2^factor a b - c d / 2 up to a common power of two, the products shifted right by guard bits for headroom.
+scaled difference(scaled a, scaled b, scaled c, scaled d, int factor, int guard) {
+    const int32_t minuend = L_mult(a.mantissa, b.mantissa);
+    const int32_t subtrahend = L_mult(c.mantissa, d.mantissa);
+    const int x1 = a.exponent + b.exponent - factor;
+    const int x2 = c.exponent + d.exponent + 1;
+    const int x = std::min(x1, x2);
+    const int32_t value = L_sub(L_shr(minuend, x1 - x + guard), L_shr(subtrahend, x2 - x + guard));
+    const int shift = norm_l(value);
+    return {extract_h(L_shl(value, shift)), x - guard + shift - 16};
+}
+
+struct gain_pair {
+    int16_t pitch;  // Q9
+    int16_t code;   // Q2
+};
+
+// The gains with the least error, were they not quantized.
+gain_pair optimum(const gain_terms& terms) {
+    scaled g[5];
+    for (int i = 0; i < 5; ++i)
+        g[i] = {terms.mantissa[i], terms.exponent[i]};
+    const scaled denominator = difference(g[0], g[2], g[4], g[4], 1, 0);
+    const int16_t inverse = negate(div_s(16384, denominator.mantissa));
+    const int inverse_exponent = 29 - denominator.exponent;
+    const auto divide = [&](scaled numerator, int q) {
+        const int32_t quotient = L_mult(numerator.mantissa, inverse);
+        return extract_h(L_shr(quotient, numerator.exponent + inverse_exponent - q));
+    };
+    return {divide(difference(g[2], g[1], g[3], g[4], 0, 1), 24),
+            divide(difference(g[0], g[3], g[1], g[4], 0, 1), 17)};
+}
+
+// How many thresholds, each times gain and shifted, value has passed.
+template <int n>
+int passed(const int16_t (&thresholds)[n], int16_t gain, int shift, int32_t value) {
+    int count = 0;
+    while (count < n) {
+        const int32_t threshold = L_mult(thresholds[count], gain) >> shift;
+        if (gain > 0 ? value <= threshold : value >= threshold)
+            break;
+        ++count;
+    }
+    return count;
+}
+
+// First rows of both codebooks that the search looks at.
+struct preselection {
+    int first_1;
+    int first_2;
+};
+
+preselection preselect(gain_pair best, predicted_gain prediction) {
+    const int16_t gain = prediction.exponent >= 4
+                             ? shr(prediction.mantissa, prediction.exponent - 4)
+                             : extract_h(L_shl(prediction.mantissa, 20 - prediction.exponent));  // Q4
+    const int32_t pitch = L_mult(coef_00, best.pitch);
+
+    const int16_t sum = extract_h(L_add(pitch, L_coef_11 >> 15));
+    const int32_t x = L_sub(L_shl(best.code, 7), L_mult(sum, gain));
+    const int16_t rest = mult(extract_h(L_sub(pitch, L_coef_01 >> 10)), gain);
+    const int32_t y = L_sub(L_mult(rest, coef_10), L_mult(coef_00, best.code) >> 3);
+    return {passed(thr1, gain, 3, L_mult(extract_h(L_shl(y, 2)), inv_coef)),
+            passed(thr2, gain, 5, L_mult(extract_h(L_shl(x, 2)), inv_coef))};
+}
+
+// The five terms with one exponent, for gains in the scale of the codebooks.
+void align(const gain_terms& terms, int gain_exponent, int32_t aligned[5]) {
+    const int exponent[5] = {terms.exponent[0] + 13, terms.exponent[1] + 14,
+                             terms.exponent[2] + 2 * gain_exponent - 21,
+                             terms.exponent[3] + gain_exponent - 3, terms.exponent[4] + gain_exponent - 4};
+    const int lowest = *std::min_element(exponent, exponent + 5);
+    for (int i = 0; i < 5; ++i)
+        aligned[i] = L_shr(L_deposit_h(terms.mantissa[i]), exponent[i] - lowest);
+}
+
+// Error of a pair of gains: pitch Q14, code in the scale of the prediction.
+int32_t error(const int32_t aligned[5], int16_t pitch, int16_t code) {
+    int32_t sum = Mpy_32_16(aligned[0], mult(pitch, pitch));
+    sum = L_add(sum, Mpy_32_16(aligned[1], pitch));
+    sum = L_add(sum, Mpy_32_16(aligned[2], mult(code, code)));
+    sum = L_add(sum, Mpy_32_16(aligned[3], code));
+    return L_add(sum, Mpy_32_16(aligned[4], mult(code, pitch)));
+}
+
+// Rows of the codebooks.
+struct gain_rows {
+    int row_1;
+    int row_2;
+
+    int16_t pitch() const { return static_cast<int16_t>(gbk1[row_1][0] + gbk2[row_2][0]); }  // Q14
+    int32_t correction() const { return gbk1[row_1][1] + gbk2[row_2][1]; }                   // Q13
+};
+
+gain_rows search(const int32_t aligned[5], preselection first, predicted_gain prediction, bool taming) {
+    gain_rows best = {first.first_1, first.first_2};
+    int32_t least = max_32;
+    for (int i = first.first_1; i < first.first_1 + candidates_1; ++i) {
+        for (int j = first.first_2; j < first.first_2 + candidates_2; ++j) {
+            const gain_rows rows = {i, j};
+            if (taming && rows.pitch() >= tamed_limit)
+                continue;
+            const int16_t code = mult(prediction.mantissa, extract_l(rows.correction() >> 1));
+            const int32_t candidate = error(aligned, rows.pitch(), code);
+            if (candidate < least) {
+                least = candidate;
+                best = rows;
+            }
+        }
+    }
+    return best;
+}
+
+quantized_gains apply(gain_rows rows, predicted_gain prediction, int16_t past_qua_en[4]) {
+    Gain_update(past_qua_en, rows.correction());
+    return {static_cast<int16_t>(map1[rows.row_1] << 4 | map2[rows.row_2]), rows.pitch(),
+            corrected_gain(prediction, rows.correction())};
+}
+
+}  // namespace
+
+quantized_gains Qua_gain(const int16_t code[subframe_size], const gain_terms& terms, bool taming,
+                         int16_t past_qua_en[4]) {
+    const predicted_gain prediction = Gain_predict(past_qua_en, code);
+    gain_pair best = optimum(terms);
+    if (taming)
+        best.pitch = std::min(best.pitch, tamed_optimum);
+    int32_t aligned[5];
+    align(terms, prediction.exponent, aligned);
+    return apply(search(aligned, preselect(best, prediction), prediction, taming), prediction, past_qua_en);
+}
+
+quantized_gains Dec_gain(int16_t index, const int16_t code[subframe_size], int16_t past_qua_en[4]) {
+    const predicted_gain prediction = Gain_predict(past_qua_en, code);
+    return apply({imap1[(index >> 4) & 7], imap2[index & 15]}, prediction, past_qua_en);
+}
+
+}  // namespace g729a

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <cstdint>
+
+#include "codecs/g729a/dimensions.h"
+
+// The direct-form filters of order 10 that coder and decoder share. Coefficients a[0..10] are Q12 with a[0] =
+// 4096; signals are Q0. Sums are Q13 and clip after every product, as the fixed-point Recommendation does.
+
+namespace g729a {
+
+// y[0..39] = x[0..39] filtered by A(z); x[-10..-1] is the past. y must not overlap x.
+void Residu(const int16_t a[lp_order + 1], const int16_t* x, int16_t y[subframe_size]);
+
+// y[0..n-1] = x filtered by 1/A(z), after the outputs mem[0..9] (newest last), which stay as they are.
+// x and y may be the same. Returns whether anything clipped. n is at most 40.
+bool Syn_filt(const int16_t a[lp_order + 1], const int16_t* x, int16_t* y, int n,
+              const int16_t mem[lp_order]);
+
+// mem = the last ten of the n outputs y.
+void update_memory(const int16_t* y, int n, int16_t mem[lp_order]);
+
+// ap(z) = a(z / gamma), gamma Q15 (3.3, A.4.2.2).
+void Weight_Az(const int16_t a[lp_order + 1], int16_t gamma, int16_t ap[lp_order + 1]);
+
+}  // namespace g729a

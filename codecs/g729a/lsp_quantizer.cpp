@@ -1,0 +1,165 @@
+#include "codecs/g729a/lsp_quantizer.h"
+
+#include <algorithm>
+
+#include "codecs/g729a/basic_op.h"
+#include "codecs/g729a/dimensions.h"
+#include "codecs/g729a/lsp_tables.h"
+
+namespace g729a {
+
+namespace {
+
+constexpr int16_t pi_0_04 = 1029;      // Q13, 0.04 pi
+constexpr int16_t pi_0_92 = 23677;     // Q13, 0.92 pi
+constexpr int16_t one = 8192;          // Q13
+constexpr int16_t ten = 20480;         // Q11
+constexpr int16_t factor_1_2 = 19661;  // Q14, 1.2
+constexpr int half_order = lp_order / 2;
+
+// w[0..9] = weights of the LSF: the closer the neighbours, the heavier. Normalised together.
+void lsf_weights(const int16_t lsf[lp_order], int16_t w[lp_order]) {
+    int16_t distance[lp_order];  // of the neighbours, less 1, Q13
+    distance[0] = sub(lsf[1], pi_0_04 + one);
+    for (int i = 1; i < lp_order - 1; ++i)
+        distance[i] = sub(sub(lsf[i + 1], lsf[i - 1]), one);
+    distance[lp_order - 1] = sub(pi_0_92 - one, lsf[lp_order - 2]);
+    int16_t heaviest = 0;
+    for (int i = 0; i < lp_order; ++i) {
+        w[i] = 2048;  // Q11
+        if (distance[i] <= 0) {
+            const int16_t square = extract_h(L_shl(L_mult(distance[i], distance[i]), 2));
+            w[i] = add(extract_h(L_shl(L_mult(square, ten), 2)), 2048);
+        }
+        if (i == 4 || i == 5)
+            w[i] = extract_h(L_shl(L_mult(w[i], factor_1_2), 1));
+        heaviest = std::max(heaviest, w[i]);
+    }
+    const int shift = norm_s(heaviest);
+    for (int i = 0; i < lp_order; ++i)
+        w[i] = shl(w[i], shift);
+}
+
+// Distances are sums of terms 0..2^30, half the clipping sum of L_mac: one that would clip there is 2^30 or
+// more here and never the best, and three terms on top of a sum that is still below the best fit 32 bits.
+constexpr uint32_t no_distance = 1u << 30;
+
+// Difference of words that are known to be less than 2^15 apart; sub() clips where they are not.
+constexpr int32_t close_difference(int32_t a, int32_t b) {
+    return a - b;
+}
+
+template <auto difference>
+uint32_t square(int32_t r, int32_t row) {
+    const int32_t e = difference(r, row);
+    return static_cast<uint32_t>(e * e);
+}
+
+// w is not negative, so the rounded product has the sign of e.
+template <auto difference>
+uint32_t weighted_square(int32_t r, int32_t row, int32_t w) {
+    const int32_t e = difference(r, row);
+    return static_cast<uint32_t>(((w * e) >> 15) * e);
+}
+
+// Row of the first stage nearest to r. A row is given up as soon as it is worse than the best.
+template <auto difference>
+int search_first(const int16_t r[lp_order]) {
+    constexpr auto term = square<difference>;
+    int best = 0;
+    uint32_t best_distance = no_distance;
+    for (int i = 0; i < 128; ++i) {
+        const int16_t* row = lspcb1[i];
+        uint32_t distance = term(r[0], row[0]) + term(r[1], row[1]) + term(r[2], row[2]);
+        if (distance >= best_distance)
+            continue;
+        distance += term(r[3], row[3]) + term(r[4], row[4]) + term(r[5], row[5]);
+        if (distance >= best_distance)
+            continue;
+        distance += term(r[6], row[6]) + term(r[7], row[7]) + term(r[8], row[8]);
+        if (distance >= best_distance)
+            continue;
+        distance += term(r[9], row[9]);
+        if (distance < best_distance) {
+            best_distance = distance;
+            best = i;
+        }
+    }
+    return best;
+}
+
+// Row of the second stage whose columns from offset on are nearest to rest[0..4].
+template <auto difference>
+int search_second(const int16_t rest[half_order], const int16_t w[half_order], int offset) {
+    constexpr auto term = weighted_square<difference>;
+    int best = 0;
+    uint32_t best_distance = no_distance;
+    for (int k = 0; k < 32; ++k) {
+        const int16_t* row = lspcb2[k] + offset;
+        uint32_t distance =
+            term(rest[0], row[0], w[0]) + term(rest[1], row[1], w[1]) + term(rest[2], row[2], w[2]);
+        if (distance >= best_distance)
+            continue;
+        distance += term(rest[3], row[3], w[3]) + term(rest[4], row[4], w[4]);
+        if (distance < best_distance) {
+            best_distance = distance;
+            best = k;
+        }
+    }
+    return best;
+}
+
+int find_first(const int16_t r[lp_order]) {
+    constexpr int32_t highest = 23533;  // of the first stage; the lowest is 679
+    const bool close = *std::min_element(r, r + lp_order) >= -32768 + highest;
+    return close ? search_first<close_difference>(r) : search_first<sub>(r);
+}
+
+// Row of one half of the second stage, from coefficient offset on, after row first of the first stage.
+int find_second(const int16_t r[lp_order], int first, const int16_t w[lp_order], int offset) {
+    constexpr int32_t highest = 2337;  // magnitude in the second stage
+    int16_t rest[half_order];
+    for (int j = 0; j < half_order; ++j)
+        rest[j] = sub(r[offset + j], lspcb1[first][offset + j]);
+    const auto [low, high] = std::minmax_element(rest, rest + half_order);
+    const bool close = *low >= -32768 + highest && *high <= 32767 - highest;
+    return close ? search_second<close_difference>(rest, w + offset, offset)
+                 : search_second<sub>(rest, w + offset, offset);
+}
+
+// Weighted distance between r and what the codes give, for the choice of the predictor.
+int32_t mode_distance(const int16_t r[lp_order], const lsf_codes& codes, const int16_t w[lp_order]) {
+    int16_t q[lp_order];
+    for (int j = 0; j < half_order; ++j)
+        q[j] = add(lspcb1[codes.first][j], lspcb2[codes.low][j]);
+    rearrange(q, 1, half_order - 1, 10);
+    for (int j = half_order; j < lp_order; ++j)
+        q[j] = add(lspcb1[codes.first][j], lspcb2[codes.high][j]);
+    rearrange(q, half_order, lp_order - 1, 10);
+    rearrange(q, 1, lp_order - 1, 5);
+    int32_t distance = 0;
+    for (int j = 0; j < lp_order; ++j) {
+        const int16_t e = mult(sub(q[j], r[j]), fg_sum[codes.mode][j]);
+        distance = L_mac(distance, extract_h(L_shl(L_mult(w[j], e), 4)), e);
+    }
+    return distance;
+}
+
+}  // namespace
+
+lsf_codes quantize_lsf(const int16_t lsf[lp_order], const int16_t freq_prev[4][lp_order]) {
+    int16_t w[lp_order];
+    lsf_weights(lsf, w);
+    lsf_codes codes[2];
+    int32_t distance[2];
+    for (int mode = 0; mode < 2; ++mode) {
+        int16_t r[lp_order];
+        lsf_residual(lsf, mode, freq_prev, r);
+        const int first = find_first(r);
+        codes[mode] = {mode, first, find_second(r, first, w, 0), find_second(r, first, w, half_order)};
+        distance[mode] = mode_distance(r, codes[mode], w);
+    }
+    return codes[distance[1] < distance[0] ? 1 : 0];
+}
+
+}  // namespace g729a

@@ -1,0 +1,156 @@
+#include "codecs/g729a/g729a.h"
+
+#include <algorithm>
+#include <cstring>
+
+#include "codecs/g729a/dimensions.h"
+#include "codecs/g729a/gain_control.h"
+#include "codecs/g729a/lp_filter.h"
+#include "codecs/g729a/vector_sum.h"
+
+// The post-filter of Annex A (G.729 A.4.2): long-term part, tilt compensation, short-term part, gain control.
+
+namespace {
+
+using namespace g729a;
+
+constexpr int16_t gamma_numerator = 18022;    // Q15, 0.55 (A.4.2.2)
+constexpr int16_t gamma_denominator = 22938;  // Q15, 0.70 (A.4.2.2)
+constexpr int16_t tilt_factor = 26214;        // Q15, 0.8 (A.4.2.3)
+constexpr int16_t gamma_long_term = 16384;    // Q15, 0.5 (A.4.2.1)
+constexpr int16_t full_direct = 21845;        // Q15, 1 / (1 + 0.5)
+constexpr int16_t full_delayed = 10923;       // Q15, 0.5 / (1 + 0.5)
+constexpr int response_size = 22;             // samples of the impulse response that the tilt is taken from
+constexpr int delays = 7;                     // tried around the transmitted one
+
+// Sums over the scaled residual of a subframe: with the delay that fits best, and the energies of both ends.
+struct long_term_sums {
+    int delay;
+    int32_t correlation;
+    int32_t delayed_energy;
+    int32_t energy;
+};
+
+// Finds the delay among t0 - 3 .. t0 + 3 that fits sc[0..39] best.
+long_term_sums search_delay(const int16_t* sc, int t0) {
+    const int last = std::min(t0 + delays / 2, pit_max);
+    const int first = last - delays + 1;
+    constexpr int window = (subframe_size + delays + 7) / 8 * 8;
+    const int32_t highest = std::max(peak<subframe_size>(sc), peak<window>(sc - last));
+    const bool fits = sums_fit(subframe_size * highest, highest);
+    const auto sum = [&](int32_t start, const int16_t* x, const int16_t* y) {
+        return fits ? start + 2 * dot<subframe_size>(x, y) : L_mac_sum(start, x, y, subframe_size);
+    };
+    long_term_sums best = {first, min_32, 0, sum(1, sc, sc)};
+    for (int delay = first; delay <= last; ++delay) {
+        const int32_t correlation = sum(0, sc, sc - delay);
+        if (correlation > best.correlation) {
+            best.correlation = correlation;
+            best.delay = delay;
+        }
+    }
+    best.correlation = std::max(best.correlation, 0);
+    best.delayed_energy = sum(1, sc - best.delay, sc - best.delay);
+    return best;
+}
+
+// Gains Q15 of the residual and of its delayed copy (A.4.2.1). Nothing delayed when the prediction gain is
+// below 3 dB.
+struct long_term_gains {
+    int16_t direct;
+    int16_t delayed;
+    bool active;
+};
+
+long_term_gains choose_gains(const long_term_sums& sums) {
+    const int shift = norm_l(std::max({sums.correlation, sums.delayed_energy, sums.energy}));
+    const int16_t correlation = round(sums.correlation << shift);
+    const int16_t delayed_energy = round(sums.delayed_energy << shift);
+    const int16_t energy = round(sums.energy << shift);
+    if (2 * correlation * correlation < delayed_energy * energy)
+        return {0, 0, false};
+    if (correlation > delayed_energy)
+        return {full_direct, full_delayed, true};
+    const int16_t numerator = shr(mult(correlation, gamma_long_term), 1);
+    const int16_t denominator = add(numerator, delayed_energy >> 1);
+    if (denominator <= 0)
+        return {32767, 0, true};
+    const int16_t delayed = div_s(numerator, denominator);
+    return {sub(32767, delayed), delayed, true};
+}
+
+// r[0..39] = the residual through the long-term filter. sc is the residual divided by 4.
+void filter_long_term(const int16_t* residual, const int16_t* sc, int t0, int16_t r[subframe_size]) {
+    const long_term_sums sums = search_delay(sc, t0);
+    const long_term_gains gains = choose_gains(sums);
+    if (!gains.active) {
+        std::memcpy(r, residual, subframe_size * sizeof *r);
+        return;
+    }
+    const int16_t* delayed = residual - sums.delay;
+    for (int i = 0; i < subframe_size; ++i)
+        r[i] = add(mult(gains.direct, residual[i]), mult(gains.delayed, delayed[i]));
+}
+
+// Factor (Q15) of the tilt filter: 0.8 of the first reflection coefficient of A(z/0.55) / A(z/0.7) where that
+// falls towards high frequencies, else 0 (A.4.2.3).
+int16_t tilt_of(const int16_t numerator[lp_order + 1], const int16_t denominator[lp_order + 1]) {
+    constexpr int16_t at_rest[lp_order] = {};
+    int16_t h[response_size] = {};
+    std::memcpy(h, numerator, (lp_order + 1) * sizeof *h);
+    Syn_filt(denominator, h, h, response_size, at_rest);
+    const int16_t r0 = extract_h(L_mac_sum(0, h, h, response_size));
+    const int16_t r1 = extract_h(L_mac_sum(0, h, h + 1, response_size - 1));
+    return r1 <= 0 ? int16_t{0} : div_s(mult(r1, tilt_factor), r0);
+}
+
+// r[i] -= tilt r[i - 1], after mem = the sample before; mem becomes the last one.
+void compensate_tilt(int16_t r[subframe_size], int16_t tilt, int16_t& mem) {
+    const int16_t last = r[subframe_size - 1];
+    for (int i = subframe_size - 1; i > 0; --i)
+        r[i] = sub(r[i], mult(tilt, r[i - 1]));
+    r[0] = sub(r[0], mult(tilt, mem));
+    mem = last;
+}
+
+// Filters synth[0..39], with ten samples of past, into out[0..39]; res2 and sc are this subframe's place in
+// the residual and its scaled copy.
+void filter_subframe(g729a_post_filter& state, const int16_t* synth, const int16_t a[lp_order + 1], int t0,
+                     int16_t* res2, int16_t* sc, int16_t* out) {
+    int16_t numerator[lp_order + 1];
+    int16_t denominator[lp_order + 1];
+    Weight_Az(a, gamma_numerator, numerator);
+    Weight_Az(a, gamma_denominator, denominator);
+    Residu(numerator, synth, res2);
+    for (int i = 0; i < subframe_size; ++i)
+        sc[i] = static_cast<int16_t>(res2[i] >> 2);
+
+    int16_t r[subframe_size];
+    filter_long_term(res2, sc, t0, r);
+    compensate_tilt(r, tilt_of(numerator, denominator), state.mem_pre);
+    Syn_filt(denominator, r, out, subframe_size, state.mem_syn_pst);
+    update_memory(out, subframe_size, state.mem_syn_pst);
+    control_gain(synth, out, state.past_gain);
+}
+
+}  // namespace
+
+void Init_Post_Filter() {
+    lrcodec_obj->post_filter = {};
+    lrcodec_obj->post_filter.past_gain = gain_at_rest;
+}
+
+void Post_Filter(int16_t synth[frame_size], const int16_t a_t[2][lp_order + 1], const int16_t t0[2]) {
+    g729a_post_filter& state = lrcodec_obj->post_filter;
+    int16_t unfiltered[lp_order + frame_size];
+    std::memcpy(unfiltered, state.synth, sizeof state.synth);
+    std::memcpy(unfiltered + lp_order, synth, frame_size * sizeof *synth);
+    for (int k = 0; k < 2; ++k) {
+        const int start = k * subframe_size;
+        filter_subframe(state, unfiltered + lp_order + start, a_t[k], t0[k], state.res2 + pit_max + start,
+                        state.scaled_res2 + pit_max + start, synth + start);
+    }
+    std::memcpy(state.synth, unfiltered + frame_size, sizeof state.synth);
+    std::memmove(state.res2, state.res2 + frame_size, pit_max * sizeof *state.res2);
+    std::memmove(state.scaled_res2, state.scaled_res2 + frame_size, pit_max * sizeof *state.scaled_res2);
+}
