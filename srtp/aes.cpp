@@ -1,0 +1,79 @@
+#include "srtp/aes.h"
+
+#include <bit>
+
+#include "srtp/aes_tables.h"
+
+namespace {
+
+/// Position of the least significant bit of byte i of a word as it lies in memory.
+constexpr int position(int i) {
+    return std::endian::native == std::endian::little ? 8 * i : 24 - 8 * i;
+}
+
+inline unsigned octet(std::uint32_t word, int i) {
+    return word >> position(i) & 0xFF;
+}
+
+inline std::uint32_t word_of(unsigned char octet, int i) {
+    return static_cast<std::uint32_t>(octet) << position(i);
+}
+
+inline void aes_add_in_subkey(v128_t& state, v128_t const& key) {
+    for (int i = 0; i < 4; i++)
+        state.word[i] ^= key.word[i];
+}
+
+/// SubBytes, ShiftRows and MixColumns of one column: its four bytes come from columns a, b, c and d.
+inline std::uint32_t mixed_column(std::uint32_t a, std::uint32_t b, std::uint32_t c, std::uint32_t d) {
+    return aes_round_table[0][octet(a, 0)] ^ aes_round_table[1][octet(b, 1)] ^
+           aes_round_table[2][octet(c, 2)] ^ aes_round_table[3][octet(d, 3)];
+}
+
+inline void aes_round(v128_t& state, v128_t const& key) {
+    std::uint32_t const a = state.word[0], b = state.word[1], c = state.word[2], d = state.word[3];
+    state.word[0] = mixed_column(a, b, c, d) ^ key.word[0];
+    state.word[1] = mixed_column(b, c, d, a) ^ key.word[1];
+    state.word[2] = mixed_column(c, d, a, b) ^ key.word[2];
+    state.word[3] = mixed_column(d, a, b, c) ^ key.word[3];
+}
+
+/// SubBytes and ShiftRows of one column.
+inline std::uint32_t substituted_column(std::uint32_t a, std::uint32_t b, std::uint32_t c, std::uint32_t d) {
+    return word_of(aes_sbox[octet(a, 0)], 0) | word_of(aes_sbox[octet(b, 1)], 1) |
+           word_of(aes_sbox[octet(c, 2)], 2) | word_of(aes_sbox[octet(d, 3)], 3);
+}
+
+/// The last round has no MixColumns.
+inline void aes_final_round(v128_t& state, v128_t const& key) {
+    std::uint32_t const a = state.word[0], b = state.word[1], c = state.word[2], d = state.word[3];
+    state.word[0] = substituted_column(a, b, c, d) ^ key.word[0];
+    state.word[1] = substituted_column(b, c, d, a) ^ key.word[1];
+    state.word[2] = substituted_column(c, d, a, b) ^ key.word[2];
+    state.word[3] = substituted_column(d, a, b, c) ^ key.word[3];
+}
+
+}  // namespace
+
+void aes_cm_expand_key(v128_t const& key, v128_t (&round_keys)[11]) {
+    round_keys[0] = key;
+    unsigned char round_constant = 1;
+    for (int n = 1; n < 11; n++, round_constant = aes_shift(round_constant)) {
+        v128_t const& last = round_keys[n - 1];
+        v128_t& next = round_keys[n];
+        for (int i = 0; i < 4; i++)
+            next[i] = last[i] ^ aes_sbox[last[12 + (i + 1) % 4]];
+        next[0] ^= round_constant;
+        for (int i = 1; i < 4; i++)
+            next.word[i] = last.word[i] ^ next.word[i - 1];
+    }
+}
+
+void aes_cm_encrypt(v128_t* block, v128_t const (&round_keys)[11]) {
+    v128_t state = *block;
+    aes_add_in_subkey(state, round_keys[0]);
+    for (int n = 1; n < 10; n++)
+        aes_round(state, round_keys[n]);
+    aes_final_round(state, round_keys[10]);
+    *block = state;
+}

@@ -1,0 +1,139 @@
+#include "srtp/srtp.h"
+
+#include <algorithm>
+
+namespace {
+
+using hmac_sha1 = hmac<sha1>;
+
+// Where the counter block takes what (RFC 3711 section 4.1.1).
+constexpr int at_ssrc = 4;
+constexpr int at_roc = 8;
+constexpr int at_sequence = 12;
+constexpr int at_block = 14;
+
+/// counter[at..] = salt[at..] XOR the low n bytes of value, big-endian.
+void combine(aes_cm_context& cipher, int at, std::uint32_t value, int n) {
+    for (int i = at + n; i-- > at; value >>= 8)
+        cipher.counter[i] = static_cast<unsigned char>(cipher.offset[i] ^ value);
+}
+
+void set_sequence(aes_cm_context& cipher, unsigned int seq) {
+    combine(cipher, at_sequence, seq, 2);
+    cipher.counter[at_block] = cipher.counter[at_block + 1] = 0;
+}
+
+void set_ssrc(aes_cm_context& cipher, str const& ssrc) {
+    combine(cipher, at_ssrc, str2uint32(ssrc), 4);
+}
+
+/// Keys one cipher and the HMAC that goes with it.
+void key_cipher(aes_cm_context& cipher, hmac_sha1& mac, void (*derive)(aes_cm_context&, str const&),
+                str const& master_key, str const& master_salt) {
+    aes_cm_init(cipher, master_key, master_salt);
+    derive(cipher, master_salt);
+    mac = hmac_sha1(cipher.auth_key);
+}
+
+/// The HMAC over a packet with the rollover counter behind it (RFC 3711 section 4.2).
+void authenticate(srtp_ctx const& context, str const& packet, std::uint32_t roc,
+                  unsigned char (&result)[hmac_sha1::mac_bytes]) {
+    unsigned char suffix[4];
+    store32<std::endian::big>(suffix, roc);
+    hmac_sha1 mac = context.rtp_mac;
+    mac.update(packet);
+    mac.update(suffix, sizeof(suffix));
+    mac.finish(result);
+}
+
+}  // namespace
+
+void srtp_init(srtp_ctx& context, str const& master_key, str const& master_salt, str const& ssrc) {
+    context.ssrc = ssrc;
+    context.initialised = 1;
+    context.roc = 0;
+    key_cipher(context.rtp, context.rtp_mac, aes_cm_prf_rtp, master_key, master_salt);
+    key_cipher(context.rtcp, context.rtcp_mac, aes_cm_prf_rtcp, master_key, master_salt);
+}
+
+void srtp_set_index(srtp_ctx& context, unsigned int seq) {
+    combine(context.rtp, at_roc, context.roc, 4);
+    set_sequence(context.rtp, seq);
+}
+
+void srtp_set_local_ssrc(srtp_ctx& context) {
+    set_ssrc(context.rtp, context.ssrc);
+}
+
+void srtp_set_rem_ssrc(srtp_ctx& context, str const& ssrc) {
+    set_ssrc(context.rtp, ssrc);
+}
+
+void srtcp_set_index(srtp_ctx& context, unsigned int index) {
+    set_sequence(context.rtcp, index);
+}
+
+void srtcp_set_local_ssrc(srtp_ctx& context) {
+    set_ssrc(context.rtcp, context.ssrc);
+}
+
+void srtcp_set_rem_ssrc(srtp_ctx& context, str const& ssrc) {
+    set_ssrc(context.rtcp, ssrc);
+}
+
+str srtp_encrypt(srtp_ctx& context, str const& payload, unsigned int seq, int roc) {
+    context.roc = static_cast<std::uint32_t>(roc);
+    srtp_set_index(context, seq);
+    srtp_set_local_ssrc(context);
+    return aes_cm_encrypt_block(context.rtp, payload);
+}
+
+str srtp_decrypt(srtp_ctx& context, str const& payload, unsigned int, str const& ssrc) {
+    srtp_set_rem_ssrc(context, ssrc);
+    return aes_cm_encrypt_block(context.rtp, payload);
+}
+
+str srtp_get_tag(srtp_ctx& context, str const& packet, int tag_length) {
+    if (tag_length == 0)
+        return str();
+    unsigned char mac[hmac_sha1::mac_bytes];
+    authenticate(context, packet, context.roc, mac);
+    return str(mac, std::min(tag_length, hmac_sha1::mac_bytes));
+}
+
+bool srtp_match_tag(srtp_ctx& context, str const& tag, str const& packet, int roc_step) {
+    std::uint32_t const guess =
+        roc_step == srtp_roc_restarted ? 0 : context.roc + static_cast<std::uint32_t>(roc_step);
+    unsigned char mac[hmac_sha1::mac_bytes];
+    if (tag.length() > hmac_sha1::mac_bytes)
+        return false;
+    authenticate(context, packet, guess, mac);
+    int difference = 0;
+    for (int i = 0; i < tag.length(); i++)
+        difference |= tag[i] ^ mac[i];
+    if (difference != 0)
+        return false;
+    context.roc = guess;
+    return true;
+}
+
+str srtcp_encrypt(srtp_ctx& context, str const& data, unsigned int index) {
+    srtcp_set_index(context, index);
+    srtcp_set_local_ssrc(context);
+    return aes_cm_encrypt_block(context.rtcp, data);
+}
+
+str srtcp_decrypt(srtp_ctx& context, str const& data, unsigned int index, str const& ssrc) {
+    srtcp_set_index(context, index);
+    srtcp_set_rem_ssrc(context, ssrc);
+    return aes_cm_encrypt_block(context.rtcp, data);
+}
+
+void srtcp_append_tag(srtp_ctx const& context, str& packet, str const& mki) {
+    unsigned char tag[hmac_sha1::mac_bytes];
+    hmac_sha1 mac = context.rtcp_mac;
+    mac.update(packet);
+    mac.finish(tag);
+    packet += mki;
+    packet.append(tag, srtcp_tag_bytes);
+}

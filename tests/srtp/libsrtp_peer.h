@@ -1,0 +1,35 @@
+#pragma once
+
+#include <cstdint>
+
+#include "lib/str.h"
+
+/// The other end of a protected stream, played by libsrtp2: one direction, any SSRC, AES-128 counter mode with
+/// HMAC-SHA1 for SRTP and SRTCP. Not copyable.
+class libsrtp_peer {
+public:
+    enum direction { sends, receives };
+
+    /// key: 16 bytes of master key, 14 of master salt, missing bytes are zero. A tag length of 0 means no
+    /// authentication of SRTP. SRTCP tags have 10 bytes.
+    libsrtp_peer(direction way, str const& key, int tag_length, str const& mki);
+    ~libsrtp_peer();
+    libsrtp_peer(libsrtp_peer const&) = delete;
+    libsrtp_peer& operator=(libsrtp_peer const&) = delete;
+
+    // Each turns a whole packet into the other form; false when libsrtp2 refuses.
+    bool protect(str& packet);
+    bool unprotect(str& packet);
+    bool protect_rtcp(str& packet);
+    bool unprotect_rtcp(str& packet);
+
+    /// Moves a stream that has had a packet to another rollover counter.
+    bool set_roc(std::uint32_t ssrc, std::uint32_t roc);
+
+private:
+    template <typename call>
+    bool convert(str& packet, call function);
+
+    void* session;
+    unsigned has_mki;
+};
