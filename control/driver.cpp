@@ -1,0 +1,76 @@
+#include "control/driver.h"
+
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include "dsp/devmgr.h"
+#include "lib/link.h"
+#include "lib/log.h"
+#include "lib/sockets.h"
+#include "lib/tlv.h"
+
+namespace {
+
+// Request numbers of the driver: _IO('0', n) in the Linux MIPS encoding.
+constexpr int request_base = 0x20003000;
+constexpr int request_led_on = 0x20003006;
+constexpr int request_led_off = 0x20003007;
+
+constexpr int reported_command = 3;
+
+/// -1 when no line device is open.
+int open_line_device() {
+    int fd = -1;
+    for (int i = 0; devmgrs.valid(i) && !utils::valid_socket(fd); i++)
+        fd = devmgrs[i].get_fd();
+    return fd;
+}
+
+/// Carries out one request; false without a device. `result` is what the driver answered.
+bool driver_request(int number, int& result) {
+    int fd = open_line_device();
+    bool const only_now = !utils::valid_socket(fd);
+    if (only_now) {
+        str path = str::sprintf("%s0", arg_str(tdm_device));
+        fd = open(path.c_str(), O_RDWR);
+    }
+    if (!utils::valid_socket(fd))
+        return false;
+    result = ioctl(fd, number, 0);
+    if (only_now)
+        close(fd);
+    return true;
+}
+
+void log_line(int level, str const& text) {
+    if (log_check_condition(level))
+        log_add_message(level, text, str::null);
+}
+
+void report(int command, int result) {
+    constexpr int tag_driver_result = 11;
+    constexpr int field_command = 27;
+    constexpr int field_result = 15;
+    send_command(cmd_get_tlv_str(tag_driver_result, cmd_get_tlv_short(field_command, command) +
+                                                        cmd_get_tlv_short(field_result, result)));
+}
+
+}  // namespace
+
+void reset_base(int command) {
+    log_line(5, str::sprintf("reset base command %d", arg_int(command)));
+    int result;
+    if (!driver_request(request_base | command, result)) {
+        log_line(7, str("Failure to send command to driver"));
+        return;
+    }
+    if (command == reported_command)
+        report(command, result);
+}
+
+void send_led_call_cmd_to_driver(int on) {
+    int ignored;
+    if (!driver_request(on != 0 ? request_led_on : request_led_off, ignored))
+        log_line(7, str("Failure to send command led call to driver"));
+}

@@ -1,0 +1,116 @@
+#include "control/main_loop.h"
+
+#include <algorithm>
+
+#include <sys/select.h>
+
+#include "control/commands.h"
+#include "control/fxs_pipe.h"
+#include "control/sigchan.h"
+#include "dsp/devmgr.h"
+#include "lib/link.h"
+#include "lib/sockets.h"
+#include "lib/timeout.h"
+#include "media/channel.h"
+
+namespace {
+
+/// The descriptors of one pass.
+struct descriptor_sets {
+    fd_set read;
+    fd_set write;
+    int highest = -1;
+
+    descriptor_sets() {
+        FD_ZERO(&read);
+        FD_ZERO(&write);
+    }
+
+    static bool selectable(int fd) { return utils::valid_socket(fd) && fd < FD_SETSIZE; }
+
+    void want_read(int fd) {
+        if (!selectable(fd))
+            return;
+        FD_SET(fd, &read);
+        highest = std::max(highest, fd);
+    }
+    void want_write(int fd) {
+        if (selectable(fd))
+            FD_SET(fd, &write);
+    }
+    bool readable(int fd) const { return selectable(fd) && FD_ISSET(fd, &read); }
+    bool writable(int fd) const { return selectable(fd) && FD_ISSET(fd, &write); }
+};
+
+/// The sockets of a channel and what reads them, in the order of service.
+struct channel_socket {
+    int (channel::*fd)() const;
+    void (channel::*process)();
+};
+constexpr channel_socket channel_sockets[] = {
+    {&channel::get_fd_rtp4, &channel::process_rtp4}, {&channel::get_fd_rtcp4, &channel::process_rtcp4},
+    {&channel::get_fd_rtp6, &channel::process_rtp6}, {&channel::get_fd_rtcp6, &channel::process_rtcp6},
+    {&channel::get_fd_rtpt, &channel::process_rtpt}, {&channel::get_fd_rtcpt, &channel::process_rtcpt},
+};
+
+void collect(descriptor_sets& sets) {
+    for (int i = 0; devmgrs.valid(i); i++) {
+        sets.want_read(devmgrs[i].get_fd());
+        if (devmgrs[i].output_available())
+            sets.want_write(devmgrs[i].get_fd());
+    }
+    for (int i = 0; channels.valid(i); i++)
+        for (channel_socket const& s : channel_sockets)
+            sets.want_read((channels[i].*s.fd)());
+    sets.want_read(command_fd);
+    sets.want_read(fxs_in_fd);
+    sets.want_read(sigchan_fd);
+}
+
+/// Waits at most delay_ms (-1: without limit); what select() returned. With nothing to wait for, nothing is ready.
+int wait(descriptor_sets& sets, int delay_ms) {
+    if (delay_ms == 0)
+        return 0;
+    timeval limit{delay_ms / 1000, delay_ms % 1000 * 1000};
+    return select(sets.highest + 1, &sets.read, &sets.write, nullptr, delay_ms < 0 ? nullptr : &limit);
+}
+
+void process_command() {
+    ip_port source;
+    str const data = utils::recv_udp_packet4(command_fd, source);
+    on_command(data, source);
+}
+
+/// Every descriptor is fetched anew: an earlier handler of the pass may have closed or reopened it.
+void service(descriptor_sets const& sets) {
+    for (int i = 0; devmgrs.valid(i); i++) {
+        if (sets.readable(devmgrs[i].get_fd()))
+            devmgrs[i].read_audio();
+        if (sets.writable(devmgrs[i].get_fd()))
+            devmgrs[i].write_audio();
+    }
+    for (int i = 0; channels.valid(i); i++)
+        for (channel_socket const& s : channel_sockets)
+            if (sets.readable((channels[i].*s.fd)()))
+                (channels[i].*s.process)();
+    if (sets.readable(command_fd))
+        process_command();
+    if (sets.readable(fxs_in_fd))
+        process_fxs_input();
+    if (sets.readable(sigchan_fd))
+        sigchan_process();
+}
+
+}  // namespace
+
+void main_loop() {
+    for (;;) {
+        descriptor_sets sets;
+        collect(sets);
+        int const ready = wait(sets, timeout_queue::global_queue.delay(true));
+        if (ready == 0)
+            timeout_queue::global_queue.next();
+        else if (ready > 0)
+            service(sets);
+    }
+}

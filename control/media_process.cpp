@@ -1,0 +1,72 @@
+#include "control/media_process.h"
+
+#include <sched.h>
+
+#include "control/main_loop.h"
+#include "control/options.h"
+#include "control/sigchan.h"
+#include "dsp/devmgr.h"
+#include "lib/link.h"
+#include "lib/log.h"
+#include "lib/random.h"
+#include "lib/sockets.h"
+#include "lib/timeout.h"
+#include "lib/tlv.h"
+#include "media/channel.h"
+#include "srtp/aes_tables.h"
+
+namespace {
+
+constexpr int tag_session = 19;
+constexpr int heartbeat_s = 1;
+
+void open_control_socket(options const& chosen) {
+    command_fd = chosen.debug ? utils::open_udp_socket(chosen.local_port, false)
+                              : utils::open_loopback_socket(chosen.local_port);
+}
+
+void create_channels() {
+    channels.resize(channel_count);
+    for (int i = 0; i < channel_count; i++) {
+        channels[i].set_id(i);
+        channels[i].init();
+    }
+}
+
+void create_devmgrs() {
+    devmgrs.resize(devmgr_count);
+    for (int i = 0; i < devmgr_count; i++)
+        devmgrs[i].init(i);
+}
+
+/// The line devices want their audio every 10 ms, whatever else the machine does.
+void set_realtime_priority() {
+    sched_param parameters{};
+    parameters.sched_priority = (sched_get_priority_min(SCHED_RR) + sched_get_priority_max(SCHED_RR)) / 2;
+    if (sched_setscheduler(0, SCHED_RR, &parameters) != 0 && log_check_condition(0))
+        log_add_message(0, str("Could not set scheduling priority"), str::null);
+}
+
+}  // namespace
+
+void heartbeat() {
+    static timeout next_beat;
+    next_beat.callback(rtimestamp::s2ticks(heartbeat_s), callback_argument(heartbeat));
+    send_command(cmd_get_tlv_str(tag_session, str::null));
+}
+
+void start_media_process(options const& chosen) {
+    init_timestamps();
+    utils::seed_rand_from_system();
+    open_control_socket(chosen);
+    aes_compute_tables();
+    create_channels();
+    create_devmgrs();
+    sigchan_open(tunnel_device);
+    if (!chosen.debug)
+        set_realtime_priority();
+    heartbeat();
+    if (log_check_condition(1))
+        log_add_message(1, str("Media Process Ready"), str::null);
+    main_loop();
+}

@@ -1,0 +1,70 @@
+#include "control/sigchan.h"
+
+#include <fcntl.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include "lib/link.h"
+#include "lib/log.h"
+#include "lib/sockets.h"
+#include "lib/tlv.h"
+
+str tunnel_device;
+int sigchan_fd = -1;
+
+namespace {
+
+constexpr int tag_signal = 8;
+constexpr int field_bytes = 2;
+constexpr int read_bytes = 1024;
+
+/// Raw bytes at 115200 baud; a read returns at once with what is there.
+void configure(int fd) {
+    termios settings{};
+    tcgetattr(fd, &settings);
+    cfmakeraw(&settings);
+    settings.c_cc[VMIN] = 0;
+    settings.c_cc[VTIME] = 0;
+    cfsetspeed(&settings, B115200);
+    tcsetattr(fd, TCSANOW, &settings);
+}
+
+void log_path(int level, char const* format, str const& path) {
+    if (log_check_condition(level))
+        log_add_message(level, str::sprintf(format, arg_str(path)), str::null);
+}
+
+}  // namespace
+
+void sigchan_open(str const& path) {
+    if (path.empty())
+        return;
+    str name = path;
+    sigchan_fd = open(name.c_str(), O_RDWR | O_NONBLOCK | O_NOCTTY);
+    if (!utils::valid_socket(sigchan_fd)) {
+        log_path(0, "Could not open %s", path);
+        return;
+    }
+    configure(sigchan_fd);
+    log_path(5, "Opened %s", path);
+}
+
+void sigchan_process() {
+    if (!utils::valid_socket(sigchan_fd))
+        return;
+    static unsigned char bytes[read_bytes];
+    ssize_t const n = read(sigchan_fd, bytes, sizeof bytes);
+    if (n > 0)
+        send_command(
+            cmd_get_tlv_str(tag_signal, cmd_get_tlv_str(field_bytes, str(bytes, static_cast<int>(n)))));
+}
+
+void sigchan_send(str const& data) {
+    if (data.empty())
+        return;
+    int const length = data.length();
+    if (write(sigchan_fd, data.cbuffer(), static_cast<size_t>(length)) == length)
+        return;
+    if (log_check_condition(3))
+        log_add_message(3, str::sprintf("Could not write %d bytes", arg_int(length)), str::null);
+}

@@ -1,0 +1,48 @@
+#include "media/rtp_header.h"
+
+#include <cstring>
+
+namespace {
+
+constexpr unsigned char version_2 = 0x80;
+constexpr unsigned char extension_bit = 0x10;
+constexpr unsigned char csrc_count_mask = 0x0F;
+constexpr unsigned char marker_bit = 0x80;
+
+int header_length(str const& packet) {
+    int const fixed = rtp_header::fixed_bytes + 4 * (packet[0] & csrc_count_mask);
+    if ((packet[0] & extension_bit) == 0)
+        return fixed;
+    return fixed + 4 + 4 * str2int16(packet.substr(fixed + 2, 2));
+}
+
+void put_big_endian(unsigned char* out, std::uint32_t value, int n) {
+    for (int i = n - 1; i >= 0; i--, value >>= 8)
+        out[i] = static_cast<unsigned char>(value);
+}
+
+}  // namespace
+
+rtp_header rtp_header::parse(str const& packet) {
+    rtp_header header;
+    header.marker = (packet[1] & marker_bit) != 0;
+    header.payload_type = packet[1] & ~marker_bit;
+    header.sequence = str2int16(packet.substr(2, 2));
+    header.timestamp = str2uint32(packet.substr(4, 4));
+    header.ssrc = packet.substr(8, 4);
+    header.bytes = header_length(packet);
+    return header;
+}
+
+str rtp_header::build(str const& payload) const {
+    str packet;
+    packet.writable(fixed_bytes + payload.length());
+    unsigned char* const out = packet.buffer();
+    out[0] = version_2;
+    out[1] = static_cast<unsigned char>(payload_type | (marker ? marker_bit : 0));
+    put_big_endian(out + 2, sequence, 2);
+    put_big_endian(out + 4, timestamp, 4);
+    put_big_endian(out + 8, str2uint32(ssrc), 4);
+    memcpy(out + fixed_bytes, payload.cbuffer(), static_cast<size_t>(payload.length()));
+    return packet;
+}

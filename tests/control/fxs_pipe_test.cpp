@@ -1,0 +1,248 @@
+#include "control/fxs_pipe.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "tests/support/bytes.h"
+#include "tests/support/control_peer.h"
+#include "tests/support/seed.h"
+#include "tests/support/stepped_lines.h"
+
+namespace {
+
+using lines = std::vector<std::string>;
+
+int waiting(int fd) {
+    int n = 0;
+    EXPECT_EQ(ioctl(fd, FIONREAD, &n), 0);
+    return n;
+}
+
+class fxs_pipe : public testing::Test {
+protected:
+    fxs_pipe() : directory(make_temporary_directory()), base((directory / "pipe").string()) {
+        EXPECT_EQ(mkfifo((base + "0").c_str(), 0600), 0);
+        EXPECT_EQ(mkfifo((base + "1").c_str(), 0600), 0);
+        open_fxs_pipe(to_str(base));
+        driver = open((base + "0").c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+        EXPECT_GE(driver, 0) << "the process reads";
+        flush();
+    }
+    ~fxs_pipe() override {
+        close(driver);
+        close_both();
+        std::filesystem::remove_all(directory);
+    }
+    static void close_both() {
+        for (int* const fd : {&fxs_in_fd, &fxs_out_fd}) {
+            close(*fd);
+            *fd = -1;
+        }
+    }
+    void write_bytes(std::string_view bytes) const {
+        ASSERT_EQ(write(driver, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+    }
+    /// The driver writes, the process reads until the pipe is empty; the lines that call control gets.
+    lines sent_for(std::string_view bytes) {
+        write_bytes(bytes);
+        while (waiting(fxs_in_fd) > 0)
+            process_fxs_input();
+        return sent();
+    }
+    lines sent() {
+        lines all;
+        for (std::string const& datagram : peer.datagrams()) {
+            auto const messages = control_peer::elements(datagram);
+            EXPECT_EQ(messages.size(), 1u);
+            EXPECT_EQ(messages.at(0).first, 25);
+            all.push_back(messages.at(0).second);
+        }
+        return all;
+    }
+    /// Leaves nothing held: what has been held becomes the last line.
+    lines flush() { return sent_for("\n"); }
+
+    control_peer peer;
+    std::filesystem::path directory;
+    std::string base;
+    int driver;
+};
+
+TEST_F(fxs_pipe, what_is_sent_and_what_is_held) {
+    struct {
+        std::vector<std::string> chunks;
+        lines sent;
+        std::string held;
+    } const table[] = {
+        {{"A\n"}, {"A"}, ""},
+        {{"A\r\n"}, {"A"}, ""},
+        {{"A\r\nB\r\n"}, {"A"}, "B"},
+        {{"A\r\nB\r\n", "C\r\n"}, {"A", "BC"}, ""},
+        {{"A\r\nB\r\n", "C"}, {"A"}, "BC"},
+        {{"A\r\nB\r\n", "\r\nC\r\n"}, {"A", "B"}, "C"},
+        {{"A\nB\nC\nD\n"}, {"A", "B", "C"}, "D"},
+        {{"A\nB\nC"}, {"A", "B"}, "C"},
+        {{"A\nB\r", "C\n"}, {"A", "BC"}, ""},
+        {{"A", "B", "\n"}, {"AB"}, ""},
+        {{"A\r", "\n"}, {"A"}, ""},
+        {{"A\r", "B\n"}, {"A\rB"}, ""},
+        {{"\n"}, {""}, ""},
+        {{"\r\n"}, {""}, ""},
+        {{"\n", "\n"}, {"", ""}, ""},
+        {{"\n\n\n"}, {""}, ""},
+        {{"\nA\n"}, {""}, "A"},
+        {{"A\n\n\nB\n"}, {"A"}, "B"},
+        {{"\r\rA\r\r\n"}, {"A"}, ""},
+        {{" \tA\t \r\n"}, {" \tA\t "}, ""},
+        {{std::string("A\0B\n\0", 5)}, {std::string("A\0B", 3)}, std::string("\0", 1)},
+        {{"\xFF\x80\n"}, {"\xFF\x80"}, ""},
+    };
+    for (auto const& row : table) {
+        std::string all;
+        lines got;
+        for (std::string const& chunk : row.chunks) {
+            all += to_hex(chunk) + " ";
+            for (std::string const& line : sent_for(chunk))
+                got.push_back(line);
+        }
+        EXPECT_EQ(got, row.sent) << all;
+        EXPECT_EQ(flush(), lines{row.held}) << all;
+    }
+}
+
+TEST_F(fxs_pipe, one_read_takes_128_bytes) {
+    std::string const a(127, 'a'), b(127, 'b'), c(200, 'c');
+    write_bytes(a + "\n" + b + "\n" + c + "\n" + "d\n");
+    int const total = 128 + 128 + 201 + 2;
+    EXPECT_EQ(waiting(fxs_in_fd), total);
+    process_fxs_input();
+    EXPECT_EQ(waiting(fxs_in_fd), total - 128);
+    EXPECT_EQ(sent(), lines{a});
+    process_fxs_input();
+    EXPECT_EQ(waiting(fxs_in_fd), total - 256);
+    EXPECT_EQ(sent(), lines{b}) << "a line of its own, for it came with a read of its own";
+    process_fxs_input();
+    EXPECT_EQ(sent(), lines{});
+    process_fxs_input();
+    EXPECT_EQ(sent(), lines{c});
+    EXPECT_EQ(flush(), lines{"d"});
+}
+
+/// The rule in other words: the first line counts as it is; in what follows it every run of line ends with a line feed
+/// in it separates, except at the very end, where it vanishes.
+class model {
+public:
+    lines read(std::string const& bytes) {
+        held += bytes;
+        std::size_t const first = held.find('\n');
+        if (first == std::string::npos)
+            return {};
+        lines all{stripped(held.substr(0, first))};
+        std::string const rest = stripped(held.substr(first + 1));
+        held.clear();
+        for (std::size_t at = 0, run, next; at < rest.size(); at = next) {
+            run = std::min(rest.find_first_of(ends, at), rest.size());
+            next = std::min(rest.find_first_not_of(ends, run), rest.size());
+            std::string const separator = rest.substr(run, next - run);
+            held += rest.substr(at, run - at);
+            if (separator.find('\n') != std::string::npos)
+                all.push_back(std::exchange(held, ""));
+            else
+                held += separator;
+        }
+        return all;
+    }
+
+private:
+    static constexpr char ends[] = "\r\n";
+    static std::string stripped(std::string const& text) {
+        std::size_t const from = text.find_first_not_of(ends);
+        return from == std::string::npos ? "" : text.substr(from, text.find_last_not_of(ends) - from + 1);
+    }
+    std::string held;
+};
+
+TEST_F(fxs_pipe, any_chunks_against_a_model) {
+    seed_range{1, 20}.for_each([&](unsigned seed) {
+        SCOPED_TRACE(seed_trace(seed));
+        dice random(seed);
+        flush();
+        model expected;
+        for (int i = 0; i < 60; i++) {
+            std::string chunk;
+            for (int n = random.between(1, random.chance(20) ? 300 : 12); n > 0; n--)
+                chunk += "\n\n\r\rAB C"[random.below(8)];
+            lines wanted;
+            for (std::size_t at = 0; at < chunk.size(); at += 128)
+                for (std::string const& line : expected.read(chunk.substr(at, 128)))
+                    wanted.push_back(line);
+            ASSERT_EQ(sent_for(chunk), wanted) << "chunk " << i << " " << to_hex(chunk);
+        }
+    });
+}
+
+TEST_F(fxs_pipe, a_driver_that_goes_and_comes_back_changes_nothing) {
+    EXPECT_EQ(sent_for("before\n half"), lines{"before"});
+    close(driver);
+    pollfd input{fxs_in_fd, POLLIN, 0};
+    EXPECT_EQ(poll(&input, 1, 0), 0) << "no end of file: this process holds the other side itself";
+    driver = open((base + "0").c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
+    EXPECT_EQ(sent_for(" line\n"), lines{" half line"});
+    EXPECT_EQ(waiting(fxs_out_fd), 0) << "nothing is written to the driver";
+}
+
+TEST_F(fxs_pipe, is_closed_for_good_at_the_end_of_file) {
+    for (int const level : {1, 0}) {
+        close_both();
+        std::ofstream(directory / "file0") << "last words\r\n";
+        open_fxs_pipe(to_str((directory / "file").string()));
+        EXPECT_EQ(fxs_out_fd, -1) << "there is no second file";
+        int const was = fxs_in_fd;
+        ASSERT_GE(was, 0);
+        control_peer logged(level);
+        process_fxs_input();
+        EXPECT_EQ(logged.transcript(), lines{to_hex(element_of(25, "last words"))});
+        process_fxs_input();
+        EXPECT_EQ(logged.transcript(), level > 0 ? lines{"1 FXS message pipe closed"} : lines{});
+        EXPECT_EQ(fxs_in_fd, -1);
+        EXPECT_EQ(fcntl(was, F_GETFD), -1) << "the descriptor is closed too";
+        process_fxs_input();
+        EXPECT_EQ(logged.transcript(), lines{});
+    }
+}
+
+TEST_F(fxs_pipe, opening_and_errors) {
+    struct stat first, second, in, out;
+    ASSERT_EQ(stat((base + "0").c_str(), &first), 0);
+    ASSERT_EQ(stat((base + "1").c_str(), &second), 0);
+    fstat(fxs_in_fd, &in);
+    fstat(fxs_out_fd, &out);
+    EXPECT_EQ(in.st_ino, first.st_ino);
+    EXPECT_EQ(out.st_ino, second.st_ino);
+    for (int const fd : {fxs_in_fd, fxs_out_fd})
+        EXPECT_EQ(fcntl(fd, F_GETFL) & O_ACCMODE, O_RDWR);
+
+    close_both();
+    open_fxs_pipe(to_str((directory / "nothing").string()));
+    EXPECT_EQ(fxs_in_fd, -1);
+    EXPECT_EQ(fxs_out_fd, -1);
+    fxs_in_fd = open("/dev/null", O_WRONLY | O_CLOEXEC);
+    control_peer logged(9);
+    process_fxs_input();
+    EXPECT_EQ(logged.transcript(), lines{});
+    EXPECT_GE(fxs_in_fd, 0) << "a failed read closes nothing";
+}
+
+}  // namespace

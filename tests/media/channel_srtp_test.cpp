@@ -1,0 +1,342 @@
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "lib/log.h"
+#include "media/channel.h"
+#include "srtp/aes_tables.h"
+#include "tests/srtp/libsrtp_peer.h"
+#include "tests/support/bytes.h"
+#include "tests/support/media_fixture.h"
+#include "tests/support/rtp_builder.h"
+#include "tests/support/seed.h"
+
+namespace {
+
+using lines = std::vector<std::string>;
+
+bool const tables_ready = (aes_compute_tables(), true);
+
+constexpr std::uint32_t first_ssrc = 0xAAAA0001, other_ssrc = 0xBBBB0002, own_ssrc = 0x11223344;
+
+/// Channel 5 between two ends of libsrtp2: `sender` protects what it receives, `receiver` takes what it sends to the
+/// socket `far`.
+class secure : public media_fixture {
+protected:
+    explicit secure(int log_threshold = -1) : media_fixture(log_threshold), tested(channels[5]) { start(); }
+
+    void start() {
+        tested.init();
+        tested.open(20000, 40000, 0);
+        tested.set_codec(0, 0, -1, to_str(std::string(128, '\0')), 10);
+        tested.set_ssrc(to_str(be32(own_ssrc)));
+        tested.set_destination(far.address(), ip_port(), false);
+    }
+    static str material(int name) {
+        return to_str(std::string(16, static_cast<char>(name)) + std::string(14, 's'));
+    }
+    void key(int receive, int transmit, int tag_length = 10, std::string const& mki = "") {
+        tested.set_srtp(material(receive), material(transmit), tag_length, to_str(mki));
+    }
+
+    static std::string packet_of(int sequence, int name, std::uint32_t ssrc = first_ssrc) {
+        rtp_packet packet;
+        packet.sequence = static_cast<std::uint16_t>(sequence);
+        packet.timestamp = static_cast<std::uint32_t>(sequence) * 80;
+        packet.ssrc = ssrc;
+        packet.payload = pcm_of(name);
+        return packet.build();
+    }
+    static std::string protect(libsrtp_peer& sender, std::string const& packet) {
+        str bytes = to_str(packet);
+        EXPECT_TRUE(sender.protect(bytes));
+        return to_string(bytes);
+    }
+    void deliver(std::string_view packet) {
+        ip_port const from(str(127, 0, 0, 1), 4000);
+        tested.process_rtp_data(to_str(packet), from, false, rtimestamp(at_ms * 1000000));
+    }
+    /// What is played after a packet arrived: the number that its samples are, 0 for silence.
+    int heard(std::string_view packet) {
+        deliver(packet);
+        at_ms += 10;
+        std::string const block = to_string(tested.get_samples());
+        int const name = first_sample(block);
+        EXPECT_EQ(block, pcm_of(name));
+        return name;
+    }
+    int heard(libsrtp_peer& sender, int sequence, int name, std::uint32_t ssrc = first_ssrc) {
+        return heard(protect(sender, packet_of(sequence, name, ssrc)));
+    }
+    /// One block is sent, and taken by the receiver.
+    void expect_sent(libsrtp_peer& receiver, int name) {
+        tested.process_audio(to_str(pcm_of(name)));
+        std::vector<std::string> const datagrams = far.received(tested.get_fd_rtp4());
+        ASSERT_EQ(datagrams.size(), 1u);
+        str packet = to_str(datagrams[0]);
+        ASSERT_EQ(datagrams[0].find(pcm_of(name)), std::string::npos);
+        ASSERT_TRUE(receiver.unprotect(packet));
+        rtp_packet const plain = rtp_packet::parse(to_string(packet));
+        ASSERT_EQ(plain.ssrc, own_ssrc);
+        ASSERT_EQ(plain.payload, pcm_of(name));
+    }
+    lines notices() {
+        lines all;
+        for (std::string const& report : peer.reports())
+            all.push_back(to_hex(report.substr(0, 2)));
+        return all;
+    }
+
+    channel& tested;
+    udp_peer far;
+    long long at_ms = 1000;
+};
+
+class secure_with_log : public secure {
+protected:
+    secure_with_log() : secure(7) {}
+};
+
+TEST_F(secure, both_directions_with_every_trailer) {
+    for (int const tag_length : {0, 4, 10, 20})
+        for (std::string const mki : {"", "K", "four", "a rather long identifier"}) {
+            if (tag_length == 0 && !mki.empty())
+                continue;  // without a tag nobody looks for one
+            SCOPED_TRACE(std::to_string(tag_length) + " " + mki);
+            start();
+            key(1, 2, tag_length, mki);
+            libsrtp_peer sender(libsrtp_peer::sends, material(1), tag_length, to_str(mki));
+            libsrtp_peer receiver(libsrtp_peer::receives, material(2), tag_length, to_str(mki));
+            notices();
+            for (int i = 0; i < 20; i++) {
+                ASSERT_EQ(heard(sender, 500 + i, 1 + i), 1 + i);
+                expect_sent(receiver, 100 + i);
+            }
+            EXPECT_EQ(notices(), tag_length ? (lines{"0018", "001B"}) : lines{"0018"});
+        }
+}
+
+TEST_F(secure, telephone_events_are_protected_too) {
+    key(1, 2);
+    libsrtp_peer receiver(libsrtp_peer::receives, material(2), 10, str());
+    tested.set_codec(0, 0, 101, to_str(std::string(128, '\0')), 20);
+    tested.send_dtmf(5);
+    for (int i = 0; i < 50; i++)
+        tested.process_audio(to_str(pcm_of(1)));
+    std::vector<std::string> events;
+    for (std::string const& datagram : far.received(tested.get_fd_rtp4())) {
+        str packet = to_str(datagram);
+        ASSERT_TRUE(receiver.unprotect(packet));
+        rtp_packet const plain = rtp_packet::parse(to_string(packet));
+        if (plain.payload_type == 101)
+            events.push_back(plain.payload);
+    }
+    ASSERT_EQ(events.size(), 19u);
+    EXPECT_EQ(to_hex(events.front()), "050A00A0");
+    EXPECT_EQ(to_hex(events.back()), "058A0A00");
+}
+
+TEST_F(secure, sent_numbers_wrap) {
+    key(1, 2);
+    libsrtp_peer receiver(libsrtp_peer::receives, material(2), 10, str());
+    int previous = 0, wraps = 0, sent = 0;
+    while (wraps < 2) {
+        for (int i = 0; i < 400; i++, sent++) {
+            str payload = to_str(be32(static_cast<std::uint32_t>(sent)));
+            tested.send_rtp(0, payload, true);
+        }
+        int at = sent - 400;
+        for (std::string const& datagram : far.received(tested.get_fd_rtp4())) {
+            str packet = to_str(datagram);
+            ASSERT_TRUE(receiver.unprotect(packet)) << at;
+            rtp_packet const plain = rtp_packet::parse(to_string(packet));
+            ASSERT_EQ(get_be32(plain.payload, 0), static_cast<std::uint32_t>(at++));
+            wraps += plain.sequence < previous;
+            previous = plain.sequence;
+        }
+        ASSERT_EQ(at, sent);
+    }
+}
+
+// Dense around three wraps, with neighbours swapped; between them single packets, each a talk spurt of its own.
+TEST_F(secure, received_numbers_wrap_in_any_order) {
+    key(1, 2);
+    libsrtp_peer sender(libsrtp_peer::sends, material(1), 10, str());
+    auto const name = [](int number) { return number % 30000 + 1; };
+    auto const protected_packet = [&](int number, bool marker) {
+        std::string plain = packet_of(number, name(number));
+        plain[1] = static_cast<char>(marker ? 0x80 : 0);
+        return protect(sender, plain);
+    };
+    for (int number = 0x8000; number < 0x38000; number++) {
+        int const from_wrap = (number + 0x8000) % 0x10000 - 0x8000;
+        bool const dense = from_wrap > -300 && from_wrap < 300;
+        if (!dense && number % 0x1000)
+            continue;
+        std::string const packet = protected_packet(number, !dense || from_wrap == -299);
+        if (dense && (number % 7 == 0 || from_wrap == -1)) {
+            std::string const next = protected_packet(++number, false);
+            deliver(next);
+            ASSERT_EQ(heard(packet), name(number - 1)) << number;
+            ASSERT_EQ(first_sample(to_string(tested.get_samples())), name(number)) << number;
+            at_ms += 10;
+        } else {
+            ASSERT_EQ(heard(packet), name(number)) << number;
+        }
+    }
+}
+
+TEST_F(secure, a_call_may_be_rekeyed) {
+    key(1, 2);
+    for (int round = 0; round < 4; round++) {
+        int const rx = 1 + 2 * round, tx = 2 + 2 * round;
+        key(rx, tx, round == 2 ? 4 : 10, round == 3 ? "id" : "");
+        libsrtp_peer sender(libsrtp_peer::sends, material(rx), round == 2 ? 4 : 10,
+                            str(round == 3 ? "id" : ""));
+        libsrtp_peer receiver(libsrtp_peer::receives, material(tx), round == 2 ? 4 : 10,
+                              str(round == 3 ? "id" : ""));
+        notices();
+        for (int i = 0; i < 5; i++) {
+            ASSERT_EQ(heard(sender, 300 + 5 * round + i, 10 + i), 10 + i) << round;
+            expect_sent(receiver, 20 + i);
+        }
+        EXPECT_EQ(notices(), round == 0 ? (lines{"0018", "001B"}) : lines{"001B"}) << round;
+    }
+    tested.set_srtp(str(), str(), 0, str());
+    EXPECT_EQ(heard(packet_of(400, 77)), 77);
+    tested.process_audio(to_str(pcm_of(78)));
+    EXPECT_EQ(rtp_packet::parse(far.received(tested.get_fd_rtp4()).at(0)).payload, pcm_of(78));
+}
+
+// A new stream starts at rollover counter 0 with the same keys, whatever the old one had reached.
+TEST_F(secure_with_log, another_ssrc_takes_over) {
+    key(1, 2);
+    libsrtp_peer sender(libsrtp_peer::sends, material(1), 10, str());
+    heard(sender, 65535, 1);
+    EXPECT_EQ(heard(sender, 0, 2), 2);
+    peer.datagrams();
+    EXPECT_EQ(heard(sender, 40000, 3, other_ssrc), 0) << "while the old one lives, it stays";
+    at_ms += 200;
+    EXPECT_EQ(heard(sender, 40001, 4, other_ssrc), 4);
+    EXPECT_EQ(peer.log_lines(), lines{"5 Tuning to new SSRC"});
+    EXPECT_EQ(heard(sender, 40002, 5, other_ssrc), 5);
+    tested.init();
+    tested.set_codec(0, 0, -1, to_str(std::string(128, '\0')), 10);
+    key(1, 2);
+    EXPECT_EQ(heard(sender, 7, 6, 0xCCCC0003), 6);
+    EXPECT_EQ(peer.log_lines(),
+              (lines{"5 SRTP Tx=" + to_hex(to_string(material(2))) + " Rx=" + to_hex(to_string(material(1))),
+                     "7 Receiving SRTP from 127.0.0.1:4000"}));
+}
+
+// Flipped, cut, replayed and foreign packets between every two good ones.
+TEST_F(secure, hostile_packets_leave_the_stream_alone) {
+    seed_range{1, 4}.for_each([&](unsigned seed) {
+        SCOPED_TRACE(seed_trace(seed));
+        dice random(seed);
+        start();
+        key(1, 2, 4);
+        libsrtp_peer sender(libsrtp_peer::sends, material(1), 4, str());
+        auto const foreign = [](int number) {
+            libsrtp_peer enemy(libsrtp_peer::sends, material(9), 4, str());
+            return protect(enemy, packet_of(number, -1));
+        };
+        std::vector<std::string> good;
+        for (int number = 65400; number < 65900; number++) {
+            good.push_back(protect(sender, packet_of(number, number)));
+            for (int n = random.below(6); n > 0; n--) {
+                std::string bad = good.back();
+                switch (random.below(5)) {
+                    case 0:
+                        bad[static_cast<std::size_t>(random.between(2, 175))] ^=
+                            static_cast<char>(1 << random.below(8));
+                        break;
+                    case 1: bad.resize(static_cast<std::size_t>(random.below(176))); break;
+                    case 2: bad += static_cast<char>(random.word()); break;
+                    case 3: bad = foreign(number + n); break;
+                    default:
+                        bad = good[static_cast<std::size_t>(random.below(static_cast<int>(good.size())))];
+                }
+                if (good.size() > 1 && bad != good.back())
+                    deliver(bad);
+            }
+            ASSERT_EQ(heard(good.back()), static_cast<std::int16_t>(number)) << number;
+        }
+    });
+}
+
+TEST_F(secure_with_log, wrong_tags_are_logged_at_10_100_and_1000) {
+    log_set_level(4);
+    key(1, 2);
+    libsrtp_peer enemy(libsrtp_peer::sends, material(9), 10, str());
+    std::string const bad = protect(enemy, packet_of(40000, 1));
+    peer.datagrams();
+    for (int i = 1; i <= 2000; i++) {
+        deliver(i % 2 ? bad : bad.substr(0, 15));
+        if (i % 10)
+            continue;
+        bool const logged = i == 10 || i == 100 || i == 1000;
+        std::string const line =
+            "4 Dropped " + std::to_string(i) + " SRTP packets with wrong MAC (seq=40000)";
+        EXPECT_EQ(peer.log_lines(), logged ? lines{line} : lines{});
+    }
+    EXPECT_FALSE(tested.output_available());
+}
+
+TEST_F(secure, a_receive_key_alone_protects_reception_from_the_next_ssrc_on) {
+    tested.set_srtp(material(1), str(), 10, str());
+    libsrtp_peer sender(libsrtp_peer::sends, material(1), 10, str());
+    EXPECT_EQ(heard(sender, 65535, 1), 1);
+    EXPECT_EQ(heard(sender, 0, 2), 2);
+    EXPECT_EQ(heard(packet_of(1, 3)), 0) << "plain packets are not accepted";
+    EXPECT_EQ(notices(), (lines{"0018", "001B"}));
+    tested.process_audio(to_str(pcm_of(4)));
+    EXPECT_EQ(rtp_packet::parse(far.received(tested.get_fd_rtp4()).at(0)).payload, pcm_of(4));
+    tested.set_srtp(material(2), str(), 10, str());
+    libsrtp_peer next(libsrtp_peer::sends, material(2), 10, str());
+    EXPECT_EQ(heard(next, 5, 6), 0) << "the stream keeps the key it began with";
+    at_ms += 200;
+    EXPECT_EQ(heard(next, 100, 7, other_ssrc), 7);
+}
+
+TEST_F(secure, a_transmit_key_alone_leaves_reception_plain) {
+    tested.set_srtp(str(), material(2), 10, str());
+    libsrtp_peer receiver(libsrtp_peer::receives, material(2), 10, str());
+    EXPECT_EQ(heard(packet_of(1, 3)), 3);
+    expect_sent(receiver, 4);
+}
+
+TEST_F(secure, the_ssrc_is_that_of_the_keying) {
+    key(1, 2);
+    tested.set_ssrc(to_str(be32(other_ssrc)));
+    libsrtp_peer receiver(libsrtp_peer::receives, material(2), 10, str());
+    tested.process_audio(to_str(pcm_of(4)));
+    str packet = to_str(far.received(tested.get_fd_rtp4()).at(0));
+    ASSERT_TRUE(receiver.unprotect(packet));
+    EXPECT_NE(rtp_packet::parse(to_string(packet)).payload, pcm_of(4));
+    key(1, 2);
+    tested.process_audio(to_str(pcm_of(5)));
+    packet = to_str(far.received(tested.get_fd_rtp4()).at(0));
+    ASSERT_TRUE(receiver.unprotect(packet));
+    EXPECT_EQ(rtp_packet::parse(to_string(packet)).payload, pcm_of(5));
+}
+
+TEST_F(secure, thousands_of_packets_take_no_more_memory) {
+    key(1, 2, 10, "mki!");
+    tested.set_rtcp_xr(to_str("pkt-loss-rle pkt-dup-rle pkt-rcpt-times rcvr-rtt stat-summary voip-metrics"));
+    libsrtp_peer sender(libsrtp_peer::sends, material(1), 10, str("mki!"));
+    std::uint64_t after_warm_up = 0;
+    for (int i = 0; i < 6000; i++) {
+        if (i % 50 != 7)
+            heard(sender, 20000 + i, 5);
+        tested.process_audio(to_str(pcm_of(1)));
+        if (i % 200 == 199)
+            tested.send_rtcp_sr();
+        if (i == 1500)  // each of the first losses has made the jitter buffer deeper
+            after_warm_up = str::allocated_size;
+    }
+    EXPECT_EQ(str::allocated_size, after_warm_up);
+}
+
+}  // namespace

@@ -1,0 +1,370 @@
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "media/ntp.h"
+#include "media/rtcp_xr.h"
+#include "tests/media/xr_model.h"
+#include "tests/support/bytes.h"
+#include "tests/support/control_peer.h"
+#include "tests/support/manual_clock.h"
+#include "tests/support/seed.h"
+
+namespace {
+
+using lines = std::vector<std::string>;
+
+std::string const remote = from_hex("A1A2A3A4"), local = from_hex("B1B2B3B4");
+constexpr char all_blocks[] = "pkt-loss-rle pkt-dup-rle pkt-rcpt-times rcvr-rtt stat-summary voip-metrics";
+
+std::string report(rtcp_xr& xr, int delay = 0) {
+    return to_hex(to_string(xr.get_packet(to_str(remote), to_str(local), delay)));
+}
+
+/// The blocks of a report, each in hex.
+lines blocks_of(rtcp_xr& xr, int delay = 0) {
+    std::string const packet = from_hex(report(xr, delay));
+    lines blocks;
+    for (std::size_t at = 8, size; at < packet.size(); at += size) {
+        size = 4 * std::size_t{get_be16(packet, at + 2)} + 4;
+        blocks.push_back(to_hex(packet.substr(at, size)));
+    }
+    return blocks;
+}
+
+/// One packet each 20 ms, without jitter.
+void receive(rtcp_xr& xr, std::vector<int> const& sequence) {
+    for (int const seq : sequence)
+        xr.monitor(seq, 160 * seq, 160 * seq);
+}
+std::vector<int> range(int from, int to) {
+    std::vector<int> all;
+    for (; from <= to; from++)
+        all.push_back(from);
+    return all;
+}
+
+std::string hex(std::string_view text) {
+    return to_hex(from_hex(text));
+}
+
+/// One call with a receiver of this code and the model side by side.
+class call {
+public:
+    explicit call(unsigned seed) : random(seed) {
+        constexpr std::int32_t starts[] = {1, 32768, 65000, 16, -700, 0x7FF00000, 3};
+        seq = starts[random.below(7)] + random.below(5);
+        choose_blocks();
+        ntp_timediff = random.word();
+    }
+    ~call() { ntp_timediff = 0; }
+
+    void period() {
+        int const packets = random.chance(10) ? random.below(3) : random.below(random.chance(10) ? 700 : 130);
+        int const loss = loss_percent[random.below(5)], late = random.below(4), twice = random.below(6);
+        if (random.chance(4))
+            seq += random.below(60000);
+        bool clear = true;
+        for (int i = 0; i < packets; i++, seq++) {
+            clear = random.chance(loss ? 15 : 1) ? !clear : clear;
+            if (random.chance(clear ? loss : 60))
+                continue;
+            monitor(random.chance(late) ? seq - random.between(1, 20) : seq);
+            for (int copies = random.chance(twice) ? random.between(1, 3) : 0; copies > 0; copies--)
+                monitor(seq);
+            if (random.chance(3))
+                xr.add_discard(), model.discard();
+            int const ms = 10 * random.below(90);
+            if (random.chance(80))
+                xr.monitor_jitter_buffer_size(ms), model.jitter_buffer(ms);
+        }
+        if (random.chance(20))
+            ask();
+        clock.advance(static_cast<std::uint32_t>(random.below(300)));
+        compare();
+    }
+
+private:
+    static constexpr int loss_percent[] = {0, 1, 5, 30, 90};
+
+    void choose_blocks() {
+        std::string mode;
+        auto const sized = [&](char const* word, int& limit) {
+            int const kind = random.below(4);
+            limit = kind == 0 ? 0 : kind == 1 ? 65536 : random.between(8, 400);
+            if (limit)
+                mode += std::string(mode.empty() ? "" : " ") + word +
+                        (kind > 1 ? "=" + std::to_string(limit) : "");
+        };
+        auto const flag = [&](char const* word, bool& on) {
+            on = random.chance(70);
+            mode += on ? std::string("  ") + word : "";
+        };
+        sized("pkt-loss-rle", model.loss_max);
+        flag("voip-metrics", model.voip);
+        sized("pkt-rcpt-times", model.times_max);
+        flag("stat-summary", model.summary);
+        sized("pkt-dup-rle", model.dup_max);
+        flag("rcvr-rtt", model.rtt);
+        xr.set_mode(to_str(mode));
+    }
+
+    void monitor(std::int32_t sequence) {
+        auto const number = static_cast<std::uint32_t>(sequence);
+        std::uint32_t const stamp = number * 160 + (random.chance(2) ? random.word() % 100000 : 0);
+        std::uint32_t const time = number * 160 + random.word() % (random.chance(5) ? 3000 : 40);
+        xr.monitor(sequence, static_cast<int>(stamp), static_cast<int>(time));
+        model.monitor(sequence, stamp, time);
+    }
+
+    /// The peer sends its receiver reference time.
+    void ask() {
+        std::string const ntp = be32(random.word()) + be32(random.word());
+        rtimestamp const now = rtimestamp::now();
+        xr.process_report(to_str(from_hex("80CF0004") + remote + from_hex("04000002") + ntp), now);
+        model.reference_time = ntp.substr(2, 4);
+        model.reference_arrival_ns = now.diff_ticks(rtimestamp());
+    }
+
+    void compare() {
+        ASSERT_EQ(xr.calculate_jitter(), model.jitter());
+        int const delay = random.below(70000);
+        ASSERT_EQ(report(xr, delay),
+                  to_hex(model.packet(remote, local, static_cast<unsigned>(delay & 0xFFFF),
+                                      rtimestamp::now().diff_ticks(rtimestamp()), ntp_timediff)));
+    }
+
+    dice random;
+    manual_clock clock;
+    rtcp_xr xr;
+    xr_model model;
+    std::int32_t seq = 0;
+};
+
+TEST(rtcp_xr, reports_equal_the_model_over_many_calls) {
+    seed_range{1, 150}.for_each([](unsigned seed) {
+        SCOPED_TRACE(seed_trace(seed));
+        call one(seed);
+        for (int i = 0; i < 40 && !testing::Test::HasFailure(); i++)
+            one.period();
+    });
+}
+
+TEST(rtcp_xr, run_length_chunks_equal_the_model_bit_by_bit_and_in_bulk) {
+    seed_range{1, 300}.for_each([](unsigned seed) {
+        SCOPED_TRACE(seed_trace(seed));
+        dice random(seed);
+        rle_report_block single, bulk;
+        std::vector<bool> bits;
+        int const first = random.between(-40, 70000);
+        for (int runs = random.below(60); runs > 0; runs--) {
+            bool const bit = random.chance(50);
+            constexpr int lengths[] = {3, 17, 40, 16400, 50000};
+            int const n = random.below(lengths[random.below(random.chance(5) ? 5 : 3)]);
+            int const at = first + static_cast<int>(bits.size());
+            for (int i = 0; i < n; i++)
+                single.add_bit(at + i, bit);
+            bulk.add_bits(at, bit, static_cast<std::uint32_t>(n));
+            bits.insert(bits.end(), static_cast<std::size_t>(n), bit);
+        }
+        std::string const one_by_one = to_hex(to_string(single.get_rle(to_str(remote), 1, 3)));
+        ASSERT_EQ(one_by_one, to_hex(to_string(bulk.get_rle(to_str(remote), 1, 3))));
+        ASSERT_EQ(one_by_one.substr(24), to_hex(model_chunks(bits)));
+    });
+}
+
+TEST(rtcp_xr, losses_in_bulk_leave_the_same_state_as_one_by_one) {
+    seed_range{1, 100}.for_each([](unsigned seed) {
+        SCOPED_TRACE(seed_trace(seed));
+        dice random(seed);
+        burst_tracker single, bulk;
+        auto const state = [](burst_tracker const& t) {
+            return std::vector<int>{t.get_position(), t.get_lost(),     t.get_burst_lost(), t.get_gap_lost(),
+                                    t.get_bursts(),   t.burst_number(), t.burst_total_ms(), t.gap_total_ms()};
+        };
+        for (std::uint32_t time = 1000; time < 100000; time += 160) {
+            for (burst_tracker* t : {&single, &bulk})
+                t->add_received(time);
+            int const n = random.chance(90) ? 0 : random.below(random.chance(30) ? 3000 : 40);
+            for (int i = 0; i < n; i++)
+                single.add_lost();
+            bulk.add_lost(static_cast<std::uint32_t>(n));
+            ASSERT_EQ(state(single), state(bulk)) << time;
+        }
+    });
+}
+
+// Bit by bit these would take minutes.
+TEST(rtcp_xr, jumps_over_billions_of_numbers_cost_nothing) {
+    constexpr int lowest = -0x7FFFFFFF - 1, highest = 0x7FFFFFFF, far = 0x20000000;
+    rtcp_xr xr;
+    xr.set_mode(to_str("pkt-loss-rle=400000 pkt-dup-rle=20 voip-metrics"));
+    receive(xr, {5});
+    report(xr);
+    xr.monitor(far, 160, 808);
+    lines const blocks = blocks_of(xr);
+    constexpr unsigned zeros = far - 6, full_runs = (zeros - 1) / 16383;
+    ASSERT_EQ(blocks.size(), 2u) << "the duplicate block fits no thinning";
+    EXPECT_EQ(blocks[0].substr(0, 32),
+              "0100" + to_hex(be16((full_runs + 3) / 2 + 2)) + hex("A1A2A3A4 0005 0001 3FFF 3FFF"));
+    EXPECT_EQ(blocks[0].size() / 8 - 1, (full_runs + 3) / 2 + 2);
+    EXPECT_EQ(blocks[1].substr(0, 32), hex("0700 0008 A1A2A3A4 FF00FF00 0001 0000"));
+    for (int i = 0; i < 300; i++) {
+        xr.monitor(i % 2 ? highest : lowest, i, -i);
+        xr.calculate_jitter();
+        report(xr);
+    }
+}
+
+TEST(rtcp_xr, extreme_clocks_saturate_or_wrap_in_silence) {
+    rtcp_xr xr;
+    xr.set_mode(to_str("stat-summary voip-metrics"));
+    for (int seq = 100; seq < 300; seq++)
+        if (seq % 25 || seq < 110)
+            xr.monitor(seq, seq % 2 ? -0x7FFFFFFF - 1 : 0, seq % 3 ? 0x7FFFFFFF : -0x7FFFFFFF);
+    xr.calculate_jitter();
+    xr.monitor_jitter_buffer_size(0x7FFFFFFF);
+    xr.monitor_jitter_buffer_size(0x7FFFFFFF);
+    EXPECT_EQ(report(xr).size(), 2u * (8 + 40 + 36));
+}
+
+TEST(rtcp_xr, mode_words) {
+    struct {
+        char const* mode;
+        bool active;
+        lines types;  // of the blocks that follow: type, thinning or flags
+    } const table[] = {
+        {"", false, {}},
+        {"unknown", false, {}},
+        {"pkt-loss-rle", true, {"0100"}},
+        {"PKT-Dup-RLE", true, {"0200"}},
+        {"pkt-rcpt-times=65536", true, {"0300"}},
+        {"pkt-rcpt-times=0", false, {}},
+        {"pkt-rcpt-times=-1", false, {}},
+        {"pkt-loss-rle=16", true, {}},
+        {"pkt-loss-rle=17", true, {"0100"}},
+        {"pkt-rcpt-times=24 pkt-loss-rle=17", true, {"0100", "0302"}},
+        {"stat-summary=all", true, {"06E0"}},
+        {" voip-metrics  Rcvr-RTT ", true, {"0700", "0400"}},
+        {"pkt-loss-rlex pkt-loss rcvr-rtt", true, {"0400"}},
+        {"voip-metrics stat-summary pkt-dup-rle pkt-loss-rle", true, {"0100", "0200", "06E0", "0700"}},
+    };
+    for (auto const& [mode, active, types] : table) {
+        rtcp_xr xr;
+        xr.set_mode(to_str(all_blocks));
+        xr.set_mode(to_str(mode));
+        EXPECT_EQ(xr.is_active(), active) << mode;
+        receive(xr, {8, 9, 10});
+        lines found;
+        for (std::string const& block : blocks_of(xr))
+            found.push_back(block.substr(0, 4));
+        EXPECT_EQ(found, types) << mode;
+    }
+    control_peer peer(6);
+    rtcp_xr().set_mode(to_str(""));
+    rtcp_xr().set_mode(to_str("voip-metrics x"));
+    EXPECT_EQ(peer.log_lines(), lines{"6 RTCP-XR mode voip-metrics x"});
+}
+
+TEST(rtcp_xr, every_block_of_one_report_byte_for_byte) {
+    manual_clock clock(1);
+    ntp_timediff = 5;
+    rtcp_xr xr;
+    xr.set_mode(to_str(all_blocks));
+    rtimestamp const now = rtimestamp::now();
+    xr.process_report(to_str(from_hex("80CF0004 A1A2A3A4 04000002 0102030405060708")),
+                      rtimestamp(now.diff_ticks(rtimestamp(1000))));
+    // 100 101 _ 103 103 104, the last one 10 ms late; 20 ms apart
+    for (int const seq : {100, 101, 103, 103, 104})
+        xr.monitor(seq, 160 * seq, 160 * seq + (seq == 104 ? 80 : 0));
+    xr.add_discard();
+    xr.monitor_jitter_buffer_size(20);
+    xr.monitor_jitter_buffer_size(300);
+    EXPECT_EQ(xr.calculate_jitter(), 5);  // 80 / 16
+    auto const reading = static_cast<std::uint64_t>(now.diff_ticks(rtimestamp())) / 1000000;
+    std::string const seconds = to_hex(be32(static_cast<std::uint32_t>(reading / 1000 + 5 + 2085978497)));
+    std::string const fraction = to_hex(be32(static_cast<std::uint32_t>((reading % 1000 << 32) / 1000000)));
+    lines const expected{
+        hex("0100 0003 A1A2A3A4 0064 0069 E000 0000"),  // of 1 1 0 1 1 the last two are left
+        hex("0200 0003 A1A2A3A4 0064 0069 8000 0000"),
+        hex("0300 0007 A1A2A3A4 0064 0066 00003E80 00003F20 0067 0069 00004060 00004150"),
+        hex("06E0 0009 A1A2A3A4 0064 0068 00000001 00000001 00000000 00000050 00000028 00000028 00000000"),
+        hex("0700 0008 A1A2A3A4 0033 0000 0000 005A 0123 0000 7F7F7F10 00000000 0123 00A0 2C01 FFFF"),
+        "04000002" + seconds + fraction,
+        hex("0500 0003 A1A2A3A4 03040506 00000041"),  // 1000 << 16 of 1000000ths
+    };
+    lines const blocks = blocks_of(xr, 0x0123);
+    ASSERT_EQ(blocks.size(), expected.size());
+    for (std::size_t i = 0; i < blocks.size(); i++)
+        EXPECT_EQ(blocks[i], expected[i]);
+    EXPECT_EQ(report(xr), "") << "nothing monitored since";
+    receive(xr, {105});
+    EXPECT_EQ(blocks_of(xr).size(), 6u) << "a reference time is answered once";
+    ntp_timediff = 0;
+}
+
+TEST(rtcp_xr, a_loss_counts_sixteen_packets_later) {
+    rtcp_xr xr;
+    xr.set_mode(to_str("voip-metrics"));
+    std::vector<int> const first = range(1, 17);
+    receive(xr, first);
+    receive(xr, range(19, 33));
+    EXPECT_EQ(blocks_of(xr)[0].substr(16, 8), "00000000");
+    receive(xr, {34});
+    EXPECT_EQ(blocks_of(xr)[0].substr(16, 16), hex("08 00 00 00 0000 0294"))
+        << "one of 34 in a gap of 660 ms";
+    control_peer peer(5);
+    rtcp_xr bursty;
+    bursty.set_mode(to_str("voip-metrics"));
+    receive(bursty, range(1, 20));
+    receive(bursty, {22, 24});
+    receive(bursty, range(25, 60));
+    EXPECT_EQ(blocks_of(bursty)[0].substr(16, 16), hex("09 00 03 00 0050 0226"));
+    EXPECT_EQ(peer.log_lines(),
+              (lines{"5 Burst begin: pos=37, begin=3200", "5 Burst 1 end: pos=39, end=3840, duration=80"}));
+}
+
+TEST(rtcp_xr, only_complete_reference_times_are_taken) {
+    struct {
+        char const* what;
+        char const* packet;
+        char const* answered;  // middle of the NTP time; empty: none
+    } const table[] = {
+        {"one block", "80CF0004 A1A2A3A4 04000002 0102030405060708", "03040506"},
+        {"cut behind the middle", "80CF0004 A1A2A3A4 04000002 010203040506", "03040506"},
+        {"cut in the middle", "80CF0004 A1A2A3A4 04000002 0102030405", ""},
+        {"behind an unknown block", "80CF0006 A1A2A3A4 63000001 FFFFFFFF 04000002 0102030405060708",
+         "03040506"},
+        {"the last of two", "80CF0007 A1A2A3A4 04000002 0102030405060708 04000002 1112131415161718",
+         "13141516"},
+        {"behind an impossible length", "80CF0006 A1A2A3A4 63000009 FFFFFFFF 04000002 0102030405060708", ""},
+        {"length 0 does not stop the walk", "80CF0005 A1A2A3A4 63000000 04000002 0102030405060708",
+         "03040506"},
+        {"other type", "80CF0004 A1A2A3A4 05000002 0102030405060708", ""},
+        {"header only", "80CF0001 A1A2A3A4", ""},
+        {"nothing", "", ""},
+    };
+    for (auto const& [what, packet, answered] : table) {
+        rtcp_xr xr;
+        xr.set_mode(to_str("rcvr-rtt"));
+        xr.process_report(to_str(from_hex(packet)), rtimestamp::now());
+        receive(xr, {1});
+        lines const blocks = blocks_of(xr);
+        ASSERT_EQ(blocks.size(), *answered ? 2u : 1u) << what;
+        EXPECT_EQ(*answered ? blocks[1].substr(16, 8) : "", answered) << what;
+    }
+}
+
+TEST(rtcp_xr, clear_forgets_everything) {
+    rtcp_xr xr;
+    xr.set_mode(to_str(all_blocks));
+    receive(xr, {1, 2, 60, 60});
+    xr.clear();
+    EXPECT_EQ(report(xr), "");
+    EXPECT_FALSE(xr.is_active());
+    receive(xr, {7});
+    EXPECT_EQ(report(xr), "80CF0001B1B2B3B4");
+}
+
+}  // namespace
