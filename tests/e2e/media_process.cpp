@@ -1,0 +1,183 @@
+#include "tests/e2e/media_process.h"
+
+#include <arpa/inet.h>
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr auto patience = 20s;
+constexpr std::uint16_t session_log_level = 5;  // of the line that says that a session was started
+
+std::string temporary_directory() {
+    std::string name = testing::TempDir() + "fxsmedia-XXXXXX";
+    return mkdtemp(name.data()) != nullptr ? name : throw std::runtime_error("no temporary directory");
+}
+
+protocol::address loopback(std::uint16_t port) {
+    return {{127, 0, 0, 1}, port};
+}
+
+}  // namespace
+
+std::uint16_t free_port() {
+    int const fd = socket(AF_INET, SOCK_DGRAM, 0);
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t length = sizeof address;
+    bind(fd, reinterpret_cast<sockaddr*>(&address), length);
+    getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
+    close(fd);
+    return ntohs(address.sin_port);
+}
+
+telephones::telephones(std::vector<fxsline::speech> says) : directory(temporary_directory()), ears(4) {
+    fxsline::bank_config config;
+    config.base_answers[3] = 42;
+    for (std::size_t i = 0; i < says.size(); i++)
+        config.lines[i].says = says[i];
+    lines = std::make_unique<fxsline::line_bank>(
+        config, [this](fxsline::line_event const& event) { driver_events.push_back(event); });
+    for (unsigned i = 0; i < 4; i++)
+        lines->line(i).tap_heard([this, i](fxsline::block const& block) {
+            ears[i].insert(ears[i].end(), block.begin(), block.end());
+        });
+    files = std::make_unique<fxsline::line_mount>(*lines);
+    if (files->open({.mountpoint = directory}) != fxsline::mount_error::none)
+        throw std::runtime_error(files->error());
+    files->start();
+}
+
+telephones::~telephones() {
+    files->stop();
+    rmdir(directory.c_str());
+}
+
+void telephones::run(int ticks) {
+    for (int i = 0; i < ticks; i++) {
+        files->advance();
+        ASSERT_TRUE(files->settle()) << "the process does not serve its lines";
+    }
+}
+
+bool telephones::wait_for_open(unsigned devices) {
+    return files->wait_until([&] {
+        unsigned open = 0;
+        for (unsigned i = 0; i < lines->lines(); i++)
+            open += lines->line(i).is_open();
+        return open == devices;
+    });
+}
+
+std::string media_process::path() {
+    char const* const chosen = std::getenv("FXSMEDIA_PROCESS");
+    return chosen != nullptr ? chosen : FXSMEDIA_BINARY;
+}
+
+media_process::media_process(std::vector<std::string> const& arguments)
+    : error_file(testing::TempDir() + "fxsmedia-stderr-" + std::to_string(free_port())) {
+    std::string const program = path();
+    std::vector<char*> argv{const_cast<char*>(program.c_str())};
+    for (std::string const& argument : arguments)
+        argv.push_back(const_cast<char*>(argument.c_str()));
+    argv.push_back(nullptr);
+    child = fork();
+    if (child != 0)
+        return;
+    dup2(open(error_file.c_str(), O_CREAT | O_TRUNC | O_RDWR, 0600), STDERR_FILENO);
+    execv(program.c_str(), argv.data());
+    _exit(127);
+}
+
+media_process::~media_process() {
+    if (child > 0) {
+        EXPECT_TRUE(alive()) << "the process ended: " << error_output();
+        kill(child, SIGKILL);
+        waitpid(child, nullptr, 0);
+    }
+    unlink(error_file.c_str());
+}
+
+bool media_process::alive() const {
+    return waitpid(child, nullptr, WNOHANG) == 0;
+}
+
+int media_process::wait() {
+    int status = 0;
+    waitpid(child, &status, 0);
+    child = -1;
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+}
+
+std::string media_process::error_output() const {
+    std::ostringstream text;
+    text << std::ifstream(error_file).rdbuf();
+    return text.str();
+}
+
+namespace {
+
+std::vector<std::string> with_control_port(std::vector<std::string> arguments, std::uint16_t port) {
+    arguments.insert(arguments.end(), {"--debug", "--log", "1", "--port", std::to_string(port)});
+    return arguments;
+}
+
+}  // namespace
+
+controlled_process::controlled_process(std::vector<std::string> arguments)
+    : port(free_port()),
+      process(with_control_port(std::move(arguments), port)),
+      client(protocol::control_client::connect_udp("127.0.0.1", port)) {
+    if (!client.start_session(patience))
+        throw std::runtime_error("the process does not answer: " + process.error_output());
+    send(protocol::encode(protocol::log_level_command{.level = session_log_level}));
+}
+
+void controlled_process::expect_sent(bool sent) {
+    EXPECT_TRUE(sent);
+}
+
+protocol::open_reply controlled_process::open(std::uint16_t call) {
+    send(protocol::encode(protocol::open_command{.call = call, .call_id = "call-" + std::to_string(call)}));
+    auto const reply = client.wait_for<protocol::open_reply>(
+        patience, [&](protocol::open_reply const& r) { return r.call == call; });
+    EXPECT_TRUE(reply.has_value());
+    return reply.value_or(protocol::open_reply{});
+}
+
+void controlled_process::connect(std::uint16_t a, std::uint16_t b, protocol::codec_choice codec,
+                                 protocol::media_command extra) {
+    protocol::open_reply const at_a = open(a);
+    protocol::open_reply const at_b = open(b);
+    extra.send = codec;
+    extra.map.push_back(codec);
+    for (auto const& [call, peer] : {std::pair{a, at_b}, std::pair{b, at_a}}) {
+        extra.call = call;
+        extra.rtp_dest = loopback(peer.rtp_port);
+        extra.rtcp_dest = loopback(peer.rtcp_port);
+        send(protocol::encode(extra));
+    }
+}
+
+void controlled_process::put_on_line(std::uint16_t call, std::uint16_t line) {
+    send(protocol::encode(protocol::tdm_command{.call = call, .slot = line}));
+    settle();
+}
+
+void controlled_process::settle() {
+    send(protocol::encode(protocol::session_command{}));
+    auto const carried_out = client.wait_for<protocol::log_line>(
+        patience, [](protocol::log_line const& line) { return line.text.starts_with("Start session"); });
+    ASSERT_TRUE(carried_out.has_value());
+}

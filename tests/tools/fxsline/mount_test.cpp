@@ -1,0 +1,327 @@
+// The lines through a real mount in this process, on a stepped clock.
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/ioctl.h>
+#include <sys/select.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <fstream>
+#include <future>
+#include <numeric>
+#include <set>
+#include <sstream>
+
+#include "tests/tools/fxsline/mount_guard.h"
+#include "tests/tools/fxsline/temporary_directory.h"
+#include "tools/fxsline/line_mount.h"
+
+namespace fxsline {
+namespace {
+
+using samples = std::vector<int16_t>;
+
+samples counting(size_t count, int16_t first) {
+    samples values(count);
+    std::iota(values.begin(), values.end(), first);
+    return values;
+}
+
+// What a system call returned, or -errno.
+template <class R>
+long result_of(R returned) {
+    return returned < 0 ? -errno : static_cast<long>(returned);
+}
+
+class LineMount : public testing::Test {
+protected:
+    LineMount() {
+        bank_config config;
+        for (int16_t line = 0; line < 4; line++) {
+            config.lines[static_cast<size_t>(line)].says =
+                speech::recording(counting(8000, static_cast<int16_t>(line * 8000)), true, "test");
+        }
+        config.base_answers[3] = 17;
+        bank.emplace(config,
+                     [this](const line_event& event) { events += event_text(event).substr(13) + "\n"; });
+        bank->line(0).tap_heard([this](const block& b) { heard.insert(heard.end(), b.begin(), b.end()); });
+        mount.emplace(*bank);
+    }
+
+    void SetUp() override {
+        ASSERT_EQ(mount->open({.mountpoint = directory.path("")}), mount_error::none) << mount->error();
+        mount->start();
+    }
+
+    void TearDown() override {
+        for (int fd : descriptors) {
+            close(fd);
+        }
+    }
+
+    int open_file(const std::string& name, int flags = O_RDWR) {
+        const int fd = open(directory.path(name).c_str(), flags | O_CLOEXEC);
+        EXPECT_GE(fd, 0) << name << ": " << strerror(errno);
+        descriptors.insert(fd);
+        return fd;
+    }
+
+    void close_file(int fd) {
+        close(fd);
+        descriptors.erase(fd);
+    }
+
+    static long read_into(int fd, samples& out) {
+        const long result = result_of(::read(fd, out.data(), out.size() * 2));
+        out.resize(result > 0 ? static_cast<size_t>(result) / 2 : 0);
+        return result;
+    }
+
+    static long write_from(int fd, const samples& in) {
+        return result_of(::write(fd, in.data(), in.size() * 2));
+    }
+
+    static int ready(int fd) {
+        pollfd wait{fd, POLLIN | POLLOUT, 0};
+        poll(&wait, 1, 0);
+        return wait.revents;
+    }
+
+    std::string text_of(const std::string& name) {
+        std::ostringstream text;
+        text << std::ifstream(directory.path(name)).rdbuf();
+        return text.str();
+    }
+
+    // Writes with one system call.
+    long write_text(const std::string& name, const std::string& text) {
+        const int fd = open(directory.path(name).c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC);
+        const long result = result_of(::write(fd, text.data(), text.size()));
+        close(fd);
+        return result;
+    }
+
+    temporary_directory directory;
+    mount_guard guard{directory.path("")};
+    std::string events;
+    samples heard;
+    std::optional<line_bank> bank;
+    std::optional<line_mount> mount;
+    std::set<int> descriptors;
+};
+
+TEST_F(LineMount, ReadinessFollowsBacklogAndRoom) {
+    const int fd = open_file("sdt0");
+    samples in(80);
+    EXPECT_EQ(ready(fd), POLLOUT);
+    mount->advance();
+    EXPECT_EQ(ready(fd), POLLIN | POLLOUT);
+    EXPECT_EQ(read_into(fd, in), 160);
+    EXPECT_EQ(in, counting(80, 0));
+    EXPECT_EQ(ready(fd), POLLOUT);
+    EXPECT_EQ(write_from(fd, samples(80)), 160);
+    EXPECT_EQ(ready(fd), POLLOUT);
+    EXPECT_EQ(write_from(fd, samples(80)), 160);
+    EXPECT_EQ(ready(fd), 0);
+    mount->advance();
+    EXPECT_EQ(ready(fd), POLLIN | POLLOUT);
+}
+
+// The media process's way: select for reading over several lines, then read what is ready and write.
+TEST_F(LineMount, SleepersInSelectWakeForTheirLine) {
+    const int fds[] = {open_file("sdt0"), open_file("sdt1"), open_file("sdt3")};
+    auto loop = std::async(std::launch::async, [&] {
+        samples all[3];
+        for (int round = 0; round < 20; round++) {
+            fd_set set;
+            FD_ZERO(&set);
+            for (int fd : fds) {
+                FD_SET(fd, &set);
+            }
+            select(*std::max_element(fds, fds + 3) + 1, &set, nullptr, nullptr, nullptr);
+            for (size_t i = 0; i < 3; i++) {
+                samples in(80);
+                if (FD_ISSET(fds[i], &set) && read_into(fds[i], in) == 160) {
+                    all[i].insert(all[i].end(), in.begin(), in.end());
+                    write_from(fds[i], in);
+                }
+            }
+        }
+        return std::vector(all, all + 3);
+    });
+    for (unsigned tick = 0; tick < 20; tick++) {
+        ASSERT_TRUE(mount->settle());
+        ASSERT_EQ(mount->locked([this] { return bank->line(3).counters().samples_written; }), tick * 80U)
+            << "settled too early";
+        mount->advance();
+    }
+    const auto all = loop.get();
+    EXPECT_EQ(all[0], counting(1600, 0));
+    EXPECT_EQ(all[1], counting(1600, 8000));
+    EXPECT_EQ(all[2], counting(1600, 24000));
+    mount->advance();
+    EXPECT_EQ(samples(heard.begin() + 80, heard.end()), counting(1600, 0))
+        << "heard a tick after it was said";
+    EXPECT_NE(text_of("line1.stats").find("blocks_read 20\nblocks_written 20\n"), std::string::npos);
+}
+
+TEST_F(LineMount, ReadsTakeWhatIsThereOrWait) {
+    const int fd = open_file("sdt1");
+    const int impatient = open_file("sdt1", O_RDONLY | O_NONBLOCK);
+    samples in(80);
+    EXPECT_EQ(read_into(impatient, in), -EAGAIN);
+    auto waiting = std::async(std::launch::async, [fd] {
+        samples got(640);
+        read_into(fd, got);
+        return got;
+    });
+    ASSERT_TRUE(mount->wait_until([this] { return bank->line(1).counters().opens == 2; }));
+    ASSERT_EQ(waiting.wait_for(std::chrono::seconds(0)), std::future_status::timeout);
+    EXPECT_EQ(write_text("clock", "1\n"), 2);
+    EXPECT_EQ(waiting.get(), counting(80, 8000));
+    mount->advance(5);
+    in.resize(100);
+    EXPECT_EQ(read_into(fd, in), 200);
+    in.resize(640);  // the drain read: all the rest
+    EXPECT_EQ(read_into(impatient, in), 600);
+    EXPECT_EQ(in, counting(300, 8180));
+    char byte;
+    EXPECT_EQ(result_of(read(fd, &byte, 1)), -EINVAL);
+}
+
+TEST_F(LineMount, WritesFillTheRoomOrWaitForIt) {
+    const int fd = open_file("sdt0");
+    const int impatient = open_file("sdt0", O_WRONLY | O_NONBLOCK);
+    const auto write_later = [fd] { return write_from(fd, counting(80, 500)); };
+    EXPECT_EQ(result_of(write(fd, "x", 1)), -EINVAL);
+    EXPECT_EQ(write_from(fd, counting(250, 0)), 320);
+    EXPECT_EQ(write_from(impatient, samples(80)), -EAGAIN);
+    auto waiting = std::async(std::launch::async, write_later);
+    ASSERT_TRUE(mount->wait_for_writer(0));
+    mount->advance();
+    EXPECT_EQ(waiting.get(), 160);
+    mount->advance(3);
+    samples expected = counting(160, 0);
+    const samples later = counting(80, 500);
+    expected.insert(expected.end(), later.begin(), later.end());
+    expected.resize(320);
+    EXPECT_EQ(heard, expected);
+    EXPECT_EQ(write_from(fd, samples(160)), 320);
+    waiting = std::async(std::launch::async, write_later);
+    ASSERT_TRUE(mount->wait_for_writer(0));
+    EXPECT_EQ(ioctl(fd, 0x20003005, 0), 0);  // makes room without a tick
+    EXPECT_EQ(waiting.get(), 160);
+}
+
+TEST_F(LineMount, DriverRequestsComeThroughIoctl) {
+    const int fd = open_file("sdt2");
+    const int again = open_file("sdt2");
+    EXPECT_EQ(ioctl(fd, 0x20003003, 0), 17);
+    EXPECT_EQ(ioctl(fd, 0x20003000, 0), 0);
+    EXPECT_EQ(ioctl(again, 0x20003006, 0), 0);
+    write_from(fd, samples(90));
+    EXPECT_EQ(ioctl(fd, 0x20003005, 0), 0);
+    EXPECT_EQ(ioctl(fd, 0x20003007, 0), 0);
+    EXPECT_EQ(result_of(ioctl(fd, TIOCGWINSZ, 0)), -ENOTTY);
+    EXPECT_EQ(result_of(ioctl(open_file("clock"), 0x20003006, 0)), -ENOTTY);
+    close_file(again);
+    close_file(fd);
+    EXPECT_TRUE(mount->wait_until([this] { return events.find("closed") != events.npos; }));
+    EXPECT_EQ(events,
+              "line 2  device opened\nline 2  base command 3, answer 17\nline 2  base command 0, answer 0\n"
+              "line 2  call LED on\nline 2  transmit clear, samples discarded: 90\nline 2  call LED off\n"
+              "line 2  device closed\n");
+}
+
+TEST_F(LineMount, ControlFiles) {
+    std::set<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(directory.path(""))) {
+        names.insert(entry.path().filename());
+    }
+    EXPECT_EQ(names.size(), 13U);
+    EXPECT_TRUE(names.contains("sdt3") && names.contains("line3.say") && names.contains("line3.stats"));
+    EXPECT_EQ(text_of("clock"), "0\n");
+    struct {
+        const char *file, *text;
+        long result;
+    } const writes[] = {{"clock", "12", 2},
+                        {"clock", "0\n", 2},
+                        {"clock", "", 0},
+                        {"clock", "-1", -EINVAL},
+                        {"clock", "1 ", -EINVAL},
+                        {"clock", "360001", -EINVAL},
+                        {"clock", "\n", -EINVAL},
+                        {"line0.stats", "1", -EACCES},
+                        {"line0.say", "hello", -EINVAL},
+                        {"line0.say", "tone 440 -20\n", 13}};
+    for (const auto& one : writes) {
+        EXPECT_EQ(write_text(one.file, one.text), one.result) << one.file << " " << one.text;
+    }
+    EXPECT_EQ(write_text("line0.say", "wav " + directory.path("x/../sdt0")), -EINVAL);
+    EXPECT_TRUE(mount->wait_until([this] { return events.find("lies in this mount") != events.npos; }));
+    EXPECT_EQ(text_of("clock"), "12\n");
+    EXPECT_EQ(text_of("line0.say"), "tone 440 -20\n");
+    EXPECT_EQ(text_of("line0.stats"),
+              "time_ms 120\ndevice closed\nsays tone 440 -20\nspeech playing\nopens 0\nblocks_read 0\n"
+              "blocks_written 0\nsamples_to_read 0\nsamples_to_play 0\noverruns 0\nunderruns 0\ntx_clears "
+              "0\nled off\n"
+              "heard_level_dbfs -99.0\nheard_peak 0\n");
+}
+
+TEST_F(LineMount, SignalInterruptsAWaitingRead) {
+    struct sigaction action {};
+    action.sa_handler = [](int) {};  // without SA_RESTART
+    sigaction(SIGUSR1, &action, nullptr);
+    const int fd = open_file("sdt0");
+    std::promise<pthread_t> reader;
+    auto waiting = std::async(std::launch::async, [&] {
+        reader.set_value(pthread_self());
+        samples in(80);
+        return read_into(fd, in);
+    });
+    const pthread_t thread = reader.get_future().get();
+    ASSERT_TRUE(mount->settle());
+    pthread_kill(thread, SIGUSR1);
+    EXPECT_EQ(waiting.get(), -EINTR);
+    mount->advance();
+    samples in(80);
+    EXPECT_EQ(read_into(fd, in), 160) << "the interrupted read must not have taken it";
+}
+
+TEST_F(LineMount, StopLeavesNobodyWaiting) {
+    const int readers[] = {open_file("sdt0"), open_file("sdt1")};
+    const int writer = open_file("sdt0");
+    EXPECT_EQ(write_from(writer, samples(160)), 320);
+    auto writing = std::async(std::launch::async, [&] { return write_from(writer, samples(80)); });
+    auto reading = std::async(std::launch::async, [&] {
+        samples in(80);
+        return read_into(readers[0], in);
+    });
+    auto polling = std::async(std::launch::async, [&] {
+        pollfd wait{readers[1], POLLIN, 0};
+        poll(&wait, 1, -1);
+        return wait.revents;
+    });
+    ASSERT_TRUE(mount->settle() && mount->wait_for_writer(0));
+    mount->stop();
+    EXPECT_EQ(reading.get(), -ENODEV);
+    EXPECT_EQ(writing.get(), -ENODEV);
+    EXPECT_NE(polling.get() & POLLERR, 0);
+    EXPECT_TRUE(std::filesystem::is_empty(directory.path("")));
+    ASSERT_EQ(mount->open({.mountpoint = directory.path("")}), mount_error::none) << mount->error();
+    mount->start();
+    EXPECT_EQ(text_of("clock"), "0\n");
+    line_bank other_bank({});
+    line_mount second(other_bank);
+    EXPECT_EQ(second.open({.mountpoint = directory.path("")}), mount_error::bad_mountpoint);
+    EXPECT_EQ(second.open({.mountpoint = directory.path("none")}), mount_error::bad_mountpoint);
+}
+
+}  // namespace
+}  // namespace fxsline

@@ -1,0 +1,112 @@
+#include "tools/fxsctl/argument_values.h"
+#include "tools/fxsctl/connection.h"
+#include "tools/fxsctl/output.h"
+#include "tools/fxsctl/subcommands.h"
+#include "tools/fxsctl/tones.h"
+
+namespace fxsctl {
+namespace {
+
+struct play_options {
+    std::uint16_t call = 0;
+    std::string set;
+    std::string kind;
+};
+
+protocol::playback_command playback_from(const play_options& options) {
+    if (options.set == "stop") {
+        if (!options.kind.empty()) {
+            throw failure(exit_code::usage, "play stop takes no kind of tone");
+        }
+        return {options.call, 0, 0};
+    }
+    const auto set = find_tone_set(options.set);
+    const auto kind = find_tone_kind(options.kind);
+    if (!set) {
+        throw failure(exit_code::usage, "tone set: \"" + options.set +
+                                            "\" is neither 1 to 16 nor a name; `fxsctl tones` lists them");
+    }
+    if (!kind) {
+        throw failure(exit_code::usage, "kind of tone: \"" + options.kind +
+                                            "\" is none of ringback, busy, congestion, dial, 1 to 4");
+    }
+    return {options.call, *set, *kind};
+}
+
+void list_tones(const settings& global) {
+    for (const tone_set& set : tone_sets()) {
+        print(global, origin::result,
+              {"tone-set",
+               {{"set", std::int64_t{set.number}},
+                {"name", std::string(set.name)},
+                {"ringback", std::string(set.ring_back)},
+                {"dial", std::string(set.dial)}}});
+    }
+    for (const tone_kind& kind : tone_kinds()) {
+        print(global, origin::result,
+              {"tone-kind",
+               {{"kind", std::int64_t{kind.number}},
+                {"name", std::string(kind.name)},
+                {"meaning", std::string(kind.meaning)}}});
+    }
+}
+
+struct dtmf_options {
+    std::uint16_t call = 0;
+    std::string digits;
+    std::vector<std::uint16_t> codes;
+};
+
+protocol::bytes digits_from(const dtmf_options& options) {
+    static constexpr std::string_view keys = "0123456789*#ABCD";  // the event codes of RFC 4733 section 3.2
+    std::vector<std::uint16_t> codes;
+    for (const char c : options.digits) {
+        const std::size_t code = keys.find(c);
+        if (code == std::string_view::npos) {
+            throw failure(exit_code::usage,
+                          "digits: '" + std::string(1, c) + "' is none of 0 to 9, *, #, A to D");
+        }
+        codes.push_back(static_cast<std::uint16_t>(code));
+    }
+    codes.insert(codes.end(), options.codes.begin(), options.codes.end());
+    if (codes.empty()) {
+        throw failure(exit_code::usage, "no digits were given");
+    }
+    protocol::bytes commands;
+    for (const std::uint16_t code : codes) {
+        const protocol::bytes one = protocol::encode(protocol::dtmf_command{options.call, code});
+        commands.insert(commands.end(), one.begin(), one.end());
+    }
+    return commands;
+}
+
+}  // namespace
+
+void add_tones(CLI::App& app, program& p) {
+    auto play = std::make_shared<play_options>();
+    CLI::App* sub = add_command(app, p, "play", "Play a tone to the line of a call, or stop it (`play stop`)",
+                                [play](const settings& global) {
+                                    const protocol::playback_command command = playback_from(*play);
+                                    connection(global).run(protocol::encode(command));
+                                });
+    sub->add_option("--call,-c", play->call, "Call index, 0 to 7")->required()->check(call_index());
+    sub->add_option("set", play->set, "Tone set: a country like us, or 1 to 16 (see `fxsctl tones`); or stop")
+        ->required();
+    sub->add_option("kind", play->kind, "ringback, busy, congestion, dial, or 1 to 4");
+
+    add_command(app, p, "tones", "List the tone sets and kinds", list_tones);
+
+    auto dtmf = std::make_shared<dtmf_options>();
+    sub = add_command(app, p, "dtmf", "Send digits to the peer, one every 500 ms",
+                      [dtmf](const settings& global) {
+                          const protocol::bytes commands = digits_from(*dtmf);
+                          connection(global).run(commands);
+                      });
+    sub->add_option("--call,-c", dtmf->call, "Call index, 0 to 7")->required()->check(call_index());
+    sub->add_option("digits", dtmf->digits,
+                    "Digits 0 to 9, * and # (quote them in a shell); A to D only as telephone events");
+    sub->add_option("--code", dtmf->codes, "Further telephone-event codes, 0 to 255")
+        ->check(CLI::Range(0, 255));
+}
+
+}  // namespace fxsctl

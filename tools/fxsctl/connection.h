@@ -1,0 +1,74 @@
+// One run's way to the process: through a running monitor when there is one, otherwise by taking over the session.
+//
+// The protocol acknowledges few commands. So each command travels with a session command behind it in the same
+// datagram; the empty answer to that one shows that the command was reached and handled.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "tools/fxsctl/failure.h"
+#include "tools/fxsctl/settings.h"
+#include "tools/protocol/control_client.h"
+
+namespace fxsctl {
+
+class connection {
+public:
+    // Throws `failure`: usage without a port, local when a socket cannot be had, no_answer when nobody answers.
+    explicit connection(const settings& global);
+
+    // Sends the commands (whole ones, back to back) and waits until they were handled. Throws no_answer.
+    void run(protocol::bytes commands);
+
+    // Sends the commands and waits for the report of type T that `wanted` accepts. Throws no_answer when nothing comes,
+    // refused with `what` when the process answers but sends no such report.
+    template <class T>
+    T request(protocol::bytes commands, const std::string& what, const std::function<bool(const T&)>& wanted);
+
+    bool through_monitor() const { return through_monitor_; }
+    protocol::control_client& client() { return client_; }
+    const settings& global() const { return global_; }
+
+private:
+    static constexpr std::chrono::milliseconds grace_after_heartbeat{300};
+
+    void open_direct();
+    void send(protocol::bytes commands);
+    void remark(const protocol::report& message) const;  // tells the user what came besides the answer
+    [[noreturn]] void fail_without_answer() const;
+
+    // Takes reports until `wanted` holds for one. A heartbeat shortens the wait: it may be the answer to the session
+    // command behind ours, then ours is already handled and its own answer must be close.
+    bool wait_for(const std::function<bool(const protocol::report&)>& wanted, bool& alive);
+
+    settings global_;
+    bool through_monitor_ = false;
+    protocol::control_client client_;
+};
+
+template <class T>
+T connection::request(protocol::bytes commands, const std::string& what,
+                      const std::function<bool(const T&)>& wanted) {
+    T answer;
+    bool alive = false;
+    send(std::move(commands));
+    const bool found = wait_for(
+        [&](const protocol::report& message) {
+            const T* candidate = std::get_if<T>(&message);
+            const bool fits = candidate != nullptr && wanted(*candidate);
+            answer = fits ? *candidate : answer;
+            return fits;
+        },
+        alive);
+    if (!found && alive) {
+        throw failure(exit_code::refused, what);
+    }
+    if (!found) {
+        fail_without_answer();
+    }
+    return answer;
+}
+
+}  // namespace fxsctl

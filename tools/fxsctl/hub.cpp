@@ -1,0 +1,128 @@
+#include "tools/fxsctl/hub.h"
+
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+
+#include "tools/fxsctl/hub_endpoint.h"
+
+namespace fxsctl {
+namespace {
+
+constexpr std::size_t largest_datagram_bytes = 65536;
+
+sockaddr_in loopback(std::uint16_t port) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    return address;
+}
+
+}  // namespace
+
+hub::~hub() {
+    for (const int fd : clients_) {
+        close(fd);
+    }
+    for (const int fd : {listening_, relay_}) {
+        if (fd >= 0) {
+            close(fd);
+        }
+    }
+}
+
+bool hub::listen(const settings& global) {
+    listening_ = listen_as_hub(global);
+    return listening_ >= 0;
+}
+
+bool hub::relay(std::uint16_t port, std::uint16_t peer_port) {
+    const sockaddr_in local = loopback(port);
+    relay_peer_ = loopback(peer_port);
+    relay_ = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    return relay_ >= 0 && bind(relay_, reinterpret_cast<const sockaddr*>(&local), sizeof local) == 0;
+}
+
+void hub::forward(protocol::byte_view data, std::vector<datagram>& passed) {
+    process_.send(data);
+    passed.push_back({true, {data.begin(), data.end()}});
+}
+
+void hub::accept_client() {
+    const int fd = accept4(listening_, nullptr, nullptr, SOCK_CLOEXEC);
+    if (fd >= 0 && trusted_peer(fd)) {
+        clients_.push_back(fd);
+    } else if (fd >= 0) {
+        close(fd);
+    }
+}
+
+void hub::take_from_process(std::vector<datagram>& passed) {
+    while (std::optional<protocol::bytes> data = process_.receive_datagram(std::chrono::milliseconds(0))) {
+        for (const int fd :
+             clients_) {  // a client that does not read loses reports, the others must not wait for it
+            send(fd, data->data(), data->size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+        }
+        if (relay_ >= 0) {
+            sendto(relay_, data->data(), data->size(), MSG_DONTWAIT,
+                   reinterpret_cast<const sockaddr*>(&relay_peer_), sizeof relay_peer_);
+        }
+        passed.push_back({false, std::move(*data)});
+    }
+}
+
+bool hub::take_from_client(int fd, std::vector<datagram>& passed) {
+    std::vector<std::uint8_t> buffer(largest_datagram_bytes);
+    const ssize_t size = recv(fd, buffer.data(), buffer.size(), MSG_DONTWAIT);
+    if (size <= 0) {
+        return size < 0 && (errno == EAGAIN || errno == EINTR);
+    }
+    forward(protocol::byte_view(buffer).first(static_cast<std::size_t>(size)), passed);
+    return true;
+}
+
+void hub::take_from_relay(std::vector<datagram>& passed) {
+    std::vector<std::uint8_t> buffer(largest_datagram_bytes);
+    sockaddr_in sender{};
+    socklen_t sender_size = sizeof sender;
+    const ssize_t size = recvfrom(relay_, buffer.data(), buffer.size(), MSG_DONTWAIT,
+                                  reinterpret_cast<sockaddr*>(&sender), &sender_size);
+    if (size > 0) {
+        relay_peer_ = sender;
+        forward(protocol::byte_view(buffer).first(static_cast<std::size_t>(size)), passed);
+    }
+}
+
+std::vector<hub::datagram> hub::pass_on(std::chrono::milliseconds timeout) {
+    std::vector<pollfd> ready{{process_.fd(), POLLIN, 0}, {listening_, POLLIN, 0}, {relay_, POLLIN, 0}};
+    constexpr std::size_t first_client = 3;
+    for (const int fd : clients_) {
+        ready.push_back({fd, POLLIN, 0});
+    }
+    std::vector<datagram> passed;
+    if (poll(ready.data(), ready.size(), static_cast<int>(timeout.count())) <= 0) {
+        return passed;
+    }
+    for (std::size_t i = first_client; i < ready.size(); ++i) {
+        if (ready[i].revents != 0 && !take_from_client(ready[i].fd, passed)) {
+            std::erase(clients_, ready[i].fd);
+            close(ready[i].fd);
+        }
+    }
+    if (ready[0].revents != 0) {
+        take_from_process(passed);
+    }
+    if (ready[1].revents != 0) {
+        accept_client();
+    }
+    if (ready[2].revents != 0) {
+        take_from_relay(passed);
+    }
+    return passed;
+}
+
+}  // namespace fxsctl

@@ -1,0 +1,68 @@
+#include <array>
+#include <chrono>
+#include <ctime>
+#include <iostream>
+
+#include "tools/fxsctl/output.h"
+
+namespace fxsctl {
+namespace {
+
+std::string printable(const std::string& text) {
+    std::string safe;
+    for (const char c : text) {
+        const auto byte = static_cast<std::uint8_t>(c);
+        if (byte < 0x20 || byte >= 0x7F) {
+            safe += "\\x" + protocol::to_hex(std::array{byte});
+        } else if (c == '"' || c == '\\') {
+            safe += std::string("\\") + c;
+        } else {
+            safe += c;
+        }
+    }
+    return safe;
+}
+
+struct value_text {
+    std::string operator()(std::int64_t number) const { return std::to_string(number); }
+    std::string operator()(bool flag) const { return flag ? "yes" : "no"; }
+    std::string operator()(const std::string& text) const {
+        const std::string safe = printable(text);
+        const bool plain = safe == text && !safe.empty() && safe.find_first_of(" =") == std::string::npos;
+        return plain ? safe : "\"" + safe + "\"";
+    }
+};
+
+}  // namespace
+
+std::string text_line(const protocol::description& message) {
+    std::string line = message.name;
+    for (const protocol::described_field& field : message.fields) {
+        line += " " + field.name + "=" + std::visit(value_text{}, field.value);
+    }
+    return line;
+}
+
+std::string time_stamp() {
+    const auto now = std::chrono::system_clock::now().time_since_epoch();
+    const auto ms = std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
+    const std::time_t seconds = static_cast<std::time_t>(ms / 1000);
+    std::tm utc{};
+    gmtime_r(&seconds, &utc);
+    std::array<char, 32> text{};
+    std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S", &utc);
+    const std::string fraction = std::to_string(1000 + ms % 1000);
+    return std::string(text.data()) + "." + fraction.substr(1) + "Z";
+}
+
+void print(const settings& global, origin from, const protocol::description& message, bool stamped) {
+    const std::string time = stamped ? time_stamp() : "";
+    if (global.json) {
+        std::cout << json_line(from, message, time) << std::endl;
+        return;
+    }
+    const char* arrow = from == origin::command ? " > " : " < ";
+    std::cout << (stamped ? time + arrow : "") << text_line(message) << std::endl;
+}
+
+}  // namespace fxsctl

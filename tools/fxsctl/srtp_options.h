@@ -1,0 +1,25 @@
+// The options that key SRTP, shared by `media` and `call`.
+#pragma once
+
+#include <CLI/CLI.hpp>
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "tools/protocol/commands.h"
+
+namespace fxsctl {
+
+struct srtp_options {
+    std::string rx_key;
+    std::string tx_key;
+    std::optional<std::uint8_t> tag_bytes;
+    std::string mki;
+};
+
+void add_srtp_options(CLI::App& sub, srtp_options& options);
+
+// Fills the SRTP group of the command; leaves it alone when none of the options was given. Throws usage or local.
+void apply(const srtp_options& options, protocol::media_command& command);
+
+}  // namespace fxsctl

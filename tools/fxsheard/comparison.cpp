@@ -1,0 +1,88 @@
+#include "tools/fxsheard/comparison.h"
+
+#include <sndfile.h>
+
+#include <algorithm>
+#include <cmath>
+#include <span>
+#include <stdexcept>
+
+namespace {
+
+constexpr int samples_per_ms = 8;
+constexpr double full_scale = 32768;
+constexpr std::size_t longest_excerpt = 3 * 8000;  // samples correlated at every delay
+constexpr int audible = 200;                       // a sample above it belongs to the speech
+
+double energy(std::span<std::int16_t const> wave) {
+    double sum = 0;
+    for (double const s : wave)
+        sum += s * s;
+    return sum;
+}
+
+double dbfs(std::span<std::int16_t const> wave) {
+    double const power = energy(wave) / static_cast<double>(std::max<std::size_t>(wave.size(), 1));
+    return 10 * std::log10(std::max(power, 1e-9) / (full_scale * full_scale));
+}
+
+/// From the first to the last audible sample.
+std::span<std::int16_t const> audible_part(samples const& wave) {
+    auto const heard = [](std::int16_t s) { return std::abs(s) > audible; };
+    auto const first = std::find_if(wave.begin(), wave.end(), heard);
+    auto const last = std::find_if(wave.rbegin(), wave.rend(), heard).base();
+    return first < last ? std::span(first, last) : std::span<std::int16_t const>();
+}
+
+/// Normalised correlation of two stretches of the same length, -1 to 1.
+double correlation(std::span<std::int16_t const> a, std::span<std::int16_t const> b) {
+    double sum = 0;
+    for (std::size_t i = 0; i < a.size(); i++)
+        sum += double(a[i]) * b[i];
+    double const norm = std::sqrt(energy(a) * energy(b));
+    return norm > 0 ? sum / norm : 0;
+}
+
+}  // namespace
+
+samples read_wav(std::string const& path) {
+    SF_INFO info{};
+    SNDFILE* const file = sf_open(path.c_str(), SFM_READ, &info);
+    if (file == nullptr)
+        throw std::runtime_error(path + ": " + sf_strerror(nullptr));
+    samples wave(static_cast<std::size_t>(info.frames));
+    bool const usable = info.channels == 1 && info.samplerate == 8000;
+    if (usable)
+        wave.resize(static_cast<std::size_t>(sf_read_short(file, wave.data(), info.frames)));
+    sf_close(file);
+    if (!usable)
+        throw std::runtime_error(path + ": not mono at 8000 Hz");
+    return wave;
+}
+
+comparison compare(samples const& said, samples const& heard, int longest_delay_ms) {
+    comparison best{};
+    std::span<std::int16_t const> const speech = audible_part(said);
+    std::span<std::int16_t const> const excerpt = speech.first(std::min(speech.size(), longest_excerpt));
+    std::size_t const start = excerpt.empty() ? 0 : static_cast<std::size_t>(excerpt.data() - said.data());
+    std::size_t best_delay = 0;
+    for (std::size_t delay = 0; delay <= static_cast<std::size_t>(longest_delay_ms) * samples_per_ms;
+         delay++) {
+        if (excerpt.empty() || start + delay + excerpt.size() > heard.size())
+            break;
+        double const c = correlation(excerpt, std::span(heard).subspan(start + delay, excerpt.size()));
+        if (std::abs(c) <= best.similarity)
+            continue;
+        best.similarity = std::abs(c);
+        best.inverted = c < 0;
+        best_delay = delay;
+    }
+    if (best.similarity == 0)
+        return comparison{};
+    std::size_t const length = std::min(speech.size(), heard.size() - start - best_delay);
+    best.delay_ms = static_cast<double>(best_delay) / samples_per_ms;
+    best.said_dbfs = dbfs(speech.first(length));
+    best.heard_dbfs = dbfs(std::span(heard).subspan(start + best_delay, length));
+    best.level_db = best.heard_dbfs - best.said_dbfs;
+    return best;
+}

@@ -1,0 +1,79 @@
+// One line's device file towards FUSE: answers reads, writes and polls at once where the line allows, and otherwise
+// keeps them until a tick (or transmit clear, or an interrupt) lets it answer. It owns the waiting requests and the
+// pollers' handles, not the line. Not locked: its owner, file_server, is entered by one thread at a time.
+#pragma once
+
+#include <cstdint>
+#include <list>
+#include <string_view>
+#include <vector>
+
+#include "tools/fxsline/fuse_api.h"
+#include "tools/fxsline/simulated_line.h"
+
+namespace fxsline {
+
+class device_io {
+public:
+    explicit device_io(simulated_line& line) : line_(line) {}
+    device_io(const device_io&) = delete;
+    ~device_io() { abandon(); }
+
+    // Answers `request` with up to `bytes` bytes of the backlog. While there is nothing: EAGAIN when
+    // `nonblocking`, else the answer waits. Less than a sample is refused with EINVAL.
+    void read(fuse_req_t request, size_t bytes, bool nonblocking);
+
+    // Queues as much of `bytes` as there is room for, whole samples only, once a block or all of it fits.
+    void write(fuse_req_t request, std::string_view bytes, bool nonblocking);
+
+    // Answers with the poll events (POLLIN, POLLOUT, ...) that are true now. With a `notify` handle (nullptr: none;
+    // taken over) the open file `file` is notified once when one of `wanted` is true after a later tick.
+    void poll(fuse_req_t request, uint64_t file, uint32_t wanted, fuse_pollhandle* notify);
+
+    // The open file `file` is gone, and its poller with it.
+    void closed(uint64_t file);
+
+    // After a tick or a transmit clear: answers what need not wait longer and wakes the pollers it is true for.
+    void serve_waiting();
+
+    // Before the mount goes: every waiting request fails with ENODEV, every poller wakes.
+    void abandon();
+
+    // A process sleeps until the line has something to read.
+    bool reader_sleeps() const;
+
+    // A write waits for room.
+    bool writer_waits() const { return !writes_.empty(); }
+
+private:
+    struct waiting_read {
+        fuse_req_t request;
+        size_t bytes;
+    };
+    struct waiting_write {
+        fuse_req_t request;
+        std::vector<int16_t> samples;
+    };
+    struct poller {
+        uint64_t file;
+        uint32_t wanted;
+        fuse_pollhandle* notify;
+        bool asleep;  // its last poll found nothing that it wanted
+    };
+
+    static void interrupted(fuse_req_t request, void* self);
+    // Keeps `item` in `waiting` until served; at once refused if it shall not wait or was interrupted already.
+    template <class T>
+    void wait(std::list<T>& waiting, T item, bool nonblocking);
+    void answer_read(fuse_req_t request, size_t bytes);
+    void answer_write(fuse_req_t request, std::span<const int16_t> samples);
+    void drop_poller(std::vector<poller>::iterator which);
+    uint32_t ready() const;
+
+    simulated_line& line_;
+    std::list<waiting_read> reads_;  // oldest first, as below
+    std::list<waiting_write> writes_;
+    std::vector<poller> pollers_;
+};
+
+}  // namespace fxsline

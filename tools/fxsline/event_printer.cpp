@@ -1,0 +1,63 @@
+#include "tools/fxsline/event_printer.h"
+
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+namespace fxsline {
+
+namespace {
+
+using json = nlohmann::ordered_json;
+
+void print(const std::string& line) {
+    std::puts(line.c_str());
+    std::fflush(stdout);
+}
+
+std::string as_text(const json& object) {
+    return object.dump(-1, ' ', false, json::error_handler_t::replace);
+}
+
+}  // namespace
+
+void event_printer::serving(const std::string& mountpoint, unsigned lines) const {
+    if (style_ == style::json) {
+        print(as_text({{"time_ms", 0}, {"event", "serving"}, {"mountpoint", mountpoint}, {"lines", lines}}));
+    } else if (style_ == style::text) {
+        print("serving " + mountpoint + "/sdt0 to sdt" + std::to_string(lines - 1));
+    }
+}
+
+void event_printer::event(const line_event& event) const {
+    if (style_ != style::quiet) {
+        print(style_ == style::json ? event_json(event) : event_text(event));
+    }
+}
+
+void event_printer::totals(line_bank& bank) const {
+    for (unsigned index = 0; index < bank.lines() && style_ != style::quiet; index++) {
+        const line_counters& count = bank.line(index).counters();
+        if (count.opens == 0) {
+            continue;
+        }
+        const uint64_t read = count.samples_read / block_samples;
+        const uint64_t written = count.samples_written / block_samples;
+        if (style_ == style::json) {
+            print(as_text({{"time_ms", bank.ticks() * tick_ms},
+                           {"line", index},
+                           {"event", "totals"},
+                           {"blocks_read", read},
+                           {"blocks_written", written},
+                           {"overruns", count.overruns},
+                           {"underruns", count.underruns}}));
+        } else {
+            std::printf("line %u: %llu blocks read, %llu written, %llu overruns, %llu underruns\n", index,
+                        static_cast<unsigned long long>(read), static_cast<unsigned long long>(written),
+                        static_cast<unsigned long long>(count.overruns),
+                        static_cast<unsigned long long>(count.underruns));
+        }
+    }
+    std::fflush(stdout);
+}
+
+}  // namespace fxsline

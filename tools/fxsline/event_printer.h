@@ -1,0 +1,28 @@
+// Writes events, start and totals of a run to standard output, each line at once so that a script can wait for it.
+#pragma once
+
+#include <string>
+
+#include "tools/fxsline/line_bank.h"
+
+namespace fxsline {
+
+class event_printer {
+public:
+    enum class style { text, json, quiet };
+
+    explicit event_printer(style how) : style_(how) {}
+
+    // The files are there.
+    void serving(const std::string& mountpoint, unsigned lines) const;
+
+    void event(const line_event& event) const;
+
+    // The counters of every line whose device was ever opened.
+    void totals(line_bank& bank) const;
+
+private:
+    style style_;
+};
+
+}  // namespace fxsline

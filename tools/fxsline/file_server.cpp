@@ -1,0 +1,220 @@
+#include "tools/fxsline/file_server.h"
+
+#include <poll.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+namespace fxsline {
+
+namespace {
+
+constexpr double forever_s = 1e6;  // names and attributes never change
+
+struct stat status_of(uint64_t inode, mode_t mode) {
+    struct stat status {};
+    status.st_ino = inode;
+    status.st_mode = mode;
+    status.st_nlink = S_ISDIR(mode) ? 2 : 1;
+    status.st_uid = getuid();
+    status.st_gid = getgid();
+    return status;
+}
+
+struct stat status_of(const mount_file& file) {
+    return status_of(file.inode, S_IFREG | file.mode);
+}
+
+}  // namespace
+
+file_server::file_server(line_bank& bank, bool stepped, std::string mountpoint)
+    : bank_(bank), stepped_(stepped), mountpoint_(std::move(mountpoint)), files_(bank.lines()) {
+    for (unsigned line = 0; line < bank.lines(); line++) {
+        devices_.emplace_back(bank.line(line));
+    }
+}
+
+void file_server::advance(uint64_t ticks) {
+    for (; ticks > 0; ticks--) {
+        bank_.tick();
+        for (device_io& device : devices_) {
+            device.serve_waiting();
+        }
+    }
+}
+
+void file_server::abandon() {
+    for (device_io& device : devices_) {
+        device.abandon();
+    }
+}
+
+bool file_server::settled() {
+    for (unsigned line = 0; line < bank_.lines(); line++) {
+        if (bank_.line(line).is_open() && (bank_.line(line).readable() || !devices_[line].reader_sleeps())) {
+            return false;
+        }
+    }
+    return true;
+}
+
+void file_server::lookup(fuse_req_t request, std::string_view name) {
+    const mount_file* file = files_.find(name);
+    if (file == nullptr) {
+        fuse_reply_err(request, ENOENT);
+        return;
+    }
+    fuse_entry_param entry{};
+    entry.ino = file->inode;
+    entry.attr = status_of(*file);
+    entry.attr_timeout = forever_s;
+    entry.entry_timeout = forever_s;
+    fuse_reply_entry(request, &entry);
+}
+
+void file_server::attributes(fuse_req_t request, uint64_t inode) {
+    const mount_file* file = files_.find(inode);
+    const struct stat status = file != nullptr ? status_of(*file) : status_of(inode, S_IFDIR | 0755);
+    fuse_reply_attr(request, &status, forever_s);
+}
+
+void file_server::list(fuse_req_t request, size_t bytes, off_t offset) {
+    std::vector<char> page(bytes);
+    size_t used = 0;
+    for (size_t i = static_cast<size_t>(offset); i < files_.all().size(); i++) {
+        const mount_file& file = files_.all()[i];
+        const struct stat status = status_of(file);
+        const size_t length = fuse_add_direntry(request, page.data() + used, bytes - used, file.name.c_str(),
+                                                &status, static_cast<off_t>(i + 1));
+        if (length > bytes - used) {
+            break;
+        }
+        used += length;
+    }
+    fuse_reply_buf(request, page.data(), used);
+}
+
+void file_server::open(fuse_req_t request, const mount_file& file, fuse_file_info& info) {
+    info.fh = next_open_file_++;
+    info.direct_io = 1;
+    info.nonseekable = file.kind == file_kind::device;
+    if (file.kind == file_kind::device) {
+        bank_.open_device(file.line);
+    }
+    if (fuse_reply_open(request, &info) ==
+        -ENOENT) {  // whoever opened it is gone already: no release will come
+        release(file, info);
+    }
+}
+
+void file_server::release(const mount_file& file, const fuse_file_info& info) {
+    snapshots_.erase(info.fh);
+    if (file.kind == file_kind::device) {
+        devices_[file.line].closed(info.fh);
+        bank_.close_device(file.line);
+    }
+}
+
+void file_server::read(fuse_req_t request, const mount_file& file, size_t bytes, off_t offset,
+                       const fuse_file_info& info) {
+    if (file.kind == file_kind::device) {
+        devices_[file.line].read(request, bytes, (info.flags & O_NONBLOCK) != 0);
+        return;
+    }
+    std::string& text = snapshots_[info.fh];
+    if (offset == 0) {
+        text = text_of(file);
+    }
+    const std::string_view rest =
+        std::string_view(text).substr(std::min(text.size(), static_cast<size_t>(offset)));
+    fuse_reply_buf(request, rest.data(), std::min(rest.size(), bytes));
+}
+
+void file_server::write(fuse_req_t request, const mount_file& file, std::string_view bytes,
+                        const fuse_file_info& info) {
+    int error = EACCES;
+    switch (file.kind) {
+        case file_kind::device:
+            devices_[file.line].write(request, bytes, (info.flags & O_NONBLOCK) != 0);
+            return;
+        case file_kind::say: error = say(file.line, bytes); break;
+        case file_kind::clock: error = step(bytes); break;
+        case file_kind::stats: break;
+    }
+    if (error == 0) {
+        fuse_reply_write(request, bytes.size());
+    } else {
+        fuse_reply_err(request, error);
+    }
+}
+
+void file_server::poll(fuse_req_t request, const mount_file& file, const fuse_file_info& info,
+                       fuse_pollhandle* notify) {
+    if (file.kind == file_kind::device) {
+        devices_[file.line].poll(request, info.fh, info.poll_events, notify);
+        return;
+    }
+    if (notify != nullptr) {
+        fuse_pollhandle_destroy(notify);
+    }
+    fuse_reply_poll(request, POLLIN | POLLRDNORM | POLLOUT | POLLWRNORM);
+}
+
+void file_server::ioctl(fuse_req_t request, const mount_file& file, uint32_t number) {
+    const int result = file.kind == file_kind::device ? bank_.request(file.line, number) : -ENOTTY;
+    if (result < 0) {
+        fuse_reply_err(request, -result);
+    } else {
+        fuse_reply_ioctl(request, result, nullptr, 0);
+    }
+    if (number == request_tx_clear && result == 0) {
+        devices_[file.line].serve_waiting();
+    }
+}
+
+std::string file_server::text_of(const mount_file& file) {
+    switch (file.kind) {
+        case file_kind::device: break;
+        case file_kind::say: return bank_.line(file.line).says().describe() + "\n";
+        case file_kind::stats: return bank_.stats(file.line);
+        case file_kind::clock: return std::to_string(bank_.ticks()) + "\n";
+    }
+    return {};
+}
+
+int file_server::say(unsigned line, std::string_view command) {
+    const size_t space = std::min(command.find(' '), command.size());
+    const std::filesystem::path path(command.substr(std::min(space + 1, command.size())));
+    std::error_code unknown_directory;
+    const std::string target = std::filesystem::absolute(path, unknown_directory).lexically_normal().string();
+    if (target.starts_with(mountpoint_ + "/")) {
+        bank_.refuse_to_say(line, target + " lies in this mount");
+        return EINVAL;
+    }
+    return bank_.say(line, command) ? 0 : EINVAL;
+}
+
+int file_server::step(std::string_view number) {
+    if (!stepped_) {
+        return EPERM;
+    }
+    if (number.ends_with('\n')) {
+        number.remove_suffix(1);
+    }
+    uint64_t ticks = 0;
+    const auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), ticks);
+    if (error != std::errc() || end != number.data() + number.size() || ticks > max_step_ticks) {
+        return EINVAL;
+    }
+    advance(ticks);
+    return 0;
+}
+
+}  // namespace fxsline

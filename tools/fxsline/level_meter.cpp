@@ -1,0 +1,29 @@
+#include "tools/fxsline/level_meter.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+
+namespace fxsline {
+
+void level_meter::add(const block& samples) {
+    uint64_t energy = 0;
+    for (int sample : samples) {
+        energy += static_cast<uint64_t>(sample * sample);
+        peak_ = std::max(peak_, static_cast<unsigned>(std::abs(sample)));
+    }
+    uint64_t& oldest = energies_[blocks_++ % energies_.size()];
+    energy_ += energy - oldest;
+    oldest = energy;
+}
+
+double level_meter::dbfs() const {
+    if (energy_ == 0) {
+        return silence_dbfs;
+    }
+    const double samples = static_cast<double>(std::min<uint64_t>(blocks_, energies_.size()) * block_samples);
+    const double full_scale_energy = samples * 32767.0 * 32767.0 / 2;
+    return 10 * std::log10(static_cast<double>(energy_) / full_scale_energy);
+}
+
+}  // namespace fxsline

@@ -1,0 +1,69 @@
+#include "tools/fxsline/line_event.h"
+
+#include <cstdio>
+#include <nlohmann/json.hpp>
+
+namespace fxsline {
+
+namespace {
+
+enum class carries { nothing, number, number_and_answer, text };
+
+struct kind_names {
+    const char* json;
+    const char* text;
+    carries what;
+};
+
+constexpr kind_names names[] = {
+    {"device_opened", "device opened", carries::nothing},
+    {"device_closed", "device closed", carries::nothing},
+    {"led_on", "call LED on", carries::nothing},
+    {"led_off", "call LED off", carries::nothing},
+    {"tx_clear", "transmit clear, samples discarded:", carries::number},
+    {"base_command", "base command", carries::number_and_answer},
+    {"say", "says", carries::text},
+    {"say_refused", "can't say:", carries::text},
+    {"speech_ended", "speech ended", carries::nothing},
+    {"overrun", "overrun", carries::nothing},
+    {"underrun", "underrun", carries::nothing},
+};
+
+const kind_names& names_of(event_kind kind) {
+    return names[static_cast<size_t>(kind)];
+}
+
+}  // namespace
+
+std::string event_text(const line_event& event) {
+    const kind_names& kind = names_of(event.kind);
+    char head[64];
+    std::snprintf(head, sizeof head, "%8llu ms  line %u  ", static_cast<unsigned long long>(event.time_ms),
+                  event.line);
+    std::string text = std::string(head) + kind.text;
+    switch (kind.what) {
+        case carries::nothing: return text;
+        case carries::number: return text + " " + std::to_string(event.number);
+        case carries::number_and_answer:
+            return text + " " + std::to_string(event.number) + ", answer " + std::to_string(event.answer);
+        case carries::text: return text + " " + event.text;
+    }
+    return text;
+}
+
+std::string event_json(const line_event& event) {
+    const kind_names& kind = names_of(event.kind);
+    nlohmann::ordered_json json{{"time_ms", event.time_ms}, {"line", event.line}, {"event", kind.json}};
+    if (kind.what == carries::number || kind.what == carries::number_and_answer) {
+        json["number"] = event.number;
+    }
+    if (kind.what == carries::number_and_answer) {
+        json["answer"] = event.answer;
+    }
+    if (kind.what == carries::text) {
+        json["text"] = event.text;
+    }
+    return json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
+}  // namespace fxsline

@@ -1,0 +1,42 @@
+// What happens on the lines beside the audio, as values for a program and as lines of text for people and scripts.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <string>
+
+namespace fxsline {
+
+enum class event_kind {
+    device_opened,  // the first process opened the device
+    device_closed,  // the last one closed it
+    led_on,
+    led_off,
+    tx_clear,      // number: samples that were discarded
+    base_command,  // number: the command, answer: what the driver answered
+    say,           // text: the command that was written to lineN.say
+    say_refused,   // text: why
+    speech_ended,  // a recording was said to its end
+    overrun,       // speech is being lost, because nobody reads; once until the next read
+    underrun,      // audio stopped in its flow
+};
+
+struct line_event {
+    event_kind kind;
+    unsigned line;
+    uint64_t time_ms;  // line time: ticks since the clock's start times 10
+    int64_t number = 0;
+    int64_t answer = 0;
+    std::string text = {};
+};
+
+using event_sink = std::function<void(const line_event&)>;
+
+// "    1230 ms  line 0  base command 3, answer 0", without line feed.
+std::string event_text(const line_event& event);
+
+// {"time_ms":1230,"line":0,"event":"base_command","number":3,"answer":0}, without line feed; number, answer and text
+// only where the kind has them.
+std::string event_json(const line_event& event);
+
+}  // namespace fxsline

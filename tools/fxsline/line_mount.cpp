@@ -1,0 +1,149 @@
+#include "tools/fxsline/line_mount.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+
+#include "tools/fxsline/mount_point.h"
+
+namespace fxsline {
+
+namespace {
+
+// libfuse explains failures only through its log, which is the process's: the last line of it.
+std::string last_log_line;
+
+void keep_log_line(fuse_log_level, const char* format, va_list arguments) {
+    char line[256];
+    std::vsnprintf(line, sizeof line, format, arguments);
+    last_log_line = line;
+    while (last_log_line.ends_with('\n')) {
+        last_log_line.pop_back();
+    }
+}
+
+fuse_session* new_session(const mount_config& config, file_server& files) {
+    std::string name = "fxsline";
+    std::string option = "-o";
+    std::string options = "fsname=fxsline,subtype=fxsline";
+    if (config.allow_other) {
+        options += ",allow_other";
+    }
+    char* arguments[] = {name.data(), option.data(), options.data(), nullptr};
+    fuse_args list{};
+    list.argc = 3;
+    list.argv = arguments;
+    fuse_session* session =
+        fuse_session_new(&list, &file_server::operations(), sizeof(fuse_lowlevel_ops), &files);
+    fuse_opt_free_args(&list);
+    return session;
+}
+
+}  // namespace
+
+mount_error line_mount::open(const mount_config& config) {
+    error_ = fuse_obstacle();
+    if (!error_.empty()) {
+        return mount_error::no_fuse;
+    }
+    const auto directory = prepare_mount_point(config.mountpoint);
+    if (!directory.value) {
+        error_ = directory.error;
+        return mount_error::bad_mountpoint;
+    }
+    fuse_set_log_func(keep_log_line);
+    files_ = std::make_unique<file_server>(bank_, config.stepped, *directory.value);
+    session_ = new_session(config, *files_);
+    if (session_ == nullptr || fuse_session_mount(session_, directory.value->c_str()) != 0) {
+        error_ = "can't mount on " + *directory.value + ": " + last_log_line;
+        if (session_ != nullptr) {
+            fuse_session_destroy(session_);
+            session_ = nullptr;
+        }
+        return mount_error::no_fuse;
+    }
+    // A request may vanish between poll and read (whoever made it was killed): the read must not wait then.
+    const int fd = fuse_session_fd(session_);
+    fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
+    wake_fd_ = eventfd(0, EFD_CLOEXEC);
+    return mount_error::none;
+}
+
+void line_mount::serve(tick_clock* clock, int stop_fd) {
+    fuse_buf buffer{};
+    pollfd waits[] = {{fuse_session_fd(session_), POLLIN, 0},
+                      {clock != nullptr ? clock->fd() : -1, POLLIN, 0},
+                      {wake_fd_, POLLIN, 0},
+                      {stop_fd, POLLIN, 0}};
+    const auto& [requests, ticks, woken, stopped] = waits;
+    while (poll(waits, std::size(waits), -1) >= 0 || errno == EINTR) {
+        if ((woken.revents | stopped.revents) != 0) {
+            break;
+        }
+        if (ticks.revents != 0) {
+            advance(clock->due());
+        }
+        if (requests.revents != 0 && !serve_request(buffer)) {
+            break;
+        }
+    }
+    std::free(buffer.mem);
+}
+
+bool line_mount::serve_request(fuse_buf& buffer) {
+    const int result = fuse_session_receive_buf(session_, &buffer);
+    if (result > 0) {
+        {
+            const std::lock_guard guard(mutex_);
+            fuse_session_process_buf(session_, &buffer);
+        }
+        served_.notify_all();
+    }
+    const bool connected = result > 0 || result == -EAGAIN || result == -EINTR;
+    return connected && fuse_session_exited(session_) == 0;
+}
+
+void line_mount::start(tick_clock* clock) {
+    thread_ = std::thread([this, clock] { serve(clock, -1); });
+}
+
+void line_mount::stop() {
+    if (session_ == nullptr) {
+        return;
+    }
+    if (thread_.joinable()) {
+        eventfd_write(wake_fd_, 1);
+        thread_.join();
+    }
+    files_->abandon();
+    fuse_session_unmount(session_);
+    fuse_session_destroy(session_);
+    close(wake_fd_);
+    session_ = nullptr;
+}
+
+void line_mount::advance(uint64_t ticks) {
+    const std::lock_guard guard(mutex_);
+    files_->advance(ticks);
+}
+
+bool line_mount::wait_until(const std::function<bool()>& condition, std::chrono::milliseconds limit) {
+    std::unique_lock guard(mutex_);
+    return served_.wait_for(guard, limit, condition);
+}
+
+bool line_mount::settle(std::chrono::milliseconds limit) {
+    return wait_until([this] { return files_->settled(); }, limit);
+}
+
+bool line_mount::wait_for_writer(unsigned line, std::chrono::milliseconds limit) {
+    return wait_until([this, line] { return files_->writer_waits(line); }, limit);
+}
+
+}  // namespace fxsline

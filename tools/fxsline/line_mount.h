@@ -1,0 +1,92 @@
+// A bank of telephone lines as files in a mounted directory: the FUSE session, the loop that serves it, and the lock
+// that lets other threads move the time and look at the lines meanwhile.
+//
+// A program calls open() and serve(). A test calls open() and start(), which serves in a thread of its own, steps
+// the clock with advance(), and waits for what the process under test does with wait_until() or settle(). A program
+// whose own threads use the files it serves must not crash: the kernel would wait for its answer before it lets the
+// program go (umount -f helps). Let another process use them wherever possible.
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "tools/fxsline/file_server.h"
+#include "tools/fxsline/line_bank.h"
+#include "tools/fxsline/tick_clock.h"
+
+struct fuse_session;
+
+namespace fxsline {
+
+struct mount_config {
+    std::string mountpoint;    // an existing directory
+    bool stepped = true;       // the file "clock" in the mount lets time pass when written to
+    bool allow_other = false;  // other users may use the files
+};
+
+enum class mount_error { none, no_fuse, bad_mountpoint };
+
+class line_mount {
+public:
+    // The bank stays the caller's and must outlive the mount.
+    explicit line_mount(line_bank& bank) : bank_(bank) {}
+    line_mount(const line_mount&) = delete;
+    ~line_mount() { stop(); }
+
+    // Mounts. On failure error() says why in a sentence.
+    mount_error open(const mount_config& config);
+    const std::string& error() const { return error_; }
+
+    // Answers requests, and lets time pass with `clock` if there is one, until `stop_fd` is readable (-1: no such
+    // descriptor), stop() is called or the directory is unmounted from outside.
+    void serve(tick_clock* clock, int stop_fd);
+
+    // serve() in a thread of this program; `clock`, if there is one, must outlive the mount.
+    void start(tick_clock* clock = nullptr);
+
+    // Ends the thread, answers every waiting request with ENODEV, unmounts. Nothing if not mounted.
+    void stop();
+
+    // Lets `ticks` ticks of 10 ms pass: when it returns, requests that they allow to answer are answered.
+    void advance(uint64_t ticks = 1);
+
+    // Calls `function` while no request is served and no time passes.
+    template <class F>
+    auto locked(F function) {
+        const std::lock_guard guard(mutex_);
+        return function();
+    }
+
+    // Waits until `condition` holds, which is checked after every request, locked. False when `limit` passed first.
+    bool wait_until(const std::function<bool()>& condition, std::chrono::milliseconds limit = patience);
+
+    // Waits until every open device has been read empty and its reader sleeps in select, poll or read until there is
+    // more: the processes under test have done what the last tick gave them to do with audio.
+    bool settle(std::chrono::milliseconds limit = patience);
+
+    // Waits until a write to the device of `line` waits for room.
+    bool wait_for_writer(unsigned line, std::chrono::milliseconds limit = patience);
+
+    // Far beyond what a busy machine needs: a limit that is reached is a failure.
+    static constexpr std::chrono::milliseconds patience{20000};
+
+private:
+    // Answers one request, if there is one. False when the session is over.
+    bool serve_request(fuse_buf& buffer);
+
+    line_bank& bank_;
+    std::unique_ptr<file_server> files_;
+    fuse_session* session_ = nullptr;
+    int wake_fd_ = -1;  // readable: the loop shall end
+    std::string error_;
+    std::mutex mutex_;  // guards bank_, files_ and all libfuse's answers
+    std::condition_variable served_;
+    std::thread thread_;
+};
+
+}  // namespace fxsline

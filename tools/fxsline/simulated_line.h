@@ -1,0 +1,107 @@
+// One telephone on a simulated line, seen from the process that serves it: speech comes in blocks of 10 ms into a
+// bounded backlog that is read, and what is written is queued and played to the telephone's ear, a block a tick.
+// A pure model without clock, files and threads: tick() moves the time, the owner (line_bank) serialises the calls.
+#pragma once
+
+#include <algorithm>
+#include <cstdint>
+#include <functional>
+#include <span>
+
+#include "tools/fxsline/audio_format.h"
+#include "tools/fxsline/level_meter.h"
+#include "tools/fxsline/sample_queue.h"
+#include "tools/fxsline/speech.h"
+
+namespace fxsline {
+
+struct line_config {
+    speech says;  // what the telephone says
+    bool from_clock_start =
+        false;              // speech starts with the clock instead of the first tick with the device open
+    unsigned delay_ms = 0;  // silence before the speech, rounded up to whole ticks
+    unsigned backlog_blocks =
+        8;  // unread speech kept while the device is open: 80 ms, what one drain read takes
+    unsigned play_queue_blocks = 2;  // what can be written ahead of the telephone's ear
+};
+
+struct line_counters {
+    uint64_t opens = 0;
+    uint64_t samples_read = 0;     // by the process
+    uint64_t samples_written = 0;  // by the process
+    uint64_t overruns = 0;         // ticks at which unread speech was dropped for the next block
+    uint64_t underruns = 0;        // ticks at which audio had been flowing and a whole block was not there
+    uint64_t tx_clears = 0;
+};
+
+// What one tick brought beside the audio.
+struct tick_report {
+    bool speech_ended = false;
+    bool overrun_began = false;  // first of a row of overruns without a read between them
+    bool underrun = false;
+};
+
+class simulated_line {
+public:
+    // Receives the 80 samples of each tick.
+    using tap = std::function<void(const block&)>;
+
+    explicit simulated_line(line_config config);
+
+    // Called with what the telephone heard (silence where nothing was written) or said at each tick.
+    void tap_heard(tap receiver) { heard_tap_ = std::move(receiver); }
+    void tap_said(tap receiver) { said_tap_ = std::move(receiver); }
+
+    // The device was opened or closed once; several processes may have it open and share the two queues. True when
+    // it was the first to open, the last to close. The last close forgets the backlog; queued audio plays out.
+    bool open_device();
+    bool close_device();
+    bool is_open() const { return open_count_ > 0; }
+
+    // Readable: any sample waits. Writable: a whole block fits.
+    bool readable() const { return backlog_.size() > 0; }
+    bool writable() const { return to_play_.room() >= block_samples; }
+    // A write of `samples` samples can start: a whole block or all of it fits.
+    bool fits(size_t samples) const { return to_play_.room() >= std::min(samples, block_samples); }
+
+    // Takes the oldest unread samples, as many as there are and fit; returns their number.
+    size_t read(std::span<int16_t> out);
+    // Queues the first samples, as many as there is room for; returns their number.
+    size_t write(std::span<const int16_t> samples);
+    // Forgets what was written and not yet played; returns its number of samples.
+    size_t clear_tx();
+
+    // Says something else from the next tick on, without delay.
+    void say(speech what);
+    const speech& says() const { return says_; }
+    bool speech_started() const { return started_ && delay_ticks_ == 0; }
+
+    // 10 ms pass: one block is played to the ear, one is said.
+    tick_report tick();
+
+    const line_counters& counters() const { return counters_; }
+    size_t samples_to_read() const { return backlog_.size(); }
+    size_t samples_to_play() const { return to_play_.size(); }
+    size_t play_capacity() const { return to_play_.size() + to_play_.room(); }  // samples
+    const level_meter& heard_level() const { return heard_level_; }
+
+private:
+    void play(tick_report& report);
+    void speak(tick_report& report);
+    void keep_for_reader(const block& said, tick_report& report);
+
+    speech says_;
+    bool started_;          // the delay runs or has run
+    unsigned delay_ticks_;  // left before the speech
+    sample_queue backlog_;
+    sample_queue to_play_;
+    unsigned open_count_ = 0;
+    bool flowing_ = false;      // the last tick played a whole block, and the device was open
+    bool overrunning_ = false;  // the last tick dropped speech, nothing was read since
+    line_counters counters_;
+    level_meter heard_level_;
+    tap heard_tap_;
+    tap said_tap_;
+};
+
+}  // namespace fxsline

@@ -1,0 +1,46 @@
+#include "tools/fxsline/wav_recorder.h"
+
+#include <sndfile.h>
+
+#include <utility>
+
+namespace fxsline {
+
+outcome<wav_recorder> wav_recorder::create(const std::string& path) {
+    SF_INFO info{};
+    info.samplerate = static_cast<int>(sample_rate_hz);
+    info.channels = 1;
+    info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+    sound_file sound(sf_open(path.c_str(), SFM_WRITE, &info), sf_close);
+    if (!sound) {
+        return outcome<wav_recorder>::failed("can't write " + path + ": " + sf_strerror(nullptr));
+    }
+    return {wav_recorder(std::move(sound)), {}};
+}
+
+void wav_recorder::add(std::span<const int16_t> samples) {
+    if (!sound_) {
+        return;
+    }
+    unwritten_.insert(unwritten_.end(), samples.begin(), samples.end());
+    if (unwritten_.size() >= sample_rate_hz) {
+        write_out();
+        sf_command(sound_.get(), SFC_UPDATE_HEADER_NOW, nullptr, 0);
+    }
+}
+
+bool wav_recorder::finish() {
+    if (sound_) {
+        write_out();
+        failed_ |= sf_close(sound_.release()) != 0;
+    }
+    return !failed_;
+}
+
+void wav_recorder::write_out() {
+    const auto count = static_cast<sf_count_t>(unwritten_.size());
+    failed_ |= sf_write_short(sound_.get(), unwritten_.data(), count) != count;
+    unwritten_.clear();
+}
+
+}  // namespace fxsline

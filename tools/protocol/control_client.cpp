@@ -1,0 +1,179 @@
+#include "tools/protocol/control_client.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+namespace protocol {
+namespace {
+
+constexpr std::size_t largest_datagram_bytes = 65536;
+constexpr control_client::milliseconds session_retry{250};
+
+sockaddr_in socket_address(std::uint16_t port) {
+    sockaddr_in address{};
+    address.sin_family = AF_INET;
+    address.sin_port = htons(port);
+    return address;
+}
+
+int milliseconds_until(std::chrono::steady_clock::time_point deadline) {
+    const auto left =
+        std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now()).count();
+    return static_cast<int>(std::clamp<std::int64_t>(left, 0, 1'000'000'000));
+}
+
+}  // namespace
+
+control_client::control_client(control_client&& other) noexcept {
+    *this = std::move(other);
+}
+
+control_client& control_client::operator=(control_client&& other) noexcept {
+    if (this != &other) {
+        close_socket();
+        fd_ = std::exchange(other.fd_, -1);
+        refused_ = other.refused_;
+        closed_ = other.closed_;
+        error_ = std::move(other.error_);
+        kept_ = std::move(other.kept_);
+    }
+    return *this;
+}
+
+control_client::~control_client() {
+    close_socket();
+}
+
+void control_client::close_socket() {
+    if (fd_ >= 0) {
+        close(fd_);
+        fd_ = -1;
+    }
+}
+
+void control_client::note_error(const char* what) {
+    error_ = std::string(what) + ": " + std::strerror(errno);
+}
+
+control_client control_client::connect_udp(const std::string& host, std::uint16_t port,
+                                           std::uint16_t local_port) {
+    control_client client;
+    sockaddr_in remote = socket_address(port);
+    if (inet_pton(AF_INET, host.c_str(), &remote.sin_addr) != 1) {
+        client.error_ = "\"" + host + "\" is no IPv4 address";
+        return client;
+    }
+    client.fd_ = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    const sockaddr_in local = socket_address(local_port);
+    const char* failed = nullptr;
+    if (client.fd_ < 0) {
+        failed = "socket";
+    } else if (bind(client.fd_, reinterpret_cast<const sockaddr*>(&local), sizeof local) != 0) {
+        failed = "bind";
+    } else if (connect(client.fd_, reinterpret_cast<const sockaddr*>(&remote), sizeof remote) != 0) {
+        failed = "connect";
+    }
+    if (failed != nullptr) {
+        client.note_error(failed);
+        client.close_socket();
+    }
+    return client;
+}
+
+std::uint16_t control_client::local_port() const {
+    sockaddr_in local{};
+    socklen_t size = sizeof local;
+    const bool known = getsockname(fd_, reinterpret_cast<sockaddr*>(&local), &size) == 0;
+    return known && local.sin_family == AF_INET ? ntohs(local.sin_port) : std::uint16_t{0};
+}
+
+bool control_client::send(byte_view datagram) {
+    ssize_t sent = ::send(fd_, datagram.data(), datagram.size(), MSG_NOSIGNAL);
+    if (sent < 0 &&
+        errno == ECONNREFUSED) {  // reports what became of an earlier datagram; this one was not sent
+        refused_ = true;
+        sent = ::send(fd_, datagram.data(), datagram.size(), MSG_NOSIGNAL);
+    }
+    if (sent < 0) {
+        closed_ = closed_ || errno == EPIPE || errno == ECONNRESET;
+        note_error("send");
+    }
+    return sent >= 0;
+}
+
+bool control_client::take_datagram(bytes& datagram) {
+    datagram.resize(largest_datagram_bytes);
+    const ssize_t size = recv(fd_, datagram.data(), datagram.size(), MSG_DONTWAIT);
+    if (size < 0) {
+        refused_ = refused_ || errno == ECONNREFUSED;
+        closed_ = closed_ || errno == ECONNRESET;
+        return false;
+    }
+    int type = SOCK_DGRAM;
+    socklen_t type_size = sizeof type;
+    if (size == 0 && getsockopt(fd_, SOL_SOCKET, SO_TYPE, &type, &type_size) == 0 && type != SOCK_DGRAM) {
+        closed_ = true;  // an empty read ends a connection; on UDP it is an empty datagram
+        return false;
+    }
+    refused_ = false;
+    datagram.resize(static_cast<std::size_t>(size));
+    return true;
+}
+
+std::optional<bytes> control_client::receive_datagram(milliseconds timeout) {
+    const clock::time_point deadline = clock::now() + timeout;
+    bytes datagram;
+    while (valid() && !closed_) {
+        if (take_datagram(datagram)) {
+            return datagram;
+        }
+        const int wait_ms = milliseconds_until(deadline);
+        pollfd ready{fd_, POLLIN, 0};
+        if (closed_ || wait_ms == 0) {
+            break;
+        }
+        poll(&ready, 1, wait_ms);
+    }
+    return std::nullopt;
+}
+
+bool control_client::keep_next_datagram(clock::time_point deadline) {
+    const auto left = std::chrono::ceil<milliseconds>(deadline - clock::now());
+    const std::optional<bytes> datagram = receive_datagram(std::max(left, milliseconds(0)));
+    if (datagram) {
+        const std::vector<report> reports = parse_reports(*datagram);
+        kept_.insert(kept_.end(), reports.begin(), reports.end());
+    }
+    return datagram.has_value();
+}
+
+std::optional<report> control_client::receive(milliseconds timeout) {
+    if (kept_.empty() && !keep_next_datagram(clock::now() + timeout)) {
+        return std::nullopt;
+    }
+    std::optional<report> oldest = std::move(kept_.front());
+    kept_.pop_front();
+    return oldest;
+}
+
+bool control_client::start_session(milliseconds timeout) {
+    const clock::time_point deadline = clock::now() + timeout;
+    do {
+        const auto left = std::chrono::ceil<milliseconds>(deadline - clock::now());
+        send(encode(session_command{}));
+        if (wait_for<heartbeat>(std::clamp(left, milliseconds(0), session_retry))) {
+            return true;
+        }
+    } while (clock::now() < deadline && valid() && !closed_);
+    return false;
+}
+
+}  // namespace protocol

@@ -1,0 +1,100 @@
+// Call control's end of the control link: sends commands, receives reports, keeps those nobody has asked for
+// yet.
+//
+// One owner, one thread. It works on any connected socket that keeps message boundaries: a UDP socket
+// straight to the process, or a SOCK_SEQPACKET connection to a program in between. It prints nothing and
+// never throws.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "tools/protocol/commands.h"
+#include "tools/protocol/reports.h"
+
+namespace protocol {
+
+class control_client {
+public:
+    using milliseconds = std::chrono::milliseconds;
+
+    control_client() = default;                   // not open
+    explicit control_client(int fd) : fd_(fd) {}  // takes over a connected socket
+    control_client(control_client&& other) noexcept;
+    control_client& operator=(control_client&& other) noexcept;
+    ~control_client();
+
+    // A UDP socket connected to the process's control port, so that datagrams of anybody else don't get in.
+    // host: IPv4 text. local_port 0: any. Check valid(); on failure error() says why.
+    static control_client connect_udp(const std::string& host, std::uint16_t port,
+                                      std::uint16_t local_port = 0);
+
+    bool valid() const { return fd_ >= 0; }
+    int fd() const { return fd_; }
+    std::uint16_t local_port() const;                    // 0 when there is none
+    const std::string& error() const { return error_; }  // of the last failure
+
+    // The other end said (ICMP) that nobody listens there; cleared by the next datagram that arrives.
+    bool refused() const { return refused_; }
+    // A program in between ended the connection; never true on UDP.
+    bool closed() const { return closed_; }
+
+    // One datagram. false: it could not be sent, see error().
+    bool send(byte_view datagram);
+
+    // Makes this socket the process's peer: sends the session command, again every 250 ms, until the empty
+    // answer (or a heartbeat, which looks the same) arrives. Reports that arrive meanwhile are kept.
+    bool start_session(milliseconds timeout);
+
+    // The next datagram as it came, without looking at what is kept. nullopt after `timeout`.
+    std::optional<bytes> receive_datagram(milliseconds timeout);
+
+    // The oldest kept report, otherwise the next one that arrives. nullopt after `timeout`.
+    std::optional<report> receive(milliseconds timeout);
+
+    // The first report of type T for which `wanted` holds, among the kept ones or those that arrive within
+    // `timeout`. It is taken out; all others are kept, in order.
+    template <class T>
+    std::optional<T> wait_for(
+        milliseconds timeout, const std::function<bool(const T&)>& wanted = [](const T&) { return true; });
+
+    // Reports that nobody has taken yet, oldest first; the caller may take or clear them.
+    std::deque<report>& kept() { return kept_; }
+
+private:
+    using clock = std::chrono::steady_clock;
+
+    void close_socket();
+    void note_error(const char* what);
+    bool take_datagram(bytes& datagram);  // false: none there
+    bool keep_next_datagram(clock::time_point deadline);
+
+    int fd_ = -1;
+    bool refused_ = false;
+    bool closed_ = false;
+    std::string error_;
+    std::deque<report> kept_;
+};
+
+template <class T>
+std::optional<T> control_client::wait_for(milliseconds timeout, const std::function<bool(const T&)>& wanted) {
+    const clock::time_point deadline = clock::now() + timeout;
+    std::size_t looked_at = 0;
+    do {
+        for (; looked_at < kept_.size(); ++looked_at) {
+            const auto candidate = kept_.begin() + static_cast<std::ptrdiff_t>(looked_at);
+            if (T* found = std::get_if<T>(&*candidate); found != nullptr && wanted(*found)) {
+                T result = std::move(*found);
+                kept_.erase(candidate);
+                return result;
+            }
+        }
+    } while (keep_next_datagram(deadline));
+    return std::nullopt;
+}
+
+}  // namespace protocol

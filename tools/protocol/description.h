@@ -1,0 +1,33 @@
+// A message taken apart into named values, ready to be printed as text or as JSON; knows no output format.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "tools/protocol/hex.h"
+#include "tools/protocol/reports.h"
+
+namespace protocol {
+
+struct described_field {
+    std::string name;
+    std::variant<std::int64_t, bool, std::string> value;
+};
+
+struct description {
+    std::string name;  // e.g. "open"; fixed words, usable as a filter
+    std::vector<described_field> fields;
+};
+
+description describe(const report& message);
+
+// Every name that describe() can give, in the order of their tags.
+const std::vector<std::string>& report_names();
+
+// Every command in the datagram, in order. Whatever is not a command, or cut off, comes out under
+// "undecodable". Key material is never shown, only its length.
+std::vector<description> describe_commands(byte_view datagram);
+
+}  // namespace protocol
