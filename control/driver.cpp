@@ -12,10 +12,15 @@
 
 namespace {
 
+/// What the C library's ioctl() takes as request: unsigned long in glibc, int in musl.
+template <typename number>
+number request_type(int (*)(int, number, ...));
+using request_number = decltype(request_type(ioctl));
+
 // Request numbers of the driver: _IO('0', n) in the Linux MIPS encoding.
-constexpr int request_base = 0x20003000;
-constexpr int request_led_on = 0x20003006;
-constexpr int request_led_off = 0x20003007;
+constexpr request_number request_base = 0x20003000;
+constexpr request_number request_led_on = 0x20003006;
+constexpr request_number request_led_off = 0x20003007;
 
 constexpr int reported_command = 3;
 
@@ -28,7 +33,7 @@ int open_line_device() {
 }
 
 /// Carries out one request; false without a device. `result` is what the driver answered.
-bool driver_request(int number, int& result) {
+bool driver_request(request_number number, int& result) {
     int fd = open_line_device();
     bool const only_now = !utils::valid_socket(fd);
     if (only_now) {
@@ -61,7 +66,7 @@ void report(int command, int result) {
 void reset_base(int command) {
     log_line(5, str::sprintf("reset base command %d", arg_int(command)));
     int result;
-    if (!driver_request(request_base | command, result)) {
+    if (!driver_request(request_base | static_cast<request_number>(command), result)) {
         log_line(7, str("Failure to send command to driver"));
         return;
     }

@@ -49,6 +49,7 @@ void channel::open(int port_min, int port_max, int tos) {
     int const base = (port_min + 1) & ~1;
     if (!try_random_ports(base, port_max - port_min) && !scan_ports(base, port_max)) {
         rtp_port = rtcp_port = 0;
+        rtcp_timer.clear();
         return;
     }
     set_type_of_service(tos);

@@ -113,7 +113,7 @@ private:
 TEST(Device, LinesOfTheDriverPipeBecomeReports) {
     directory_of_pipes pipes;
     controlled_process process({"--pipe", pipes.base()});
-    int const driver = open((pipes.base() + "0").c_str(), O_WRONLY | O_NONBLOCK);
+    int const driver = open((pipes.base() + "0").c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC);
     ASSERT_GE(driver, 0);
     struct {
         std::string written;
@@ -138,7 +138,7 @@ TEST(Device, LinesOfTheDriverPipeBecomeReports) {
 /// The far side of a serial line.
 class serial_line {
 public:
-    serial_line() : fd(posix_openpt(O_RDWR | O_NOCTTY)) {
+    serial_line() : fd(posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC)) {
         EXPECT_EQ(grantpt(fd), 0);
         EXPECT_EQ(unlockpt(fd), 0);
     }

@@ -137,7 +137,7 @@ TEST_F(receiving, the_whole_header_is_skipped) {
 
 TEST_F(receiving, a_header_longer_than_its_packet_leaves_an_empty_payload) {
     for (char const* start : {"8F", "90", "9F"})
-        for (std::size_t const kept : {12, 13, 15, 16, 40, 71}) {
+        for (std::size_t const kept : {12u, 13u, 15u, 16u, 40u, 71u}) {
             rtp_packet packet = named(5, 7);
             packet.payload.assign(60, '\x7F');
             packet.marker = true;

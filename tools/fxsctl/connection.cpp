@@ -49,6 +49,9 @@ void connection::open_direct() {
 }
 
 void connection::send(protocol::bytes commands) {
+    while (const auto earlier = client_.receive(std::chrono::milliseconds(0))) {
+        remark(*earlier);  // what came before the command does not answer it
+    }
     if (!global_.no_session) {
         const protocol::bytes session = protocol::encode(protocol::session_command{});
         commands.insert(commands.end(), session.begin(), session.end());
@@ -60,6 +63,10 @@ void connection::send(protocol::bytes commands) {
 
 void connection::run(protocol::bytes commands) {
     send(std::move(commands));
+    wait_until_handled();
+}
+
+void connection::wait_until_handled() {
     if (global_.no_session) {
         return;
     }

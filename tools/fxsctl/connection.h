@@ -39,6 +39,9 @@ private:
     void remark(const protocol::report& message) const;  // tells the user what came besides the answer
     [[noreturn]] void fail_without_answer() const;
 
+    // Waits for the empty answer. A heartbeat looks the same; one that comes in just this moment is taken for it.
+    void wait_until_handled();
+
     // Takes reports until `wanted` holds for one. A heartbeat shortens the wait: it may be the answer to the session
     // command behind ours, then ours is already handled and its own answer must be close.
     bool wait_for(const std::function<bool(const protocol::report&)>& wanted, bool& alive);
@@ -68,6 +71,7 @@ T connection::request(protocol::bytes commands, const std::string& what,
     if (!found) {
         fail_without_answer();
     }
+    wait_until_handled();  // takes the answer to our session command too, so that it confirms nothing later
     return answer;
 }
 

@@ -52,19 +52,22 @@ void hub::forward(protocol::byte_view data, std::vector<datagram>& passed) {
     passed.push_back({true, {data.begin(), data.end()}});
 }
 
-void hub::accept_client() {
-    const int fd = accept4(listening_, nullptr, nullptr, SOCK_CLOEXEC);
-    if (fd >= 0 && trusted_peer(fd)) {
-        clients_.push_back(fd);
-    } else if (fd >= 0) {
-        close(fd);
+void hub::accept_clients() {
+    int fd = -1;
+    while (listening_ >= 0 && (fd = accept4(listening_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0) {
+        if (trusted_peer(fd)) {
+            clients_.push_back(fd);
+        } else {
+            close(fd);
+        }
     }
 }
 
 void hub::take_from_process(std::vector<datagram>& passed) {
     while (std::optional<protocol::bytes> data = process_.receive_datagram(std::chrono::milliseconds(0))) {
-        for (const int fd :
-             clients_) {  // a client that does not read loses reports, the others must not wait for it
+        accept_clients();  // whoever was connected when the report left must not miss it
+        for (const int fd : clients_) {
+            // A client that does not read loses reports; the others must not wait for it.
             send(fd, data->data(), data->size(), MSG_DONTWAIT | MSG_NOSIGNAL);
         }
         if (relay_ >= 0) {
@@ -117,7 +120,7 @@ std::vector<hub::datagram> hub::pass_on(std::chrono::milliseconds timeout) {
         take_from_process(passed);
     }
     if (ready[1].revents != 0) {
-        accept_client();
+        accept_clients();
     }
     if (ready[2].revents != 0) {
         take_from_relay(passed);

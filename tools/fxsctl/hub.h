@@ -38,7 +38,7 @@ public:
     std::vector<datagram> pass_on(std::chrono::milliseconds timeout);
 
 private:
-    void accept_client();
+    void accept_clients();
     void take_from_process(std::vector<datagram>& passed);
     bool take_from_client(int fd, std::vector<datagram>& passed);  // false: it is gone
     void take_from_relay(std::vector<datagram>& passed);

@@ -1,6 +1,7 @@
 // fxsctl's command line: which datagram each subcommand sends, what is refused before anything is sent, exit codes.
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <fstream>
 #include <nlohmann/json.hpp>
@@ -242,7 +243,7 @@ TEST(output, decode_explains_captured_datagrams) {
 }
 
 TEST(keys, are_read_from_a_file) {
-    const std::string path = testing::TempDir() + "fxsctl_key.txt";
+    const std::string path = testing::TempDir() + "fxsctl_key_" + std::to_string(getpid());
     std::ofstream(path) << key30 << "\n";
     fake_process process;
     child run(words("media -c 0 --srtp-rx-key @" + path + " --srtp-tag 4"), {port_of(process)});

@@ -91,7 +91,11 @@ bool child::wait_for_text(const std::string& text) {
 }
 
 int child::wait() {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
     while (pump(1000)) {
+        if (std::chrono::steady_clock::now() > deadline) {
+            kill();
+        }
     }
     int status = 0;
     waitpid(pid_, &status, 0);

@@ -16,7 +16,7 @@ public:
     // Reads until `text` stands in what was written to either stream. false after 10 s or at the end of both.
     bool wait_for_text(const std::string& text);
 
-    // Reads to the end and returns the exit code; -1 when a signal ended it.
+    // Reads to the end and returns the exit code; -1 when a signal ended it (SIGKILL if it is not done in 60 s).
     int wait();
 
     // SIGKILL: the program gets no chance to tidy up.

@@ -4,6 +4,7 @@
 #include "tools/protocol/worked_datagrams.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <fstream>
@@ -157,7 +158,7 @@ TEST(protocol_page, described_commands) {
 struct page {
     explicit page(const std::string& text) { std::ofstream(path) << text; }
     ~page() { std::remove(path.c_str()); }
-    std::string path = testing::TempDir() + "page.md";
+    std::string path = testing::TempDir() + "page_" + std::to_string(getpid()) + ".md";
 };
 
 TEST(protocol_page, malformed_pages_fail_loudly) {
