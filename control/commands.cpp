@@ -7,7 +7,7 @@
 #include "control/media_command.h"
 #include "control/sigchan.h"
 #include "lib/link.h"
-#include "lib/log.h"
+#include "lib/log_line.h"
 #include "media/channel.h"
 #include "media/ntp.h"
 
@@ -17,11 +17,6 @@ constexpr int tag_open_reply = 6;
 constexpr int tag_session = 19;
 constexpr int no_slot = 4;
 constexpr int field_driver_command = 27;
-
-void log_line(int level, str const& text) {
-    if (log_check_condition(level))
-        log_add_message(level, text, str::null);
-}
 
 /// The fields of a command that carries a call index and one 16-bit value.
 struct call_fields {
@@ -45,7 +40,7 @@ void cmd_end(str const& command, ip_port const&) {
     if (fields.valid())
         channels[fields.call].init();
     else
-        log_line(1, str("INVALID call index in CMD_END"));
+        log_line(1, "INVALID call index in CMD_END");
 }
 
 void cmd_log_level(str const& command, ip_port const&) {
@@ -93,15 +88,15 @@ void cmd_playback(str const& command, ip_port const&) {
         }
     });
     if (!channels.valid(call)) {
-        log_line(0, str("No playback channel found"));
+        log_line(0, "No playback channel found");
         return;
     }
     int const shown = call + 1;
     if (channels[call].set_playback(tone_set, kind)) {
-        log_line(7, str::sprintf("Playback on channel %d", arg_int(shown)));
+        log_line(7, "Playback on channel %d", arg_int(shown));
         return;
     }
-    log_line(7, str::sprintf("Clear playback on channel %d", arg_int(shown)));
+    log_line(7, "Clear playback on channel %d", arg_int(shown));
     channels[call].tx_clear();
 }
 
@@ -154,7 +149,7 @@ void cmd_open(str const& command, ip_port const&) {
         }
     });
     if (!channels.valid(call)) {
-        log_line(1, str::sprintf("Illegal port %d", arg_int(call)));
+        log_line(1, "Illegal port %d", arg_int(call));
         return;
     }
     channel& opened = channels[call];
@@ -162,7 +157,7 @@ void cmd_open(str const& command, ip_port const&) {
     opened.set_call_id(call_id);
     int const rtp_port = opened.get_rtp_port();
     int const rtcp_port = opened.get_rtcp_port();
-    log_line(7, str::sprintf("Open RTP port %d and RTCP port %d", arg_int(rtp_port), arg_int(rtcp_port)));
+    log_line(7, "Open RTP port %d and RTCP port %d", arg_int(rtp_port), arg_int(rtcp_port));
     send_command(cmd_get_tlv_str(tag_open_reply, cmd_get_tlv_short(field_call, call) +
                                                      cmd_get_tlv_short(13, rtp_port) +
                                                      cmd_get_tlv_short(14, rtcp_port)));
@@ -176,16 +171,16 @@ void cmd_tdm_channel(str const& command, ip_port const&) {
     int const shown = fields.call + 1;
     if (fields.value >= no_slot) {
         channels[fields.call].reset_tdm_channel();
-        log_line(7, str::sprintf("Reset channel for call %d", arg_int(shown)));
+        log_line(7, "Reset channel for call %d", arg_int(shown));
         return;
     }
     channels[fields.call].set_tdm_channel(fields.value);
-    log_line(7, str::sprintf("Set channel %d for call %d", arg_int(fields.value + 1), arg_int(shown)));
+    log_line(7, "Set channel %d for call %d", arg_int(fields.value + 1), arg_int(shown));
 }
 
 void cmd_session(str const&, ip_port const& source) {
     str const sender = utils::readable_ip(source);
-    log_line(5, str::sprintf("Start session %s", arg_str(sender)));
+    log_line(5, "Start session %s", arg_str(sender));
     control_adr = source;
     send_command(cmd_get_tlv_str(tag_session, str::null));
 }
@@ -233,9 +228,7 @@ bool from_control_peer(ip_port const& source) {
     if (log_check_condition(8)) {
         str const peer = utils::readable_ip(control_adr);
         str const sender = utils::readable_ip(source);
-        log_add_message(8,
-                        str::sprintf("Discard command for %s from source %s", arg_str(peer), arg_str(sender)),
-                        str::null);
+        log_line(8, "Discard command for %s from source %s", arg_str(peer), arg_str(sender));
     }
     return false;
 }

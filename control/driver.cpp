@@ -6,7 +6,7 @@
 
 #include "dsp/devmgr.h"
 #include "lib/link.h"
-#include "lib/log.h"
+#include "lib/log_line.h"
 #include "lib/sockets.h"
 #include "lib/tlv.h"
 
@@ -48,11 +48,6 @@ bool driver_request(request_number number, int& result) {
     return true;
 }
 
-void log_line(int level, str const& text) {
-    if (log_check_condition(level))
-        log_add_message(level, text, str::null);
-}
-
 void report(int command, int result) {
     constexpr int tag_driver_result = 11;
     constexpr int field_command = 27;
@@ -64,10 +59,10 @@ void report(int command, int result) {
 }  // namespace
 
 void reset_base(int command) {
-    log_line(5, str::sprintf("reset base command %d", arg_int(command)));
+    log_line(5, "reset base command %d", arg_int(command));
     int result;
     if (!driver_request(request_base | static_cast<request_number>(command), result)) {
-        log_line(7, str("Failure to send command to driver"));
+        log_line(7, "Failure to send command to driver");
         return;
     }
     if (command == reported_command)
@@ -77,5 +72,5 @@ void reset_base(int command) {
 void send_led_call_cmd_to_driver(int on) {
     int ignored;
     if (!driver_request(on != 0 ? request_led_on : request_led_off, ignored))
-        log_line(7, str("Failure to send command led call to driver"));
+        log_line(7, "Failure to send command led call to driver");
 }

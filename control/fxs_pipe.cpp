@@ -4,7 +4,7 @@
 #include <unistd.h>
 
 #include "lib/link.h"
-#include "lib/log.h"
+#include "lib/log_line.h"
 #include "lib/tlv.h"
 
 int fxs_in_fd = -1;
@@ -21,8 +21,7 @@ int open_end(str const& base_path, int number) {
 }
 
 void close_input() {
-    if (log_check_condition(1))
-        log_add_message(1, str("FXS message pipe closed"), str::null);
+    log_line(1, "FXS message pipe closed");
     close(fxs_in_fd);
     fxs_in_fd = -1;
 }

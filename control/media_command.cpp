@@ -1,7 +1,7 @@
 #include "control/media_command.h"
 
 #include "control/command_fields.h"
-#include "lib/log.h"
+#include "lib/log_line.h"
 #include "lib/random.h"
 #include "media/channel.h"
 
@@ -55,11 +55,6 @@ struct srtp_group {
     void take(tlv const& field);
 };
 
-void log_codecs(char const* format, int a, int b) {
-    if (log_check_condition(7))
-        log_add_message(7, str::sprintf(format, arg_int(a), arg_int(b)), str::null);
-}
-
 void codec_group::map_payload_type(int type, unsigned char codec_number) {
     if (type < payload_types)
         map.set_character(type, codec_number);
@@ -72,11 +67,11 @@ void codec_group::take(tlv const& field) {
         case 6:
             codec = byte1;
             payload_type = byte0;
-            log_codecs("Send codec local %d remote %d", byte1, byte0);
+            log_line(7, "Send codec local %d remote %d", arg_int(byte1), arg_int(byte0));
             break;
         case 16:
             map_payload_type(byte1, byte0);
-            log_codecs("Map codec %d to %d", byte0, byte1);
+            log_line(7, "Map codec %d to %d", arg_int(byte0), arg_int(byte1));
             break;
         case 17: ptime = str2int16(field.value); break;
         case 19:

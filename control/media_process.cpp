@@ -7,7 +7,7 @@
 #include "control/sigchan.h"
 #include "dsp/devmgr.h"
 #include "lib/link.h"
-#include "lib/log.h"
+#include "lib/log_line.h"
 #include "lib/random.h"
 #include "lib/sockets.h"
 #include "lib/timeout.h"
@@ -43,8 +43,8 @@ void create_devmgrs() {
 void set_realtime_priority() {
     sched_param parameters{};
     parameters.sched_priority = (sched_get_priority_min(SCHED_RR) + sched_get_priority_max(SCHED_RR)) / 2;
-    if (sched_setscheduler(0, SCHED_RR, &parameters) != 0 && log_check_condition(0))
-        log_add_message(0, str("Could not set scheduling priority"), str::null);
+    if (sched_setscheduler(0, SCHED_RR, &parameters) != 0)
+        log_line(0, "Could not set scheduling priority");
 }
 
 }  // namespace
@@ -66,7 +66,6 @@ void start_media_process(options const& chosen) {
     if (!chosen.debug)
         set_realtime_priority();
     heartbeat();
-    if (log_check_condition(1))
-        log_add_message(1, str("Media Process Ready"), str::null);
+    log_line(1, "Media Process Ready");
     main_loop();
 }

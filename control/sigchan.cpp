@@ -5,7 +5,7 @@
 #include <unistd.h>
 
 #include "lib/link.h"
-#include "lib/log.h"
+#include "lib/log_line.h"
 #include "lib/sockets.h"
 #include "lib/tlv.h"
 
@@ -29,11 +29,6 @@ void configure(int fd) {
     tcsetattr(fd, TCSANOW, &settings);
 }
 
-void log_path(int level, char const* format, str const& path) {
-    if (log_check_condition(level))
-        log_add_message(level, str::sprintf(format, arg_str(path)), str::null);
-}
-
 }  // namespace
 
 void sigchan_open(str const& path) {
@@ -42,11 +37,11 @@ void sigchan_open(str const& path) {
     str name = path;
     sigchan_fd = open(name.c_str(), O_RDWR | O_NONBLOCK | O_NOCTTY);
     if (!utils::valid_socket(sigchan_fd)) {
-        log_path(0, "Could not open %s", path);
+        log_line(0, "Could not open %s", arg_str(path));
         return;
     }
     configure(sigchan_fd);
-    log_path(5, "Opened %s", path);
+    log_line(5, "Opened %s", arg_str(path));
 }
 
 void sigchan_process() {
@@ -65,6 +60,5 @@ void sigchan_send(str const& data) {
     int const length = data.length();
     if (write(sigchan_fd, data.cbuffer(), static_cast<size_t>(length)) == length)
         return;
-    if (log_check_condition(3))
-        log_add_message(3, str::sprintf("Could not write %d bytes", arg_int(length)), str::null);
+    log_line(3, "Could not write %d bytes", arg_int(length));
 }

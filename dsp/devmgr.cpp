@@ -8,7 +8,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include "lib/log.h"
+#include "lib/log_line.h"
 #include "lib/sockets.h"
 #include "media/channel.h"
 #include "media/line.h"
@@ -91,8 +91,7 @@ void devmgr::open() {
     if (utils::valid_socket(fd))
         return;
     fd = ::open(path.c_str(), O_RDWR);
-    if (log_check_condition(6))
-        log_add_message(6, str::sprintf("Open %s", arg_str(path)), str::null);
+    log_line(6, "Open %s", arg_str(path));
 }
 
 void devmgr::close() {
@@ -100,8 +99,7 @@ void devmgr::close() {
         return;
     ::close(fd);
     fd = -1;
-    if (log_check_condition(6))
-        log_add_message(6, str::sprintf("Close %s", arg_str(path)), str::null);
+    log_line(6, "Close %s", arg_str(path));
 }
 
 bool devmgr::output_available() const {
@@ -118,8 +116,8 @@ void devmgr::read_audio() {
     drain_rx = false;
     if (n >= 1)
         recv_device(str(read_buffer, block_bytes));
-    else if (log_check_condition(7))
-        log_add_message(7, str::sprintf("TDM read returned %d", arg_int(n)), str::null);
+    else
+        log_line(7, "TDM read returned %d", arg_int(n));
 }
 
 void devmgr::write_audio() {
@@ -136,8 +134,7 @@ void devmgr::tx_clear() {
     if (!utils::valid_socket(fd))
         return;
     ioctl(fd, request_clear_transmit, 0);
-    if (log_check_condition(7))
-        log_add_message(7, str("Clear Tx"), str::null);
+    log_line(7, "Clear Tx");
 }
 
 void devmgr::recv_device(str const& pcm) {

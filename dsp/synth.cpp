@@ -4,7 +4,7 @@
 
 #include "dsp/sine_tables.h"
 #include "dsp/tone_tables.h"
-#include "lib/log.h"
+#include "lib/log_line.h"
 
 namespace {
 
@@ -47,12 +47,8 @@ void synth::set_program(int freq1, int freq2, int initial, int on1, int off1, in
     level = new_level;
     envelope = 0;
     counter = 0;
-    if (log_check_condition(7))
-        log_add_message(
-            7,
-            str::sprintf("Synth %d %d %d %d %d %d %d %d", arg_int(freq1), arg_int(freq2), arg_int(initial),
-                         arg_int(on1), arg_int(off1), arg_int(on2), arg_int(off2), arg_int(new_level)),
-            str::null);
+    log_line(7, "Synth %d %d %d %d %d %d %d %d", arg_int(freq1), arg_int(freq2), arg_int(initial),
+             arg_int(on1), arg_int(off1), arg_int(on2), arg_int(off2), arg_int(new_level));
 }
 
 int synth::set_tone(int set, int kind) {

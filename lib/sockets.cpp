@@ -8,7 +8,7 @@
 #include <sys/time.h>
 #include <unistd.h>
 
-#include "lib/log.h"
+#include "lib/log_line.h"
 
 namespace {
 
@@ -39,14 +39,9 @@ struct socket_address {
     bool usable;
 };
 
-void log_text(int level, str const& text) {
-    if (log_check_condition(level))
-        log_add_message(level, text, str::null);
-}
-
 void log_endpoint(int level, char const* format, ip_port const& endpoint) {
     str const shown = utils::readable_ip(endpoint);
-    log_text(level, str::sprintf(format, arg_str(shown)));
+    log_line(level, format, arg_str(shown));
 }
 
 bool set_non_blocking(int fd) {
@@ -58,12 +53,12 @@ bool set_non_blocking(int fd) {
 int bind_udp_socket(int fd, sockaddr const* address, socklen_t length, int port, char const* failure) {
     if (bind(fd, address, length) != 0) {
         close(fd);
-        log_text(0, str::sprintf(failure, arg_int(port)));
+        log_line(0, failure, arg_int(port));
         return -1;
     }
     if (!set_non_blocking(fd)) {
         close(fd);
-        log_text(0, str("Could not set non blocking IO"));
+        log_line(0, "Could not set non blocking IO");
         return -1;
     }
     return fd;
@@ -174,7 +169,7 @@ int utils::open_tcp_client(ip_port const& to) {
     }
     if (!set_non_blocking(fd)) {
         close(fd);
-        log_text(0, str("Could not set socket for non blocking IO"));
+        log_line(0, "Could not set socket for non blocking IO");
         return -1;
     }
     if (connect(fd, &address.any, address.length) == 0 || errno == EINPROGRESS)
@@ -195,7 +190,7 @@ void utils::send_tcp_packet(int fd, str& data) {
     ssize_t const n =
         send(fd, data.cbuffer(), static_cast<size_t>(data.length()), MSG_DONTWAIT | MSG_NOSIGNAL);
     if (n < 0) {
-        log_text(8, str::sprintf("!!!!!!!!!!! TCP error code  %d", arg_int(errno)));
+        log_line(8, "!!!!!!!!!!! TCP error code  %d", arg_int(errno));
         data.clear();
         return;
     }

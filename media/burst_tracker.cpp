@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "lib/log.h"
+#include "lib/log_line.h"
 #include "lib/str.h"
 
 namespace {
@@ -58,23 +58,16 @@ void burst_tracker::process_burst() {
     if (!in_burst && !since_then_received) {
         in_burst = true;
         burst_begin = recent_times[0];
-        if (log_check_condition(5))
-            log_add_message(5,
-                            str::sprintf("Burst begin: pos=%d, begin=%d", arg_int(get_position()),
-                                         arg_int(static_cast<int>(burst_begin))),
-                            str::null);
+        log_line(5, "Burst begin: pos=%d, begin=%d", arg_int(get_position()),
+                 arg_int(static_cast<int>(burst_begin)));
     } else if (in_burst && since_then_received) {
         in_burst = false;
         std::uint32_t const end = recent_times[2];
         burst_duration_ms += static_cast<std::uint32_t>(span(burst_begin, end) / units_per_ms);
         burst_begin = end;
         bursts++;
-        if (log_check_condition(5))
-            log_add_message(5,
-                            str::sprintf("Burst %d end: pos=%d, end=%d, duration=%d", arg_int(bursts),
-                                         arg_int(get_position()), arg_int(static_cast<int>(end)),
-                                         arg_int(static_cast<int>(burst_duration_ms))),
-                            str::null);
+        log_line(5, "Burst %d end: pos=%d, end=%d, duration=%d", arg_int(bursts), arg_int(get_position()),
+                 arg_int(static_cast<int>(end)), arg_int(static_cast<int>(burst_duration_ms)));
     }
     lost++;
     (in_burst ? burst_lost : gap_lost)++;

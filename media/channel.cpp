@@ -1,6 +1,6 @@
 #include "media/channel.h"
 
-#include "lib/log.h"
+#include "lib/log_line.h"
 #include "lib/random.h"
 #include "media/line.h"
 
@@ -68,8 +68,8 @@ channel::channel()
       tdm_channel(line::none) {}
 
 void channel::init() {
-    if (!call_id.empty() && log_check_condition(8))
-        log_add_message(8, str::sprintf("Close call %d", arg_int(id + 1)), str::null);
+    if (!call_id.empty())
+        log_line(8, "Close call %d", arg_int(id + 1));
     close_sockets();
     reset_tdm_channel();
     set_playback(0, 0);

@@ -1,4 +1,4 @@
-#include "lib/log.h"
+#include "lib/log_line.h"
 #include "lib/sockets.h"
 #include "media/channel.h"
 #include "media/notifications.h"
@@ -29,12 +29,7 @@ void log_from(char const* format, ip_port const& from) {
     if (!log_check_condition(7))
         return;
     str const sender = utils::readable_ip(from);
-    log_add_message(7, str::sprintf(format, arg_str(sender)), str::null);
-}
-
-void log_line(int level, char const* text) {
-    if (log_check_condition(level))
-        log_add_message(level, str(text), str::null);
+    log_line(7, format, arg_str(sender));
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-#include "lib/log.h"
+#include "lib/log_line.h"
 #include "lib/sockets.h"
 #include "media/channel.h"
 #include "media/notifications.h"
@@ -10,16 +10,6 @@ namespace {
 constexpr int report_period_s = 2;
 constexpr int ntp_middle_offset = 10;    // of the middle 32 bits of the NTP time in a sender report
 constexpr int packet_count_offset = 20;  // in a sender report
-
-void log_bytes(char const* format, str const& data) {
-    if (log_check_condition(9))
-        log_add_message(9, str::sprintf(format, arg_str(data)), str::null);
-}
-
-void log_line(char const* text) {
-    if (log_check_condition(9))
-        log_add_message(9, str(text), str::null);
-}
 
 /// 1/65536 s since an instant on the process clock, in 32 bits.
 std::uint32_t short_ntp_since(rtimestamp const& instant) {
@@ -56,8 +46,7 @@ void channel::send_rtcp_sr() {
     int const jitter = xr.calculate_jitter();
     rtcp::reception received;
     if (remote_ssrc.empty()) {
-        if (log_check_condition(7))
-            log_add_message(7, str::sprintf("RTCP-XR has no SSRC on call %d", arg_int(id + 1)), str::null);
+        log_line(7, "RTCP-XR has no SSRC on call %d", arg_int(id + 1));
     } else {
         received.ssrc = remote_ssrc;
         received.fraction_lost = rtcp::fraction_lost(packets_lost, static_cast<int>(rx_packets));
@@ -120,7 +109,7 @@ void channel::process_rtcp_datagram(str const& compound, ip_port const& from, in
 
 void channel::process_rtcp(str const& compound, ip_port const& from, bool tcp, rtimestamp const& arrival) {
     if (tcp)
-        log_line("received rtcp msg on tcp socket");
+        log_line(9, "received rtcp msg on tcp socket");
     if (compound.empty())
         return;
     if (compound[0] <= 1) {
@@ -130,17 +119,17 @@ void channel::process_rtcp(str const& compound, ip_port const& from, bool tcp, r
     if (accept_rtcp_source(from, tcp)) {
         rtcp_received = true;
         decrypt_srtcp(compound);  // for its log line; what follows looks at the packet as it came
-        log_bytes("RTCP: %h", compound);
+        log_line(9, "RTCP: %h", arg_str(compound));
         send_rtcp_report(compound, true);
         rtcp::for_each_packet(compound, [&](int type, str const& report) {
-            log_bytes("RTCP report: %h", report);
+            log_line(9, "RTCP report: %h", arg_str(report));
             if (type == rtcp::sender_report_type)
                 process_sender_report(report, arrival);
             else if (type == rtcp::extended_report_type)
                 xr.process_report(report, arrival);
         });
     }
-    log_line("RTCP: Done.");
+    log_line(9, "RTCP: Done.");
 }
 
 /// Over UDP only the first sender's reports count.

@@ -3,7 +3,7 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
-#include "lib/log.h"
+#include "lib/log_line.h"
 #include "lib/random.h"
 #include "lib/sockets.h"
 #include "media/channel.h"
@@ -77,10 +77,7 @@ bool channel::scan_ports(int base, int port_max) {
 /// Opens the sockets of rtp_port and the port above it; all of them, or none.
 bool channel::open_pair() {
     rtcp_port = rtp_port + 1;
-    if (log_check_condition(9))
-        log_add_message(9,
-                        str::sprintf("Trying to open ports %d and %d", arg_int(rtp_port), arg_int(rtcp_port)),
-                        str::null);
+    log_line(9, "Trying to open ports %d and %d", arg_int(rtp_port), arg_int(rtcp_port));
     bool const rtp_open = open_families(rtp_port, fd_rtp4, fd_rtp6);
     bool const rtcp_open = open_families(rtcp_port, fd_rtcp4, fd_rtcp6);
     if (rtp_open && rtcp_open)

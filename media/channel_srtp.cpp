@@ -1,4 +1,4 @@
-#include "lib/log.h"
+#include "lib/log_line.h"
 #include "media/channel.h"
 #include "media/notifications.h"
 #include "srtp/srtp_packet.h"
@@ -29,8 +29,7 @@ void channel::set_srtp(str const& receive, str const& transmit, int tag_length, 
         return;
     srtp_init(srtp.tx, master_key(transmit), master_salt(transmit), local_ssrc);
     srtp_init(srtp.rx, master_key(receive), master_salt(receive), str::null);
-    if (log_check_condition(5))
-        log_add_message(5, str::sprintf("SRTP Tx=%h Rx=%h", arg_str(transmit), arg_str(receive)), str::null);
+    log_line(5, "SRTP Tx=%h Rx=%h", arg_str(transmit), arg_str(receive));
 }
 
 /// A new stream starts with fresh keys.
@@ -55,11 +54,9 @@ bool channel::unprotect(str const& data, rtp_header const& header, std::uint32_t
 void channel::count_mac_failure(std::uint32_t sequence) {
     srtp_mac_failures++;
     bool const noteworthy = srtp_mac_failures == 10 || srtp_mac_failures == 100 || srtp_mac_failures == 1000;
-    if (noteworthy && log_check_condition(4))
-        log_add_message(4,
-                        str::sprintf("Dropped %d SRTP packets with wrong MAC (seq=%d)",
-                                     arg_int(srtp_mac_failures), arg_int(static_cast<int>(sequence))),
-                        str::null);
+    if (noteworthy)
+        log_line(4, "Dropped %d SRTP packets with wrong MAC (seq=%d)", arg_int(srtp_mac_failures),
+                 arg_int(static_cast<int>(sequence)));
 }
 
 str channel::protect_rtcp(str const& compound) {
@@ -72,8 +69,7 @@ str channel::protect_rtcp(str const& compound) {
 /// The packet decrypted, when a transmit key switches RTCP protection on and the packet says that it is encrypted.
 str channel::decrypt_srtcp(str const& compound) {
     str plain = compound;
-    if (!srtp_tx_key.empty() && !srtcp_unprotect(srtp.rx, compound, plain, {srtp_tag_length, srtp_mki}) &&
-        log_check_condition(9))
-        log_add_message(9, str("RTCP not enrypted"), str::null);
+    if (!srtp_tx_key.empty() && !srtcp_unprotect(srtp.rx, compound, plain, {srtp_tag_length, srtp_mki}))
+        log_line(9, "RTCP not enrypted");
     return plain;
 }

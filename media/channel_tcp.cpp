@@ -1,4 +1,4 @@
-#include "lib/log.h"
+#include "lib/log_line.h"
 #include "lib/sockets.h"
 #include "media/channel.h"
 #include "media/notifications.h"
@@ -10,16 +10,6 @@ constexpr int most_passes = 10;  // over one piece of a stream
 constexpr int tag_rtp_data = 13;
 constexpr int tag_rtcp_data = 14;
 constexpr unsigned char tls_handshake = 0x16;  // RFC 8446 section 5.1
-
-void log_bytes(char const* format, str const& data) {
-    if (log_check_condition(8))
-        log_add_message(8, str::sprintf(format, arg_str(data)), str::null);
-}
-
-void log_line(str const& text) {
-    if (log_check_condition(8))
-        log_add_message(8, text, str::null);
-}
 
 void send_datagram(int fd4, int fd6, ip_port const& dest, str const& data) {
     if (utils::ipv4(dest.address))
@@ -55,27 +45,27 @@ void channel::process_rtp(str const& data, ip_port const& from, bool tcp, rtimes
     str rest = data;
     for (int pass = 1; pass <= most_passes && !rest.empty(); pass++) {
         if (process_tcp_header(rest, id, from, tag_rtp_data)) {
-            log_line(str("tcp control"));
+            log_line(8, "tcp control");
             continue;
         }
         process_tcp_packet(rest, from, time);
-        log_line(str::sprintf("loop count %d", arg_int(pass)));
+        log_line(8, "loop count %d", arg_int(pass));
     }
 }
 
 /// One bare packet; what is not recognised stays in `data`.
 void channel::process_tcp_packet(str& data, ip_port const& from, rtimestamp const& time) {
     if (process_tcp_rtcp(data)) {
-        log_bytes("rtcp %H", data);
+        log_line(8, "rtcp %H", arg_str(data));
         process_rtcp(data, from, true, time);
     } else if (data[0] == tls_handshake) {
-        log_line(str("pseudo tls"));
+        log_line(8, "pseudo tls");
         send_command_tunnel_rtp(id, from, data, true, tag_rtp_data);
     } else if (rtp_header::is_version_2(data)) {
-        log_bytes("rtp %H", data);
+        log_line(8, "rtp %H", arg_str(data));
         process_rtp_data(data, from, true, time);
     } else {
-        log_bytes("no rtp %H", data);
+        log_line(8, "no rtp %H", arg_str(data));
         return;
     }
     data.clear();

@@ -4,7 +4,7 @@
 #include <climits>
 
 #include "lib/bytes.h"
-#include "lib/log.h"
+#include "lib/log_line.h"
 
 namespace {
 
@@ -30,8 +30,8 @@ void rtcp_xr::clear() {
 }
 
 void rtcp_xr::set_mode(str const& mode) {
-    if (!mode.empty() && log_check_condition(6))
-        log_add_message(6, str::sprintf("RTCP-XR mode %s", arg_str(mode)), str::null);
+    if (!mode.empty())
+        log_line(6, "RTCP-XR mode %s", arg_str(mode));
     loss_rle_max = dup_rle_max = rcpt_times_max = 0;
     stat_summary = voip_metrics = rcvr_rtt = false;
 
@@ -125,8 +125,7 @@ str rtcp_xr::get_packet(str const& remote_ssrc, str const& local_ssrc, int peer_
     constexpr unsigned char extended_report_type = 207;
     if (event_count == 0)
         return str();
-    if (log_check_condition(9))
-        log_add_message(9, str("Get RTCP-XR"), str::null);
+    log_line(9, "Get RTCP-XR");
     str const blocks = get_blocks(remote_ssrc, peer_delay);
     end_period();
     return str(version_2_count_0, extended_report_type) +

@@ -1,6 +1,6 @@
 #include "media/tcp_connection.h"
 
-#include "lib/log.h"
+#include "lib/log_line.h"
 #include "lib/sockets.h"
 
 bool tcp_connection::is_open() const {
@@ -39,7 +39,7 @@ str tcp_connection::receive(char const* name) {
         return data;
     if (log_check_condition(7)) {
         str const shown = utils::readable_ip(peer);
-        log_add_message(7, str::sprintf("%S connection to %s closed", name, arg_str(shown)), str::null);
+        log_line(7, "%S connection to %s closed", name, arg_str(shown));
     }
     close();
     return data;

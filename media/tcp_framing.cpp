@@ -1,7 +1,7 @@
 #include "media/tcp_framing.h"
 
 #include "lib/bytes.h"
-#include "lib/log.h"
+#include "lib/log_line.h"
 #include "media/notifications.h"
 
 namespace {
@@ -30,9 +30,7 @@ bool frame_holds_stun(str const& data, int length) {
 /// Hands the first `length` bytes up and goes on behind offset `next`.
 void hand_up(str& data, int length, int next, int channel, ip_port const& from, int tag) {
     str const unit = data.leftstr(length);
-    if (log_check_condition(8))
-        log_add_message(8, str::sprintf("TCP rec len turn_pdu %d %H", arg_int(length), arg_str(unit)),
-                        str::null);
+    log_line(8, "TCP rec len turn_pdu %d %H", arg_int(length), arg_str(unit));
     send_command_tunnel_rtp(channel, from, unit, true, tag);
     data = data.substr(next);
 }
@@ -49,8 +47,7 @@ bool process_tcp_header(str& data, int channel, ip_port const& from, int tag) {
         return false;
     int const length = unit_length(data);
     if ((data[0] == turn_data_unit || is_frame(data)) && data.length() < length) {
-        if (log_check_condition(8))
-            log_add_message(8, str("need to wait for more data to arrive"), str::null);
+        log_line(8, "need to wait for more data to arrive");
         return true;
     }
     if (data[0] == turn_data_unit && data[1] == 0) {
