@@ -225,6 +225,10 @@ TEST_F(rtcp_channel, what_is_received) {
     } const table[] = {
         {"report without block", "80C8 0006" + sr, "03040506", 0, ""},
         {"report on us", "81C8 000C" + sr + block, "03040506", 1000, ""},
+        {"a delay is rounded", "81C8 000C AAAA0001 0102030405060708 00000000 00000021 00000000" + block,
+         "03040506", 1, ""},
+        {"a delay wraps", "81C8 000C AAAA0001 0102030405060708 00000000 00420000 00000000" + block,
+         "03040506", 464, ""},
         {"report on others", "81C8 000C" + sr + other_block, "03040506", 0, ""},
         {"on us in the second block, whatever the count says", "80C8 0012" + sr + other_block + block,
          "03040506", 1000, ""},
@@ -253,6 +257,7 @@ TEST_F(rtcp_channel, what_is_received) {
         receive_rtcp(from_hex(packet));
         receive_rtp(1);
         std::string const sent_report = report();
+        EXPECT_EQ(sent_report.substr(0, 8), "81C8000C") << what;
         EXPECT_EQ(sent_report.substr(88, 8), last_sr) << what;
         ASSERT_EQ(sent_report.size() / 2, 52u + 16 + 8 + 36 + 12 + (*last_rr ? 16 : 0)) << what;
         EXPECT_EQ(get_be16(from_hex(sent_report), 52 + 16 + 8 + 16), delay_ms) << what;

@@ -334,6 +334,8 @@ TEST(rtcp_xr, only_complete_reference_times_are_taken) {
         {"one block", "80CF0004 A1A2A3A4 04000002 0102030405060708", "03040506"},
         {"cut behind the middle", "80CF0004 A1A2A3A4 04000002 010203040506", "03040506"},
         {"cut in the middle", "80CF0004 A1A2A3A4 04000002 0102030405", ""},
+        {"a cut one behind a complete one", "80CF0007 A1A2A3A4 04000002 0102030405060708 04000002 1112131415",
+         "03040506"},
         {"behind an unknown block", "80CF0006 A1A2A3A4 63000001 FFFFFFFF 04000002 0102030405060708",
          "03040506"},
         {"the last of two", "80CF0007 A1A2A3A4 04000002 0102030405060708 04000002 1112131415161718",
