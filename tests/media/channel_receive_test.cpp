@@ -123,7 +123,7 @@ TEST_F(receiving, other_protocols_on_the_port_go_to_call_control) {
     deliver(from_hex("0101 0000 2112A442 01020304"), 0);
     EXPECT_EQ(
         peer.transcript(),
-        (lines{hex("0017 001E 0004 0002 0003 0005 0006 0FA0 C0A80107 000D 000A 1F00 1234 5A525450 CAFEBABE"),
+        (lines{hex("0017 0020 0004 0002 0003 0005 0006 0FA0 C0A80107 000D 000C 1F00 1234 5A525450 CAFEBABE"),
                "8 TCP rec send tunnel cmd",
                hex("000F 0026 0004 0002 0003 0005 0006 0FA0 C0A80107 000D 000C 0101 0000 2112A442 01020304 "
                    "0022 0002 0000")}));
@@ -216,18 +216,6 @@ TEST_F(receiving, a_marker_starts_anew_and_clears_what_the_line_has_queued) {
     EXPECT_EQ(peer.transcript(), lines{"7 Clear Tx"});
     EXPECT_EQ(play(), 4);
     EXPECT_EQ(peer.transcript(), lines{}) << "only the first packet of a talk spurt clears";
-}
-
-TEST_F(receiving, announcements_go_first_and_their_end_is_reported) {
-    deliver(named(100, 9), 0);
-    peer.transcript();
-    tested.add_playback(to_str(pcm_of(1, 100)));
-    EXPECT_TRUE(tested.output_available());
-    EXPECT_EQ(play(), 1);
-    EXPECT_EQ(peer.transcript(), lines{});
-    EXPECT_EQ(to_hex(to_string(tested.get_samples())), to_hex(pcm_of(1, 20) + pcm_of(0, 60)));
-    EXPECT_EQ(peer.transcript(), lines{hex("001C 0006 0004 0002 0003")});
-    EXPECT_EQ(play(), 9);
 }
 
 }  // namespace

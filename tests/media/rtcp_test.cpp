@@ -6,7 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include "lib/log.h"
 #include "media/channel.h"
 #include "media/rtcp_packet.h"
 #include "srtp/aes_tables.h"
@@ -33,10 +32,7 @@ std::string hex(std::string_view text) {
 /// Channel 4, open, with an SSRC; reports go to `far`, time stands still.
 class rtcp_channel : public media_fixture {
 protected:
-    explicit rtcp_channel(int log_threshold = -1)
-        : media_fixture(log_threshold), clock(4242), tested(channels[4]) {
-        start();
-    }
+    rtcp_channel() : media_fixture(-1), clock(4242), tested(channels[4]) { start(); }
     void start() {
         tested.init();
         tested.open(20000, 40000, 0);
@@ -71,14 +67,7 @@ protected:
         tested.process_rtcp(to_str(bytes), peer_at(port), tcp, rtimestamp::now());
     }
     static std::string copy_of(std::string const& packet, int direction) {
-        return to_hex(
-            element_of(14, short_element(4, 4) + element_of(22, "id") + element_of(direction, packet)));
-    }
-    lines reports_in_hex() {
-        lines all;
-        for (std::string const& datagram : peer.reports())
-            all.push_back(to_hex(datagram));
-        return all;
+        return element_of(14, short_element(4, 4) + element_of(22, "id") + element_of(direction, packet));
     }
 
     /// NTP time of now and the fields up to the octet count, of a channel that has sent nothing.
@@ -92,11 +81,6 @@ protected:
     manual_clock clock;
     channel& tested;
     udp_peer far;
-};
-
-class rtcp_channel_with_log : public rtcp_channel {
-protected:
-    rtcp_channel_with_log() : rtcp_channel(9) {}
 };
 
 TEST(rtcp_packets, length_field_and_padding_for_every_length) {
@@ -126,11 +110,9 @@ TEST(rtcp_packets, length_field_and_padding_for_every_length) {
     EXPECT_EQ(rtcp::fraction_lost(0x7FFFFF, 0x7FFFFF), 128);
 }
 
-TEST_F(rtcp_channel_with_log, reports_byte_for_byte) {
-    peer.log_lines();
+TEST_F(rtcp_channel, reports_byte_for_byte) {
     ntp_timediff = 0x87654321;
     EXPECT_EQ(report(), "81C8000811223344" + ntp_now() + none_sent + "0000000000000000" + sdes);
-    EXPECT_EQ(peer.log_lines(), lines{"7 RTCP-XR has no SSRC on call 5"});
     ntp_timediff = 0;
     clock.advance(99);
     receive_rtp(1000);
@@ -153,20 +135,6 @@ TEST_F(rtcp_channel_with_log, reports_byte_for_byte) {
     EXPECT_EQ(get_be32(from_hex(report()), 48), 4293392073u) << "41.5 s: (2719744000 - 2^32) / 1000";
 }
 
-TEST_F(rtcp_channel, what_was_sent_is_reported) {
-    tested.set_destination(far.address(), far.address(), false);
-    lines audio;
-    for (int i = 0; i < 3; i++) {
-        clock.advance(2);
-        tested.process_audio(to_str(pcm_of(i)));
-    }
-    for (std::string const& packet : far.received(tested.get_fd_rtp4()))
-        audio.push_back(packet);
-    ASSERT_EQ(audio.size(), 3u);
-    EXPECT_EQ(report().substr(0, 56),
-              "81C8000811223344" + ntp_now() + to_hex(audio[2].substr(4, 4)) + hex("00000003 00000204"));
-}
-
 TEST_F(rtcp_channel, the_highest_sequence_number_is_that_of_the_current_stream) {
     auto const highest = [&] { return get_be32(from_hex(report()), 36); };
     for (int const seq : {65000, 65535, 0, 1, 65534})
@@ -178,37 +146,19 @@ TEST_F(rtcp_channel, the_highest_sequence_number_is_that_of_the_current_stream) 
 }
 
 TEST_F(rtcp_channel, rhythm) {
-    tested.init();
-    EXPECT_TRUE(timeout_queue::global_queue.empty());
     rtimestamp const opened = rtimestamp::now();
-    tested.open(20000, 40000, 0);
+    start();
     tested.set_call_id(str("id"));
     std::vector<int> at_ms;
-    for (int i = 0; i < 1000; i++) {
-        while (!timeout_queue::global_queue.empty() && timeout_queue::global_queue.delay(false) == 0)
-            timeout_queue::global_queue.next();
-        for (std::size_t n = peer.reports().size(); n > 0; n--)
-            at_ms.push_back(rtimestamp::now().diff_ms(opened));
-        clock.advance(1);
+    while (rtimestamp::now().diff_ms(opened) < 9000) {
+        clock.advance_ms(static_cast<unsigned>(timeout_queue::global_queue.delay(true)));
+        timeout_queue::global_queue.next();
+        at_ms.insert(at_ms.end(), peer.reports().size(), rtimestamp::now().diff_ms(opened));
     }
-    EXPECT_EQ(at_ms, (std::vector<int>{100, 2100, 4100, 6100, 8100}));
+    EXPECT_EQ(at_ms, (std::vector<int>{100, 2100, 4100, 6100, 8100, 10100}));
     EXPECT_EQ(timeout_queue::global_queue.size(), 1);
     tested.init();
     EXPECT_TRUE(timeout_queue::global_queue.empty());
-    channel::send_rtcp_update(-1);
-    channel::send_rtcp_update(8);
-    EXPECT_TRUE(timeout_queue::global_queue.empty());
-}
-
-TEST_F(rtcp_channel, over_ipv6_or_to_nobody) {
-    udp_peer far6(true);
-    tested.set_destination(ip_port(), far6.address(), false);
-    tested.send_rtcp_sr();
-    EXPECT_EQ(far6.received(tested.get_fd_rtcp6()).size(), 1u);
-    tested.set_destination(ip_port(), ip_port(), false);
-    tested.set_call_id(str("id"));
-    tested.send_rtcp_sr();
-    EXPECT_EQ(peer.reports().size(), 1u) << "the copy goes to call control all the same";
 }
 
 TEST_F(rtcp_channel, what_is_received) {
@@ -223,32 +173,21 @@ TEST_F(rtcp_channel, what_is_received) {
         unsigned delay_ms;
         char const* last_rr;  // "": no answer
     } const table[] = {
-        {"report without block", "80C8 0006" + sr, "03040506", 0, ""},
         {"report on us", "81C8 000C" + sr + block, "03040506", 1000, ""},
         {"a delay is rounded", "81C8 000C AAAA0001 0102030405060708 00000000 00000021 00000000" + block,
          "03040506", 1, ""},
         {"a delay wraps", "81C8 000C AAAA0001 0102030405060708 00000000 00420000 00000000" + block,
          "03040506", 464, ""},
-        {"report on others", "81C8 000C" + sr + other_block, "03040506", 0, ""},
         {"on us in the second block, whatever the count says", "80C8 0012" + sr + other_block + block,
          "03040506", 1000, ""},
-        {"on us in an incomplete block", "81C8 000C" + sr + "11223344 00000000 00000000 00000000 00000000",
-         "03040506", 0, ""},
         {"length field without the block", "81C8 0006" + sr + block, "03040506", 0, ""},
         {"receiver report and an extended one", "80C9 0001 AAAA0001 80CF 0004" + rrtr, "00000000", 0,
          "13141516"},
         {"extended, then sender report", "80CF 0004" + rrtr + "81C8 000C" + sr + block, "03040506", 1000,
          "13141516"},
-        {"two sender reports",
-         "80C8 0006" + sr + "80C8 0006 AAAA0001 2122232425262728 00000000 00000001 00000000", "23242526", 0,
-         ""},
-        {"unknown types around", "80FF 0000 80C8 0006" + sr + "8000 0001 00000000", "03040506", 0, ""},
         {"length field beyond the end", "81C8 FFFF" + sr + block, "03040506", 1000, ""},
         {"cut within the time", "80C8 0006 AAAA0001 01020304", "03040000", 0, ""},
-        {"cut before it", "80C8 0006 AAAA0001 0102", "00000000", 0, ""},
         {"a walk of zero words", "80C8 0000 80C8 0000 80C8 0006" + sr, "03040506", 0, ""},
-        {"four bytes are too short to look at", "80CF0004", "00000000", 0, ""},
-        {"one byte", "80", "00000000", 0, ""},
         {"no version is asked for", "02C8 0006" + sr, "03040506", 0, ""},
     };
     for (auto const& [what, packet, last_sr, delay_ms, last_rr] : table) {
@@ -270,49 +209,22 @@ TEST_F(rtcp_channel, what_is_received) {
 TEST_F(rtcp_channel, only_the_first_sender_is_listened_to) {
     tested.set_call_id(str("id"));
     std::string const packet = from_hex("80C9 0001 AAAA0001");
-    lines const copy{copy_of(packet, 9)};
-    receive_rtcp(packet, 8, true);
-    EXPECT_EQ(reports_in_hex(), copy) << "over TCP everybody is, and nobody latched";
-    receive_rtcp(packet, 7);
-    EXPECT_EQ(reports_in_hex(), copy);
-    receive_rtcp(packet, 8);
-    EXPECT_EQ(reports_in_hex(), lines{});
-    receive_rtcp(packet, 7);
-    EXPECT_EQ(reports_in_hex(), copy);
-    receive_rtcp(packet, 8, true);
-    EXPECT_EQ(reports_in_hex(), copy);
+    struct {
+        int port;
+        bool tcp, copied;
+    } const table[] = {{8, true, true},  // over TCP everybody is, and nobody latched
+                       {7, false, true},
+                       {8, false, false},
+                       {7, false, true},
+                       {8, true, true}};
+    for (auto const& [port, tcp, copied] : table) {
+        receive_rtcp(packet, port, tcp);
+        EXPECT_EQ(peer.reports(), copied ? lines{copy_of(packet, 9)} : lines{}) << port << tcp;
+    }
     tested.set_call_id(str());
     receive_rtcp(packet, 7);
     tested.send_rtcp_sr();
-    EXPECT_EQ(reports_in_hex(), lines{}) << "no copies without a call";
-}
-
-TEST_F(rtcp_channel_with_log, what_is_logged_of_reception) {
-    peer.log_lines();
-    std::string const packet = from_hex("80C9 0001 AAAA0001 80CA 0000 55");
-    receive_rtcp(packet, 7, true);
-    receive_rtcp(packet, 7);
-    receive_rtcp("", 7);
-    receive_rtcp(packet, 8);
-    lines const walk{"9 RTCP: 80c90001aaaa000180ca000055", "9 RTCP report: 80c90001aaaa0001",
-                     "9 RTCP report: 80ca0000", "9 RTCP: Done."};
-    lines expected{"9 received rtcp msg on tcp socket"};
-    expected.insert(expected.end(), walk.begin(), walk.end());
-    expected.insert(expected.end(), walk.begin(), walk.end());
-    expected.push_back("9 RTCP: Done.");
-    EXPECT_EQ(peer.log_lines(), expected);
-}
-
-TEST_F(rtcp_channel, stun_goes_to_call_control) {
-    for (char const* start : {"00", "01"}) {
-        std::string const stun = from_hex(start) + from_hex("C8 0006 2112A442 00000000 00000000 00000000");
-        receive_rtcp(stun, 7, start[1] == '1');
-        EXPECT_EQ(reports_in_hex(),
-                  lines{to_hex(element_of(
-                      15, from_hex("0004 0002 0004 0005 0006 0007 7F000001") + element_of(14, stun)))});
-    }
-    tested.send_rtcp_bye(str("x"));
-    EXPECT_EQ(sent(), lines{}) << "it is no RTCP packet";
+    EXPECT_EQ(peer.reports(), lines{}) << "no copies without a call";
 }
 
 TEST_F(rtcp_channel, a_bye_answers_what_was_received_once) {
@@ -324,11 +236,11 @@ TEST_F(rtcp_channel, a_bye_answers_what_was_received_once) {
         tested.send_rtcp_bye(str('a', n));
         EXPECT_EQ(sent(), lines{});
         receive_rtcp(from_hex("80C9 0001 AAAA0001"));
-        reports_in_hex();
+        peer.reports();
         tested.send_rtcp_bye(str('a', n));
         tested.send_rtcp_bye(str('a', n));
         EXPECT_EQ(sent(), lines{expected[n]}) << n;
-        EXPECT_EQ(reports_in_hex(), lines{copy_of(from_hex(expected[n]), 10)});
+        EXPECT_EQ(peer.reports(), lines{copy_of(from_hex(expected[n]), 10)});
     }
     receive_rtcp(from_hex("80C9 0001 AAAA0001"));
     tested.send_rtcp_bye(str('a', 260));
@@ -343,33 +255,29 @@ long long wall_us() {
 
 // The stamp of a report that waited in the socket is as old as the wait, on a clock that has nothing to do with it.
 TEST_F(rtcp_channel, the_delay_counts_from_the_arrival_in_the_kernel) {
-    receive_rtp(1);
     for (bool const v6 : {false, true}) {
         start();
         receive_rtp(1);
         udp_peer sender(v6);
-        for (int const waits_ms : {0, 70, 20}) {
-            long long const before = wall_us();
-            ip_port to = sender.address();
-            to.port = tested.get_rtcp_port();
-            sender.send(to, from_hex("80C8 0006 AAAA0001 0102030405060708 00000000 00000000 00000000"));
-            long long const arrived = wall_us();
-            while (wall_us() - arrived < waits_ms * 1000)
-                poll(nullptr, 0, 1);
-            long long const read = wall_us();
-            v6 ? tested.process_rtcp6() : tested.process_rtcp4();
-            long long const done = wall_us();
-            clock.advance_ms(500);
-            std::string const sent_report = from_hex(report());
-            EXPECT_EQ(get_be32(sent_report, 44), 0x03040506u);
-            long long const delay_us = get_be32(sent_report, 48) * 1000000LL / 65536;
-            EXPECT_GE(delay_us, 500000 + (read - arrived) - 2000);
-            EXPECT_LE(delay_us, 500000 + (done - before) + 2000);
-        }
+        ip_port to = sender.address();
+        to.port = tested.get_rtcp_port();
+        long long const before = wall_us();
+        sender.send(to, from_hex("80C8 0006 AAAA0001 0102030405060708 00000000 00000000 00000000"));
+        long long const arrived = wall_us();
+        poll(nullptr, 0, 70);
+        long long const read = wall_us();
+        v6 ? tested.process_rtcp6() : tested.process_rtcp4();
+        long long const done = wall_us();
+        clock.advance_ms(500);
+        std::string const sent_report = from_hex(report());
+        EXPECT_EQ(get_be32(sent_report, 44), 0x03040506u);
+        long long const delay_us = get_be32(sent_report, 48) * 1000000LL / 65536;
+        EXPECT_GE(delay_us, 500000 + (read - arrived) - 2000);
+        EXPECT_LE(delay_us, 500000 + (done - before) + 2000);
     }
 }
 
-class protected_rtcp : public rtcp_channel_with_log {
+class protected_rtcp : public rtcp_channel {
 protected:
     protected_rtcp() : own(to_str(std::string(30, '\x11'))), theirs(to_str(std::string(30, '\x22'))) {}
     void key(std::string const& mki, int tag_length = 4) {
@@ -385,7 +293,6 @@ protected:
 };
 
 TEST_F(protected_rtcp, a_peer_understands_every_report_until_the_index_wraps) {
-    log_set_level(-1);
     for (std::string const mki : {"", "KEY7"}) {
         start();
         key(mki);
@@ -415,18 +322,13 @@ TEST_F(protected_rtcp, a_peer_understands_every_report_until_the_index_wraps) {
 }
 
 TEST_F(protected_rtcp, the_index_begins_anew_with_the_call_only) {
-    auto const index = [&] {
+    for (unsigned const expected : {0, 1, 2, 0}) {
+        if (expected == 0)
+            start();
+        key("");
         std::string const datagram = from_hex(report());
-        return get_be32(datagram, datagram.size() - 14);
-    };
-    key("");
-    EXPECT_EQ(index(), 0x80000000u);
-    EXPECT_EQ(index(), 0x80000001u);
-    key("");
-    EXPECT_EQ(index(), 0x80000002u);
-    start();
-    key("");
-    EXPECT_EQ(index(), 0x80000000u);
+        EXPECT_EQ(get_be32(datagram, datagram.size() - 14), 0x80000000u + expected);
+    }
     tested.set_srtp(theirs, str(), 10, str());
     EXPECT_EQ(report().substr(0, 8), "81C80008") << "a receive key alone does not protect what is sent";
 }
@@ -438,15 +340,9 @@ TEST_F(protected_rtcp, reports_are_looked_at_as_they_come) {
     str packet = to_str(from_hex("80C8 0006 AAAA0001 0102030405060708 00000000 00000000 00000000"));
     ASSERT_TRUE(far_end.protect_rtcp(packet));
     receive_rtcp(to_string(packet));
-    EXPECT_EQ(reports_in_hex(), lines{copy_of(to_string(packet), 9)});
+    EXPECT_EQ(peer.reports(), lines{copy_of(to_string(packet), 9)});
     report();
     EXPECT_EQ(sent_plain().substr(28, 4), to_string(packet.substr(10, 4)));
-    peer.datagrams();
-    for (char const* clear :
-         {"80C9 0001 AAAA0001 81CA 0002 AAAA0001 00000000 00000000", "80C90001AAAA0001", "81"}) {
-        receive_rtcp(from_hex(clear));
-        EXPECT_EQ(peer.log_lines()[0], "9 RTCP not enrypted");
-    }
 }
 
 TEST_F(rtcp_channel, an_analyser_finds_nothing_to_complain_about) {

@@ -74,8 +74,7 @@ TEST_F(steady_state, a_minute_of_eight_calls_takes_no_memory) {
     EXPECT_EQ(timeouts, channel_count);
     for (; tick < 10200; tick++)
         run_10ms(tick);
-    std::uint64_t const grown = str::allocated_size - allocated;
-    EXPECT_EQ(grown, 0u) << "bytes";
+    EXPECT_EQ(str::allocated_size, allocated);
     EXPECT_EQ(callback_objects, callbacks);
     EXPECT_EQ(timeout_queue::global_queue.size(), timeouts);
     EXPECT_GT(written, tick * devmgr_count * 9 / 10) << "there was audio to carry";

@@ -18,13 +18,6 @@ str octets_of(v128_t const& block) {
     return str(block.octets(), 16);
 }
 
-str encrypt(str const& key, str const& text) {
-    v128_t round_keys[11], block = block_of(text);
-    aes_cm_expand_key(block_of(key), round_keys);
-    aes_cm_encrypt(&block, round_keys);
-    return octets_of(block);
-}
-
 // RFC 3711 appendix B.2
 str const b2_key = hex("2B7E151628AED2A6ABF7158809CF4F3C");
 str const b2_salt = hex("F0F1F2F3F4F5F6F7F8F9FAFBFCFD");
@@ -32,11 +25,11 @@ str const b2_salt = hex("F0F1F2F3F4F5F6F7F8F9FAFBFCFD");
 }  // namespace
 
 TEST(Aes, PublishedBlockAndKeySchedule) {
-    EXPECT_EQ(hex("69C4E0D86A7B0430D8CDB78070B4C55A"),  // FIPS-197 appendix C.1
-              encrypt(hex("000102030405060708090A0B0C0D0E0F"), hex("00112233445566778899AABBCCDDEEFF")));
-    v128_t round_keys[11];
+    v128_t round_keys[11], block = block_of(hex("00112233445566778899AABBCCDDEEFF"));
+    aes_cm_expand_key(block_of(hex("000102030405060708090A0B0C0D0E0F")), round_keys);
+    aes_cm_encrypt(&block, round_keys);  // FIPS-197 appendix C.1
+    EXPECT_EQ(hex("69C4E0D86A7B0430D8CDB78070B4C55A"), octets_of(block));
     aes_cm_expand_key(block_of(b2_key), round_keys);  // FIPS-197 appendix A.1
-    EXPECT_EQ(hex("A0FAFE1788542CB123A339392A6C7605"), octets_of(round_keys[1]));
     EXPECT_EQ(hex("D014F9A8C9EE2589E13F0CC8B6630CA6"), octets_of(round_keys[10]));
 }
 
@@ -50,10 +43,11 @@ TEST(AesCm, KeystreamOfRfc3711) {
         {0xFF00, "362B7C3C6773516318A077D7FC5073AE"}, {0xFF01, "6A2CC3787889374FBEB4C81B17BA6C44"},
     };
     aes_cm_context context;
-    aes_cm_init(context, b2_key, b2_salt);
-    str const keystream = aes_cm_encrypt_block(context, str('\0', 1044512));
+    aes_cm_init(context, b2_key, b2_salt + hex("FFFF"));  // the salt has 14 bytes
+    str const keystream = aes_cm_encrypt_block(context, str('\0', 65537 * 16));
     for (auto const& c : cases)
         EXPECT_EQ(hex(c.keystream), keystream.substr(16 * c.block, 16)) << std::hex << c.block;
+    EXPECT_EQ(keystream.leftstr(16), keystream.rightstr(16)) << "the block number wraps without carry";
 }
 
 TEST(AesCm, EveryCallStartsOnAFreshBlockButUsesWhatWasAdvanced) {
@@ -71,19 +65,6 @@ TEST(AesCm, EveryCallStartsOnAFreshBlockButUsesWhatWasAdvanced) {
     EXPECT_EQ(hex("01E4FCA894"), aes_cm_encrypt_block(context, str('\0', 5)));
 }
 
-TEST(AesCm, BlockNumberWrapsWithoutCarry) {
-    aes_cm_context context;
-    aes_cm_init(context, b2_key, b2_salt + hex("FFFF"));
-    EXPECT_EQ(b2_salt + hex("0000"), octets_of(context.counter));  // the salt has 14 bytes
-    context.counter[14] = 0x12;
-    context.counter[15] = 0xFF;
-    aes_cm_advance(context);
-    EXPECT_EQ(b2_salt + hex("1300"), octets_of(context.counter));
-    context.counter[14] = context.counter[15] = 0xFF;
-    aes_cm_advance(context);
-    EXPECT_EQ(b2_salt + hex("0000"), octets_of(context.counter));
-}
-
 TEST(AesCm, KeyDerivationOfRfc3711) {
     str const key = hex("E1F97A0D3E018BE0D64FA32C06DE4139"), salt = hex("0EC675AD498AFEEBB6960B3AABE6");
     aes_cm_context context;
@@ -92,8 +73,4 @@ TEST(AesCm, KeyDerivationOfRfc3711) {
     EXPECT_EQ(hex("C61E7A93744F39EE10734AFE3FF7A087"), context.session_key);
     EXPECT_EQ(hex("30CBBC08863D8C85D49DB34A9AE1"), context.session_salt.leftstr(14));
     EXPECT_EQ(hex("CEBE321F6FF7716B6FD4AB49AF256A156D38BAA4"), context.auth_key);
-    EXPECT_EQ(context.session_key, context.key);
-    EXPECT_EQ(hex("30CBBC08863D8C85D49DB34A9AE10000"), octets_of(context.offset));
-    EXPECT_EQ(encrypt(context.session_key, octets_of(context.offset)),
-              aes_cm_encrypt_block(context, str('\0', 16)));
 }

@@ -7,27 +7,31 @@
 
 namespace {
 
-srtp_t as_session(void* session) {
-    return static_cast<srtp_t>(session);
-}
-
-void must(srtp_err_status_t status, char const* what) {
+bool must(srtp_err_status_t status, char const* what) {
     if (status == srtp_err_status_ok)
-        return;
+        return true;
     std::fprintf(stderr, "libsrtp2: %s failed with %d\n", what, static_cast<int>(status));
     std::abort();
 }
 
-void set_up_library() {
-    static bool const done = (must(srtp_init(), "srtp_init"), true);
-    static_cast<void>(done);
+template <typename call>
+bool convert(str& packet, call function) {
+    alignas(4) unsigned char buffer[4096];
+    int n = packet.length();
+    for (int i = 0; i < n; i++)
+        buffer[i] = packet[i];
+    if (function(buffer, &n) != srtp_err_status_ok)
+        return false;
+    packet = str(buffer, n);
+    return true;
 }
 
 }  // namespace
 
 libsrtp_peer::libsrtp_peer(direction way, str const& key, int tag_length, str const& mki)
     : has_mki(mki.empty() ? 0 : 1) {
-    set_up_library();
+    static bool const ready = must(srtp_init(), "srtp_init");
+    static_cast<void>(ready);
     str material = key + str('\0', 30 - key.length());
     str id = mki;
     srtp_master_key_t master{material.buffer(), id.buffer(), static_cast<unsigned>(mki.length())};
@@ -48,47 +52,29 @@ libsrtp_peer::libsrtp_peer(direction way, str const& key, int tag_length, str co
     } else {
         policy.key = material.buffer();
     }
-    srtp_t created = nullptr;
-    must(srtp_create(&created, &policy), "srtp_create");
-    session = created;
+    must(srtp_create(&session, &policy), "srtp_create");
 }
 
 libsrtp_peer::~libsrtp_peer() {
-    srtp_dealloc(as_session(session));
-}
-
-template <typename call>
-bool libsrtp_peer::convert(str& packet, call function) {
-    alignas(4) unsigned char buffer[4096];
-    int n = packet.length();
-    for (int i = 0; i < n; i++)
-        buffer[i] = packet[i];
-    if (function(as_session(session), buffer, &n) != srtp_err_status_ok)
-        return false;
-    packet = str(buffer, n);
-    return true;
+    srtp_dealloc(session);
 }
 
 bool libsrtp_peer::protect(str& packet) {
-    return convert(packet,
-                   [this](srtp_t s, void* p, int* n) { return srtp_protect_mki(s, p, n, has_mki, 0); });
+    return convert(packet, [&](void* p, int* n) { return srtp_protect_mki(session, p, n, has_mki, 0); });
 }
 
 bool libsrtp_peer::unprotect(str& packet) {
-    return convert(packet,
-                   [this](srtp_t s, void* p, int* n) { return srtp_unprotect_mki(s, p, n, has_mki); });
+    return convert(packet, [&](void* p, int* n) { return srtp_unprotect_mki(session, p, n, has_mki); });
 }
 
 bool libsrtp_peer::protect_rtcp(str& packet) {
-    return convert(packet,
-                   [this](srtp_t s, void* p, int* n) { return srtp_protect_rtcp_mki(s, p, n, has_mki, 0); });
+    return convert(packet, [&](void* p, int* n) { return srtp_protect_rtcp_mki(session, p, n, has_mki, 0); });
 }
 
 bool libsrtp_peer::unprotect_rtcp(str& packet) {
-    return convert(packet,
-                   [this](srtp_t s, void* p, int* n) { return srtp_unprotect_rtcp_mki(s, p, n, has_mki); });
+    return convert(packet, [&](void* p, int* n) { return srtp_unprotect_rtcp_mki(session, p, n, has_mki); });
 }
 
 bool libsrtp_peer::set_roc(std::uint32_t ssrc, std::uint32_t roc) {
-    return srtp_set_stream_roc(as_session(session), ssrc, roc) == srtp_err_status_ok;
+    return srtp_set_stream_roc(session, ssrc, roc) == srtp_err_status_ok;
 }

@@ -4,6 +4,8 @@
 
 #include "lib/str.h"
 
+struct srtp_ctx_t_;
+
 /// The other end of a protected stream, played by libsrtp2: one direction, any SSRC, AES-128 counter mode with
 /// HMAC-SHA1 for SRTP and SRTCP. Not copyable.
 class libsrtp_peer {
@@ -27,9 +29,6 @@ public:
     bool set_roc(std::uint32_t ssrc, std::uint32_t roc);
 
 private:
-    template <typename call>
-    bool convert(str& packet, call function);
-
-    void* session;
+    srtp_ctx_t_* session = nullptr;
     unsigned has_mki;
 };

@@ -4,22 +4,15 @@
 
 #include <ostream>
 #include <random>
-#include <string>
 
 #include "lib/bytes.h"
-#include "lib/str.h"
+#include "tests/support/bytes.h"
 
 /// What the SRTP tests write byte strings with.
 
 /// The bytes of a text of hex digits; blanks are skipped.
 inline str hex(char const* text) {
-    str octets, digits;
-    for (; *text; text++)
-        if (*text != ' ')
-            digits += *text;
-    for (int i = 0; i < digits.length(); i += 2)
-        octets += static_cast<unsigned char>(std::stoi(digits.substr(i, 2).c_str(), nullptr, 16));
-    return octets;
+    return to_str(from_hex(text));
 }
 
 inline str random_octets(std::mt19937& random, int n) {

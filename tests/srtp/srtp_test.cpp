@@ -1,7 +1,5 @@
 #include "srtp/srtp.h"
 
-#include <openssl/hmac.h>
-
 #include <climits>
 
 #include "srtp/aes_tables.h"
@@ -28,15 +26,6 @@ srtp_ctx keyed(str const& own_ssrc, str const& key = master_key) {
     return context;
 }
 
-/// HMAC-SHA1 over packet and rollover counter, by OpenSSL.
-str openssl_tag(srtp_ctx const& context, str const& packet, std::uint32_t roc, int n) {
-    str const data = packet + utils::int2str(roc, 4), key = context.rtp.auth_key;
-    unsigned char result[20];
-    HMAC(EVP_sha1(), key.cbuffer(), key.length(), data.cbuffer(), static_cast<unsigned>(data.length()),
-         result, nullptr);
-    return str(result, n);
-}
-
 str counter(aes_cm_context const& cipher) {
     return str(cipher.counter.octets(), 16);
 }
@@ -53,17 +42,6 @@ TEST(Srtp, CounterBlocks) {
     aes_cm_encrypt_block(context.rtp, audio);
     srtp_set_rem_ssrc(context, ssrc);
     EXPECT_EQ(hex("30CBBC084CC3363BD49CB14988D50001"), counter(context.rtp));
-
-    str const salt = context.rtcp.session_salt;
-    str const sequence = utils::int2str(str2int16(salt.substr(12)) ^ 0xABCDu, 2);
-    srtcp_set_index(context, 0x5ABCD);
-    EXPECT_EQ(salt.leftstr(12) + sequence + hex("0000"), counter(context.rtcp));
-    srtcp_set_local_ssrc(context);
-    EXPECT_EQ(
-        salt.leftstr(4) + (salt.substr(4, 4) ^ hex("DEADBEEF")) + salt.substr(8, 4) + sequence + hex("0000"),
-        counter(context.rtcp));
-    EXPECT_EQ(srtcp_encrypt(context, audio, 0), srtcp_encrypt(context, audio, 65536));
-    EXPECT_NE(srtcp_encrypt(context, audio, 0), srtcp_encrypt(context, audio, 65535));
 }
 
 TEST(Srtp, PublishedPackets) {
@@ -88,41 +66,12 @@ TEST(Srtp, PublishedPackets) {
 TEST(Srtp, TagLengths) {
     srtp_ctx context = keyed(ssrc);
     context.roc = 0x89ABCDEF;
+    str const tag = hex("D78D9AB000A511B601BE4755708FE650FCA5FD91");  // by OpenSSL
     for (int n = -1; n <= 22; n++) {
-        str const wanted = openssl_tag(context, header + audio, context.roc, n > 20 ? 20 : n);
-        EXPECT_EQ(wanted, srtp_get_tag(context, header + audio, n)) << n;
-        EXPECT_TRUE(srtp_match_tag(context, wanted, header + audio, 0)) << n;
+        EXPECT_EQ(tag.leftstr(n), srtp_get_tag(context, header + audio, n)) << n;
+        EXPECT_TRUE(srtp_match_tag(context, tag.leftstr(n), header + audio, 0)) << n;
     }
-    EXPECT_FALSE(
-        srtp_match_tag(context, openssl_tag(context, header, context.roc, 20) + str::x_00, header, 0));
-}
-
-/// With tags of one byte several guesses fit now and then, and the first of them wins.
-TEST(Srtp, RolloverGuessesInTheirOrder) {
-    std::mt19937 random(6);
-    srtp_ctx rx = keyed(str());
-    std::uint32_t const rollovers[] = {0, 1, 10, 0xFFFE, 0xFFFFFFFF};
-    int fitting[7] = {};
-    for (int i = 0; i < 8000; i++) {
-        std::uint32_t const own = rollovers[i % 5], guesses[] = {own, own + 1, own - 1, own + 2, own + 3, 0};
-        str const body = header + random_octets(random, 4);
-        str const tag =
-            i % 4 ? openssl_tag(rx, body, guesses[below(random, 6)], 1) : random_octets(random, 1);
-        std::uint32_t wanted = own;
-        int fits = 0;
-        for (std::uint32_t const guess : guesses)
-            if (openssl_tag(rx, body, guess, 1) == tag && fits++ == 0)
-                wanted = guess;
-        fitting[fits]++;
-        rx.roc = own;
-        str payload;
-        std::uint32_t sequence = 0x51234;
-        ASSERT_EQ(fits > 0, srtp_unprotect(rx, body + tag, 12, sequence, payload, {1, str()}))
-            << "seed 6, " << i;
-        ASSERT_EQ(wanted, rx.roc) << "seed 6, packet " << i;
-        ASSERT_EQ((fits > 0 ? wanted << 16 : 0x50000) | 0x1234, sequence) << "seed 6, packet " << i;
-    }
-    EXPECT_TRUE(fitting[0] > 1000 && fitting[2] > 100);
+    EXPECT_FALSE(srtp_match_tag(context, tag + str::x_00, header + audio, 0));
 }
 
 TEST(Srtp, DamagedPacketsLeaveTheStreamAlone) {

@@ -16,10 +16,7 @@ constexpr int log_tag = 2;
 std::string log_text(std::vector<control_peer::element> const& inner) {
     if (inner.size() < 2 || inner[0].first != 1 || inner[0].second.size() != 2 || inner[1].first != 2)
         return "no log line";
-    std::string text = std::to_string(get_be16(inner[0].second, 0)) + " " + inner[1].second;
-    if (inner.size() > 2)
-        text += " [" + inner[2].second + "]";
-    return text;
+    return std::to_string(get_be16(inner[0].second, 0)) + " " + inner[1].second;
 }
 
 }  // namespace
@@ -42,27 +39,25 @@ std::vector<std::string> control_peer::datagrams() {
 }
 
 std::vector<std::string> control_peer::reports() {
-    std::vector<std::string> others;
-    for (std::string& datagram : datagrams())
-        if (get_be16(datagram, 0) != log_tag)
-            others.push_back(std::move(datagram));
+    std::vector<std::string> others = datagrams();
+    std::erase_if(others, [](std::string const& datagram) { return get_be16(datagram, 0) == log_tag; });
     return others;
 }
 
 std::vector<std::string> control_peer::log_lines() {
-    std::vector<std::string> lines;
-    for (std::string const& datagram : datagrams())
-        for (auto const& [tag, value] : elements(datagram))
-            if (tag == log_tag)
-                lines.push_back(log_text(elements(value)));
-    return lines;
+    return texts(false);
 }
 
 std::vector<std::string> control_peer::transcript() {
+    return texts(true);
+}
+
+std::vector<std::string> control_peer::texts(bool reports_too) {
     std::vector<std::string> lines;
     for (std::string const& datagram : datagrams())
         for (auto const& [tag, value] : elements(datagram))
-            lines.push_back(tag == log_tag ? log_text(elements(value)) : to_hex(element_of(tag, value)));
+            if (tag == log_tag || reports_too)
+                lines.push_back(tag == log_tag ? log_text(elements(value)) : to_hex(element_of(tag, value)));
     return lines;
 }
 

@@ -31,6 +31,7 @@ public:
     static std::vector<element> elements(std::string_view bytes);
 
 private:
+    std::vector<std::string> texts(bool reports_too);
     udp_peer peer;
 };
 

@@ -34,28 +34,27 @@ inline samples silence(int n) {
 
 inline samples noise(int n, int peak, unsigned seed) {
     std::mt19937 random(seed);
-    samples out = silence(n);
-    for (std::int16_t& sample : out)
-        sample = static_cast<std::int16_t>(uniform(random, -peak, peak));
+    samples out;
+    while (out.size() < static_cast<std::size_t>(n))
+        out.push_back(static_cast<std::int16_t>(uniform(random, -peak, peak)));
     return out;
 }
 
 /// half_period samples at `peak`, as many at -peak - 1.
 inline samples square(int n, int half_period, int peak) {
-    samples out = silence(n);
+    samples out;
     for (int i = 0; i < n; i++)
-        out[static_cast<std::size_t>(i)] =
-            static_cast<std::int16_t>(i / half_period % 2 == 0 ? peak : -peak - 1);
+        out.push_back(static_cast<std::int16_t>(i / half_period % 2 == 0 ? peak : -peak - 1));
     return out;
 }
 
 /// From 0 Hz to half the sampling rate.
 inline samples sweep(int n, int peak) {
-    samples out = silence(n);
+    samples out;
     double phase = 0;
     for (int i = 0; i < n; i++) {
         phase += std::numbers::pi * i / n;
-        out[static_cast<std::size_t>(i)] = rounded(peak * std::sin(phase));
+        out.push_back(rounded(peak * std::sin(phase)));
     }
     return out;
 }

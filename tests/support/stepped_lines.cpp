@@ -17,12 +17,6 @@ namespace {
 constexpr std::string_view mark = "--end of what was written before--";
 constexpr int patience_ms = 10000;
 
-int waiting(int fd) {
-    int n = 0;
-    ioctl(fd, FIONREAD, &n);
-    return n;
-}
-
 }  // namespace
 
 std::filesystem::path make_temporary_directory() {
@@ -62,12 +56,13 @@ stepped_lines::~stepped_lines() {
 }
 
 void stepped_lines::say(int line, std::string_view pcm) {
-    int const already = waiting(device[line]);
+    int before = 0, now = 0;
+    ioctl(device[line], FIONREAD, &before);
     ASSERT_EQ(write(telephone[line], pcm.data(), pcm.size()), static_cast<ssize_t>(pcm.size()));
-    int const wanted = already + static_cast<int>(pcm.size());
-    for (int ms = 0; waiting(device[line]) < wanted; ms++) {
+    for (int ms = 0; now < before + static_cast<int>(pcm.size()); ms++) {
         ASSERT_LT(ms, patience_ms) << "the line device did not get what was said";
-        poll(nullptr, 0, 1);
+        poll(nullptr, 0, ms > 0);
+        ioctl(device[line], FIONREAD, &now);
     }
 }
 

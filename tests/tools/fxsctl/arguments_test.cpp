@@ -133,7 +133,11 @@ TEST(subcommands, wrong_arguments_end_with_2_and_send_nothing) {
         {"call 0 1 2", "calls"},
         {"call 4 5", "--line"},
         {"call 0 1 --lines 2", "as many lines"},
-        {"call 0 --to 10.0.0.1:4 --srtp", "--srtp"},
+        {"call 0 --to 10.0.0.1:4 --srtp", "--show-keys"},
+        {"call 0 1 --tcp", "--to"},
+        {"call 0 1 --xr loss", "\"loss\" is none of"},
+        {"call 0 1 --xr voip-metrics=3", "voip-metrics=3"},
+        {"monitor --quiet", "--summary"},
         {"monitor --filter nonsense", "nonsense"},
         {"monitor --duration -1", "--duration"},
         {"decode 0", "hexadecimal"},
@@ -182,13 +186,16 @@ TEST(exit_codes, refused_by_the_process) {
         {"loopback-test", 21, "00150006 000900020000", 4},
         {"loopback-test", 21, "00150006 000900020001", 0},
     };
+    const auto start = std::chrono::steady_clock::now();
     for (const auto& one : cases) {
         fake_process process;
         process.answer(one.tag, protocol::from_hex(one.reply).value());
-        child run(words(one.arguments), {port_of(process)});
+        child run(words(std::string("--timeout 50000 ") + one.arguments), {port_of(process)});
         EXPECT_EQ(run.wait(), one.exit_code)
             << one.arguments << " answered with " << one.reply << ": " << run.err;
     }
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(40))
+        << "refusal took a whole timeout";
 }
 
 TEST(exit_codes, local_port_taken_and_unreadable_key_file) {

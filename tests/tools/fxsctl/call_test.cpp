@@ -49,6 +49,13 @@ TEST(call, two_of_the_process_with_each_other) {
     EXPECT_EQ(r.commands[5], "0012000c000400020003001200020003");
 }
 
+TEST(call, ends_only_when_its_last_command_was_handled) {
+    fake_process process(fake_process::manners::slow);
+    const ran r = run_call(process, {"1", "--to", "127.0.0.1:20000"});
+    EXPECT_EQ(r.exit_code, 0) << r.err;
+    EXPECT_EQ(r.commands.size(), 3U);
+}
+
 TEST(call, keys_drawn_for_two_calls_cross_over) {
     fake_process process;
     const ran r = run_call(process, {"0", "1", "--srtp"});
@@ -63,6 +70,49 @@ TEST(call, keys_drawn_for_two_calls_cross_over) {
     EXPECT_NE(key(r.commands[2], "0017001e"), key(r.commands[2], "0018001e"));
     EXPECT_EQ(r.out.find(key(r.commands[2], "0017001e")), std::string::npos) << "keys must not be printed";
     EXPECT_EQ(key(r.commands[2], "0017001e").size(), 60U);
+}
+
+TEST(call, options_of_a_call) {
+    const std::string rx(60, 'a'), tx(60, 'b');
+    const struct {
+        std::vector<std::string> arguments;
+        std::vector<std::string> sent;     // in the first media command
+        std::vector<std::string> crossed;  // in the second one
+        std::string printed;
+    } cases[] = {
+        {{"1", "--to", "[::1]:5004", "--tcp"}, {"002200020001", "001a0012138d"}, {}, "remote=[::1]:5004"},
+        {{"1", "2", "--xr", "loss-rle=9,voip-metrics"},
+         {"0015001b706b742d6c6f73732d726c653d3920766f"},
+         {"0015"},
+         ""},
+        {{"1", "2", "--xr", "all"},
+         {protocol::to_hex(protocol::to_bytes("pkt-dup-rle pkt-rcpt-times rcvr"))},
+         {},
+         ""},
+        {{"1", "2", "--srtp-rx-key", rx, "--srtp", "--srtp-tx-key", tx, "--srtp-tag", "4", "--srtp-mki",
+          "07"},
+         {"0017001e" + rx, "0018001e" + tx, "0019000104", "001e000107"},
+         {"0017001e" + tx, "0018001e" + rx, "0019000104"},
+         ""},
+        {{"1", "--to", "127.0.0.1:9", "--srtp", "--srtp-tx-key", tx, "--show-keys"},
+         {"0017001e", "0018001e" + tx},
+         {},
+         "srtp_tx_key=" + tx},
+    };
+    for (const auto& one : cases) {
+        fake_process process;
+        const ran r = run_call(process, one.arguments);
+        ASSERT_EQ(r.exit_code, 0) << r.err;
+        const bool two = r.commands.size() == 6;
+        for (const std::string& part : one.sent) {
+            EXPECT_NE(r.commands.at(two ? 2 : 1).find(part), std::string::npos) << part;
+        }
+        for (const std::string& part : one.crossed) {
+            EXPECT_NE(r.commands.at(4).find(part), std::string::npos) << part;
+        }
+        EXPECT_NE(r.out.find(one.printed), std::string::npos) << r.out;
+        EXPECT_EQ(r.out.find(tx) != std::string::npos, !one.printed.empty() && one.printed.ends_with(tx));
+    }
 }
 
 TEST(call, half_a_call_is_ended_again) {

@@ -106,3 +106,7 @@ int child::wait() {
 void child::kill() {
     ::kill(pid_, SIGKILL);
 }
+
+void child::terminate() {
+    ::kill(pid_, SIGTERM);
+}

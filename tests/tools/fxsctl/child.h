@@ -21,6 +21,8 @@ public:
 
     // SIGKILL: the program gets no chance to tidy up.
     void kill();
+    // SIGTERM: it does.
+    void terminate();
 
     std::string out;
     std::string err;

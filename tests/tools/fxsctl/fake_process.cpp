@@ -87,6 +87,9 @@ void fake_process::serve() {
     for (;;) {
         pollfd ready{fd_, POLLIN, 0};
         const int count = poll(&ready, 1, look_around_ms);
+        if (count > 0) {
+            take_your_time();
+        }
         const std::lock_guard lock(mutex_);
         if (ending_) {
             return;
@@ -105,10 +108,17 @@ void fake_process::serve() {
     }
 }
 
+void fake_process::take_your_time() const {
+    if (how_ == manners::slow) {
+        std::this_thread::sleep_for(std::chrono::milliseconds(30));
+    }
+}
+
 void fake_process::take(const bytes& datagram, std::uint16_t from) {
     for (const tlv& element : split_tlvs(datagram).elements) {
         const bool is_session = element.tag == command_tag::session;
         if (is_session) {
+            take_your_time();
             peer_ = from;
             peers_.insert(from);
         } else if (from != peer_) {
@@ -130,7 +140,7 @@ void fake_process::take(const bytes& datagram, std::uint16_t from) {
 
 void fake_process::send_to_peer(const bytes& datagram) {
     const sockaddr_in to = loopback(peer_);
-    if (how_ == manners::usual && !datagram.empty()) {
+    if (how_ != manners::silent && !datagram.empty()) {
         sendto(fd_, datagram.data(), datagram.size(), 0, reinterpret_cast<const sockaddr*>(&to), sizeof to);
     }
 }

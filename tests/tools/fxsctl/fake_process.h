@@ -17,6 +17,7 @@ class fake_process {
 public:
     enum class manners {
         usual,   // answers session commands and opens calls (ports 40000 + 2 * index), obeys only its peer
+        slow,    // the same, but 30 ms before it looks at a datagram and before it answers a session command
         silent,  // takes everything, answers nothing
     };
 
@@ -40,6 +41,7 @@ public:
 
 private:
     void serve();
+    void take_your_time() const;
     void take(const protocol::bytes& datagram, std::uint16_t from);
     void send_to_peer(const protocol::bytes& datagram);
 

@@ -125,6 +125,9 @@ TEST(monitor, relay_stands_in_for_the_process) {
     EXPECT_EQ(reply->rtp_port, 40008);
     EXPECT_TRUE(monitor.wait_for_text("< open call=4 rtp_port=40008"));
     EXPECT_EQ(process.peers().size(), 1U);
+    control_client next =
+        control_client::connect_udp("127.0.0.1", relay_port);  // whoever spoke last is informed
+    EXPECT_TRUE(next.start_session(soon));
 
     child taken(fxsctl(process, {"--local-port", std::to_string(fake_process().port()), "monitor", "--relay",
                                  std::to_string(relay_port)}));
