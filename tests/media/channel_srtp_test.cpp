@@ -114,22 +114,21 @@ TEST_F(secure, both_directions_with_every_trailer) {
 TEST_F(secure, sent_numbers_wrap) {
     key(1, 2);
     libsrtp_peer receiver(libsrtp_peer::receives, material(2), 10, str());
-    int previous = 0, wraps = 0, sent = 0;
-    while (wraps < 2) {
-        for (int i = 0; i < 400; i++, sent++) {
-            str payload = to_str(be32(static_cast<std::uint32_t>(sent)));
+    int previous = 0, wraps = 0;
+    for (std::uint32_t sent = 0, got = 0; wraps < 2;) {
+        for (int i = 0; i < 400; i++) {
+            str payload = to_str(be32(sent++));
             tested.send_rtp(0, payload, true);
         }
-        int at = sent - 400;
         for (std::string const& datagram : far.received(tested.get_fd_rtp4())) {
             str packet = to_str(datagram);
-            ASSERT_TRUE(receiver.unprotect(packet)) << at;
+            ASSERT_TRUE(receiver.unprotect(packet)) << got;
             rtp_packet const plain = rtp_packet::parse(to_string(packet));
-            ASSERT_EQ(get_be32(plain.payload, 0), static_cast<std::uint32_t>(at++));
+            ASSERT_EQ(get_be32(plain.payload, 0), got++);
             wraps += plain.sequence < previous;
             previous = plain.sequence;
         }
-        ASSERT_EQ(at, sent);
+        ASSERT_EQ(got, sent);
     }
 }
 
@@ -233,9 +232,7 @@ TEST_F(secure, a_receive_key_alone_protects_reception_from_the_next_ssrc_on) {
     tested.set_srtp(material(1), str(), 10, str());
     libsrtp_peer sender(libsrtp_peer::sends, material(1), 10, str());
     EXPECT_EQ(heard(sender, 100, 1), 1);
-    EXPECT_EQ(heard(sender, 101, 2), 2);
     EXPECT_EQ(heard(packet_of(102, 3)), 0) << "plain packets are not accepted";
-    EXPECT_EQ(notices(), (lines{"0018", "001B"}));
     tested.process_audio(to_str(pcm_of(4)));
     EXPECT_EQ(rtp_packet::parse(far.received(tested.get_fd_rtp4()).at(0)).payload, pcm_of(4));
     tested.set_srtp(material(2), str(), 10, str());

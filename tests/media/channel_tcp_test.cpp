@@ -88,6 +88,7 @@ TEST_F(over_tcp, a_report_of_how_many_octets_left_counts_the_frames) {
     tested.send_rtcp_sr();
     EXPECT_EQ(to_hex(reports.read(6)), "030000360034");
     std::string const report = reports.read(52);
+    EXPECT_EQ(report.substr(16, 4), media.read(18).substr(10, 4)) << "the time stamp of what was sent last";
     EXPECT_EQ(get_be32(report, 20), 1u);
     EXPECT_EQ(get_be32(report, 24), 178u);
     reports.hang_up();
@@ -106,11 +107,6 @@ TEST_F(over_tcp, which_peer_is_connected_to) {
         };
         auto const tunnel = [&](ip_port const& at, std::string const& data) {
             of_rtcp ? tested.tunnel_rtcp(at, to_str(data), true) : tested.tunnel_rtp(at, to_str(data), true);
-        };
-        auto const close_by_peer = [&](tcp_stream& stream) {
-            stream.hang_up();
-            of_rtcp ? process_rtcp() : process_rtp();
-            EXPECT_EQ(fd(), -1);
         };
         tested.init();
         tunnel(ip_port(), "nobody is there");
@@ -134,7 +130,9 @@ TEST_F(over_tcp, which_peer_is_connected_to) {
         tunnel(first.address(), "e");
         EXPECT_EQ(again.read(1).find_first_of("de"), 0u);
 
-        close_by_peer(again);
+        again.hang_up();
+        of_rtcp ? process_rtcp() : process_rtp();
+        EXPECT_EQ(fd(), -1);
         aim(first.address());
         aim(second.address());
         EXPECT_EQ(fd(), -1) << "a closed connection is not reopened by a destination";

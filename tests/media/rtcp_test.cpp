@@ -40,18 +40,13 @@ protected:
         tested.set_ssrc(to_str(from_hex("11223344")));
         tested.set_destination(ip_port(), far.address(), false);
     }
-    lines sent() {
-        lines all;
-        for (std::string const& datagram : far.received(tested.get_fd_rtcp4()))
-            all.push_back(to_hex(datagram));
-        return all;
-    }
+    lines sent() { return far.received(tested.get_fd_rtcp4()); }
     /// The one compound packet of a report, in hex.
     std::string report() {
         tested.send_rtcp_sr();
         lines const all = sent();
         EXPECT_EQ(all.size(), 1u);
-        return all.empty() ? "" : all[0];
+        return to_hex(all.at(0));
     }
     void receive_rtp(int sequence, std::uint32_t ssrc = 0xAAAA0001, int late_ms = 0) {
         rtp_packet packet;
@@ -104,7 +99,6 @@ TEST(rtcp_packets, length_field_and_padding_for_every_length) {
     str const longest = rtcp::get_rtcp_packet(str('\x80', 4 * 0x1234 + 1));
     EXPECT_EQ(to_hex(to_string(longest.leftstr(4))), "A0801234");
     EXPECT_EQ(rtcp::fraction_lost(3, 97), 7);
-    EXPECT_EQ(rtcp::fraction_lost(0, 0), 0);
     EXPECT_EQ(rtcp::fraction_lost(5, -5), 0);
     EXPECT_EQ(rtcp::fraction_lost(300, 0), 255);
     EXPECT_EQ(rtcp::fraction_lost(0x7FFFFF, 0x7FFFFF), 128);
@@ -239,12 +233,15 @@ TEST_F(rtcp_channel, a_bye_answers_what_was_received_once) {
         peer.reports();
         tested.send_rtcp_bye(str('a', n));
         tested.send_rtcp_bye(str('a', n));
-        EXPECT_EQ(sent(), lines{expected[n]}) << n;
+        EXPECT_EQ(sent(), lines{from_hex(expected[n])}) << n;
         EXPECT_EQ(peer.reports(), lines{copy_of(from_hex(expected[n]), 10)});
     }
     receive_rtcp(from_hex("80C9 0001 AAAA0001"));
     tested.send_rtcp_bye(str('a', 260));
-    EXPECT_EQ(sent()[0].substr(16, 4), "0461") << "low 8 bits of the reason's length";
+    EXPECT_EQ(sent().at(0).substr(8, 2),
+              "\x04"
+              "a")
+        << "low 8 bits of the reason's length";
 }
 
 long long wall_us() {
@@ -361,7 +358,7 @@ TEST_F(rtcp_channel, an_analyser_finds_nothing_to_complain_about) {
     std::string const more = from_hex(report());
     receive_rtcp(from_hex("80C9 0001 AAAA0001"));
     tested.send_rtcp_bye(str("bye"));
-    std::string const bye = from_hex(sent()[0]);
+    std::string const bye = sent().at(0);
     EXPECT_EQ(tshark::rtcp_fields({with_everything, more, bye},
                                   {"rtcp.pt", "rtcp.xr.bt", "rtcp.xr.bl", "rtcp.ssrc.ext_high",
                                    "rtcp.ssrc.dlsr", "rtcp.sdes.text", "rtcp.xr.dlrr", "rtcp.length_check"}),

@@ -18,7 +18,7 @@
 class tcp_stream {
 public:
     explicit tcp_stream(int accepted_fd) : fd(accepted_fd) {}
-    tcp_stream(tcp_stream&& other) noexcept : fd(other.fd) { other.fd = -1; }
+    tcp_stream(tcp_stream&&) = delete;
     ~tcp_stream() { hang_up(); }
 
     void send(std::string_view bytes) const {
@@ -73,8 +73,8 @@ public:
     tcp_listener& operator=(tcp_listener const&) = delete;
 
     ip_port address() const {
-        std::string const v6 = std::string(15, '\0') + '\1';
-        return ip_port(to_str(ipv6 ? v6 : "\x7F" + std::string(2, '\0') + '\1'), bound_port(fd));
+        return ip_port(to_str(from_hex(ipv6 ? "00000000000000000000000000000001" : "7F000001")),
+                       bound_port(fd));
     }
     /// The next connection; waits for it.
     tcp_stream accept() const {

@@ -224,7 +224,7 @@ TEST(WavRecorder, FileIsCompleteToTheLastSecondEvenBeforeTheEnd) {
 TEST(LineBank, RequestsAnswerAndReport) {
     std::string log;
     line_bank bank({.base_answers = {{3, 17}, {4, -EIO}}}, [&log](const line_event& event) {
-        log += event_text(event).substr(2) + "\n" + event_json(event).substr(15) + "\n";
+        log += event_text(event).substr(2) + "\n" + event_json(event).substr(14) + "\n";
     });
     struct {
         uint32_t number;
@@ -274,7 +274,7 @@ TEST(LedTimeline, DrawsFlashesThatComeATickEarlyOrLate) {
     }
     led.add({1100, false});  // again
     EXPECT_EQ(led.drawing(124), "");
-    EXPECT_EQ(led.drawing(1169), "#.#.#............#..");
+    EXPECT_EQ(led.drawing(1169), "#.#.#.............#.");
     EXPECT_EQ(led.text(270),
               "120 on\n170 off\n220 on\n260 off\n330 on\n380 off\n1000 on\n1050 off\n1100 off\n#.#\n");
     led.add({2000, true});

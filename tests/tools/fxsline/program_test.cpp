@@ -71,7 +71,7 @@ TEST(Program, SaysWhyItCanNotRun) {
         {{"x", "--loop", "2"}, 1, "--loop 2 needs --say 2"},
         {{"x", "--delay", "0=-5"}, 1, "'-5' is not a number"},
         {{"x", "--hook", "0=5"}, 1, "need --pipe"},
-        {{"x", "--pipe", "y", "--hook", "0=5,"}, 1, "'' is not a number"},
+        {{"x", "--pipe", "y", "--hook", "0=5,x"}, 1, "'x' is not a number"},
         {{"x", "--pipe", "y", "--pipe-script", directory.path("")}, 1, "can't read"},
         {{"x", "--pipe", "y", "--pipe-script", directory.path("script")}, 1, "row 2 is not 'MS TEXT': b"},
         {{"/nonexistent"}, 3, "can't mount on /nonexistent"},

@@ -60,27 +60,12 @@ TEST(call_quality, who_says_what) {
     tracker.add({0, "a", true, true, 0, {report_from(theirs, 7, {ours, 64, 5, 0, 80})}});
     tracker.add({0, "a", true, false, 0, {}});
     const auto q = to_json(tracker.calls().at(0));
-    const nlohmann::json expected = {{"reports_sent", 2},
-                                     {"reports_received", 3},
-                                     {"reports_unreadable", 1},
-                                     {"sent_packets", 100},
-                                     {"sent_octets", 16000},
-                                     {"peer_sent_packets", 50},
-                                     {"peer_loss_percent", 25.0},
-                                     {"peer_lost", 5},
-                                     {"peer_jitter_ms", 10.0},
-                                     {"own_loss_percent", 25.0},
-                                     {"own_lost", -1},
-                                     {"own_xr_lost", 6},
-                                     {"own_xr_duplicates", 2},
-                                     {"own_xr_loss_percent", 50.0},
-                                     {"own_xr_discard_percent", 25.0},
-                                     {"own_xr_burst_ms", 100},
-                                     {"own_xr_gap_ms", 5000},
-                                     {"own_xr_jb_nominal_ms", 40},
-                                     {"own_xr_jb_maximum_ms", 60},
-                                     {"peer_xr_lost", nullptr},
-                                     {"round_trip_ms", nullptr}};
+    const auto expected = nlohmann::json::parse(R"({"reports_sent": 2, "reports_received": 3,
+        "reports_unreadable": 1, "sent_packets": 100, "sent_octets": 16000, "peer_sent_packets": 50,
+        "peer_loss_percent": 25.0, "peer_lost": 5, "peer_jitter_ms": 10.0, "own_loss_percent": 25.0, "own_lost": -1,
+        "own_xr_lost": 6, "own_xr_duplicates": 2, "own_xr_loss_percent": 50.0, "own_xr_discard_percent": 25.0,
+        "own_xr_burst_ms": 100, "own_xr_gap_ms": 5000, "own_xr_jb_nominal_ms": 40, "own_xr_jb_maximum_ms": 60,
+        "peer_xr_lost": null, "round_trip_ms": null})");
     for (const auto& [name, value] : expected.items()) {
         EXPECT_EQ(nlohmann::json(q.at(name)), value) << name;
     }
