@@ -1,7 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <poll.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <cstdlib>
@@ -10,7 +8,6 @@
 
 #include "tests/e2e/media_process.h"
 #include "tests/support/signals.h"
-#include "tests/support/udp_peer.h"
 #include "tools/fxsheard/comparison.h"
 
 using namespace std::chrono_literals;
@@ -136,12 +133,12 @@ TEST(G729Partner, DecodesWhatTheLineSays) {
     signals::samples const said = signals::speech_like(3 * 8000, 12000, 13);
     telephones lines({fxsline::speech::recording(said, false, "test")});
     controlled_process process({"--tdm", lines.tdm_path()});
-    process.open(0);
-    udp_peer partner;
+    protocol::open_reply const opened = process.open(0);
+    auto partner = protocol::control_client::connect_udp("127.0.0.1", opened.rtp_port);
     process.send(protocol::encode(protocol::media_command{
         .call = 0,
         .send = protocol::codec_choice{3, 18},
-        .rtp_dest = protocol::address{{127, 0, 0, 1}, static_cast<std::uint16_t>(bound_port(partner.fd()))},
+        .rtp_dest = protocol::address{{127, 0, 0, 1}, partner.local_port()},
     }));
     process.put_on_line(0, 0);
     ASSERT_TRUE(lines.wait_for_open(1));
@@ -150,11 +147,9 @@ TEST(G729Partner, DecodesWhatTheLineSays) {
         std::ofstream coded(file + ".g729", std::ios::binary);
         for (int packet = 0; packet < 100; packet++) {
             lines.run(2);
-            char datagram[64];
-            pollfd readable{partner.fd(), POLLIN, 0};
-            ASSERT_EQ(poll(&readable, 1, 20000), 1);
-            ASSERT_EQ(recv(partner.fd(), datagram, sizeof datagram, 0), 12 + 20);
-            coded.write(datagram + 12, 20);
+            auto const datagram = partner.receive_datagram(20s);
+            ASSERT_TRUE(datagram && datagram->size() == 12 + 20);
+            coded.write(reinterpret_cast<char const*>(datagram->data()) + 12, 20);
         }
     }
     ASSERT_EQ(std::system(("ffmpeg -v error -y -f g729 -i " + file + ".g729 " + file + ".wav").c_str()), 0);

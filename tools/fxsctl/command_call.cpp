@@ -1,11 +1,10 @@
-#include <random>
-
 #include "tools/fxsctl/argument_values.h"
 #include "tools/fxsctl/codec_options.h"
 #include "tools/fxsctl/open_request.h"
 #include "tools/fxsctl/output.h"
 #include "tools/fxsctl/srtp_options.h"
 #include "tools/fxsctl/subcommands.h"
+#include "tools/fxsctl/xr_modes.h"
 #include "tools/protocol/tags.h"
 
 namespace fxsctl {
@@ -19,7 +18,8 @@ struct call_options {
     std::string via = "127.0.0.1";
     codec_options codec;
     srtp_options srtp;
-    bool encrypt = false;
+    bool show_keys = false;
+    bool tcp = false;
     std::string xr_mode;
     std::string call_id;
     std::optional<std::uint16_t> port_min;
@@ -35,14 +35,13 @@ void check_calls(const call_options& options) {
     if (wanted == 2 && options.calls[0] == options.calls[1]) {
         throw failure(exit_code::usage, "a call cannot be connected with itself");
     }
-    if (wanted == 2 && (!options.rtcp.empty() || !options.srtp.rx_key.empty() ||
-                        !options.srtp.tx_key.empty() || !options.srtp.mki.empty())) {
-        throw failure(exit_code::usage,
-                      "--rtcp, keys and --srtp-mki go with --to; two calls are encrypted with --srtp");
+    if (wanted == 2 && (!options.rtcp.empty() || options.tcp)) {
+        throw failure(exit_code::usage, "--rtcp and --tcp go with --to");
     }
-    if (wanted == 1 && options.encrypt) {
+    const bool both_keys = !options.srtp.rx_key.empty() && !options.srtp.tx_key.empty();
+    if (wanted == 1 && options.srtp.draw && !both_keys && !options.show_keys) {
         throw failure(exit_code::usage,
-                      "--srtp draws keys for two calls of one process; with --to give the keys");
+                      "--srtp draws keys that the peer must be told: add --show-keys, or give both keys");
     }
 }
 
@@ -66,30 +65,32 @@ protocol::open_command open_from(const call_options& options, std::uint16_t call
     return {call, options.port_min, options.port_max, std::nullopt, id};
 }
 
+// The keys of the first call; the second one has them crossed. Nothing else of the command is filled.
+protocol::media_command keys_from(const call_options& options) {
+    protocol::media_command keys;
+    apply(options.srtp, keys);
+    return keys;
+}
+
+protocol::media_command crossed(protocol::media_command keys) {
+    std::swap(keys.srtp_rx_key, keys.srtp_tx_key);
+    return keys;
+}
+
 protocol::media_command media_from(const call_options& options, std::uint16_t call,
-                                   const protocol::address& to) {
-    protocol::media_command command;
+                                   const protocol::address& to, const protocol::media_command& keys) {
+    protocol::media_command command = keys;
     command.call = call;
     apply(options.codec, command);
     command.rtp_dest = to;
     command.rtcp_dest = options.rtcp.empty() ? rtcp_beside(to) : address_value("--rtcp", options.rtcp);
-    if (!options.xr_mode.empty()) {
-        command.xr_mode = options.xr_mode;
+    if (options.tcp) {
+        command.tcp = true;
     }
-    if (!options.encrypt) {
-        apply(options.srtp, command);
+    if (!options.xr_mode.empty()) {
+        command.xr_mode = xr_mode_text("--xr", options.xr_mode);
     }
     return command;
-}
-
-protocol::bytes random_key() {
-    constexpr std::size_t key_and_salt_bytes = 30;
-    std::random_device source;
-    protocol::bytes key(key_and_salt_bytes);
-    for (std::uint8_t& byte : key) {
-        byte = static_cast<std::uint8_t>(source());
-    }
-    return key;
 }
 
 void start_media(connection& link, const protocol::media_command& media, std::uint16_t line) {
@@ -100,14 +101,20 @@ void start_media(connection& link, const protocol::media_command& media, std::ui
 }
 
 void print_call(const settings& global, const protocol::open_reply& ports, std::uint16_t line,
-                const protocol::address& remote) {
-    print(global, origin::result,
-          {"call",
-           {{"call", std::int64_t{ports.call}},
-            {"line", std::int64_t{line}},
-            {"rtp_port", std::int64_t{ports.rtp_port}},
-            {"rtcp_port", std::int64_t{ports.rtcp_port}},
-            {"remote", protocol::to_text(remote)}}});
+                const protocol::media_command& media, bool show_keys) {
+    protocol::description d{"call",
+                            {{"call", std::int64_t{ports.call}},
+                             {"line", std::int64_t{line}},
+                             {"rtp_port", std::int64_t{ports.rtp_port}},
+                             {"rtcp_port", std::int64_t{ports.rtcp_port}},
+                             {"remote", protocol::to_text(*media.rtp_dest)}}};
+    if (show_keys && media.srtp_rx_key) {
+        d.fields.push_back({"srtp_rx_key", protocol::to_hex(*media.srtp_rx_key)});
+    }
+    if (show_keys && media.srtp_tx_key) {
+        d.fields.push_back({"srtp_tx_key", protocol::to_hex(*media.srtp_tx_key)});
+    }
+    print(global, origin::result, d);
 }
 
 void end_calls(connection& link, const std::vector<std::uint16_t>& calls) {
@@ -119,25 +126,22 @@ void end_calls(connection& link, const std::vector<std::uint16_t>& calls) {
 void call_outside(const call_options& options, const std::vector<std::uint16_t>& lines, connection& link) {
     const protocol::address to = address_value("--to", options.to);
     const protocol::open_reply ports = open_call(link, open_from(options, options.calls[0]));
-    start_media(link, media_from(options, options.calls[0], to), lines[0]);
-    print_call(link.global(), ports, lines[0], to);
+    const protocol::media_command media = media_from(options, options.calls[0], to, keys_from(options));
+    start_media(link, media, lines[0]);
+    print_call(link.global(), ports, lines[0], media, options.show_keys);
 }
 
 void connect_two(const call_options& options, const std::vector<std::uint16_t>& lines, connection& link) {
     const protocol::bytes via = ip_value("--via", options.via);
     const protocol::open_reply ports[2] = {open_call(link, open_from(options, options.calls[0])),
                                            open_call(link, open_from(options, options.calls[1]))};
-    const protocol::bytes keys[2] = {random_key(), random_key()};
+    protocol::media_command keys = keys_from(options);
     for (std::size_t i = 0; i < 2; ++i) {
         const protocol::address remote{via, ports[1 - i].rtp_port};
-        protocol::media_command media = media_from(options, options.calls[i], remote);
-        if (options.encrypt) {
-            media.srtp_rx_key = keys[1 - i];
-            media.srtp_tx_key = keys[i];
-            media.srtp_tag_bytes = options.srtp.tag_bytes.value_or(10);
-        }
+        const protocol::media_command media = media_from(options, options.calls[i], remote, keys);
         start_media(link, media, lines[i]);
-        print_call(link.global(), ports[i], lines[i], remote);
+        print_call(link.global(), ports[i], lines[i], media, options.show_keys);
+        keys = crossed(keys);
     }
 }
 
@@ -146,7 +150,7 @@ void check_values(const call_options& options) {
     const protocol::bytes via = ip_value("--via", options.via);
     const protocol::address to =
         options.to.empty() ? protocol::address{via, 1} : address_value("--to", options.to);
-    media_from(options, options.calls[0], to);
+    media_from(options, options.calls[0], to, keys_from(options));
 }
 
 void run_call(call_options options, const settings& global) {
@@ -185,12 +189,15 @@ void add_call(CLI::App& app, program& p) {
     sub->add_option("--via", options->via,
                     "Address over which two calls reach each other (default 127.0.0.1)");
     add_codec_options(*sub, options->codec);
-    sub->add_option("--xr", options->xr_mode, "RTCP XR blocks, see `fxsctl media --help`");
+    sub->add_option("--xr", options->xr_mode, xr_help);
     sub->add_option("--call-id", options->call_id, "Call identifier (default fxsctl-INDEX)");
     sub->add_option("--port-min", options->port_min, "Lowest local RTP port")->check(CLI::Range(1, 65534));
     sub->add_option("--port-max", options->port_max, "Local ports stay below this one")
         ->check(CLI::Range(2, 65535));
-    sub->add_flag("--srtp", options->encrypt, "Encrypt between two calls, with keys drawn for this call");
+    sub->add_flag("--tcp", options->tcp, "Media over TCP connections to --to and --rtcp");
+    sub->add_flag("--srtp", options->srtp.draw,
+                  "Encrypt; keys that are not given are drawn (given ones are the first call's)");
+    sub->add_flag("--show-keys", options->show_keys, "Print the SRTP keys");
     add_srtp_options(*sub, options->srtp);
 }
 

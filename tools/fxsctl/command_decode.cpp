@@ -1,6 +1,7 @@
 #include "tools/fxsctl/argument_values.h"
 #include "tools/fxsctl/failure.h"
 #include "tools/fxsctl/output.h"
+#include "tools/fxsctl/print_rtcp.h"
 #include "tools/fxsctl/subcommands.h"
 
 namespace fxsctl {
@@ -11,25 +12,36 @@ struct decode_options {
     bool command = false;
 };
 
+// Both return whether everything was understood.
+bool decode_commands(protocol::byte_view datagram, const settings& global) {
+    bool sound = true;
+    for (const protocol::description& message : protocol::describe_commands(datagram)) {
+        print(global, origin::command, message);
+        sound = sound && message.name != "undecodable";
+    }
+    return sound;
+}
+
+bool decode_reports(protocol::byte_view datagram, const settings& global) {
+    bool sound = true;
+    for (const protocol::report& message : protocol::parse_reports(datagram)) {
+        if (const auto* copy = std::get_if<protocol::rtcp_copy>(&message)) {
+            print_rtcp(global, *copy, rtcp_reader().read(*copy), false);
+        } else {
+            print(global, origin::report, protocol::describe(message));
+        }
+        sound = sound && !std::holds_alternative<protocol::undecodable>(message);
+    }
+    return sound;
+}
+
 void run_decode(const decode_options& options, const settings& global) {
     std::string text;
     for (const std::string& piece : options.hex) {
         text += piece + " ";
     }
     const protocol::bytes datagram = hex_value("hex", text);
-    std::vector<protocol::description> messages;
-    if (options.command) {
-        messages = protocol::describe_commands(datagram);
-    } else {
-        for (const protocol::report& message : protocol::parse_reports(datagram)) {
-            messages.push_back(protocol::describe(message));
-        }
-    }
-    bool sound = true;
-    for (const protocol::description& message : messages) {
-        print(global, options.command ? origin::command : origin::report, message);
-        sound = sound && message.name != "undecodable";
-    }
+    const bool sound = options.command ? decode_commands(datagram, global) : decode_reports(datagram, global);
     if (!sound) {
         throw failure(exit_code::refused, "not everything could be decoded");
     }

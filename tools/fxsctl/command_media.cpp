@@ -3,6 +3,7 @@
 #include "tools/fxsctl/connection.h"
 #include "tools/fxsctl/srtp_options.h"
 #include "tools/fxsctl/subcommands.h"
+#include "tools/fxsctl/xr_modes.h"
 
 namespace fxsctl {
 namespace {
@@ -44,7 +45,9 @@ protocol::media_command media_from(const media_options& options) {
     command.call = options.call;
     apply(options.codec, command);
     apply_destination(options, command);
-    command.xr_mode = options.xr_mode;
+    if (options.xr_mode) {
+        command.xr_mode = xr_mode_text("--xr", *options.xr_mode);
+    }
     apply(options.srtp, command);
     if (!options.ssrc.empty()) {
         if (!command.send) {
@@ -77,10 +80,7 @@ void add_media(CLI::App& app, program& p) {
     sub->add_option("--rtcp", options->rtcp, "ADDR:PORT to send RTCP to (default: RTP port + 1)");
     sub->add_flag("--no-rtcp", options->no_rtcp, "Send no RTCP")->excludes("--rtcp");
     sub->add_flag("--tcp", options->tcp, "Media over TCP connections to these addresses");
-    sub->add_option(
-        "--xr", options->xr_mode,
-        "RTCP XR blocks, words of: pkt-loss-rle[=BYTES] pkt-dup-rle[=BYTES] pkt-rcpt-times[=BYTES] "
-        "rcvr-rtt stat-summary voip-metrics; \"\" switches them off");
+    sub->add_option("--xr", options->xr_mode, xr_help);
     add_srtp_options(*sub, options->srtp);
 }
 

@@ -1,11 +1,16 @@
+#include <signal.h>
+
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <iostream>
 
 #include "tools/fxsctl/argument_values.h"
 #include "tools/fxsctl/connection.h"
 #include "tools/fxsctl/hub.h"
-#include "tools/fxsctl/output.h"
+#include "tools/fxsctl/print_rtcp.h"
+#include "tools/fxsctl/quality.h"
+#include "tools/fxsctl/srtp_options.h"
 #include "tools/fxsctl/subcommands.h"
 
 namespace fxsctl {
@@ -25,32 +30,72 @@ struct monitor_options {
     std::optional<std::uint16_t> log_level;
     std::uint16_t relay_port = 0;
     std::uint16_t relay_peer_port = usual_call_control_port;
+    srtp_options srtp;
+    bool show_keys = false;
+    bool summary = false;
+    bool quiet = false;
 };
+
+volatile std::sig_atomic_t end_asked_for = 0;
+
+// With a summary to print, the first Ctrl-C or SIGTERM ends the watching only; the second one ends the program.
+void end_with_a_summary() {
+    struct sigaction action {};
+    action.sa_handler = [](int) { end_asked_for = 1; };
+    action.sa_flags = static_cast<int>(SA_RESETHAND);
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
+}
 
 class monitor {
 public:
-    monitor(const settings& global, const monitor_options& options) : global_(global), options_(options) {}
+    monitor(const settings& global, const monitor_options& options) : global_(global), options_(options) {
+        protocol::media_command keys;
+        apply(options.srtp, keys);
+        reader_.use(keys);
+    }
 
     void run() {
+        if (!options_.summary) {
+            watch_process();
+            return;
+        }
+        end_with_a_summary();
+        try {
+            watch_process();
+        } catch (const failure&) {
+            print_quality(global_, quality_);
+            throw;
+        }
+        print_quality(global_, quality_);
+    }
+
+private:
+    void watch_process() {
         connection link(global_);
         hub middle(link.client());
         open_hub(link, middle);
         set_log_level(link.client());
         const clock::time_point start = clock::now();
         const std::chrono::duration<double> limit(options_.duration_s);
-        while (!counted_out() && (options_.duration_s == 0 || clock::now() - start < limit)) {
+        while (end_asked_for == 0 && !counted_out() &&
+               (options_.duration_s == 0 || clock::now() - start < limit)) {
             show_kept(link.client());
-            for (const hub::datagram& one : middle.pass_on(longest_wait)) {
-                show(one);
-            }
+            pass_on(middle, longest_wait);
             if (link.client().closed()) {
                 throw failure(exit_code::no_answer, "the monitor that this one went through has ended");
             }
             watch(link);
         }
+        pass_on(middle, std::chrono::milliseconds(0));  // what was there before the end
     }
 
-private:
+    void pass_on(hub& middle, std::chrono::milliseconds longest) {
+        for (const hub::datagram& one : middle.pass_on(longest)) {
+            show(one);
+        }
+    }
+
     // A monitor that goes through another one is an observer only; the first one is the middle for everybody.
     void open_hub(const connection& link, hub& middle) {
         if (options_.relay_port != 0 &&
@@ -75,33 +120,61 @@ private:
 
     void show_kept(protocol::control_client& client) {
         for (const protocol::report& message : client.kept()) {
-            show(origin::report, protocol::describe(message));
+            show(message);
         }
         client.kept().clear();
     }
 
     void show(const hub::datagram& one) {
         if (one.command) {
-            for (const protocol::description& message : protocol::describe_commands(one.data)) {
+            reader_.learn(one.data);
+            for (const protocol::description& message :
+                 protocol::describe_commands(one.data, key_display())) {
                 show(origin::command, message);
             }
             return;
         }
         last_sign_of_life_ = clock::now();
         for (const protocol::report& message : protocol::parse_reports(one.data)) {
-            show(origin::report, protocol::describe(message));
+            show(message);
+        }
+    }
+
+    void show(const protocol::report& message) {
+        if (const auto* opened = std::get_if<protocol::open_reply>(&message)) {
+            quality_.call_opened(opened->call);
+        }
+        const auto* copy = std::get_if<protocol::rtcp_copy>(&message);
+        if (copy == nullptr) {
+            show(origin::report, protocol::describe(message, key_display()));
+            return;
+        }
+        const rtcp_reading reading = reader_.read(*copy);
+        quality_.add(observation(*copy, reading, now_ms()));
+        if (may_print(origin::report, "rtcp")) {
+            print_rtcp(global_, *copy, reading, true);
         }
     }
 
     void show(origin from, const protocol::description& message) {
-        const bool is_command = from == origin::command && !is_small_talk(message.name);
-        const std::string name = is_command ? "command" : message.name;
-        const bool asked_for = options_.filter.empty() ? !is_small_talk(message.name)
-                                                       : std::ranges::count(options_.filter, name) != 0;
-        if (asked_for && !counted_out()) {
+        if (may_print(from, message.name)) {
             print(global_, from, message, true);
-            ++shown_;
         }
+    }
+
+    // Whether a message of this name is to be printed; then it counts.
+    bool may_print(origin from, const std::string& message) {
+        const bool is_command = from == origin::command && !is_small_talk(message);
+        const std::string name = is_command ? "command" : message;
+        const bool asked_for = options_.filter.empty() ? !is_small_talk(message)
+                                                       : std::ranges::count(options_.filter, name) != 0;
+        const bool shows = asked_for && !options_.quiet && !counted_out();
+        shown_ += shows ? 1 : 0;
+        return shows;
+    }
+
+    protocol::keys key_display() const {
+        return options_.show_keys ? protocol::keys::shown : protocol::keys::hidden;
     }
 
     // Heartbeats and the session commands that confirm other commands; --filter shows them.
@@ -128,6 +201,8 @@ private:
 
     const settings& global_;
     const monitor_options& options_;
+    rtcp_reader reader_;
+    rtcp_view::quality_tracker quality_;
     std::uint64_t shown_ = 0;
     bool was_silent_ = false;
     clock::time_point last_sign_of_life_ = clock::now();
@@ -151,6 +226,11 @@ void add_monitor(CLI::App& app, program& p) {
                     "Only these, separated by commas (default: all but heartbeat and session)")
         ->delimiter(',')
         ->check(CLI::IsMember(names));
+    sub->add_flag("--summary,-s", options->summary,
+                  "At the end print the quality of each call, as `fxsctl quality` does");
+    sub->add_flag("--quiet,-q", options->quiet, "Print nothing but the summary")->needs("--summary");
+    add_srtp_options(*sub, options->srtp);
+    sub->add_flag("--show-keys", options->show_keys, "Print SRTP keys that commands and log lines hold");
     sub->add_option("--log-level,-L", options->log_level, "Set the log level first")->check(CLI::Range(0, 9));
     sub->add_option(
            "--relay", options->relay_port,

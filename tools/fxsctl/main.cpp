@@ -46,7 +46,7 @@ int main(int argc, char** argv) {
     add_shared_options(app, program.global);
     for (const auto add : {fxsctl::add_session, fxsctl::add_monitor, fxsctl::add_call, fxsctl::add_open,
                            fxsctl::add_media, fxsctl::add_line, fxsctl::add_tones, fxsctl::add_process,
-                           fxsctl::add_tunnel, fxsctl::add_device, fxsctl::add_decode}) {
+                           fxsctl::add_tunnel, fxsctl::add_device, fxsctl::add_decode, fxsctl::add_quality}) {
         add(app, program);
     }
     try {

@@ -1,11 +1,10 @@
 #include <array>
-#include <nlohmann/json.hpp>
 
-#include "tools/fxsctl/output.h"
+#include "tools/fxsctl/json_object.h"
 
 namespace fxsctl {
 
-std::string json_line(origin from, const protocol::description& message, const std::string& time) {
+nlohmann::ordered_json json_object(origin from, const protocol::description& message) {
     static constexpr std::array<const char*, 3> origins{"report", "command", "result"};
     nlohmann::ordered_json line;
     line[origins[static_cast<std::size_t>(from)]] = message.name;
@@ -22,10 +21,18 @@ std::string json_line(origin from, const protocol::description& message, const s
             },
             field.value);
     }
+    return line;
+}
+
+std::string json_line(nlohmann::ordered_json object, const std::string& time) {
     if (!time.empty()) {
-        line["time"] = time;
+        object["time"] = time;
     }
-    return line.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+    return object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
+std::string json_line(origin from, const protocol::description& message, const std::string& time) {
+    return json_line(json_object(from, message), time);
 }
 
 }  // namespace fxsctl

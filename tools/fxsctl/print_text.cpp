@@ -4,33 +4,15 @@
 #include <iostream>
 
 #include "tools/fxsctl/output.h"
+#include "tools/protocol/quoted.h"
 
 namespace fxsctl {
 namespace {
 
-std::string printable(const std::string& text) {
-    std::string safe;
-    for (const char c : text) {
-        const auto byte = static_cast<std::uint8_t>(c);
-        if (byte < 0x20 || byte >= 0x7F) {
-            safe += "\\x" + protocol::to_hex(std::array{byte});
-        } else if (c == '"' || c == '\\') {
-            safe += std::string("\\") + c;
-        } else {
-            safe += c;
-        }
-    }
-    return safe;
-}
-
 struct value_text {
     std::string operator()(std::int64_t number) const { return std::to_string(number); }
     std::string operator()(bool flag) const { return flag ? "yes" : "no"; }
-    std::string operator()(const std::string& text) const {
-        const std::string safe = printable(text);
-        const bool plain = safe == text && !safe.empty() && safe.find_first_of(" =") == std::string::npos;
-        return plain ? safe : "\"" + safe + "\"";
-    }
+    std::string operator()(const std::string& text) const { return protocol::quoted(text); }
 };
 
 }  // namespace

@@ -1,5 +1,7 @@
 #include "tools/fxsctl/srtp_options.h"
 
+#include <random>
+
 #include "tools/fxsctl/argument_values.h"
 #include "tools/fxsctl/failure.h"
 
@@ -10,6 +12,15 @@ constexpr std::size_t key_and_salt_bytes = 30;  // RFC 3711 8.2: 128-bit master 
 constexpr std::uint8_t default_tag_bytes = 10;  // RFC 3711 8.2: 80-bit tag
 constexpr int longest_tag_bytes = 20;           // all of HMAC-SHA1
 constexpr std::size_t longest_mki_bytes = 128;  // RFC 4568 6.1
+
+protocol::bytes random_key() {
+    std::random_device source;
+    protocol::bytes key(key_and_salt_bytes);
+    for (std::uint8_t& byte : key) {
+        byte = static_cast<std::uint8_t>(source());
+    }
+    return key;
+}
 
 }  // namespace
 
@@ -25,7 +36,7 @@ void add_srtp_options(CLI::App& sub, srtp_options& options) {
 }
 
 void apply(const srtp_options& options, protocol::media_command& command) {
-    const bool keyed = !options.rx_key.empty() || !options.tx_key.empty();
+    const bool keyed = options.draw || !options.rx_key.empty() || !options.tx_key.empty();
     if (!keyed) {
         if (options.tag_bytes || !options.mki.empty()) {
             throw failure(exit_code::usage, "--srtp-tag and --srtp-mki need --srtp-rx-key or --srtp-tx-key");
@@ -34,9 +45,13 @@ void apply(const srtp_options& options, protocol::media_command& command) {
     }
     if (!options.rx_key.empty()) {
         command.srtp_rx_key = secret_value("--srtp-rx-key", options.rx_key, key_and_salt_bytes);
+    } else if (options.draw) {
+        command.srtp_rx_key = random_key();
     }
     if (!options.tx_key.empty()) {
         command.srtp_tx_key = secret_value("--srtp-tx-key", options.tx_key, key_and_salt_bytes);
+    } else if (options.draw) {
+        command.srtp_tx_key = random_key();
     }
     command.srtp_tag_bytes = options.tag_bytes.value_or(default_tag_bytes);
     if (!options.mki.empty()) {

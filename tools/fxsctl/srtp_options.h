@@ -15,11 +15,12 @@ struct srtp_options {
     std::string tx_key;
     std::optional<std::uint8_t> tag_bytes;
     std::string mki;
+    bool draw = false;  // keys that were not given are drawn at random
 };
 
 void add_srtp_options(CLI::App& sub, srtp_options& options);
 
-// Fills the SRTP group of the command; leaves it alone when none of the options was given. Throws usage or local.
+// Fills the SRTP group of the command; leaves it alone when no key is given or drawn. Throws usage or local.
 void apply(const srtp_options& options, protocol::media_command& command);
 
 }  // namespace fxsctl

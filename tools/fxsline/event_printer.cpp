@@ -60,4 +60,25 @@ void event_printer::totals(line_bank& bank) const {
     std::fflush(stdout);
 }
 
+void event_printer::led(const line_bank& bank) const {
+    const auto& commands = bank.led_commands().commands();
+    if (commands.empty() || style_ == style::quiet) {
+        return;
+    }
+    if (style_ == style::text) {
+        std::printf("call LED, then a drawing with a character for 50 ms:\n%s", bank.led_text().c_str());
+        std::fflush(stdout);
+        return;
+    }
+    json list = json::array();
+    for (const led_command& command : commands) {
+        list.push_back({{"time_ms", command.time_ms}, {"on", command.on}});
+    }
+    const uint64_t now_ms = bank.ticks() * tick_ms;
+    print(as_text({{"time_ms", now_ms},
+                   {"event", "led_timeline"},
+                   {"commands", std::move(list)},
+                   {"drawing", bank.led_commands().drawing(now_ms)}}));
+}
+
 }  // namespace fxsline

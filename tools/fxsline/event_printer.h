@@ -21,6 +21,9 @@ public:
     // The counters of every line whose device was ever opened.
     void totals(line_bank& bank) const;
 
+    // The commands to the call LED and a drawing of them; nothing without a command.
+    void led(const line_bank& bank) const;
+
 private:
     style style_;
 };

@@ -34,8 +34,12 @@ struct stat status_of(const mount_file& file) {
 
 }  // namespace
 
-file_server::file_server(line_bank& bank, bool stepped, std::string mountpoint)
-    : bank_(bank), stepped_(stepped), mountpoint_(std::move(mountpoint)), files_(bank.lines()) {
+file_server::file_server(line_bank& bank, driver_links* links, bool stepped, std::string mountpoint)
+    : bank_(bank),
+      links_(links),
+      stepped_(stepped),
+      mountpoint_(std::move(mountpoint)),
+      files_(bank.lines(), links != nullptr && links->has_pipe(), links != nullptr && links->has_signal()) {
     for (unsigned line = 0; line < bank.lines(); line++) {
         devices_.emplace_back(bank.line(line));
     }
@@ -44,6 +48,9 @@ file_server::file_server(line_bank& bank, bool stepped, std::string mountpoint)
 void file_server::advance(uint64_t ticks) {
     for (; ticks > 0; ticks--) {
         bank_.tick();
+        if (links_ != nullptr) {
+            links_->tick();
+        }
         for (device_io& device : devices_) {
             device.serve_waiting();
         }
@@ -146,7 +153,10 @@ void file_server::write(fuse_req_t request, const mount_file& file, std::string_
             return;
         case file_kind::say: error = say(file.line, bytes); break;
         case file_kind::clock: error = step(bytes); break;
-        case file_kind::stats: break;
+        case file_kind::driver_say: error = links_->say(bytes); break;
+        case file_kind::signal_say: error = links_->signal(bytes); break;
+        case file_kind::stats:
+        case file_kind::led: break;
     }
     if (error == 0) {
         fuse_reply_write(request, bytes.size());
@@ -181,7 +191,10 @@ void file_server::ioctl(fuse_req_t request, const mount_file& file, uint32_t num
 
 std::string file_server::text_of(const mount_file& file) {
     switch (file.kind) {
-        case file_kind::device: break;
+        case file_kind::device:
+        case file_kind::driver_say:
+        case file_kind::signal_say: break;
+        case file_kind::led: return bank_.led_text();
         case file_kind::say: return bank_.line(file.line).says().describe() + "\n";
         case file_kind::stats: return bank_.stats(file.line);
         case file_kind::clock: return std::to_string(bank_.ticks()) + "\n";

@@ -1,5 +1,5 @@
 // The mount's directory and files, as answers to FUSE requests: device files through device_io, the control files
-// (lineN.say, lineN.stats, clock) here. It also lets the time pass, since every tick may answer waiting requests.
+// (lineN.say, lineN.stats, clock, led, driver.say, signal.say) here. It also lets the time pass, since every tick may answer waiting requests.
 // One thread at a time: line_mount holds its lock around every call and around the processing of every request.
 #pragma once
 
@@ -10,6 +10,7 @@
 #include <string_view>
 
 #include "tools/fxsline/device_io.h"
+#include "tools/fxsline/driver_links.h"
 #include "tools/fxsline/fuse_api.h"
 #include "tools/fxsline/line_bank.h"
 #include "tools/fxsline/mount_files.h"
@@ -21,9 +22,9 @@ inline constexpr uint64_t max_step_ticks = 360000;
 
 class file_server {
 public:
-    // With `stepped` the file "clock" can be written. `mountpoint` (absolute) is where no speech may be loaded from:
+    // Neither `bank` nor `links` is owned; `links` may be nullptr. With `stepped` the file "clock" can be written. `mountpoint` (absolute) is where no speech may be loaded from:
     // this program would wait for itself.
-    file_server(line_bank& bank, bool stepped, std::string mountpoint);
+    file_server(line_bank& bank, driver_links* links, bool stepped, std::string mountpoint);
 
     // For fuse_session_new, whose user data is the file_server.
     static const fuse_lowlevel_ops& operations();
@@ -61,6 +62,7 @@ private:
     int step(std::string_view number);
 
     line_bank& bank_;
+    driver_links* links_;  // may be nullptr: then no file needs it
     bool stepped_;
     std::string mountpoint_;
     mount_files files_;

@@ -48,8 +48,8 @@ int line_bank::request(unsigned index, uint32_t number) {
         return 0;
     }
     if (number == request_led_on || number == request_led_off) {
-        led_ = number == request_led_on;
-        report(led_ ? event_kind::led_on : event_kind::led_off, index);
+        led_.add({ticks_ * tick_ms, number == request_led_on});
+        report(led() ? event_kind::led_on : event_kind::led_off, index);
         return 0;
     }
     if ((number & ~0xfffU) != request_base) {
@@ -83,7 +83,7 @@ std::string line_bank::stats(unsigned index) {
          << count.samples_read / block_samples << "\nblocks_written " << count.samples_written / block_samples
          << "\nsamples_to_read " << line.samples_to_read() << "\nsamples_to_play " << line.samples_to_play()
          << "\noverruns " << count.overruns << "\nunderruns " << count.underruns << "\ntx_clears "
-         << count.tx_clears << "\nled " << (led_ ? "on" : "off") << "\nheard_level_dbfs " << std::fixed
+         << count.tx_clears << "\nled " << (led() ? "on" : "off") << "\nheard_level_dbfs " << std::fixed
          << std::setprecision(1) << line.heard_level().dbfs() << "\nheard_peak " << line.heard_level().peak()
          << "\n";
     return text.str();

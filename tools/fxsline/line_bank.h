@@ -9,6 +9,7 @@
 #include <utility>
 #include <vector>
 
+#include "tools/fxsline/led_timeline.h"
 #include "tools/fxsline/line_event.h"
 #include "tools/fxsline/simulated_line.h"
 
@@ -43,7 +44,9 @@ public:
     void close_device(unsigned index);
     // Carries out a driver request; returns what ioctl returns, or -ENOTTY for a request the driver doesn't know.
     int request(unsigned index, uint32_t number);
-    bool led() const { return led_; }
+    bool led() const { return led_.lit(); }
+    const led_timeline& led_commands() const { return led_; }
+    std::string led_text() const { return led_.text(ticks_ * tick_ms); }
 
     // Lets the telephone say something else (see parse_speech); false, with an event that says why, if it can't.
     bool say(unsigned index, std::string_view command);
@@ -52,6 +55,9 @@ public:
     void refuse_to_say(unsigned index, std::string why) {
         report(event_kind::say_refused, index, 0, 0, std::move(why));
     }
+
+    // Only reports what happened on a link that belongs to no line.
+    void report_link(event_kind kind, std::string text) { report(kind, 0, 0, 0, std::move(text)); }
 
     // State and counters of a line, one "name value" a row.
     std::string stats(unsigned index);
@@ -64,7 +70,7 @@ private:
     std::map<unsigned, int> base_answers_;
     event_sink events_;
     uint64_t ticks_ = 0;
-    bool led_ = false;
+    led_timeline led_;
 };
 
 }  // namespace fxsline

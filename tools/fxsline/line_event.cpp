@@ -3,16 +3,19 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
+#include "tools/protocol/quoted.h"
+
 namespace fxsline {
 
 namespace {
 
-enum class carries { nothing, number, number_and_answer, text };
+enum class carries { nothing, number, number_and_answer, text, bytes };
 
 struct kind_names {
     const char* json;
     const char* text;
     carries what;
+    const char* source = nullptr;  // of events that concern no line
 };
 
 constexpr kind_names names[] = {
@@ -27,6 +30,11 @@ constexpr kind_names names[] = {
     {"speech_ended", "speech ended", carries::nothing},
     {"overrun", "overrun", carries::nothing},
     {"underrun", "underrun", carries::nothing},
+    {"driver_line", "says", carries::bytes, "driver"},
+    {"driver_line_refused", "can't say:", carries::text, "driver"},
+    {"signal_from_process", "from the process:", carries::text, "signal"},
+    {"signal_to_process", "to the process:", carries::text, "signal"},
+    {"signal_refused", "can't send:", carries::text, "signal"},
 };
 
 const kind_names& names_of(event_kind kind) {
@@ -37,9 +45,10 @@ const kind_names& names_of(event_kind kind) {
 
 std::string event_text(const line_event& event) {
     const kind_names& kind = names_of(event.kind);
+    const std::string source = kind.source != nullptr ? kind.source : "line " + std::to_string(event.line);
     char head[64];
-    std::snprintf(head, sizeof head, "%8llu ms  line %u  ", static_cast<unsigned long long>(event.time_ms),
-                  event.line);
+    std::snprintf(head, sizeof head, "%8llu ms  %s  ", static_cast<unsigned long long>(event.time_ms),
+                  source.c_str());
     std::string text = std::string(head) + kind.text;
     switch (kind.what) {
         case carries::nothing: return text;
@@ -47,20 +56,25 @@ std::string event_text(const line_event& event) {
         case carries::number_and_answer:
             return text + " " + std::to_string(event.number) + ", answer " + std::to_string(event.answer);
         case carries::text: return text + " " + event.text;
+        case carries::bytes: return text + " " + protocol::quoted(event.text);
     }
     return text;
 }
 
 std::string event_json(const line_event& event) {
     const kind_names& kind = names_of(event.kind);
-    nlohmann::ordered_json json{{"time_ms", event.time_ms}, {"line", event.line}, {"event", kind.json}};
+    nlohmann::ordered_json json{{"time_ms", event.time_ms}};
+    if (kind.source == nullptr) {
+        json["line"] = event.line;
+    }
+    json["event"] = kind.json;
     if (kind.what == carries::number || kind.what == carries::number_and_answer) {
         json["number"] = event.number;
     }
     if (kind.what == carries::number_and_answer) {
         json["answer"] = event.answer;
     }
-    if (kind.what == carries::text) {
+    if (kind.what == carries::text || kind.what == carries::bytes) {
         json["text"] = event.text;
     }
     return json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);

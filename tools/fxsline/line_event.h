@@ -19,11 +19,17 @@ enum class event_kind {
     speech_ended,  // a recording was said to its end
     overrun,       // speech is being lost, because nobody reads; once until the next read
     underrun,      // audio stopped in its flow
+    // Of no line:
+    driver_line,          // text: the bytes that the driver said over the message pipe
+    driver_line_refused,  // text: why
+    signal_from_process,  // text: the bytes that the process wrote to the signalling device, hexadecimal, as below
+    signal_to_process,
+    signal_refused,  // text: why
 };
 
 struct line_event {
     event_kind kind;
-    unsigned line;
+    unsigned line;     // 0 where the kind has none
     uint64_t time_ms;  // line time: ticks since the clock's start times 10
     int64_t number = 0;
     int64_t answer = 0;
@@ -32,11 +38,12 @@ struct line_event {
 
 using event_sink = std::function<void(const line_event&)>;
 
-// "    1230 ms  line 0  base command 3, answer 0", without line feed.
+// "    1230 ms  line 0  base command 3, answer 0", without line feed. Bytes of the driver that can't be printed appear
+// as \xNN.
 std::string event_text(const line_event& event);
 
-// {"time_ms":1230,"line":0,"event":"base_command","number":3,"answer":0}, without line feed; number, answer and text
-// only where the kind has them.
+// {"time_ms":1230,"line":0,"event":"base_command","number":3,"answer":0}, without line feed; line, number, answer and
+// text only where the kind has them.
 std::string event_json(const line_event& event);
 
 }  // namespace fxsline

@@ -58,7 +58,7 @@ mount_error line_mount::open(const mount_config& config) {
         return mount_error::bad_mountpoint;
     }
     fuse_set_log_func(keep_log_line);
-    files_ = std::make_unique<file_server>(bank_, config.stepped, *directory.value);
+    files_ = std::make_unique<file_server>(bank_, links_, config.stepped, *directory.value);
     session_ = new_session(config, *files_);
     if (session_ == nullptr || fuse_session_mount(session_, directory.value->c_str()) != 0) {
         error_ = "can't mount on " + *directory.value + ": " + last_log_line;
@@ -80,14 +80,18 @@ void line_mount::serve(tick_clock* clock, int stop_fd) {
     pollfd waits[] = {{fuse_session_fd(session_), POLLIN, 0},
                       {clock != nullptr ? clock->fd() : -1, POLLIN, 0},
                       {wake_fd_, POLLIN, 0},
-                      {stop_fd, POLLIN, 0}};
-    const auto& [requests, ticks, woken, stopped] = waits;
+                      {stop_fd, POLLIN, 0},
+                      {links_ != nullptr ? links_->signal_fd() : -1, POLLIN, 0}};
+    const auto& [requests, ticks, woken, stopped, signal] = waits;
     while (poll(waits, std::size(waits), -1) >= 0 || errno == EINTR) {
         if ((woken.revents | stopped.revents) != 0) {
             break;
         }
         if (ticks.revents != 0) {
             advance(clock->due());
+        }
+        if (signal.revents != 0) {
+            receive_signal();
         }
         if (requests.revents != 0 && !serve_request(buffer)) {
             break;
@@ -107,6 +111,14 @@ bool line_mount::serve_request(fuse_buf& buffer) {
     }
     const bool connected = result > 0 || result == -EAGAIN || result == -EINTR;
     return connected && fuse_session_exited(session_) == 0;
+}
+
+void line_mount::receive_signal() {
+    {
+        const std::lock_guard guard(mutex_);
+        links_->receive_signal();
+    }
+    served_.notify_all();
 }
 
 void line_mount::start(tick_clock* clock) {

@@ -33,8 +33,8 @@ enum class mount_error { none, no_fuse, bad_mountpoint };
 
 class line_mount {
 public:
-    // The bank stays the caller's and must outlive the mount.
-    explicit line_mount(line_bank& bank) : bank_(bank) {}
+    // Bank and links (nullptr: none) stay the caller's and must outlive the mount.
+    explicit line_mount(line_bank& bank, driver_links* links = nullptr) : bank_(bank), links_(links) {}
     line_mount(const line_mount&) = delete;
     ~line_mount() { stop(); }
 
@@ -42,7 +42,7 @@ public:
     mount_error open(const mount_config& config);
     const std::string& error() const { return error_; }
 
-    // Answers requests, and lets time pass with `clock` if there is one, until `stop_fd` is readable (-1: no such
+    // Answers requests, reports what comes over the links, and lets time pass with `clock` if there is one, until `stop_fd` is readable (-1: no such
     // descriptor), stop() is called or the directory is unmounted from outside.
     void serve(tick_clock* clock, int stop_fd);
 
@@ -62,7 +62,7 @@ public:
         return function();
     }
 
-    // Waits until `condition` holds, which is checked after every request, locked. False when `limit` passed first.
+    // Waits until `condition` holds, which is checked after every request and signal, locked. False when `limit` passed first.
     bool wait_until(const std::function<bool()>& condition, std::chrono::milliseconds limit = patience);
 
     // Waits until every open device has been read empty and its reader sleeps in select, poll or read until there is
@@ -79,12 +79,15 @@ private:
     // Answers one request, if there is one. False when the session is over.
     bool serve_request(fuse_buf& buffer);
 
+    void receive_signal();
+
     line_bank& bank_;
+    driver_links* links_;
     std::unique_ptr<file_server> files_;
     fuse_session* session_ = nullptr;
     int wake_fd_ = -1;  // readable: the loop shall end
     std::string error_;
-    std::mutex mutex_;  // guards bank_, files_ and all libfuse's answers
+    std::mutex mutex_;  // guards bank_, links_, files_ and all libfuse's answers
     std::condition_variable served_;
     std::thread thread_;
 };

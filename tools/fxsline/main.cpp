@@ -3,9 +3,11 @@
 #include <sys/signalfd.h>
 
 #include <cstdio>
+#include <fstream>
 #include <memory>
 #include <string>
 
+#include "tools/fxsline/driver_links.h"
 #include "tools/fxsline/event_printer.h"
 #include "tools/fxsline/line_bank.h"
 #include "tools/fxsline/line_mount.h"
@@ -33,19 +35,41 @@ int failure(const std::string& error, int status) {
     return status;
 }
 
+event_printer::style print_style(const program_options& options) {
+    if (options.quiet) {
+        return event_printer::style::quiet;
+    }
+    return options.json ? event_printer::style::json : event_printer::style::text;
+}
+
+// Prints or writes what is shown at the end; false if it could not be written.
+bool conclude(const program_options& options, const event_printer& printer, line_bank& bank) {
+    printer.totals(bank);
+    if (options.led_file.empty()) {
+        printer.led(bank);
+        return true;
+    }
+    std::ofstream file(options.led_file, std::ios::binary);
+    file << bank.led_text() << std::flush;
+    return file.good();
+}
+
 int run(const program_options& options) {
-    const event_printer printer(options.quiet  ? event_printer::style::quiet
-                                : options.json ? event_printer::style::json
-                                               : event_printer::style::text);
+    const event_printer printer(print_style(options));
     line_bank bank(options.bank, [&printer](const line_event& event) { printer.event(event); });
     const int stop_fd = end_signals();
-    line_mount mount(bank);
+    driver_links links(bank);
+    std::string error = links.create(options.links);
+    if (!error.empty()) {
+        return failure(error, exit_no_links);
+    }
+    line_mount mount(bank, &links);
     const mount_error result = mount.open(options.mount);
     if (result != mount_error::none) {
         return failure(mount.error(), result == mount_error::no_fuse ? exit_no_fuse : exit_bad_mountpoint);
     }
     recordings files;
-    const std::string error = files.create(options.heard_files, options.said_files, bank);
+    error = files.create(options.heard_files, options.said_files, bank);
     if (!error.empty()) {
         return failure(error, exit_not_recorded);
     }
@@ -53,7 +77,9 @@ int run(const program_options& options) {
     const auto clock = options.mount.stepped ? nullptr : std::make_unique<tick_clock>();
     mount.serve(clock.get(), stop_fd);
     mount.stop();
-    printer.totals(bank);
+    if (!conclude(options, printer, bank)) {
+        return failure("can't write " + options.led_file, exit_not_recorded);
+    }
     return files.finish() ? exit_ended
                           : failure("a recording could not be written completely", exit_not_recorded);
 }

@@ -5,7 +5,7 @@
 
 namespace fxsline {
 
-mount_files::mount_files(unsigned lines) {
+mount_files::mount_files(unsigned lines, bool pipe, bool signal) {
     for (unsigned line = 0; line < lines; line++) {
         const std::string digit = std::to_string(line);
         add("sdt" + digit, file_kind::device, line, 0666);
@@ -13,6 +13,13 @@ mount_files::mount_files(unsigned lines) {
         add("line" + digit + ".stats", file_kind::stats, line, 0444);
     }
     add("clock", file_kind::clock, 0, 0666);
+    add("led", file_kind::led, 0, 0444);
+    if (pipe) {
+        add("driver.say", file_kind::driver_say, 0, 0222);
+    }
+    if (signal) {
+        add("signal.say", file_kind::signal_say, 0, 0222);
+    }
 }
 
 const mount_file* mount_files::find(std::string_view name) const {

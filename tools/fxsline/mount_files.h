@@ -10,10 +10,13 @@
 namespace fxsline {
 
 enum class file_kind {
-    device,  // sdtN, the line's audio device
-    say,     // lineN.say: reads what the telephone says, a command written changes it
-    stats,   // lineN.stats: state and counters, read only
-    clock,   // clock: reads the ticks so far; a number written to a stepped clock lets so many pass
+    device,      // sdtN, the line's audio device
+    say,         // lineN.say: reads what the telephone says, a command written changes it
+    stats,       // lineN.stats: state and counters, read only
+    clock,       // clock: reads the ticks so far; a number written to a stepped clock lets so many pass
+    led,         // led: the commands to the call LED so far and a drawing of them, read only
+    driver_say,  // driver.say: what is written goes over the message pipe; only with such a pipe
+    signal_say,  // signal.say: hexadecimal text written goes to the signalling device; only with such a device
 };
 
 struct mount_file {
@@ -28,7 +31,8 @@ class mount_files {
 public:
     static constexpr uint64_t directory_inode = 1;
 
-    explicit mount_files(unsigned lines);
+    // With `pipe` there is driver.say, with `signal` signal.say.
+    mount_files(unsigned lines, bool pipe, bool signal);
 
     // nullptr when there is no such file.
     const mount_file* find(std::string_view name) const;

@@ -2,6 +2,8 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <fstream>
+#include <iterator>
 #include <utility>
 #include <vector>
 
@@ -19,9 +21,12 @@ Files in MOUNTPOINT:
   lineN.say    write "wav PATH", "loop PATH", "tone HZ[+HZ] DBFS" or "silence"
   lineN.stats  state and counters
   clock        ticks of 10 ms so far; with --stepped, a number written lets so many pass
+  led          commands to the call LED so far: "TIME_MS on" or "off" a row, then a drawing, # is 50 ms lit
+  driver.say   with --pipe: bytes written go to the process as lines of the driver
+  signal.say   with --signal: hexadecimal bytes written go to the process
 
 Exit status: 0 ended by a signal or unmounted, 1 bad options or speech file, 2 FUSE can't be used,
-3 bad mount point, 4 a recording could not be written.
+3 bad mount point, 4 a recording could not be written, 5 pipe or signalling device could not be created.
 
 Example:
   mkdir -p /tmp/lines
@@ -30,8 +35,9 @@ Example:
 
 // The options as they are written, before their meaning is checked.
 struct raw_options {
-    std::vector<std::string> say, tone, hear, said, delay, answer;
+    std::vector<std::string> say, tone, hear, said, delay, answer, hook;
     std::vector<unsigned> loop, from_start;
+    std::string pipe_script;
     unsigned backlog_blocks = line_config{}.backlog_blocks;
     unsigned room_blocks = line_config{}.play_queue_blocks;
 };
@@ -61,6 +67,13 @@ void declare(CLI::App& app, program_options& options, raw_options& raw) {
         ->capture_default_str();
     app.add_option("--answer", raw.answer, "COMMAND=VALUE: what the driver answers to a base command (0)")
         ->allow_extra_args(false);
+    app.add_option("--led-timeline", options.led_file, "Write the call LED's timeline there at the end");
+    app.add_option("--pipe", options.links.pipe, "Message pipe of the driver: named pipes BASE0 and BASE1");
+    app.add_option("--pipe-script", raw.pipe_script, "File with rows 'MS TEXT': the driver says it then")
+        ->check(CLI::ExistingFile);
+    app.add_option("--hook", raw.hook, "N=MS[,MS...]: the driver says off-hook N, on-hook N, ... then")
+        ->allow_extra_args(false);
+    app.add_option("--signal", options.links.signal, "Signalling device: a link to a pseudo-terminal");
     app.add_flag("--stepped", options.mount.stepped, "The clock stands until the file 'clock' is written to");
     app.add_flag("--allow-other", options.mount.allow_other, "Other users may use the files");
     app.add_flag("--json", options.json, "Print events as JSON, one object a line");
@@ -90,7 +103,8 @@ T to_number(const std::string& text, T lowest, T highest) {
     return number;
 }
 
-speech checked(outcome<speech> made) {
+template <class T>
+T checked(outcome<T> made) {
     if (!made.value) {
         throw CLI::ValidationError(made.error);
     }
@@ -124,6 +138,28 @@ void fill_speech(bank_config& bank, const raw_options& raw) {
     }
 }
 
+void fill_script(links_config& links, const raw_options& raw, unsigned lines) {
+    if (links.pipe.empty() && !(raw.pipe_script.empty() && raw.hook.empty())) {
+        throw CLI::ValidationError("--pipe-script and --hook need --pipe");
+    }
+    if (!raw.pipe_script.empty()) {
+        std::ifstream file(raw.pipe_script, std::ios::binary);
+        const std::string rows{std::istreambuf_iterator<char>(file), {}};
+        if (!file) {
+            throw CLI::ValidationError("can't read " + raw.pipe_script);
+        }
+        links.script = checked(parse_pipe_script(rows));
+    }
+    for (const std::string& text : raw.hook) {
+        const auto [line, times] = numbered(text, lines);
+        std::vector<unsigned> times_ms;
+        for (const std::string& time : CLI::detail::split(times, ',')) {
+            times_ms.push_back(to_number(time, 0U, 86400000U));
+        }
+        std::ranges::copy(hook_changes(line, times_ms), std::back_inserter(links.script));
+    }
+}
+
 void fill(program_options& options, const raw_options& raw) {
     const auto lines = static_cast<unsigned>(options.bank.lines.size());
     for (line_config& line : options.bank.lines) {
@@ -131,6 +167,7 @@ void fill(program_options& options, const raw_options& raw) {
         line.play_queue_blocks = raw.room_blocks;
     }
     fill_speech(options.bank, raw);
+    fill_script(options.links, raw, lines);
     for (const std::string& text : raw.hear) {
         options.heard_files.insert_or_assign(numbered(text, lines).first, numbered(text, lines).second);
     }

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "tools/fxsline/driver_links.h"
 #include "tools/fxsline/line_bank.h"
 #include "tools/fxsline/line_mount.h"
 
@@ -16,7 +17,8 @@ enum exit_status {
     exit_bad_options = 1,     // command line, or a file to be said that can't be used
     exit_no_fuse = 2,         // no FUSE here, or not for this user
     exit_bad_mountpoint = 3,  // no directory, or in use
-    exit_not_recorded = 4,    // a recording could not be created or written
+    exit_not_recorded = 4,    // a recording or the LED's timeline could not be created or written
+    exit_no_links = 5,        // the message pipe or the signalling device could not be created
 };
 
 struct program_options {
@@ -24,6 +26,8 @@ struct program_options {
     bank_config bank;
     std::map<unsigned, std::string> heard_files;  // by line: what the telephone hears goes there
     std::map<unsigned, std::string> said_files;   // by line: what it says, on the same time axis
+    links_config links;
+    std::string led_file;  // the LED's timeline goes there at the end; empty: it is printed
     bool json = false;
     bool quiet = false;
 };

@@ -103,7 +103,7 @@ bool fits(kind shape, std::size_t length) {
     return false;
 }
 
-described_field describe_field(const field_shape& shape, byte_view value) {
+described_field describe_field(const field_shape& shape, byte_view value, keys show) {
     if (!fits(shape.shape, value.size())) {
         return {std::string(shape.name) + "_malformed", to_hex(value)};
     }
@@ -115,7 +115,11 @@ described_field describe_field(const field_shape& shape, byte_view value) {
         case kind::endpoint: return {shape.name, to_text(*decode_address(value))};
         case kind::send_codec: return {shape.name, std::to_string(value[0]) + "=" + codec_name(value[1])};
         case kind::codec_map: return {shape.name, std::to_string(value[1]) + "=" + codec_name(value[0])};
-        case kind::secret: break;
+        case kind::secret:
+            if (show == keys::shown) {
+                return {shape.name, to_hex(value)};
+            }
+            break;
     }
     return {std::string(shape.name) + "_bytes", static_cast<std::int64_t>(value.size())};
 }
@@ -124,7 +128,7 @@ description undecodable_command(const char* reason, byte_view data) {
     return {"undecodable", {{"reason", std::string(reason)}, {"data", to_hex(data)}}};
 }
 
-description describe_command(const tlv& element) {
+description describe_command(const tlv& element, keys show) {
     for (const command_shape& command : shapes) {
         if (command.tag != element.tag) {
             continue;
@@ -133,7 +137,7 @@ description describe_command(const tlv& element) {
         for (const tlv& sub : split_tlvs(element.value).elements) {
             for (const field_shape& shape : command.fields) {
                 if (shape.tag == sub.tag) {
-                    result.fields.push_back(describe_field(shape, sub.value));
+                    result.fields.push_back(describe_field(shape, sub.value, show));
                 }
             }
         }
@@ -146,11 +150,11 @@ description describe_command(const tlv& element) {
 
 }  // namespace
 
-std::vector<description> describe_commands(byte_view datagram) {
+std::vector<description> describe_commands(byte_view datagram, keys show) {
     const tlv_list list = split_tlvs(datagram);
     std::vector<description> commands;
     for (const tlv& element : list.elements) {
-        commands.push_back(describe_command(element));
+        commands.push_back(describe_command(element, show));
     }
     if (!list.rest.empty()) {
         commands.push_back(undecodable_command("element is cut off", list.rest));

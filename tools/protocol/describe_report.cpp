@@ -1,3 +1,4 @@
+#include <algorithm>
 #include <array>
 
 #include "tools/protocol/description.h"
@@ -28,9 +29,27 @@ std::string rtcp_packet_names(byte_view data) {
     return text;
 }
 
+// The process logs the keys it is given, "SRTP Tx=HEX Rx=HEX".
+std::string without_keys(const std::string& text) {
+    if (!text.starts_with("SRTP Tx=")) {
+        return text;
+    }
+    std::string hidden;
+    for (std::size_t at = 0; at < text.size();) {
+        const std::size_t value = std::min(text.find('=', at), text.size() - 1) + 1;
+        const std::size_t end = std::min(text.find(' ', value), text.size());
+        hidden += text.substr(at, value - at) + "(" + std::to_string((end - value) / 2) + "_bytes)";
+        at = end;
+    }
+    return hidden;
+}
+
 struct describer {
+    keys show;
+
     description operator()(const log_line& r) const {
-        description d{"log", {{"level", number(r.level)}, {"text", r.text}}};
+        const std::string text = show == keys::shown ? r.text : without_keys(r.text);
+        description d{"log", {{"level", number(r.level)}, {"text", text}}};
         if (!r.detail.empty()) {
             d.fields.push_back({"detail", r.detail});
         }
@@ -83,8 +102,8 @@ struct describer {
 
 }  // namespace
 
-description describe(const report& message) {
-    return std::visit(describer{}, message);
+description describe(const report& message, keys show) {
+    return std::visit(describer{show}, message);
 }
 
 const std::vector<std::string>& report_names() {

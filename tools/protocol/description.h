@@ -21,13 +21,16 @@ struct description {
     std::vector<described_field> fields;
 };
 
-description describe(const report& message);
+// Whether key material is shown, or only its length: in media commands, and in the log line about them.
+enum class keys { hidden, shown };
+
+description describe(const report& message, keys show = keys::hidden);
 
 // Every name that describe() can give, in the order of their tags.
 const std::vector<std::string>& report_names();
 
 // Every command in the datagram, in order. Whatever is not a command, or cut off, comes out under
-// "undecodable". Key material is never shown, only its length.
-std::vector<description> describe_commands(byte_view datagram);
+// "undecodable".
+std::vector<description> describe_commands(byte_view datagram, keys show = keys::hidden);
 
 }  // namespace protocol

@@ -46,7 +46,6 @@ protected:
             config.lines[static_cast<size_t>(line)].says =
                 speech::recording(counting(8000, static_cast<int16_t>(line * 8000)), true, "test");
         }
-        config.base_answers[3] = 17;
         bank.emplace(config,
                      [this](const line_event& event) { events += event_text(event).substr(13) + "\n"; });
         bank->line(0).tap_heard([this](const block& b) { heard.insert(heard.end(), b.begin(), b.end()); });
@@ -81,12 +80,6 @@ protected:
         return result_of(::write(fd, in.data(), in.size() * 2));
     }
 
-    static int ready(int fd) {
-        pollfd wait{fd, POLLIN | POLLOUT, 0};
-        poll(&wait, 1, 0);
-        return wait.revents;
-    }
-
     std::string text_of(const std::string& name) { return contents(directory.path(name)); }
 
     // Writes with one system call.
@@ -105,20 +98,6 @@ protected:
     std::optional<line_mount> mount;
     std::set<int> descriptors;
 };
-
-TEST_F(LineMount, ReadinessFollowsBacklogAndRoom) {
-    const int fd = open_file("sdt0");
-    samples in(80);
-    EXPECT_EQ(ready(fd), POLLOUT);
-    EXPECT_EQ(write_from(fd, in), 160);
-    EXPECT_EQ(ready(fd), POLLOUT);
-    EXPECT_EQ(write_from(fd, in), 160);
-    EXPECT_EQ(ready(fd), 0);
-    mount->advance();
-    EXPECT_EQ(ready(fd), POLLIN | POLLOUT);
-    EXPECT_EQ(read_into(fd, in), 160);
-    EXPECT_EQ(ready(fd), POLLOUT);
-}
 
 // The media process's way: select for reading over several lines, then read what is ready and write.
 TEST_F(LineMount, SleepersInSelectWakeForTheirLine) {
@@ -187,11 +166,15 @@ TEST_F(LineMount, WritesFillTheRoomOrWaitForIt) {
     EXPECT_EQ(result_of(write(fd, "x", 1)), -EINVAL);
     EXPECT_EQ(write_from(fd, counting(250, 0)), 320);
     EXPECT_EQ(write_from(impatient, samples(80)), -EAGAIN);
+    pollfd room{fd, POLLOUT, 0};
+    EXPECT_EQ(poll(&room, 1, 0), 0);
     auto waiting = std::async(std::launch::async, write_later);
     ASSERT_TRUE(mount->wait_for_writer(0));
     mount->advance();
     EXPECT_EQ(waiting.get(), 160);
+    EXPECT_EQ(poll(&room, 1, 0), 0);
     mount->advance(3);
+    EXPECT_EQ(poll(&room, 1, 0), 1);
     samples expected = counting(160, 0);
     std::ranges::copy(counting(80, 500), std::back_inserter(expected));
     expected.resize(320);
@@ -201,22 +184,6 @@ TEST_F(LineMount, WritesFillTheRoomOrWaitForIt) {
     ASSERT_TRUE(mount->wait_for_writer(0));
     EXPECT_EQ(ioctl(fd, 0x20003005, 0), 0);  // makes room without a tick
     EXPECT_EQ(waiting.get(), 160);
-}
-
-TEST_F(LineMount, DriverRequestsComeThroughIoctl) {
-    const int fd = open_file("sdt2");
-    EXPECT_EQ(ioctl(fd, 0x20003003, 0), 17);
-    EXPECT_EQ(ioctl(open_file("sdt2"), 0x20003006, 0), 0);
-    EXPECT_EQ(result_of(ioctl(fd, TIOCGWINSZ, 0)), -ENOTTY);
-    EXPECT_EQ(result_of(ioctl(open_file("clock"), 0x20003006, 0)), -ENOTTY);
-    for (int each : descriptors) {
-        close(each);
-    }
-    descriptors.clear();
-    EXPECT_TRUE(mount->wait_until([this] { return events.ends_with("closed\n"); }));
-    EXPECT_EQ(events,
-              "line 2  device opened\nline 2  base command 3, answer 17\nline 2  call LED on\n"
-              "line 2  device closed\n");
 }
 
 TEST_F(LineMount, ControlFiles) {

@@ -72,7 +72,7 @@ TEST(Program, SaysWhyItCanNotRun) {
         {{"x", "--delay", "0=-5"}, 1, "'-5' is not a number"},
         {{"x", "--hook", "0=5"}, 1, "need --pipe"},
         {{"x", "--pipe", "y", "--hook", "0=5,x"}, 1, "'x' is not a number"},
-        {{"x", "--pipe", "y", "--pipe-script", directory.path("")}, 1, "can't read"},
+        {{"x", "--pipe", "y", "--pipe-script", directory.path("")}, 1, "is actually a directory"},
         {{"x", "--pipe", "y", "--pipe-script", directory.path("script")}, 1, "row 2 is not 'MS TEXT': b"},
         {{"/nonexistent"}, 3, "can't mount on /nonexistent"},
         {{FXSLINE_PROGRAM}, 3, "no directory"},

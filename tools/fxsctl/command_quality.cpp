@@ -1,0 +1,102 @@
+#include <ctime>
+#include <fstream>
+#include <iostream>
+#include <nlohmann/json.hpp>
+
+#include "tools/fxsctl/failure.h"
+#include "tools/fxsctl/quality.h"
+#include "tools/fxsctl/srtp_options.h"
+#include "tools/fxsctl/subcommands.h"
+
+namespace fxsctl {
+namespace {
+
+using nlohmann::json;
+
+struct quality_options {
+    std::string file = "-";
+    srtp_options srtp;
+};
+
+// "2024-05-01T12:00:00.123Z" as milliseconds since 1970; 0 for anything else.
+std::int64_t time_of(const std::string& text) {
+    std::tm utc{};
+    const char* rest = strptime(text.c_str(), "%Y-%m-%dT%H:%M:%S", &utc);
+    if (rest == nullptr) {
+        return 0;
+    }
+    const double fraction_s = std::strtod(rest, nullptr);
+    return std::int64_t{timegm(&utc)} * 1000 + static_cast<std::int64_t>(fraction_s * 1000 + 0.5);
+}
+
+protocol::rtcp_copy copy_from(const json& line) {
+    // What the monitor decrypted needs no key any more.
+    const std::string hex = line.value("plain", line.at("data").get<std::string>());
+    return {line.at("call").get<std::uint16_t>(), line.at("call_id").get<std::string>(),
+            line.at("direction").get<std::string>() == "received",
+            protocol::from_hex(hex).value_or(protocol::bytes())};
+}
+
+class line_reader {
+public:
+    explicit line_reader(const rtcp_reader& reader) : reader_(reader) {}
+
+    // false: the line is not one of a monitor.
+    bool take(const std::string& text) {
+        try {
+            const json line = json::parse(text);
+            const std::string report = line.value("report", "");
+            if (report == "open") {
+                tracker_.call_opened(line.at("call").get<unsigned>());
+            } else if (report == "rtcp") {
+                const protocol::rtcp_copy copy = copy_from(line);
+                tracker_.add(observation(copy, reader_.read(copy), time_of(line.value("time", ""))));
+            }
+            return true;
+        } catch (const json::exception&) {
+            return false;
+        }
+    }
+
+    const rtcp_view::quality_tracker& tracker() const { return tracker_; }
+
+private:
+    const rtcp_reader& reader_;
+    rtcp_view::quality_tracker tracker_;
+};
+
+void run_quality(const quality_options& options, const settings& global) {
+    protocol::media_command keys;
+    apply(options.srtp, keys);
+    rtcp_reader reader;
+    reader.use(keys);
+    std::ifstream file;
+    if (options.file != "-") {
+        file.open(options.file);
+        if (!file) {
+            throw failure(exit_code::local, "cannot read the file " + options.file);
+        }
+    }
+    line_reader lines(reader);
+    std::size_t skipped = 0;
+    for (std::string line; std::getline(options.file == "-" ? std::cin : file, line);) {
+        skipped += lines.take(line) ? 0 : 1;
+    }
+    if (skipped != 0) {
+        std::cerr << "fxsctl: skipped " << skipped << " lines that are not a monitor's" << std::endl;
+    }
+    print_quality(global, lines.tracker());
+}
+
+}  // namespace
+
+void add_quality(CLI::App& app, program& p) {
+    auto options = std::make_shared<quality_options>();
+    CLI::App* sub = add_command(app, p, "quality",
+                                "Sum up the calls in the output of `fxsctl --json monitor`; needs no process",
+                                [options](const settings& global) { run_quality(*options, global); });
+    sub->add_option("file", options->file, "The monitor's lines (default \"-\": standard input)");
+    add_srtp_options(*sub, options->srtp);
+}
+
+}  // namespace fxsctl

@@ -1,0 +1,51 @@
+#include "tools/fxsline/driver_pipe.h"
+
+#include <fcntl.h>
+#include <limits.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+namespace fxsline {
+
+namespace {
+
+bool is_pipe(const std::string& path) {
+    struct stat status {};
+    return lstat(path.c_str(), &status) == 0 && S_ISFIFO(status.st_mode);
+}
+
+}  // namespace
+
+driver_pipe::~driver_pipe() {
+    for (const std::string& path : paths_) {
+        unlink(path.c_str());
+    }
+    if (fd_ >= 0) {
+        close(fd_);
+    }
+}
+
+std::string driver_pipe::create(const std::string& base) {
+    for (const char* digit : {"0", "1"}) {
+        const std::string path = base + digit;
+        if (mkfifo(path.c_str(), 0666) != 0 && !is_pipe(path)) {
+            return "can't create the pipe " + path + ": " + std::strerror(errno);
+        }
+        paths_.push_back(path);
+    }
+    // For reading, too: opening for writing alone fails while there is no reader, and the text would be lost with it.
+    fd_ = open(paths_.front().c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+    return fd_ >= 0 ? "" : "can't open the pipe " + paths_.front() + ": " + std::strerror(errno);
+}
+
+int driver_pipe::send(std::string_view bytes) {
+    if (bytes.size() > PIPE_BUF) {
+        return EMSGSIZE;
+    }
+    return write(fd_, bytes.data(), bytes.size()) < 0 ? errno : 0;
+}
+
+}  // namespace fxsline

@@ -1,0 +1,42 @@
+// What the driver was told about the call LED: every command with its line time, as a list and as a drawing. A value
+// that knows no clock: its owner, line_bank, says when a command comes and what time it is.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <string>
+
+namespace fxsline {
+
+struct led_command {
+    uint64_t time_ms;
+    bool on;
+};
+
+class led_timeline {
+public:
+    static constexpr uint64_t column_ms = 50;    // one character: the shortest flash of a blink pattern
+    static constexpr uint64_t drawn_ms = 60000;  // what a drawing shows at most
+    static constexpr size_t most_commands =
+        10000;  // older ones are forgotten: 20 minutes of the fastest blinking
+
+    void add(led_command command);
+
+    bool lit() const { return !commands_.empty() && commands_.back().on; }
+
+    // Oldest first; a command that changes nothing is one, too.
+    const std::deque<led_command>& commands() const { return commands_; }
+
+    // "#####.....": a character for every whole 50 ms from the first command (or the last minute's begin) to
+    // `now_ms`, # where the LED is lit in its middle. Empty without a command.
+    std::string drawing(uint64_t now_ms) const;
+
+    // A row "TIME_MS on" or "TIME_MS off" for every command, then a row with the drawing; empty without a command.
+    std::string text(uint64_t now_ms) const;
+
+private:
+    std::deque<led_command> commands_;
+};
+
+}  // namespace fxsline

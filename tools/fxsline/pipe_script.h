@@ -1,0 +1,27 @@
+// What the driver says at which line time: a script made of a file or of hook changes.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tools/fxsline/outcome.h"
+
+namespace fxsline {
+
+struct scripted_text {
+    uint64_t time_ms;
+    std::string bytes;  // exactly what is sent
+};
+
+using pipe_script = std::vector<scripted_text>;
+
+// Reads rows "MS TEXT" (MS up to a day, rows in any order); empty rows and those that begin with # are skipped. TEXT
+// may hold \r, \n, \\ and \xHH. CR LF is added to it, unless it ends in \c, which adds nothing.
+outcome<pipe_script> parse_pipe_script(std::string_view rows);
+
+// The telephone of `line` goes off-hook ("off-hook N") at the first time, on-hook at the second, and so on.
+pipe_script hook_changes(unsigned line, const std::vector<unsigned>& times_ms);
+
+}  // namespace fxsline

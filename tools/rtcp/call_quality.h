@@ -1,0 +1,78 @@
+// How good calls were, out of the copies of their RTCP packets: what each end said last, and the round trip that can
+// be computed from both. Reads no clock and prints nothing.
+//
+// "Own" is what the process measured of the stream it receives (it stands in what it sends), "peer" what the peer
+// measured of the stream that the process sends.
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "tools/rtcp/packet.h"
+
+namespace rtcp_view {
+
+struct reception_quality {
+    std::optional<report_block> reported;  // the last report block
+    std::optional<voip_metrics> metrics;   // the last one, XR
+    std::optional<std::uint64_t> lost;     // sums over all statistics summaries, XR
+    std::optional<std::uint64_t> duplicates;
+};
+
+struct call_quality {
+    unsigned call = 0;
+    std::string call_id;
+    unsigned reports_sent = 0;
+    unsigned reports_received = 0;
+    unsigned reports_unreadable = 0;  // of the received ones: encrypted, no key
+    std::optional<sender_info> sent;
+    std::optional<sender_info> peer_sent;
+    reception_quality own;
+    reception_quality peer;
+    std::optional<double> round_trip_ms;  // the last one
+    std::optional<double> round_trip_max_ms;
+};
+
+struct rtcp_observation {
+    unsigned call = 0;
+    std::string call_id;
+    bool received = false;
+    bool readable = true;
+    std::int64_t time_ms = 0;  // of the copy, on any steady scale
+    std::vector<packet> packets;
+};
+
+class quality_tracker {
+public:
+    void add(const rtcp_observation& seen);
+
+    // The call index was opened anew: what comes now is another call, even if its identifier is the same.
+    void call_opened(unsigned call);
+
+    // In the order in which they began.
+    std::vector<call_quality> calls() const;
+
+private:
+    struct sent_report {
+        std::uint32_t ntp_middle = 0;
+        std::int64_t time_ms = 0;
+    };
+    struct tracked {
+        call_quality quality;
+        bool over = false;
+        std::optional<std::uint32_t> ssrc;  // ours, as last sent
+        std::deque<sent_report> sent;       // the last few, for the round trip
+    };
+
+    tracked& find(const rtcp_observation& seen);
+    static void add_report(tracked& one, const report& r, const rtcp_observation& seen);
+    static void add_blocks(tracked& one, const extended_report& x, bool received);
+    static void note_round_trip(tracked& one, const report_block& block, std::int64_t arrival_ms);
+
+    std::vector<tracked> calls_;
+};
+
+}  // namespace rtcp_view

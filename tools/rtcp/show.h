@@ -1,0 +1,28 @@
+// RTCP packets for people and for programs.
+#pragma once
+
+#include <nlohmann/json.hpp>
+#include <string>
+#include <vector>
+
+#include "tools/rtcp/packet.h"
+
+namespace rtcp_view {
+
+// One object per packet. First its "type" ("SR", ..., "malformed" when it has no header); for the blocks of an extended
+// report "block" ("loss-rle", "dup-rle", "rcpt-times", "rrtr", "dlrr", "stat-summary", "voip-metrics", "unknown").
+// SSRCs, LSR, LRR and bytes are hexadecimal text, shares are in percent, times in ms where the name says so. Something
+// wrong stands in "problem", bytes that were not understood in "unread". Metrics that were not measured are null.
+nlohmann::ordered_json to_json(const packet& shown);
+nlohmann::ordered_json to_json(const std::vector<packet>& compound);
+
+// The same as lines: one for each packet, below it one for each block, "name=value" in each. Every line starts with
+// `indent` blanks and ends with a line end.
+std::string to_text(const std::vector<packet>& compound, unsigned indent);
+
+// 1/256 as percent and 1/65536 s as milliseconds, with one digit behind the point.
+double percent(unsigned part_of_256);
+double ms_of_delay(std::uint32_t delay);
+double one_digit(double value);
+
+}  // namespace rtcp_view
