@@ -6,7 +6,7 @@ set(CMAKE_CXX_EXTENSIONS OFF)
 set(CMAKE_EXPORT_COMPILE_COMMANDS ON)
 set(CMAKE_CXX_FLAGS_RELEASE "-O2")
 set(CMAKE_C_FLAGS_RELEASE "-O2")
-set(CMAKE_CXX_FLAGS_RELWITHDEBINFO "-O1 -g")
+set(CMAKE_CXX_FLAGS_RELWITHDEBINFO "-O1 -g1")
 
 set(FXSMEDIA_SANITIZE "" CACHE STRING "Sanitizers to build everything with, e.g. address,undefined")
 
@@ -35,10 +35,18 @@ function(fxs_library target)
     target_compile_options(${target} PRIVATE $<$<COMPILE_LANGUAGE:CXX>:${FXS_PRODUCT_OPTIONS}>)
 endfunction()
 
+# Under the sanitizers tools and tests are built quickly; what is under test keeps its optimisation.
+function(fxs_build_quickly target)
+    if(FXSMEDIA_SANITIZE)
+        target_compile_options(${target} PRIVATE -O0)
+    endif()
+endfunction()
+
 # fxs_tool_library(<target> <source>...): a static library of a tool, free to use the standard library.
 function(fxs_tool_library target)
     add_library(${target} STATIC ${ARGN})
     target_include_directories(${target} PUBLIC ${CMAKE_SOURCE_DIR})
+    fxs_build_quickly(${target})
 endfunction()
 
 # fxs_tool(<target> <source>...): a program that lands beside the process in the top of the build folder.
@@ -46,6 +54,7 @@ function(fxs_tool target)
     add_executable(${target} ${ARGN})
     target_include_directories(${target} PRIVATE ${CMAKE_SOURCE_DIR})
     set_target_properties(${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
+    fxs_build_quickly(${target})
 endfunction()
 
 # fxs_test(<name> SOURCES <source>... LIBRARIES <library>...): a GoogleTest program, run by ctest under its name.
@@ -55,6 +64,7 @@ function(fxs_test name)
     target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR})
     target_link_libraries(${name} PRIVATE ${TEST_LIBRARIES} GTest::gtest GTest::gtest_main)
     set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
+    fxs_build_quickly(${name})
     if(NOT TEST_TIMEOUT)
         set(TEST_TIMEOUT 300)
     endif()
