@@ -142,8 +142,8 @@ bool channel::accept_rtcp_source(ip_port const& from, bool tcp) {
     return true;
 }
 
-/// Keeps what the next report tells the peer. The delay value is read from the field of the peer's packet count:
-/// call control's figures have always been computed so.
+/// Keeps what the next report tells the peer. The delay value is read from the field of the peer's packet count, not
+/// from a report block.
 void channel::process_sender_report(str const& report, rtimestamp const& arrival) {
     last_sr = report.substr(ntp_middle_offset, 4);
     last_sr_time = arrival;

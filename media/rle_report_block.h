@@ -8,7 +8,7 @@
 /// per sequence number into runs of equal bits and, where they change quickly, into bit vectors.
 ///
 /// A run shorter than 15 that ends is not carried into the vector that follows it, so the encoded bits may fall
-/// short of end - begin; receivers in the field count on that.
+/// short of end - begin. Peers depend on that.
 class rle_report_block {
 public:
     void clear();

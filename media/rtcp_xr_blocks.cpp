@@ -203,8 +203,8 @@ str rtcp_xr::get_voip_metrics(str const& remote_ssrc, int peer_delay) const {
     return block;
 }
 
-/// The seconds start one second off from, and the fraction has a thousandth of the scale of, the sender report's:
-/// peers in the field take it as it is.
+/// The seconds start one second off from, and the fraction has a thousandth of the scale of, the sender report's;
+/// peers depend on both.
 str rtcp_xr::get_rrtrb(rtimestamp const& now) const {
     constexpr std::uint32_t seconds_offset = 2085978497;
     std::uint32_t const seconds =
