@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "control/fxs_pipe.h"
+#include "control/main_loop.h"
 #include "control/media_process.h"
 #include "control/options.h"
 
@@ -35,4 +36,5 @@ int main(int argc, char** argv) {
     if (!chosen.pipe.empty())
         open_fxs_pipe(chosen.pipe);
     start_media_process(chosen);
+    main_loop();
 }

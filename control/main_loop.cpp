@@ -103,14 +103,17 @@ void service(descriptor_sets const& sets) {
 
 }  // namespace
 
+void main_loop_pass() {
+    descriptor_sets sets;
+    collect(sets);
+    int const ready = wait(sets, timeout_queue::global_queue.delay(true));
+    if (ready == 0)
+        timeout_queue::global_queue.next();
+    else if (ready > 0)
+        service(sets);
+}
+
 void main_loop() {
-    for (;;) {
-        descriptor_sets sets;
-        collect(sets);
-        int const ready = wait(sets, timeout_queue::global_queue.delay(true));
-        if (ready == 0)
-            timeout_queue::global_queue.next();
-        else if (ready > 0)
-            service(sets);
-    }
+    for (;;)
+        main_loop_pass();
 }

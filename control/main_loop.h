@@ -1,5 +1,8 @@
 #pragma once
 
-/// The process's one loop: waits in select() until a descriptor is ready or the next timeout is due, then services
-/// every ready descriptor in a fixed order, or else fires one timeout. Never returns.
+/// One pass of the process's loop: waits in select() until a descriptor is ready or the next timeout is due, then
+/// services every ready descriptor in a fixed order, or else fires one timeout.
+void main_loop_pass();
+
+/// Pass after pass; never returns.
 [[noreturn]] void main_loop();

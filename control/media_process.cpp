@@ -2,7 +2,6 @@
 
 #include <sched.h>
 
-#include "control/main_loop.h"
 #include "control/options.h"
 #include "control/sigchan.h"
 #include "dsp/devmgr.h"
@@ -67,5 +66,4 @@ void start_media_process(options const& chosen) {
         set_realtime_priority();
     heartbeat();
     log_line(1, "Media Process Ready");
-    main_loop();
 }
