@@ -35,10 +35,12 @@ function(fxs_library target)
     target_compile_options(${target} PRIVATE $<$<COMPILE_LANGUAGE:CXX>:${FXS_PRODUCT_OPTIONS}>)
 endfunction()
 
-# Under the sanitizers tools and tests are built quickly; what is under test keeps its optimisation.
+# Under the sanitizers and where asked for, tools and tests are built quickly, each as one unit (the headers that they share cost most of
+# the time); what is under test keeps its optimisation.
 function(fxs_build_quickly target)
-    if(FXSMEDIA_SANITIZE)
-        target_compile_options(${target} PRIVATE -O0)
+    if(FXSMEDIA_SANITIZE OR FXSMEDIA_QUICK)
+        target_compile_options(${target} PRIVATE -O0 $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
+        set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 0)
     endif()
 endfunction()
 
@@ -57,12 +59,25 @@ function(fxs_tool target)
     fxs_build_quickly(${target})
 endfunction()
 
-# fxs_test(<name> SOURCES <source>... LIBRARIES <library>...): a GoogleTest program, run by ctest under its name.
+# fxs_find_oracle(<PREFIX> <module>...): the library of this machine that tests compare with, as PkgConfig::<PREFIX>.
+macro(fxs_find_oracle prefix)
+    if(FXSMEDIA_ORACLES)
+        find_package(PkgConfig REQUIRED)
+        pkg_check_modules(${prefix} REQUIRED IMPORTED_TARGET ${ARGN})
+    endif()
+endmacro()
+
+# fxs_test(<name> SOURCES <source>... LIBRARIES <library>... [ORACLES <library>...]): a GoogleTest program, run by
+# ctest under its name. One with oracles exists only where FXSMEDIA_ORACLES is on.
 function(fxs_test name)
-    cmake_parse_arguments(TEST "" "TIMEOUT" "SOURCES;LIBRARIES" ${ARGN})
+    cmake_parse_arguments(TEST "" "TIMEOUT" "SOURCES;LIBRARIES;ORACLES" ${ARGN})
+    if(TEST_ORACLES AND NOT FXSMEDIA_ORACLES)
+        message(STATUS "Left out, needs ${TEST_ORACLES}: ${name}")
+        return()
+    endif()
     add_executable(${name} ${TEST_SOURCES})
     target_include_directories(${name} PRIVATE ${CMAKE_SOURCE_DIR})
-    target_link_libraries(${name} PRIVATE ${TEST_LIBRARIES} GTest::gtest GTest::gtest_main)
+    target_link_libraries(${name} PRIVATE ${TEST_LIBRARIES} ${TEST_ORACLES} GTest::gtest GTest::gtest_main)
     set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
     fxs_build_quickly(${name})
     if(NOT TEST_TIMEOUT)

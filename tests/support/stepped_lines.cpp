@@ -14,8 +14,8 @@
 
 namespace {
 
-constexpr std::string_view mark = "--end of what was written before--";
-constexpr int patience_ms = 10000;
+constexpr std::string_view written_mark = "--end of what was written before--";
+constexpr int device_patience_ms = 10000;
 
 }  // namespace
 
@@ -60,25 +60,26 @@ void stepped_lines::say(int line, std::string_view pcm) {
     ioctl(device[line], FIONREAD, &before);
     ASSERT_EQ(write(telephone[line], pcm.data(), pcm.size()), static_cast<ssize_t>(pcm.size()));
     for (int ms = 0; now < before + static_cast<int>(pcm.size()); ms++) {
-        ASSERT_LT(ms, patience_ms) << "the line device did not get what was said";
+        ASSERT_LT(ms, device_patience_ms) << "the line device did not get what was said";
         poll(nullptr, 0, ms > 0);
         ioctl(device[line], FIONREAD, &now);
     }
 }
 
 std::string stepped_lines::heard(int line) {
-    EXPECT_EQ(write(device[line], mark.data(), mark.size()), static_cast<ssize_t>(mark.size()));
+    EXPECT_EQ(write(device[line], written_mark.data(), written_mark.size()),
+              static_cast<ssize_t>(written_mark.size()));
     std::string all;
-    while (!all.ends_with(mark)) {
+    while (!all.ends_with(written_mark)) {
         char buffer[4096];
         pollfd readable{telephone[line], POLLIN, 0};
         ssize_t const n =
-            poll(&readable, 1, patience_ms) == 1 ? read(telephone[line], buffer, sizeof buffer) : -1;
+            poll(&readable, 1, device_patience_ms) == 1 ? read(telephone[line], buffer, sizeof buffer) : -1;
         if (n <= 0) {
             ADD_FAILURE() << "the mark got lost";
             return all;
         }
         all.append(buffer, static_cast<std::size_t>(n));
     }
-    return all.substr(0, all.size() - mark.size());
+    return all.substr(0, all.size() - written_mark.size());
 }

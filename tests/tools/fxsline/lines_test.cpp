@@ -7,9 +7,9 @@
 #include <cmath>
 #include <deque>
 #include <numbers>
-#include <numeric>
 #include <random>
 
+#include "tests/tools/fxsline/counting.h"
 #include "tests/tools/fxsline/temporary_directory.h"
 #include "tools/fxsline/line_bank.h"
 #include "tools/fxsline/pipe_script.h"
@@ -18,12 +18,6 @@ namespace fxsline {
 namespace {
 
 using samples = std::vector<int16_t>;
-
-samples counting(size_t count, int16_t first = 1) {
-    samples values(count);
-    std::iota(values.begin(), values.end(), first);
-    return values;
-}
 
 void write_wav(const std::string& path, int rate, int channels, const std::vector<float>& values) {
     SF_INFO info{.samplerate = rate, .channels = channels, .format = SF_FORMAT_WAV | SF_FORMAT_FLOAT};

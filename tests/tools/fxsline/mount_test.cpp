@@ -13,9 +13,9 @@
 #include <cstring>
 #include <filesystem>
 #include <future>
-#include <numeric>
 #include <set>
 
+#include "tests/tools/fxsline/counting.h"
 #include "tests/tools/fxsline/mount_guard.h"
 #include "tests/tools/fxsline/running_program.h"
 #include "tests/tools/fxsline/temporary_directory.h"
@@ -25,12 +25,6 @@ namespace fxsline {
 namespace {
 
 using samples = std::vector<int16_t>;
-
-samples counting(size_t count, int16_t first) {
-    samples values(count);
-    std::iota(values.begin(), values.end(), first);
-    return values;
-}
 
 // What a system call returned, or -errno.
 template <class R>
