@@ -34,13 +34,15 @@ std::span<std::int16_t const> audible_part(samples const& wave) {
     return first < last ? std::span(first, last) : std::span<std::int16_t const>();
 }
 
-/// Normalised correlation of two stretches of the same length, -1 to 1.
-double correlation(std::span<std::int16_t const> a, std::span<std::int16_t const> b) {
-    double sum = 0;
-    for (std::size_t i = 0; i < a.size(); i++)
-        sum += double(a[i]) * b[i];
-    double const norm = std::sqrt(energy(a) * energy(b));
-    return norm > 0 ? sum / norm : 0;
+double square(std::int16_t sample) {
+    return double(sample) * sample;
+}
+
+double product(std::span<std::int16_t const> a, std::int16_t const* b) {
+    std::int64_t sum = 0;
+    for (std::int16_t const s : a)
+        sum += s * *b++;
+    return static_cast<double>(sum);
 }
 
 }  // namespace
@@ -65,17 +67,24 @@ comparison compare(samples const& said, samples const& heard, int longest_delay_
     std::span<std::int16_t const> const speech = audible_part(said);
     std::span<std::int16_t const> const excerpt = speech.first(std::min(speech.size(), longest_excerpt));
     std::size_t const start = excerpt.empty() ? 0 : static_cast<std::size_t>(excerpt.data() - said.data());
+    if (excerpt.empty() || start + excerpt.size() > heard.size())
+        return comparison{};
+    std::size_t const delays = std::min(static_cast<std::size_t>(longest_delay_ms) * samples_per_ms,
+                                        heard.size() - start - excerpt.size());
+    double const said_energy = energy(excerpt);
+    double heard_energy = energy(std::span(heard).subspan(start, excerpt.size()));
     std::size_t best_delay = 0;
-    for (std::size_t delay = 0; delay <= static_cast<std::size_t>(longest_delay_ms) * samples_per_ms;
-         delay++) {
-        if (excerpt.empty() || start + delay + excerpt.size() > heard.size())
-            break;
-        double const c = correlation(excerpt, std::span(heard).subspan(start + delay, excerpt.size()));
-        if (std::abs(c) <= best.similarity)
-            continue;
-        best.similarity = std::abs(c);
-        best.inverted = c < 0;
-        best_delay = delay;
+    for (std::size_t delay = 0; delay <= delays; delay++) {
+        std::int16_t const* const there = heard.data() + start + delay;
+        double const norm = std::sqrt(said_energy * heard_energy);
+        double const correlation = norm > 0 ? product(excerpt, there) / norm : 0;
+        if (std::abs(correlation) > best.similarity) {
+            best.similarity = std::abs(correlation);
+            best.inverted = correlation < 0;
+            best_delay = delay;
+        }
+        if (delay < delays)
+            heard_energy += square(there[excerpt.size()]) - square(there[0]);
     }
     if (best.similarity == 0)
         return comparison{};
