@@ -14,6 +14,9 @@ std::uint32_t process_times_clock() {
     return static_cast<std::uint32_t>(times(&unused));
 }
 
+constinit std::uint32_t previous_reading = 0;
+constinit std::uint32_t wraps = 0;
+
 }  // namespace
 
 std::uint32_t (*rtimestamp::raw_clock)() = process_times_clock;
@@ -21,12 +24,10 @@ long long rtimestamp::ticks10 = 0;
 constinit rtimestamp system_start;
 
 rtimestamp rtimestamp::now() {
-    static std::uint32_t previous = 0;
-    static std::uint32_t wraps = 0;
     std::uint32_t const reading = raw_clock();
-    if (reading < previous)
+    if (reading < previous_reading)
         wraps++;
-    previous = reading;
+    previous_reading = reading;
     return rtimestamp(((static_cast<long long>(wraps) << 32) + reading) * ticks_per_raw_unit);
 }
 
@@ -59,6 +60,7 @@ int rtimestamp::ticks2s(long long const& span) {
 }
 
 void init_timestamps() {
+    previous_reading = wraps = 0;
     rtimestamp::ticks10 = rtimestamp::ms2ticks(10);
     system_start = rtimestamp::now();
 }

@@ -55,5 +55,6 @@ private:
 /// When the process started, on the process clock; 0 before init_timestamps().
 extern rtimestamp system_start;
 
-/// Sets rtimestamp::ticks10 and system_start. Called before the first timeout is scheduled.
+/// Sets rtimestamp::ticks10 and system_start; the raw clock's wraps count from here. Called before the first timeout
+/// is scheduled.
 void init_timestamps();

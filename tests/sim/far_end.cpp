@@ -1,0 +1,236 @@
+#include "tests/sim/far_end.h"
+
+#include <cstring>
+
+#include "media/rtp_header.h"
+#include "media/rtp_sequence.h"
+#include "srtp/srtp_packet.h"
+
+namespace sim {
+
+format const formats[7] = {{codec::linear, 98, 320, "linear"},   {codec::mu_law, 0, 160, "PCMU"},
+                           {codec::a_law, 8, 160, "PCMA"},       {codec::g729, 18, 20, "G.729"},
+                           {codec::gsm_full_rate, 3, 33, "GSM"}, {codec::g722_64, 9, 160, "G.722"},
+                           {codec::g726_32, 97, 80, "G.726"}};
+
+format const* find_format(int payload_type) {
+    for (format const& f : formats)
+        if (f.payload_type == payload_type)
+            return &f;
+    return nullptr;
+}
+
+namespace {
+
+constexpr std::int64_t report_period = 2 * second;
+constexpr int block_bytes = 2 * block_samples;
+constexpr int frame_bytes = 6;  // in front of a packet on a stream
+constexpr int round_trip_limit_ms = 60;
+
+str to_str(std::string_view data) {
+    return str(reinterpret_cast<unsigned char const*>(data.data()), static_cast<int>(data.size()));
+}
+
+std::string_view view(str const& data) {
+    return {reinterpret_cast<char const*>(data.cbuffer()), static_cast<std::size_t>(data.length())};
+}
+
+str be32(std::uint32_t value) {
+    return str(static_cast<unsigned char>(value >> 24), static_cast<unsigned char>(value >> 16),
+               static_cast<unsigned char>(value >> 8), static_cast<unsigned char>(value));
+}
+
+void key(srtp_ctx& context, protection const& with, str const& ssrc) {
+    str const material = to_str(with.key);
+    if (!material.empty())
+        srtp_init(context, material.leftstr(16), material.substr(16, 14), ssrc);
+}
+
+}  // namespace
+
+void far_end::begin(world& w_, int index_, plan const& plan_, ear_and_mouth& audio_) {
+    w = &w_;
+    audio = &audio_;
+    p = plan_;
+    index = index_;
+    on = first = true;
+    digits = 0;
+    rtp_stream = rtcp_stream = 0;
+    last_event = last_report_sent = 0;
+    generation = (generation + 1) & 0xFFFF;
+    rekey(p.in, p.out, p.process_sequence);
+    next = w->now();
+    next_report = next + report_period / 2;
+    w->at(next, generation << 8 | index);
+}
+
+void far_end::end() {
+    on = false;
+    coder.clear();
+    keys = srtp_session_ctx();
+    p = plan();
+    unread[0] = unread[1] = bytes();
+}
+
+void far_end::rekey(protection const& in, protection const& out, std::uint32_t process_sequence) {
+    p.in = in;
+    p.out = out;
+    p.process_sequence = process_sequence;
+    key(keys.rx, in, str::null);
+    key(keys.tx, out, be32(p.ssrc));
+    keys.rx.roc = process_sequence >> 16;
+    keyed_at = w->now();
+}
+
+void far_end::wake(int token) {
+    if (!on || token >> 8 != generation)
+        return;
+    str pcm('\0', p.ptime_ms / 10 * block_bytes);
+    for (int at = 0; at < pcm.length(); at += block_bytes) {
+        std::int16_t block[block_samples] = {};
+        audio->say(index, block);
+        std::memcpy(pcm.buffer() + at, block, sizeof block);
+    }
+    str payload = coder.encode(p.talk->codec, pcm);
+    if (!payload.empty())
+        send_packet(p.talk->payload_type, payload, first, p.timestamp);
+    p.timestamp += static_cast<std::uint32_t>(p.ptime_ms * 8);
+    first = false;
+    if (p.reports && next >= next_report) {
+        send_report();
+        next_report += report_period;
+    }
+    next += p.ptime_ms * (ms + ms / 1000000 * p.ppm);
+    w->at(next, token);
+}
+
+void far_end::send_event(int digit) {
+    for (int step = 1; step <= 5; step++) {
+        unsigned const duration = static_cast<unsigned>(std::min(step, 3) * 400);
+        str payload(static_cast<unsigned char>(digit), static_cast<unsigned char>(step < 3 ? 10 : 0x8A),
+                    static_cast<unsigned char>(duration >> 8), static_cast<unsigned char>(duration));
+        send_packet(event_type, payload, step == 1, p.timestamp);
+    }
+}
+
+void far_end::send_packet(int payload_type, str& payload, bool marker, std::uint32_t timestamp) {
+    rtp_header header;
+    header.marker = marker;
+    header.payload_type = payload_type;
+    header.sequence = static_cast<std::uint16_t>(p.sequence);
+    header.timestamp = timestamp;
+    header.ssrc = be32(p.ssrc);
+    transmit(true, p.out.key.empty() ? header.build(payload)
+                                     : srtp_protect(keys.tx, header.build(str::null), payload, p.sequence,
+                                                    {p.out.tag_bytes, str::null}));
+    p.sequence++;
+    sent++;
+}
+
+/// A sender report without block, and a receiver reference time (RFC 3611 section 4.4) in an XR packet.
+void far_end::send_report() {
+    std::uint64_t const now = ntp();
+    last_report_sent = static_cast<std::uint32_t>(now);
+    str const time =
+        be32(static_cast<std::uint32_t>(now >> 16)) + be32(static_cast<std::uint32_t>(now << 16));
+    str packet = str('\x80', '\xC8', '\0', '\x06') + be32(p.ssrc) + time + be32(p.timestamp) +
+                 be32(static_cast<std::uint32_t>(sent)) + be32(0) + str('\x80', '\xCF', '\0', '\x04') +
+                 be32(p.ssrc) + str('\x04', '\0', '\0', '\x02') + time;
+    transmit(false, p.out.key.empty() ? packet : srtcp_protect(keys.tx, packet, 1, str::null));
+}
+
+void far_end::transmit(bool rtp, str const& packet) {
+    if (!p.streams) {
+        w->send(rtp ? p.rtp : p.rtcp, rtp ? p.device_rtp : p.device_rtcp, view(packet));
+        return;
+    }
+    auto const n = static_cast<unsigned>(packet.length());
+    str const frame =
+        str('\x03', '\0', static_cast<unsigned char>((n + 2) >> 8), static_cast<unsigned char>(n + 2)) +
+        str(static_cast<unsigned char>(n >> 8), static_cast<unsigned char>(n)) + packet;
+    if (int const stream = rtp ? rtp_stream : rtcp_stream)
+        w->stream_send(stream, view(frame), 5 * ms);
+}
+
+void far_end::arrived(endpoint const& to, std::string_view data) {
+    str const packet = to_str(data);
+    if (to == p.rtp)
+        receive_rtp(packet);
+    else
+        receive_rtcp(packet);
+}
+
+void far_end::stream_data(int stream, std::string_view data) {
+    bytes& pending = unread[stream == rtp_stream ? 0 : 1];
+    pending += data;
+    for (std::size_t size; pending.size() >= frame_bytes; pending.erase(0, size + frame_bytes)) {
+        auto const octet = [&](std::size_t i) { return static_cast<unsigned char>(pending[i]); };
+        size = static_cast<std::size_t>(octet(4) << 8 | octet(5));
+        if (octet(0) != 3 || octet(1) != 0 || static_cast<std::size_t>(octet(2) << 8 | octet(3)) != size + 2)
+            violated("a stream that is not framed");
+        if (pending.size() < size + frame_bytes)
+            return;
+        arrived(stream == rtp_stream ? p.rtp : p.rtcp, std::string_view(pending).substr(frame_bytes, size));
+    }
+}
+
+void far_end::receive_rtp(str const& packet) {
+    rtp_header const header = rtp_header::parse(packet);
+    str payload = packet.substr(header.bytes);
+    if (!p.in.key.empty()) {
+        std::uint32_t sequence = extend_sequence(header.sequence, p.process_sequence);
+        if (!srtp_unprotect(keys.rx, packet, header.bytes, sequence, payload, {p.in.tag_bytes, str::null})) {
+            if (w->now() > keyed_at + second)
+                violated("a packet with a wrong tag", header.sequence);
+            return;
+        }
+        p.process_sequence = std::max(p.process_sequence, sequence);
+    }
+    received++;
+    if (header.payload_type == event_type) {
+        if (payload[1] >= 0x80 && header.timestamp != last_event) {
+            last_event = header.timestamp;
+            digits++;
+        }
+    } else if (format const* const f = find_format(header.payload_type)) {
+        play(coder.decode(f->codec, payload));
+    }
+}
+
+void far_end::play(str const& pcm) {
+    for (int at = 0; at + block_bytes <= pcm.length(); at += block_bytes) {
+        std::int16_t block[block_samples];
+        std::memcpy(block, pcm.cbuffer() + at, sizeof block);
+        audio->hear(index, block);
+    }
+}
+
+/// Sender report, source description, extended report; the round trip that its own last report allows to compute.
+void far_end::receive_rtcp(str const& packet) {
+    reports++;
+    str plain = packet;
+    if (!p.in.key.empty() && !srtcp_unprotect(keys.rx, packet, plain, {10, str::null}))
+        violated("a report that is not encrypted");
+    if (!p.in.key.empty() && w->now() < keyed_at + second)
+        return;
+    int at = 0, order = 0;
+    for (int size; at < plain.length(); at += size, order++) {
+        size = (plain[at + 2] * 256 + plain[at + 3]) * 4 + 4;
+        constexpr unsigned char types[] = {200, 202, 207};
+        if (order > 2 || plain[at + 1] != types[order])
+            violated("a compound packet of other parts", plain[at + 1]);
+    }
+    if (at != plain.length() || order < 2)
+        violated("a compound packet of another length", plain.length());
+    int const lsr_at = (plain[2] * 256 + plain[3]) * 4 + 4 - 8;
+    std::uint32_t const lsr = str2uint32(plain.substr(lsr_at, 4));
+    if (!p.round_trip_known || lsr == 0 || lsr != last_report_sent)
+        return;
+    auto const round_trip = static_cast<std::int32_t>(static_cast<std::uint32_t>(ntp()) - lsr -
+                                                      str2uint32(plain.substr(lsr_at + 4, 4)));
+    round_trips++;
+    if (round_trip < -12 * 65536 / 1000 || round_trip > round_trip_limit_ms * 65536 / 1000)
+        violated("a round trip of so many 1/65536 s", round_trip);
+}
+
+}  // namespace sim

@@ -1,0 +1,97 @@
+#pragma once
+
+#include <cstdint>
+
+#include "codecs/codec.h"
+#include "srtp/srtp.h"
+#include "tests/sim/world.h"
+
+namespace sim {
+
+/// A codec as it travels: number, payload type, bytes of a payload of 20 ms.
+struct format {
+    int codec, payload_type, bytes_per_20ms;
+    char const* name;
+};
+extern format const formats[7];
+constexpr int event_type = 101;
+/// Of a payload type; null: none.
+format const* find_format(int payload_type);
+
+/// The keys of one direction and the tag's length; without keys: plain.
+struct protection {
+    bytes key;  ///< 16 bytes of master key, 14 of salt
+    int tag_bytes = 10;
+};
+
+/// A fault of the process that a program's checks found; ends the program. Defined by each program.
+[[noreturn]] void violated(std::string_view what, long long value = 0);
+
+/// A telephone somewhere in the network: sends what it says as RTP, plays what arrives, exchanges RTCP, over datagrams
+/// or streams, protected or not. It checks what it gets where that needs its keys: tags, compound packets, round trip.
+class far_end {
+public:
+    struct plan {
+        endpoint rtp, rtcp;                ///< its own
+        endpoint device_rtp, device_rtcp;  ///< the channel's
+        format const* talk = &formats[0];  ///< what it sends
+        int ptime_ms = 20, ppm = 0;        ///< packet time by its own clock
+        bool streams = false;              ///< the process connects to `rtp` and `rtcp`
+        protection in, out;                ///< what it receives and sends
+        std::uint32_t ssrc = 1, sequence = 1, timestamp = 1;
+        std::uint32_t process_sequence = 0;  ///< extended, of the next packet it gets
+        bool reports = true;
+        bool round_trip_known = true;  ///< the path's delay is below 15 ms each way
+    };
+    /// What it says and hears, 80 samples each.
+    struct ear_and_mouth {
+        virtual void say(int far, std::int16_t* pcm) = 0;
+        virtual void hear(int far, std::int16_t const* pcm) = 0;
+    };
+
+    void begin(world& w, int index, plan const& p, ear_and_mouth& audio);
+    void end();
+    bool active() const { return on; }
+    /// While active.
+    void talk_in(format const& f) { p.talk = &f; }
+    void rekey(protection const& in, protection const& out, std::uint32_t process_sequence);
+    void send_event(int digit);
+
+    // What surroundings pass on.
+    static constexpr int tokens = 1 << 24;
+    static int index_of(int token) { return token & 0xFF; }
+    void wake(int token);
+    bool owns(endpoint const& e) const { return on && (e == p.rtp || e == p.rtcp); }
+    void arrived(endpoint const& to, std::string_view data);
+    void connected(int stream, endpoint const& to) { (to == p.rtp ? rtp_stream : rtcp_stream) = stream; }
+    bool owns_stream(int stream) const { return on && (stream == rtp_stream || stream == rtcp_stream); }
+    void stream_data(int stream, std::string_view data);
+    int media_stream() const { return rtp_stream; }
+
+    plan const& planned() const { return p; }
+    std::uint64_t received = 0, sent = 0, reports = 0, round_trips = 0;  ///< since it was made
+    int digits = 0;                                                      ///< events that ended, since begin()
+
+private:
+    void send_packet(int payload_type, str& payload, bool marker, std::uint32_t timestamp);
+    void send_report();
+    void transmit(bool rtp, str const& packet);
+    void receive_rtp(str const& packet);
+    void receive_rtcp(str const& packet);
+    void play(str const& pcm);
+    std::uint64_t ntp() const { return static_cast<std::uint64_t>(w->now() / ms) * 65536 / 1000; }
+
+    world* w = nullptr;
+    ear_and_mouth* audio = nullptr;
+    plan p;
+    bool on = false;
+    int index = 0, generation = 0, rtp_stream = 0, rtcp_stream = 0;
+    codec coder;
+    srtp_session_ctx keys;
+    std::int64_t next = 0, next_report = 0, keyed_at = 0;
+    std::uint32_t last_event = 0, last_report_sent = 0;
+    bool first = true;
+    bytes unread[2];  ///< of the RTP and the RTCP stream
+};
+
+}  // namespace sim
