@@ -77,6 +77,18 @@ public:
     void mirror_command(std::string_view data);
 
 private:
+    static constexpr std::size_t block_bytes = 2 * block_samples;
+    static constexpr std::size_t play_bytes = 3 * block_bytes;  ///< what a driver keeps for the telephone
+    static constexpr std::size_t stream_bytes = 65536;
+
+    /// The first bytes, off the queue.
+    static std::size_t take(bytes& from, void* to, std::size_t size) {
+        std::size_t const n = std::min(size, from.size());
+        from.copy(static_cast<char*>(to), n);
+        from.erase(0, n);
+        return n;
+    }
+
     enum class kind { none, udp, stream, line, pipe_in, pipe_out, signal };
     struct datagram {
         endpoint from;
