@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -95,6 +96,7 @@ media_process::media_process(std::vector<std::string> const& arguments)
     child = fork();
     if (child != 0)
         return;
+    prctl(PR_SET_PDEATHSIG, SIGKILL);  // also when this program is killed
     dup2(open(error_file.c_str(), O_CREAT | O_TRUNC | O_RDWR, 0600), STDERR_FILENO);
     execv(program.c_str(), argv.data());
     _exit(127);
