@@ -1,22 +1,9 @@
 #include "srtp/aes.h"
 
 #include "srtp/aes_cm.h"
-#include "srtp/aes_tables.h"
 #include "tests/srtp/octets.h"
 
 namespace {
-
-bool const tables_ready = (aes_compute_tables(), true);
-
-v128_t block_of(str const& octets) {
-    v128_t block;
-    v128_copy_octet_string(&block, octets);
-    return block;
-}
-
-str octets_of(v128_t const& block) {
-    return str(block.octets(), 16);
-}
 
 // RFC 3711 appendix B.2
 str const b2_key = hex("2B7E151628AED2A6ABF7158809CF4F3C");
@@ -25,12 +12,15 @@ str const b2_salt = hex("F0F1F2F3F4F5F6F7F8F9FAFBFCFD");
 }  // namespace
 
 TEST(Aes, PublishedBlockAndKeySchedule) {
-    v128_t round_keys[11], block = block_of(hex("00112233445566778899AABBCCDDEEFF"));
-    aes_cm_expand_key(block_of(hex("000102030405060708090A0B0C0D0E0F")), round_keys);
+    v128_t round_keys[11], block, key;
+    v128_copy_octet_string(&block, hex("00112233445566778899AABBCCDDEEFF"));
+    v128_copy_octet_string(&key, hex("000102030405060708090A0B0C0D0E0F"));
+    aes_cm_expand_key(key, round_keys);
     aes_cm_encrypt(&block, round_keys);  // FIPS-197 appendix C.1
-    EXPECT_EQ(hex("69C4E0D86A7B0430D8CDB78070B4C55A"), octets_of(block));
-    aes_cm_expand_key(block_of(b2_key), round_keys);  // FIPS-197 appendix A.1
-    EXPECT_EQ(hex("D014F9A8C9EE2589E13F0CC8B6630CA6"), octets_of(round_keys[10]));
+    EXPECT_EQ(hex("69C4E0D86A7B0430D8CDB78070B4C55A"), str(block.octets(), 16));
+    v128_copy_octet_string(&key, b2_key);
+    aes_cm_expand_key(key, round_keys);  // FIPS-197 appendix A.1
+    EXPECT_EQ(hex("D014F9A8C9EE2589E13F0CC8B6630CA6"), str(round_keys[10].octets(), 16));
 }
 
 TEST(AesCm, KeystreamOfRfc3711) {

@@ -20,15 +20,17 @@ public:
     libsrtp_peer& operator=(libsrtp_peer const&) = delete;
 
     // Each turns a whole packet into the other form; false when libsrtp2 refuses.
-    bool protect(str& packet);
-    bool unprotect(str& packet);
-    bool protect_rtcp(str& packet);
-    bool unprotect_rtcp(str& packet);
+    bool protect(str& packet) { return convert(packet, sends, false); }
+    bool unprotect(str& packet) { return convert(packet, receives, false); }
+    bool protect_rtcp(str& packet) { return convert(packet, sends, true); }
+    bool unprotect_rtcp(str& packet) { return convert(packet, receives, true); }
 
     /// Moves a stream that has had a packet to another rollover counter.
     bool set_roc(std::uint32_t ssrc, std::uint32_t roc);
 
 private:
+    bool convert(str& packet, direction way, bool rtcp);
+
     srtp_ctx_t_* session = nullptr;
     unsigned has_mki;
 };

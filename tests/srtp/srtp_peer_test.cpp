@@ -2,22 +2,13 @@
 
 #include <vector>
 
-#include "srtp/aes_tables.h"
 #include "srtp/srtp_packet.h"
 #include "tests/srtp/libsrtp_peer.h"
 #include "tests/srtp/octets.h"
 
 namespace {
 
-bool const tables_ready = (aes_compute_tables(), true);
-
 str const ssrc = hex("0B1E55ED");
-
-srtp_ctx keyed(str const& key, str const& own_ssrc) {
-    srtp_ctx context;
-    srtp_init(context, key.substr(0, 16), key.substr(16, 14), own_ssrc);
-    return context;
-}
 
 /// A header with a CSRC list and an extension of random length (RFC 3550 section 5.1).
 str random_header(std::mt19937& random, std::uint32_t sequence, str const& own_ssrc) {
@@ -43,7 +34,7 @@ std::vector<std::uint32_t> lossy_order(std::mt19937& random, std::uint32_t from,
     return order;
 }
 
-/// From us to libsrtp2 and from libsrtp2 to us.
+/// From us to libsrtp2 and from libsrtp2 to us; with each packet a report, whose tag always has 10 bytes.
 void exchange(unsigned seed, str const& key, srtp_trailer const& trailer, std::uint32_t from, int count) {
     SCOPED_TRACE(testing::Message() << "seed " << seed << ", tag " << trailer.tag_length << ", MKI "
                                     << trailer.mki.length() << ", key " << key.length());
@@ -53,20 +44,34 @@ void exchange(unsigned seed, str const& key, srtp_trailer const& trailer, std::u
     libsrtp_peer sender(libsrtp_peer::sends, key, trailer.tag_length, trailer.mki);
     // An MKI without a tag behind it is not looked for.
     int const surplus = trailer.tag_length > 0 ? 0 : trailer.mki.length();
+    unsigned report = 0;
     for (std::uint32_t const sequence : lossy_order(random, from, count)) {
+        SCOPED_TRACE(sequence);
         str const header = random_header(random, sequence, ssrc);
         str const audio = random_octets(random, below(random, 70));
         str payload = audio, packet = srtp_protect(tx, header, payload, sequence, trailer);
         ASSERT_EQ(header.length() + audio.length() + trailer.tag_length + trailer.mki.length(),
                   packet.length());
-        ASSERT_TRUE(receiver.unprotect(packet)) << "packet " << sequence;
-        ASSERT_EQ(header + audio, packet) << "packet " << sequence;
+        ASSERT_TRUE(receiver.unprotect(packet));
+        ASSERT_EQ(header + audio, packet);
 
         std::uint32_t index = sequence & 0xFFFF;
-        ASSERT_TRUE(sender.protect(packet)) << "packet " << sequence;
+        ASSERT_TRUE(sender.protect(packet));
         ASSERT_TRUE(srtp_unprotect(rx, packet, header.length(), index, payload, trailer));
         ASSERT_EQ(sequence, index);
-        ASSERT_EQ(audio, payload.leftstr(payload.length() - surplus)) << "packet " << sequence;
+        ASSERT_EQ(audio, payload.leftstr(payload.length() - surplus));
+
+        str const compound = hex("81C80006") + ssrc + random_octets(random, 4 * below(random, 20));
+        if (report > 65535 || (trailer.tag_length != 10 && !trailer.mki.empty()))
+            continue;  // libsrtp2 looks for a report's MKI before a tag as long as RTP's
+        packet = srtcp_protect(tx, compound, report, trailer.mki);
+        ASSERT_TRUE(receiver.unprotect_rtcp(packet)) << "report " << report;
+        ASSERT_EQ(compound, packet) << "report " << report;
+        if (report++ == 0)
+            continue;  // libsrtp2 begins with 1
+        ASSERT_TRUE(sender.protect_rtcp(packet));
+        ASSERT_TRUE(srtcp_unprotect(rx, packet, payload, {10, trailer.mki})) << "report " << report;
+        ASSERT_EQ(compound, payload) << "report " << report;
     }
 }
 
@@ -74,7 +79,7 @@ void exchange(unsigned seed, str const& key, srtp_trailer const& trailer, std::u
 
 TEST(SrtpPeer, WrapsTagLengthsMkisAndKeysOfAnyLength) {
     std::mt19937 random(7);
-    exchange(8, random_octets(random, 30), {10, str()}, 65000, 67000);
+    exchange(8, random_octets(random, 30), {10, str()}, 65000, 75000);  // all indices of reports
     for (int tag_length = 0; tag_length <= 20; tag_length++)
         for (int const mki_length : {0, 1, 4, 128}) {
             srtp_trailer const trailer{tag_length, random_octets(random, mki_length)};
@@ -122,28 +127,5 @@ TEST(SrtpPeer, OneStreamOverRolloversRestartsAndNewKeys) {
             << step.sender_roc;
         EXPECT_EQ(step.own_roc, rx.roc);
         EXPECT_EQ(step.accepted ? "audio" : "", payload);
-    }
-}
-
-TEST(SrtcpPeer, EveryIndexInBothDirections) {
-    std::mt19937 random(17);
-    for (int const mki_length : {0, 4}) {
-        str const key = random_octets(random, 30);
-        srtp_trailer const trailer{10, random_octets(random, mki_length)};
-        srtp_ctx tx = keyed(key, ssrc), rx = keyed(key, str());
-        libsrtp_peer receiver(libsrtp_peer::receives, key, 10, trailer.mki);
-        libsrtp_peer sender(libsrtp_peer::sends, key, 10, trailer.mki);
-        for (unsigned index = 0; index < 65536; index += mki_length ? 977 : 1) {
-            str const compound = hex("81C80006") + ssrc + random_octets(random, 4 * below(random, 20));
-            str packet = srtcp_protect(tx, compound, index, trailer.mki), plain;
-            ASSERT_TRUE(receiver.unprotect_rtcp(packet)) << "seed 17, index " << index;
-            ASSERT_EQ(compound, packet) << "seed 17, index " << index;
-            if (index == 0)
-                continue;  // libsrtp2 begins with 1
-            packet = compound;
-            ASSERT_TRUE(sender.protect_rtcp(packet));
-            ASSERT_TRUE(srtcp_unprotect(rx, packet, plain, trailer)) << "seed 17, index " << index;
-            ASSERT_EQ(compound, plain) << "seed 17, index " << index;
-        }
     }
 }

@@ -1,263 +1,215 @@
 // fxsctl's command line: which datagram each subcommand sends, what is refused before anything is sent, exit codes.
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <fstream>
-#include <nlohmann/json.hpp>
-#include <sstream>
+#include <map>
 
-#include "tests/tools/fxsctl/child.h"
-#include "tests/tools/fxsctl/fake_process.h"
+#include "tests/tools/fxsctl/fxsctl.h"
+#include "tools/protocol/worked_datagrams.h"
 
 namespace {
 
-constexpr const char* key30 = "000102030405060708090a0b0c0d0e0f101112131415161718191a1b1c1d";
+const std::string key = "e1f97a0d3e018be0d64fa32c06de41390ec675ad498afeebb6960b3aabe6";
 
-std::vector<std::string> words(const std::string& line) {
-    std::istringstream in(line);
-    std::vector<std::string> result{FXSCTL};
-    for (std::string word; in >> word;) {
-        result.push_back(word);
+// Everything but session commands, one behind the other, without blanks.
+void expect_sent(const std::string& arguments, fake_process& process, std::string hex) {
+    const outcome run = run_fxsctl(arguments, &process);
+    EXPECT_EQ(run.exit_code, 0) << arguments << ": " << run.err;
+    std::string sent;
+    for (const std::string& command : process.commands())
+        sent += command;
+    std::erase(hex, ' ');
+    EXPECT_EQ(sent, hex) << arguments;
+}
+
+TEST(subcommands, send_the_worked_datagrams_of_the_page) {
+    const std::map<std::string, std::string> arguments{
+        {"open", "open -c 0 --port-min 16400 --port-max 16402 --tos 184 --call-id demo-0"},
+        {"open-anywhere", "open --call 1"},
+        {"media", "media -c 0 --codec pcma --event-pt 101 --ptime 20 --ssrc 12345678 --rtp 127.0.0.1:20000"},
+        {"media-ipv6", "media -c 0 --rtp [::1]:20002 --no-rtcp"},
+        {"media-xr", "media -c 0 --xr \"rcvr-rtt stat-summary voip-metrics\""},
+        {"media-srtp", "media -c 0 --srtp-rx-key " + key +
+                           " --srtp-tx-key e1f97a0d3e018be0d64fa32c06de413a0ec675ad498afeebb6960b3aabe6"},
+        {"tdm", "tdm -c 0 --line 0"},
+        {"tdm-off", "tdm -c 0 --none"},
+        {"end", "end 0"},
+        {"end-and-confirm", "end 7"},
+        {"dtmf", "dtmf -c 0 5"},
+        {"play", "play -c 0 1 4"},
+        {"play-stop", "play -c 0 stop"},
+        {"tunnel", "tunnel -c 0 --rtp 000100002112a442303132333435363738396162 --to 127.0.0.1:20000"},
+        {"log-level", "log-level 1"},
+        {"ntp-offset", "ntp-offset -5"},
+        {"led", "led 1"},
+        {"led-off", "led off"},
+        {"reset-base", "reset-base 3"},
+        {"session", "ping"},
+        {"signal", "signal --text hello"},
+        {"loopback-test", "loopback-test"},
+        {"dump", "dump"},
+    };
+    const std::vector<protocol::worked_datagram> page = protocol::load_worked_datagrams(PROTOCOL_PAGE);
+    std::size_t commands = 0;
+    for (const protocol::worked_datagram& worked : page) {
+        if (!worked.is_command)
+            continue;
+        commands++;
+        fake_process process;
+        for (const protocol::worked_datagram& reply : page)
+            if (!worked.needs.empty() && !reply.is_command && reply.name == worked.reply)
+                process.answer(protocol::to_hex(reply.data));
+        ASSERT_TRUE(arguments.contains(worked.name)) << worked.name;
+        std::string hex = protocol::to_hex(worked.data);
+        if (hex.ends_with("00130000"))
+            hex.resize(hex.size() - 8);  // every run of fxsctl begins and ends with one of these
+        expect_sent(arguments.at(worked.name), process, hex);
     }
-    return result;
-}
-
-std::string port_of(fake_process& process) {
-    return "FXSMEDIA_PORT=" + std::to_string(process.port());
-}
-
-std::string without_blanks(std::string text) {
-    std::erase(text, ' ');
-    return text;
+    EXPECT_EQ(commands, arguments.size());
 }
 
 TEST(subcommands, send_these_datagrams) {
-    const struct {
-        std::string arguments;
-        std::vector<std::string> commands;
-    } cases[] = {
-        {"open --call 2 --port-min 16384 --port-max 32768 --tos 0 --call-id x",
-         {"0010001d 000400020002 000b00024000 000c00028000 001f00020000 0016000178"}},
-        {"media -c 0 --codec pcma", {"00110012 000400020000 000600020802 001000020208"}},
+    const std::string key_file = testing::TempDir() + "fxsctl_key_" + std::to_string(getpid());
+    std::ofstream(key_file) << key << "\n";
+    const std::pair<std::string, std::string> cases[] = {
+        {"open -c 0 --tos 0", "0010000c 000400020000 001f00020000"},
         {"media -c 1 --codec 6 --pt 98 --event-pt 101 --map 98=g726 --map 8=pcma --ptime 30 --ssrc DEADBEEF",
-         {"0011002b 000400020001 000600026206 0013000165 001000020662 001000020208 00110002001e "
-          "00210004deadbeef"}},
-        {"media -c 1 --rtp 10.0.0.1:4000",
-         {"0011001a 000400020001 000500060fa00a000001 001a00060fa10a000001"}},
+         "0011002b 000400020001 000600026206 0013000165 001000020662 001000020208 00110002001e "
+         "00210004deadbeef"},
         {"media -c 1 --rtp [::1]:4000 --no-rtcp --tcp",
-         {"00110022 000400020001 000500120fa000000000000000000000000000000001 002200020001"}},
-        {"media -c 1 --xr voip-metrics", {"00110016 000400020001 0015000c766f69702d6d657472696373"}},
-        {std::string("media -c 1 --srtp-tx-key ") + key30 + " --srtp-mki 0102",
-         {std::string("00110033 000400020001 0018001e") + key30 + " 001900010a 001e00020102"}},
-        {"tdm -c 3 --line 2", {"0012000c 000400020003 001200020002"}},
-        {"tdm -c 3 --none", {"0012000c 000400020003 001200020004"}},
-        {"end 1 6", {"00040006000400020001", "00040006000400020006"}},
-        {"play -c 0 fr busy", {"000c0012 000400020000 001c00020002 001d0002000c"}},
-        {"play -c 0 16 4", {"000c0012 000400020000 001c00020004 001d00020010"}},
-        {"play -c 0 stop", {"000c0012 000400020000 001c00020000 001d00020000"}},
+         "00110022 000400020001 000500120fa000000000000000000000000000000001 002200020001"},
+        {"media -c 1 --srtp-mki 0102 --srtp-tx-key " + key,
+         "00110033 000400020001 0018001e" + key + " 001900010a 001e00020102"},
+        {"media -c 0 --srtp-tag 4 --srtp-rx-key @" + key_file,
+         "0011002d 000400020000 0017001e" + key + " 0019000104"},
+        {"end 1 6", "00040006 000400020001 00040006 000400020006"},
+        {"play -c 0 fr busy", "000c0012 000400020000 001c00020002 001d0002000c"},
         {"dtmf -c 1 0#D --code 16",
-         {"000a000c 000400020001 001300020000", "000a000c 000400020001 00130002000b",
-          "000a000c 000400020001 00130002000f", "000a000c 000400020001 001300020010"}},
-        {"log-level 9", {"00070006 000100020009"}},
-        {"ntp-offset -3600", {"000d0008 00140004fffff1f0"}},
+         "000a000c 000400020001 001300020000 000a000c 000400020001 00130002000b "
+         "000a000c 000400020001 00130002000f 000a000c 000400020001 001300020010"},
+        {"ntp-offset 305419896", "000d0008 0014000412345678"},
         {"tunnel -c 1 --rtcp 0102 --to 10.0.0.1:9 --tcp",
-         {"000f001c 000400020001 0005000600090a000001 000e00020102 002200020001"}},
-        {"dump", {"00140000"}},
-        {"led three-flashes", {"00160006 001b00020003"}},
-        {"led 7", {"00160006 001b00020007"}},
-        {"reset-base 12", {"000b0006 001b0002000c"}},
-        {"signal 01:02 ff --text hi", {"00080011 000f00020102 000f0001ff 000f00026869"}},
+         "000f001c 000400020001 0005000600090a000001 000e00020102 002200020001"},
+        {"tunnel -c 1 --rtcp 09", "000f000b 000400020001 000e000109"},
+        {"led three-flashes", "00160006 001b00020003"},
+        {"led 65535", "00160006 001b0002ffff"},
+        {"signal 01:02 ff --text hi", "00080011 000f00020102 000f0001ff 000f00026869"},
     };
-    for (const auto& one : cases) {
-        SCOPED_TRACE(one.arguments);
+    for (const auto& [arguments, hex] : cases) {
         fake_process process;
-        child run(words(one.arguments), {port_of(process)});
-        EXPECT_EQ(run.wait(), 0) << run.err;
-        std::vector<std::string> expected;
-        for (const std::string& command : one.commands) {
-            expected.push_back(without_blanks(command));
-        }
-        EXPECT_EQ(process.commands(), expected);
+        expect_sent(arguments, process, hex);
     }
+    std::remove(key_file.c_str());
 }
 
+// A command, then what must not follow it, each with a part of the complaint behind ">".
+const std::string wrong_arguments = R"(
+|> no command|frobnicate > frobnicate|end > --all|reset-base 256 > 0 to 255|call 4 5 > --line|decode 0 > hexadecimal
+open|> --call|-c 8 > 0 to 7|-c -1 > 0 to 7
+open -c 0|--tos 256 > 0 to 255|--port-min 5000 --port-max 5000 > --port-max|--port-max 4000 > 49152
+media -c 0|> nothing to set|--ptime 20 > --codec|--codec opus > opus|--codec 7 > --event-pt
+media -c 0|--rtp example.org:5004 > --rtp|--rtp 10.0.0.1 > --rtp|--xr x --tcp > --rtp
+media -c 0|--srtp-rx-key 0011 > 30 bytes|--srtp-rx-key KEY00 > 31 bytes|--rtp 10.0.0.1:4 --srtp-tag 4 > --srtp-tx-key
+media -c 0 --codec pcma|--pt 128 > 0 to 127|--ptime 25 > multiple of 10|--ssrc 123456 > --ssrc
+media -c 0 --codec pcma|--map pcma > --map|--map 128=pcma > --map
+tdm -c 0|> --line|--line 1 --none > --line|--line 4 > 0 to 3
+play -c 0|us > kind|17 dial > 17|us engaged > engaged
+dtmf -c 0|12x > x|> digits
+log-level|10 > 0 to 9|-1 > 0 to 9
+led|blue > blue|65536 > 65536
+signal|0 > hexadecimal|> nothing to send
+tunnel -c 0|> --rtcp|--rtp 00 --rtcp 00 > --rtcp
+call 0|> --to|0 > itself|1 2 > calls|--to 10.0.0.1:4 --srtp > --show-keys
+call 0 1|--lines 2 > as many lines|--tcp > --to|--xr loss > "loss" is none of|--xr voip-metrics=3 > voip-metrics=3
+monitor|--quiet > --summary|--filter nonsense > nonsense|--duration -1 > --duration
+ping|--port 70000 > 65535|--timeout 0 > --timeout
+)";
+
 TEST(subcommands, wrong_arguments_end_with_2_and_send_nothing) {
-    const struct {
-        std::string arguments;
-        std::string complaint;  // on standard error
-    } cases[] = {
-        {"", "no command"},
-        {"frobnicate", "frobnicate"},
-        {"open", "--call"},
-        {"open -c 8", "0 to 7"},
-        {"open -c -1", "0 to 7"},
-        {"open -c 0 --tos 256", "0 to 255"},
-        {"open -c 0 --port-min 5000 --port-max 5000", "--port-max"},
-        {"open -c 0 --port-max 4000", "49152"},
-        {"media -c 0", "nothing to set"},
-        {"media -c 0 --ptime 20", "--codec"},
-        {"media -c 0 --codec opus", "opus"},
-        {"media -c 0 --codec 7", "--event-pt"},
-        {"media -c 0 --codec pcma --pt 128", "0 to 127"},
-        {"media -c 0 --codec pcma --ptime 25", "multiple of 10"},
-        {"media -c 0 --codec pcma --map pcma", "--map"},
-        {"media -c 0 --codec pcma --map 128=pcma", "--map"},
-        {"media -c 0 --codec pcma --ssrc 123456", "--ssrc"},
-        {"media -c 0 --rtp example.org:5004", "--rtp"},
-        {"media -c 0 --rtp 10.0.0.1", "--rtp"},
-        {"media -c 0 --xr x --tcp", "--rtp"},
-        {"media -c 0 --srtp-rx-key 0011", "30 bytes"},
-        {std::string("media -c 0 --srtp-rx-key ") + key30 + "00", "31 bytes"},
-        {"media -c 0 --rtp 10.0.0.1:4 --srtp-tag 4", "--srtp-tx-key"},
-        {"tdm -c 0", "--line"},
-        {"tdm -c 0 --line 1 --none", "--line"},
-        {"tdm -c 0 --line 4", "0 to 3"},
-        {"end", "--all"},
-        {"play -c 0 us", "kind"},
-        {"play -c 0 17 dial", "17"},
-        {"play -c 0 us engaged", "engaged"},
-        {"dtmf -c 0 12x", "x"},
-        {"dtmf -c 0", "digits"},
-        {"log-level 10", "0 to 9"},
-        {"log-level -1", "0 to 9"},
-        {"led blue", "blue"},
-        {"led 65536", "65536"},
-        {"signal 0", "hexadecimal"},
-        {"signal", "nothing to send"},
-        {"reset-base 256", "0 to 255"},
-        {"tunnel -c 0", "--rtcp"},
-        {"tunnel -c 0 --rtp 00 --rtcp 00", "--rtcp"},
-        {"call 0", "--to"},
-        {"call 0 0", "itself"},
-        {"call 0 1 2", "calls"},
-        {"call 4 5", "--line"},
-        {"call 0 1 --lines 2", "as many lines"},
-        {"call 0 --to 10.0.0.1:4 --srtp", "--show-keys"},
-        {"call 0 1 --tcp", "--to"},
-        {"call 0 1 --xr loss", "\"loss\" is none of"},
-        {"call 0 1 --xr voip-metrics=3", "voip-metrics=3"},
-        {"monitor --quiet", "--summary"},
-        {"monitor --filter nonsense", "nonsense"},
-        {"monitor --duration -1", "--duration"},
-        {"decode 0", "hexadecimal"},
-        {"ping --port 70000", "65535"},
-        {"ping --timeout 0", "--timeout"},
-    };
     fake_process process;
-    for (const auto& one : cases) {
-        child run(words(one.arguments), {port_of(process)});
-        EXPECT_EQ(run.wait(), 2) << one.arguments;
-        EXPECT_NE(run.err.find(one.complaint), std::string::npos) << one.arguments << ": " << run.err;
-        EXPECT_EQ(run.out, "") << one.arguments;
+    int count = 0;
+    for (const std::string& row : split(wrong_arguments.substr(1), '\n')) {
+        const std::vector<std::string> cases = split(row, '|');
+        for (std::size_t i = 1; i < cases.size(); i++, count++) {
+            const std::size_t mark = cases[i].find("> ");
+            std::string arguments = cases[0] + " " + cases[i].substr(0, mark);
+            if (const std::size_t at = arguments.find("KEY"); at != std::string::npos)
+                arguments.replace(at, 3, key);
+            const outcome run = run_fxsctl(arguments, &process);
+            EXPECT_EQ(run.exit_code, 2) << arguments;
+            EXPECT_NE(run.err.find(cases[i].substr(mark + 2)), std::string::npos)
+                << arguments << ": " << run.err;
+            EXPECT_EQ(run.out, "") << arguments;
+        }
     }
+    EXPECT_EQ(count, 56);
     EXPECT_TRUE(process.peers().empty());
 }
 
-TEST(exit_codes, no_process_no_port_silent_process) {
-    child no_port(words("ping"));
-    EXPECT_EQ(no_port.wait(), 2);
-    EXPECT_NE(no_port.err.find("FXSMEDIA_PORT"), std::string::npos);
+TEST(runs, end_with_this_code_and_print_this) {
+    fake_process taken;
     const std::string free_port = std::to_string(fake_process().port());
-    child nobody(words("--timeout 50 ping --port " + free_port));
-    EXPECT_EQ(nobody.wait(), 3);
-    EXPECT_NE(nobody.err.find("nothing listens on 127.0.0.1:" + free_port), std::string::npos) << nobody.err;
-    fake_process silent(fake_process::manners::silent);
-    child unanswered(words("--timeout 50 open -c 0"), {port_of(silent)});
-    EXPECT_EQ(unanswered.wait(), 3);
-    EXPECT_NE(unanswered.err.find("within 50 ms"), std::string::npos) << unanswered.err;
-    EXPECT_TRUE(silent.commands().empty()) << "commands before the session was answered";
-}
-
-TEST(exit_codes, refused_by_the_process) {
+    const std::string taken_port = std::to_string(taken.port());  // the any-address clashes with 127.0.0.1
     const struct {
-        const char* arguments;
-        std::uint16_t tag;
-        const char* reply;  // hexadecimal, empty for none
+        std::string arguments;
         int exit_code;
+        std::string out, err;          // all of the one, a part of the other
+        std::string answer = "usual";  // to any command but session, in hexadecimal
     } cases[] = {
-        {"open -c 0", 16, "", 4},
-        {"open -c 0", 16, "00060012 000400020001 000d00021000 000e00021001", 4},  // somebody else's call
-        {"open -c 0", 16, "00060012 000400020000 000d00020000 000e00020000", 4},  // no ports
-        {"open -c 0", 16, "00060012 000400020000 000d00021000 000e00021001", 0},
-        {"reset-base 3", 11, "", 4},
-        {"reset-base 3", 11, "000b000c 001b00020003 000f0002ffff", 4},
-        {"reset-base 3", 11, "000b000c 001b00020003 000f00020000", 0},
-        {"loopback-test", 21, "00150006 000900020000", 4},
-        {"loopback-test", 21, "00150006 000900020001", 0},
+        {"open -c 1", 0, "open call=1 rtp_port=40002 rtcp_port=40003\n", ""},
+        {"--json open -c 1", 0, "{\"report\":\"open\",\"call\":1,\"rtp_port\":40002,\"rtcp_port\":40003}\n",
+         ""},
+        {"decode 00130000 001c0006000400020005", 0, "heartbeat\nplayback-empty call=5\n", ""},
+        {"decode 0063", 4, "undecodable reason=\"element is cut off\" data=0063\n",
+         "not everything could be decoded"},
+        {"--json decode --command 00110012 000400020000 001000020208 001000020001", 0,
+         "{\"command\":\"media\",\"call\":0,\"map\":[\"8=pcma\",\"1=linear\"]}\n", ""},
+        {"--timeout 50 --port " + free_port + " ping", 3, "", "nothing listens on 127.0.0.1:" + free_port},
+        {"--local-port " + taken_port + " ping", 5, "", taken_port},
+        {"media -c 0 --srtp-tx-key @/nonexistent", 5, "", "/nonexistent"},
+        // log lines of failures show, others on demand
+        {"led 1", 0, "", "fxsctl: log level=0 text=\"oh no\\x0a\\\"\\xff\"\n",
+         "00020012 000100020000 00020008 6f68206e6f 0a 22 ff"},
+        {"led 1", 0, "", "", "0002000b 000100020005 0002000168"},
+        {"-v led 1", 0, "", "fxsctl: log level=5 text=h\n", "0002000b 000100020005 0002000168"},
+        // refused by the process
+        {"-w 50000 open -c 0", 4, "", "open", ""},
+        {"-w 50000 open -c 0", 4, "", "open",
+         "00060012 000400020001 000d00021000 000e00021001"},  // somebody else's call
+        {"-w 50000 open -c 0", 4, "", "port", "00060012 000400020000 000d00020000 000e00020000"},
+        {"-w 50000 reset-base 3", 4, "", "no line device opened", ""},
+        {"-w 50000 reset-base 3", 4, "reset-base command=3 result=-1\n", "refused the command",
+         "000b000c 001b00020003 000f0002ffff"},
+        {"-w 50000 loopback-test", 4, "loopback found=no\n", "did not come back", "00150006 000900020000"},
     };
     const auto start = std::chrono::steady_clock::now();
     for (const auto& one : cases) {
+        SCOPED_TRACE(one.arguments + " " + one.answer);
         fake_process process;
-        process.answer(one.tag, protocol::from_hex(one.reply).value());
-        child run(words(std::string("--timeout 50000 ") + one.arguments), {port_of(process)});
-        EXPECT_EQ(run.wait(), one.exit_code)
-            << one.arguments << " answered with " << one.reply << ": " << run.err;
+        if (one.answer != "usual")
+            process.answer(one.answer);
+        const outcome run = run_fxsctl(one.arguments, &process);
+        EXPECT_EQ(run.exit_code, one.exit_code);
+        EXPECT_EQ(run.out, one.out);
+        EXPECT_NE(run.err.find(one.err), std::string::npos) << run.err;
+        EXPECT_EQ(run.err.empty(), one.err.empty()) << run.err;
     }
     EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(40))
         << "refusal took a whole timeout";
 }
 
-TEST(exit_codes, local_port_taken_and_unreadable_key_file) {
-    fake_process process;
-    const std::string taken =
-        std::to_string(process.port());  // on 127.0.0.1, so the any-address clashes with it
-    child run(words("--local-port " + taken + " ping"), {port_of(process)});
-    EXPECT_EQ(run.wait(), 5);
-    EXPECT_NE(run.err.find(taken), std::string::npos) << run.err;
-    child no_file(words("media -c 0 --srtp-tx-key @/nonexistent"), {port_of(process)});
-    EXPECT_EQ(no_file.wait(), 5);
-}
-
-TEST(output, text_json_and_help) {
-    fake_process process;
-    child text(words("open -c 1"), {port_of(process)});
-    text.wait();
-    EXPECT_EQ(text.out, "open call=1 rtp_port=40002 rtcp_port=40003\n");
-    child json(words("--json open -c 1"), {port_of(process)});
-    json.wait();
-    EXPECT_EQ(json.out, "{\"report\":\"open\",\"call\":1,\"rtp_port\":40002,\"rtcp_port\":40003}\n");
-    child help(words("call --help"));
-    EXPECT_EQ(help.wait(), 0);
-    EXPECT_NE(help.out.find("conference"), std::string::npos);
-}
-
-TEST(output, log_lines_of_failures_show_on_standard_error) {
-    fake_process process;
-    process.answer(22, protocol::from_hex("00020012 000100020000 00020008 6f68206e6f 0a 22 ff").value());
-    child quiet(words("led 1"), {port_of(process)});
-    EXPECT_EQ(quiet.wait(), 0);
-    EXPECT_EQ(quiet.err, "fxsctl: log level=0 text=\"oh no\\x0a\\\"\\xff\"\n");
-    process.answer(22, protocol::from_hex("0002000b 000100020005 0002000168").value());
-    child below(words("led 1"), {port_of(process)});
-    below.wait();
-    EXPECT_EQ(below.err, "");
-    child verbose(words("-v led 1"), {port_of(process)});
-    verbose.wait();
-    EXPECT_EQ(verbose.err, "fxsctl: log level=5 text=h\n");
-}
-
-TEST(output, decode_explains_captured_datagrams) {
-    child both(words("decode 00130000 001c0006000400020005"));
-    EXPECT_EQ(both.wait(), 0);
-    EXPECT_EQ(both.out, "heartbeat\nplayback-empty call=5\n");
-    child command(words("--json decode --command 00110012 000400020000 001000020208 001000020001"));
-    EXPECT_EQ(command.wait(), 0);
-    EXPECT_EQ(nlohmann::json::parse(command.out)["map"], (nlohmann::json{"8=pcma", "1=linear"}));
-    child wrong(words("decode 0063"));
-    EXPECT_EQ(wrong.wait(), 4);
-    EXPECT_EQ(wrong.out, "undecodable reason=\"element is cut off\" data=0063\n");
-}
-
-TEST(keys, are_read_from_a_file) {
-    const std::string path = testing::TempDir() + "fxsctl_key_" + std::to_string(getpid());
-    std::ofstream(path) << key30 << "\n";
-    fake_process process;
-    child run(words("media -c 0 --srtp-rx-key @" + path + " --srtp-tag 4"), {port_of(process)});
-    EXPECT_EQ(run.wait(), 0) << run.err;
-    std::remove(path.c_str());
-    EXPECT_EQ(process.commands().at(0),
-              without_blanks(std::string("0011002d 000400020000 0017001e") + key30 + " 0019000104"));
+TEST(runs, without_a_port_or_an_answer) {
+    const outcome no_port = run_fxsctl("ping");
+    EXPECT_EQ(no_port.exit_code, 2);
+    EXPECT_NE(no_port.err.find("FXSMEDIA_PORT"), std::string::npos) << no_port.err;
+    EXPECT_EQ(run_fxsctl("call --help").exit_code, 0);
+    fake_process silent;
+    silent.be_silent();
+    const outcome unanswered = run_fxsctl("--timeout 50 open -c 0", &silent);
+    EXPECT_EQ(unanswered.exit_code, 3);
+    EXPECT_NE(unanswered.err.find("within 50 ms"), std::string::npos) << unanswered.err;
+    EXPECT_TRUE(silent.commands().empty()) << "commands before the session was answered";
 }
 
 }  // namespace

@@ -1,59 +1,138 @@
 // A stand-in for the media process: a UDP socket and a thread that notes every command and answers as told.
 #pragma once
 
-#include <chrono>
+#include <arpa/inet.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <atomic>
 #include <condition_variable>
-#include <cstdint>
-#include <map>
 #include <mutex>
 #include <set>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include "tools/protocol/hex.h"
+#include "tools/protocol/tags.h"
+#include "tools/protocol/tlv.h"
 
 class fake_process {
 public:
-    enum class manners {
-        usual,   // answers session commands and opens calls (ports 40000 + 2 * index), obeys only its peer
-        slow,    // the same, but 30 ms before it looks at a datagram and before it answers a session command
-        silent,  // takes everything, answers nothing
-    };
-
-    explicit fake_process(manners how = manners::usual, std::uint16_t port = 0);
-    ~fake_process();
+    // Answers session commands and opens calls (ports 40000 + 2 * index), obeys only its peer. It is slow, so that a
+    // program that doesn't wait for it shows.
+    explicit fake_process(std::uint16_t port = 0) {
+        sockaddr_in local = loopback(port);
+        socklen_t size = sizeof local;
+        if (bind(fd_, reinterpret_cast<const sockaddr*>(&local), size) != 0)
+            throw std::runtime_error("the stand-in cannot bind its port");
+        const timeval look_around{0, 20000};
+        setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &look_around, sizeof look_around);
+        getsockname(fd_, reinterpret_cast<sockaddr*>(&local), &size);
+        port_ = ntohs(local.sin_port);
+        thread_ = std::jthread([this](const std::stop_token& stop) { serve(stop); });
+    }
+    ~fake_process() {
+        thread_ = {};
+        close(fd_);
+    }
 
     std::uint16_t port() const { return port_; }
 
-    // From now on a command with this tag is answered with these bytes (none: with nothing) instead of the usual.
-    void answer(std::uint16_t tag, const protocol::bytes& reply);
+    // From now on it takes everything and answers nothing.
+    void be_silent() { silent_ = true; }
+
+    // From now on every command but session is answered with these bytes (none: with nothing) instead of the usual.
+    void answer(const std::string& hex) {
+        const std::lock_guard lock(mutex_);
+        answer_ = protocol::from_hex(hex).value();
+    }
 
     // Sends to the peer as it is.
-    void report(const protocol::bytes& datagram);
+    void report(const std::string& hex) {
+        const std::lock_guard lock(mutex_);
+        send_to_peer(protocol::from_hex(hex).value());
+    }
 
     // Every command obeyed so far but session, in hexadecimal with its header.
-    std::vector<std::string> commands();
-    bool wait_for_commands(std::size_t count);
+    std::vector<std::string> commands() {
+        const std::lock_guard lock(mutex_);
+        return commands_;
+    }
+    bool wait_for_commands(std::size_t count) {
+        std::unique_lock lock(mutex_);
+        return changed_.wait_for(lock, std::chrono::seconds(10), [&] { return commands_.size() >= count; });
+    }
 
     // Local ports that sent session commands.
-    std::set<std::uint16_t> peers();
+    std::set<std::uint16_t> peers() {
+        const std::lock_guard lock(mutex_);
+        return peers_;
+    }
 
 private:
-    void serve();
-    void take_your_time() const;
-    void take(const protocol::bytes& datagram, std::uint16_t from);
-    void send_to_peer(const protocol::bytes& datagram);
+    static sockaddr_in loopback(std::uint16_t port) {
+        return {AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
+    }
 
-    manners how_;
-    int fd_ = -1;
+    void serve(const std::stop_token& stop) {
+        protocol::bytes datagram(65536);
+        while (!stop.stop_requested()) {
+            sockaddr_in from{};
+            socklen_t from_size = sizeof from;
+            const ssize_t size = recvfrom(fd_, datagram.data(), datagram.size(), 0,
+                                          reinterpret_cast<sockaddr*>(&from), &from_size);
+            if (size < 0)
+                continue;  // time to look around
+            take_your_time();
+            const std::lock_guard lock(mutex_);
+            const auto received = protocol::byte_view(datagram).first(static_cast<std::size_t>(size));
+            for (const protocol::tlv& element : protocol::split_tlvs(received).elements)
+                take(element, ntohs(from.sin_port));
+            changed_.notify_all();
+        }
+    }
+
+    static void take_your_time() { std::this_thread::sleep_for(std::chrono::milliseconds(15)); }
+
+    void take(const protocol::tlv& element, std::uint16_t from) {
+        using namespace protocol;
+        if (element.tag == command_tag::session) {
+            take_your_time();
+            peer_ = from;
+            peers_.insert(from);
+            send_to_peer({0, report_tag::heartbeat, 0, 0});
+        } else if (from == peer_) {
+            bytes whole;
+            append_tlv(whole, element.tag, element.value);
+            commands_.push_back(to_hex(whole));
+            if (answer_ || element.tag == command_tag::open)  // fxsctl writes the call index first
+                send_to_peer(answer_ ? *answer_ : open_answer(element.value.at(5)));
+        }
+    }
+
+    static protocol::bytes open_answer(std::uint8_t call) {
+        const auto low = static_cast<std::uint8_t>(0x40 + 2 * call),
+                   next = static_cast<std::uint8_t>(low + 1);
+        return {0, 6, 0, 18, 0, 4, 0, 2, 0, call, 0, 13, 0, 2, 0x9c, low, 0, 14, 0, 2, 0x9c, next};
+    }
+
+    void send_to_peer(const protocol::bytes& datagram) {
+        const sockaddr_in to = loopback(peer_);
+        if (!silent_ && !datagram.empty())
+            sendto(fd_, datagram.data(), datagram.size(), 0, reinterpret_cast<const sockaddr*>(&to),
+                   sizeof to);
+    }
+
+    std::atomic<bool> silent_ = false;
+    int fd_ = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     std::uint16_t port_ = 0;
     std::uint16_t peer_ = 0;
-    bool ending_ = false;
     std::mutex mutex_;
     std::condition_variable changed_;
-    std::map<std::uint16_t, protocol::bytes> answers_;
+    std::optional<protocol::bytes> answer_;
     std::vector<std::string> commands_;
     std::set<std::uint16_t> peers_;
-    std::thread thread_;
+    std::jthread thread_;
 };

@@ -1,32 +1,26 @@
 // The driver's links beside the lines, through the program: call LED, message pipe, signalling device.
+#include <gtest/gtest.h>
 #include <sys/ioctl.h>
 #include <sys/stat.h>
 
-#include <cerrno>
-#include <filesystem>
 #include <nlohmann/json.hpp>
 
-#include "tests/tools/fxsline/running_program.h"
-#include "tests/tools/fxsline/temporary_directory.h"
+#include "tests/tools/fxsline/fixtures.h"
 
 namespace {
 
-using json = nlohmann::json;
 using namespace std::string_literals;
 
 class Links : public testing::Test {
 protected:
-    std::string event(running_program& program) {
-        const json event = json::parse(program.line());
+    static std::string event(child& program) {
+        const auto event = nlohmann::json::parse(program.line());
         return std::to_string(event["time_ms"].get<int>()) + " " + event["event"].get<std::string>() + " " +
                event.value("text", "");
     }
-    // Writes with one system call: 0 or the error.
-    int say(const std::string& name, const std::string& bytes) {
-        const int fd = open(mount.path(name).c_str(), O_WRONLY | O_CLOEXEC);
-        const int error = write(fd, bytes.data(), bytes.size()) < 0 ? errno : 0;
-        close(fd);
-        return error;
+    // 0 or -errno
+    long say(const std::string& name, const std::string& bytes) {
+        return std::min(0L, write_text(mount.path(name), bytes));
     }
     // As the process opens its end; closed at the end of the test program.
     static int opened(const std::string& path) {
@@ -45,8 +39,8 @@ TEST_F(Links, DriverSpeaksOverThePipeByScriptByHookAndByFile) {
     const std::string base = directory.path("fxs");
     ASSERT_EQ(mkfifo((base + "0").c_str(), 0600), 0);  // left by a killed run
     std::ofstream(directory.path("script")) << "35 second\n5 first\\c\n";
-    running_program program({mount.path(""), "--stepped", "--json", "--pipe", base, "--pipe-script",
-                             directory.path("script"), "--hook", "2=20,50"});
+    child program = start_fxsline({mount.path(""), "--stepped", "--json", "--pipe", base, "--pipe-script",
+                                   directory.path("script"), "--hook", "2=20,50"});
     EXPECT_EQ(event(program), "0 serving ");
     EXPECT_EQ(say("clock", "1"), 0);  // waits for the process in the pipe
     const int pipe = opened(base + "0");
@@ -57,17 +51,15 @@ TEST_F(Links, DriverSpeaksOverThePipeByScriptByHookAndByFile) {
     EXPECT_EQ(say("clock", "2"), 0);
     EXPECT_EQ(say("driver.say", "A\r\nB\0\xff"s), 0);
     EXPECT_EQ(read_from(pipe), "second\r\non-hook 2\r\nA\r\nB\0\xff"s);
-    EXPECT_EQ(say("driver.say", std::string(4097, 'x')), EMSGSIZE);
+    EXPECT_EQ(say("driver.say", std::string(4097, 'x')), -EMSGSIZE);
     while (write(pipe, "x", 1) == 1) {
     }
-    EXPECT_EQ(say("driver.say", "x"), EAGAIN) << "a full pipe refuses, and nobody waits";
+    EXPECT_EQ(say("driver.say", "x"), -EAGAIN) << "a full pipe refuses, and nobody waits";
     for (const char* expected :
          {"10 driver_line first", "20 driver_line off-hook 2\r\n", "40 driver_line second\r\n",
-          "50 driver_line on-hook 2\r\n", "50 driver_line A\r\nB"}) {
+          "50 driver_line on-hook 2\r\n", "50 driver_line A\r\nB", "50 driver_line_refused too long",
+          "50 driver_line_refused the process reads nothing, the pipe is full"})
         EXPECT_TRUE(event(program).starts_with(expected)) << expected;
-    }
-    EXPECT_EQ(event(program), "50 driver_line_refused too long");
-    EXPECT_EQ(event(program), "50 driver_line_refused the process reads nothing, the pipe is full");
     EXPECT_EQ(program.end(SIGTERM), 0);
     EXPECT_FALSE(std::filesystem::exists(base + "0") || std::filesystem::exists(base + "1"));
 }
@@ -75,35 +67,34 @@ TEST_F(Links, DriverSpeaksOverThePipeByScriptByHookAndByFile) {
 TEST_F(Links, SignallingDeviceRelaysEveryByteBothWays) {
     const std::string link = directory.path("line");
     std::filesystem::create_symlink("/dev/pts/4242", link);  // left by a killed run
-    running_program program({mount.path(""), "--stepped", "--json", "--signal", link});
+    child program = start_fxsline({mount.path(""), "--stepped", "--json", "--signal", link});
     EXPECT_EQ(event(program), "0 serving ");
     EXPECT_EQ(say("signal.say", "0a 0D 03:04 11 13 7f ff00\n"), 0);  // before the process comes
     const int device = opened(link);
     std::string heard;
-    for (int tries = 0; heard.size() < 9 && tries < 1000; tries++, usleep(10000)) {
+    for (int tries = 0; heard.size() < 9 && tries < 1000; tries++, usleep(10000))
         heard += read_from(device);
-    }
     EXPECT_EQ(heard, "\x0a\x0d\x03\x04\x11\x13\x7f\xff\0"s);
     EXPECT_EQ(event(program), "0 signal_to_process 0a0d030411137fff00");
     EXPECT_EQ(write(device, "\x0a\x0d\x03\x00\xff", 5), 5);
     EXPECT_EQ(event(program), "0 signal_from_process 0a0d0300ff") << "and no echo of what was sent";
     close(device);
     for (const char* refused : {"", "0", "xy", "0 0"}) {
-        EXPECT_EQ(say("signal.say", refused + "\n"s), EINVAL) << refused;
+        EXPECT_EQ(say("signal.say", refused + "\n"s), -EINVAL) << refused;
         EXPECT_EQ(event(program), "0 signal_refused not hexadecimal text");
     }
-    const int again = opened(link);
-    EXPECT_EQ(write(again, "\x01", 1), 1);
+    EXPECT_EQ(write(opened(link), "\x01", 1), 1) << "the process may come again";
     EXPECT_EQ(event(program), "0 signal_from_process 01");
     EXPECT_EQ(program.end(SIGTERM), 0);
     EXPECT_FALSE(std::filesystem::is_symlink(link));
 }
 
 TEST_F(Links, CallLedIsShownAtAnyTimeAndAtTheEnd) {
+    const std::string text = "0 on\n500 off\n##########..........\n", file = directory.path("led");
     for (const bool to_file : {false, true}) {
-        running_program program(
-            to_file ? std::vector{mount.path(""), "--stepped"s, "--led-timeline"s, directory.path("led")}
-                    : std::vector{mount.path(""), "--stepped"s, "--json"s});
+        child program =
+            start_fxsline(to_file ? std::vector{mount.path(""), "--stepped"s, "--led-timeline"s, file}
+                                  : std::vector{mount.path(""), "--stepped"s, "--json"s});
         program.line();
         const int device = opened(mount.path("sdt0"));
         EXPECT_EQ(contents(mount.path("led")), "");
@@ -111,19 +102,13 @@ TEST_F(Links, CallLedIsShownAtAnyTimeAndAtTheEnd) {
             EXPECT_EQ(ioctl(device, request, 0), 0);
             EXPECT_EQ(say("clock", "50"), 0);
         }
-        const std::string text = "0 on\n500 off\n##########..........\n";
         EXPECT_EQ(contents(mount.path("led")), text);
         close(device);
         EXPECT_EQ(program.end(SIGTERM), 0);
-        std::string last;
-        for (std::string line = program.line(); !line.empty(); line = program.line()) {
-            last = line;
-        }
-        EXPECT_EQ(last.starts_with(
-                      R"({"time_ms":1000,"event":"led_timeline","commands":[{"time_ms":0,"on":true},)"),
-                  !to_file)
-            << last;
-        EXPECT_EQ(contents(directory.path("led")), to_file ? text : "");
+        const char* const shown =
+            R"({"time_ms":1000,"event":"led_timeline","commands":[{"time_ms":0,"on":true},)";
+        EXPECT_EQ(program.out.find(shown) != std::string::npos, !to_file) << program.out;
+        EXPECT_EQ(contents(file), to_file ? text : "");
     }
 }
 

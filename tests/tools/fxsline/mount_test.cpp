@@ -1,87 +1,62 @@
-// The lines through a real mount in this process, on a stepped clock.
+// The lines through a real mount in this process, on a stepped clock. A whole process in select over several lines:
+// tests/e2e/e2e_call_test.cpp.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <pthread.h>
-#include <signal.h>
 #include <sys/ioctl.h>
-#include <sys/select.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
 #include <future>
-#include <set>
 
-#include "tests/tools/fxsline/counting.h"
+#include "tests/tools/fxsline/fixtures.h"
 #include "tests/tools/fxsline/mount_guard.h"
-#include "tests/tools/fxsline/running_program.h"
-#include "tests/tools/fxsline/temporary_directory.h"
 #include "tools/fxsline/line_mount.h"
 
 namespace fxsline {
 namespace {
 
-using samples = std::vector<int16_t>;
+long read_into(int fd, samples& out) {
+    const long result = result_of(read(fd, out.data(), out.size() * 2));
+    out.resize(result > 0 ? static_cast<size_t>(result) / 2 : 0);
+    return result;
+}
 
-// What a system call returned, or -errno.
-template <class R>
-long result_of(R returned) {
-    return returned < 0 ? -errno : static_cast<long>(returned);
+long write_from(int fd, const samples& in) {
+    return result_of(write(fd, in.data(), in.size() * 2));
 }
 
 class LineMount : public testing::Test {
 protected:
     LineMount() {
         bank_config config;
-        for (int16_t line = 0; line < 4; line++) {
+        for (int16_t line = 0; line < 4; line++)
             config.lines[static_cast<size_t>(line)].says =
                 speech::recording(counting(8000, static_cast<int16_t>(line * 8000)), true, "test");
-        }
         bank.emplace(config,
                      [this](const line_event& event) { events += event_text(event).substr(13) + "\n"; });
         bank->line(0).tap_heard([this](const block& b) { heard.insert(heard.end(), b.begin(), b.end()); });
         mount.emplace(*bank);
     }
-
     void SetUp() override {
         ASSERT_EQ(mount->open({.mountpoint = directory.path("")}), mount_error::none) << mount->error();
         mount->start();
     }
-
     void TearDown() override {
-        for (int fd : descriptors) {
+        for (const int fd : descriptors)
             close(fd);
-        }
     }
 
     int open_file(const std::string& name, int flags = O_RDWR) {
-        const int fd = open(directory.path(name).c_str(), flags | O_CLOEXEC);
-        EXPECT_GE(fd, 0) << name << ": " << strerror(errno);
-        descriptors.insert(fd);
-        return fd;
+        descriptors.push_back(open(directory.path(name).c_str(), flags | O_CLOEXEC));
+        EXPECT_GE(descriptors.back(), 0) << name << ": " << strerror(errno);
+        return descriptors.back();
     }
-
-    static long read_into(int fd, samples& out) {
-        const long result = result_of(::read(fd, out.data(), out.size() * 2));
-        out.resize(result > 0 ? static_cast<size_t>(result) / 2 : 0);
-        return result;
-    }
-
-    static long write_from(int fd, const samples& in) {
-        return result_of(::write(fd, in.data(), in.size() * 2));
-    }
-
     std::string text_of(const std::string& name) { return contents(directory.path(name)); }
-
-    // Writes with one system call.
-    long write_text(const std::string& name, const std::string& text) {
-        const int fd = open(directory.path(name).c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC);
-        const long result = result_of(::write(fd, text.data(), text.size()));
-        close(fd);
-        return result;
+    long say(const std::string& name, const std::string& text) {
+        return write_text(directory.path(name), text);
     }
 
     temporary_directory directory;
@@ -90,60 +65,18 @@ protected:
     samples heard;
     std::optional<line_bank> bank;
     std::optional<line_mount> mount;
-    std::set<int> descriptors;
+    std::vector<int> descriptors;
 };
 
-// The media process's way: select for reading over several lines, then read what is ready and write.
-TEST_F(LineMount, SleepersInSelectWakeForTheirLine) {
-    const int fds[] = {open_file("sdt0"), open_file("sdt1"), open_file("sdt3")};
-    auto loop = std::async(std::launch::async, [&] {
-        samples all[3];
-        for (int round = 0; round < 20; round++) {
-            fd_set set;
-            FD_ZERO(&set);
-            for (int fd : fds) {
-                FD_SET(fd, &set);
-            }
-            select(*std::max_element(fds, fds + 3) + 1, &set, nullptr, nullptr, nullptr);
-            for (size_t i = 0; i < 3; i++) {
-                samples in(80);
-                if (FD_ISSET(fds[i], &set) && read_into(fds[i], in) == 160) {
-                    all[i].insert(all[i].end(), in.begin(), in.end());
-                    write_from(fds[i], in);
-                }
-            }
-        }
-        return std::vector(all, all + 3);
-    });
-    for (unsigned tick = 0; tick < 20; tick++) {
-        ASSERT_TRUE(mount->settle());
-        ASSERT_EQ(mount->locked([this] { return bank->line(3).counters().samples_written; }), tick * 80U)
-            << "settled too early";
-        mount->advance();
-    }
-    const auto all = loop.get();
-    EXPECT_EQ(all[0], counting(1600, 0));
-    EXPECT_EQ(all[1], counting(1600, 8000));
-    EXPECT_EQ(all[2], counting(1600, 24000));
-    mount->advance();
-    EXPECT_EQ(samples(heard.begin() + 80, heard.end()), counting(1600, 0))
-        << "heard a tick after it was said";
-    EXPECT_NE(text_of("line1.stats").find("blocks_read 20\nblocks_written 20\n"), std::string::npos);
-}
-
 TEST_F(LineMount, ReadsTakeWhatIsThereOrWait) {
-    const int fd = open_file("sdt1");
-    const int impatient = open_file("sdt1", O_RDONLY | O_NONBLOCK);
-    samples in(80);
+    const int fd = open_file("sdt1"), impatient = open_file("sdt1", O_RDONLY | O_NONBLOCK);
+    samples in(80), got(640);
     EXPECT_EQ(read_into(impatient, in), -EAGAIN);
-    auto waiting = std::async(std::launch::async, [fd] {
-        samples got(640);
-        read_into(fd, got);
-        return got;
-    });
+    auto waiting = std::async(std::launch::async, [&] { return read_into(fd, got); });
     ASSERT_TRUE(mount->settle());
-    EXPECT_EQ(write_text("clock", "1\n"), 2);
-    EXPECT_EQ(waiting.get(), counting(80, 8000));
+    EXPECT_EQ(say("clock", "1\n"), 2);
+    EXPECT_EQ(waiting.get(), 160);
+    EXPECT_EQ(got, counting(80, 8000));
     mount->advance(20);
     in.resize(100);
     EXPECT_EQ(read_into(fd, in), 200);
@@ -151,11 +84,11 @@ TEST_F(LineMount, ReadsTakeWhatIsThereOrWait) {
     EXPECT_EQ(read_into(impatient, in), 1080);
     EXPECT_EQ(in, counting(540, 8000 + 13 * 80 + 100));
     EXPECT_EQ(result_of(read(fd, in.data(), 1)), -EINVAL);
+    EXPECT_NE(text_of("line1.stats").find("blocks_read 9\n"), std::string::npos) << text_of("line1.stats");
 }
 
 TEST_F(LineMount, WritesFillTheRoomOrWaitForIt) {
-    const int fd = open_file("sdt0");
-    const int impatient = open_file("sdt0", O_WRONLY | O_NONBLOCK);
+    const int fd = open_file("sdt0"), impatient = open_file("sdt0", O_WRONLY | O_NONBLOCK);
     const auto write_later = [fd] { return write_from(fd, counting(80, 500)); };
     EXPECT_EQ(result_of(write(fd, "x", 1)), -EINVAL);
     EXPECT_EQ(write_from(fd, counting(250, 0)), 320);
@@ -181,8 +114,7 @@ TEST_F(LineMount, WritesFillTheRoomOrWaitForIt) {
 }
 
 TEST_F(LineMount, ControlFiles) {
-    const std::filesystem::directory_iterator files(directory.path(""));
-    EXPECT_EQ(std::distance(begin(files), end(files)), 14);
+    EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory.path("")), {}), 14);
     struct {
         const char *file, *text;
         long result;
@@ -194,10 +126,9 @@ TEST_F(LineMount, ControlFiles) {
                         {"line0.stats", "1", -EACCES},
                         {"line0.say", "hello", -EINVAL},
                         {"line0.say", "tone 440 -20\n", 13}};
-    for (const auto& one : writes) {
-        EXPECT_EQ(write_text(one.file, one.text), one.result) << one.file << " " << one.text;
-    }
-    EXPECT_EQ(write_text("line0.say", "wav " + directory.path("x/../sdt0")), -EINVAL);
+    for (const auto& one : writes)
+        EXPECT_EQ(say(one.file, one.text), one.result) << one.file << " " << one.text;
+    EXPECT_EQ(say("line0.say", "wav " + directory.path("x/../sdt0")), -EINVAL);
     EXPECT_TRUE(mount->wait_until([this] { return events.find("lies in this mount") != events.npos; }));
     EXPECT_EQ(text_of("clock"), "12\n");
     EXPECT_EQ(text_of("line0.say"), "tone 440 -20\n");
@@ -212,10 +143,10 @@ TEST_F(LineMount, SignalInterruptsAWaitingRead) {
     action.sa_handler = [](int) {};  // without SA_RESTART
     sigaction(SIGUSR1, &action, nullptr);
     const int fd = open_file("sdt0");
+    samples in(80);
     std::promise<pthread_t> reader;
     auto waiting = std::async(std::launch::async, [&] {
         reader.set_value(pthread_self());
-        samples in(80);
         return read_into(fd, in);
     });
     const pthread_t thread = reader.get_future().get();
@@ -223,21 +154,18 @@ TEST_F(LineMount, SignalInterruptsAWaitingRead) {
     pthread_kill(thread, SIGUSR1);
     EXPECT_EQ(waiting.get(), -EINTR);
     mount->advance();
-    samples in(80);
+    in.resize(80);
     EXPECT_EQ(read_into(fd, in), 160) << "the interrupted read must not have taken it";
 }
 
 TEST_F(LineMount, StopLeavesNobodyWaiting) {
-    const int readers[] = {open_file("sdt0"), open_file("sdt1")};
-    const int writer = open_file("sdt0");
+    const int reader = open_file("sdt0"), polled = open_file("sdt1"), writer = open_file("sdt0");
+    samples in(80);
     EXPECT_EQ(write_from(writer, samples(160)), 320);
     auto writing = std::async(std::launch::async, [&] { return write_from(writer, samples(80)); });
-    auto reading = std::async(std::launch::async, [&] {
-        samples in(80);
-        return read_into(readers[0], in);
-    });
+    auto reading = std::async(std::launch::async, [&] { return read_into(reader, in); });
     auto polling = std::async(std::launch::async, [&] {
-        pollfd wait{readers[1], POLLIN, 0};
+        pollfd wait{polled, POLLIN, 0};
         poll(&wait, 1, -1);
         return wait.revents;
     });
@@ -247,8 +175,7 @@ TEST_F(LineMount, StopLeavesNobodyWaiting) {
     EXPECT_EQ(writing.get(), -ENODEV);
     EXPECT_NE(polling.get() & POLLERR, 0);
     EXPECT_TRUE(std::filesystem::is_empty(directory.path("")));
-    ASSERT_EQ(mount->open({.mountpoint = directory.path("")}), mount_error::none) << mount->error();
-    mount->start();
+    SetUp();
     EXPECT_EQ(text_of("clock"), "0\n");
 }
 

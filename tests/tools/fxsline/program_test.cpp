@@ -1,10 +1,10 @@
 // The program as a user runs it: options, events on standard output, recordings, exit status, a dead mount.
+#include <gtest/gtest.h>
+
 #include <cerrno>
-#include <filesystem>
 #include <nlohmann/json.hpp>
 
-#include "tests/tools/fxsline/running_program.h"
-#include "tests/tools/fxsline/temporary_directory.h"
+#include "tests/tools/fxsline/fixtures.h"
 
 namespace {
 
@@ -13,9 +13,9 @@ using json = nlohmann::json;
 TEST(Program, RecordsBothWaysOnOneTimeAxisAndReportsEvents) {
     const temporary_directory directory, mount;
     const auto step = [&mount](const char* ticks) { std::ofstream(mount.path("clock")) << ticks; };
-    running_program program({mount.path(""), "--stepped", "--json", "--tone", "1=1000,-6", "--delay", "1=20",
-                             "--hear", "1=" + directory.path("heard"), "--said",
-                             "1=" + directory.path("said")});
+    child program =
+        start_fxsline({mount.path(""), "--stepped", "--json", "--tone", "1=1000,-6", "--delay", "1=20",
+                       "--hear", "1=" + directory.path("heard"), "--said", "1=" + directory.path("said")});
     EXPECT_EQ(json::parse(program.line())["event"], "serving");
     step("1");
     const int device = open(mount.path("sdt1").c_str(), O_RDWR | O_CLOEXEC);
@@ -35,36 +35,37 @@ TEST(Program, RecordsBothWaysOnOneTimeAxisAndReportsEvents) {
     EXPECT_EQ(totals["blocks_written"], 5);
     EXPECT_TRUE(std::filesystem::is_empty(mount.path("")));
     const std::string said = contents(directory.path("said")).substr(44);
-    const std::string heard = contents(directory.path("heard")).substr(44);
+    const std::string heard = contents(directory.path("heard")).substr(44), quiet(160, '\0');
     ASSERT_EQ(said.size(), 8 * 160U);
     ASSERT_EQ(heard.size(), 8 * 160U);
-    EXPECT_EQ(said.substr(0, 3 * 160), std::string(3 * 160, '\0'));
-    EXPECT_NE(said.substr(3 * 160, 160), std::string(160, '\0'));
+    EXPECT_EQ(said.substr(0, 3 * 160), quiet + quiet + quiet);
+    EXPECT_NE(said.substr(3 * 160, 160), quiet);
     EXPECT_TRUE(heard.substr(160, 6 * 160) == said.substr(0, 6 * 160));
-    EXPECT_EQ(heard.substr(7 * 160), std::string(160, '\0'));
+    EXPECT_EQ(heard.substr(7 * 160), quiet);
 }
 
 TEST(Program, TakesOverTheMountOfAKilledRunButNotOfALivingOne) {
     const temporary_directory directory;
-    running_program killed({directory.path("")});
+    child killed = start_fxsline({directory.path("")});
     EXPECT_TRUE(killed.line().starts_with("serving "));
-    EXPECT_EQ(running_program({directory.path("")}).wait(), 3);
+    EXPECT_EQ(start_fxsline({directory.path("")}).wait(), 3);
     killed.end(SIGKILL);
     std::error_code error;
     EXPECT_FALSE(std::filesystem::exists(directory.path("sdt0"), error));
     ASSERT_EQ(error.value(), ENOTCONN);
-    running_program next({directory.path("")});
+    child next = start_fxsline({directory.path("")});
     EXPECT_TRUE(next.line().starts_with("serving "));
     EXPECT_EQ(next.end(SIGINT), 0);
 }
 
 TEST(Program, SaysWhyItCanNotRun) {
     const temporary_directory directory;
-    std::ofstream(directory.path("script")) << "10 a\nb\n";
+    const std::string script = directory.path("script");
+    std::ofstream(script) << "10 a\nb\n";
     struct {
         std::vector<std::string> arguments;
         int status;
-        const char* text;
+        std::string text;
     } const cases[] = {
         {{"x", "--tone", "4=440,-20"}, 1, "N from 0 to 3"},
         {{"x", "--say", "0=/nonexistent"}, 1, "can't open the file /nonexistent"},
@@ -73,18 +74,18 @@ TEST(Program, SaysWhyItCanNotRun) {
         {{"x", "--hook", "0=5"}, 1, "need --pipe"},
         {{"x", "--pipe", "y", "--hook", "0=5,x"}, 1, "'x' is not a number"},
         {{"x", "--pipe", "y", "--pipe-script", directory.path("")}, 1, "is actually a directory"},
-        {{"x", "--pipe", "y", "--pipe-script", directory.path("script")}, 1, "row 2 is not 'MS TEXT': b"},
+        {{"x", "--pipe", "y", "--pipe-script", script}, 1, "row 2 is not 'MS TEXT': b"},
         {{"/nonexistent"}, 3, "can't mount on /nonexistent"},
         {{FXSLINE_PROGRAM}, 3, "no directory"},
         {{directory.path(""), "--hear", "0=/nonexistent/heard.wav"}, 4, "can't write /nonexistent"},
         {{directory.path(""), "--pipe", "/nonexistent/p"}, 5, "can't create the pipe /nonexistent/p0"},
-        {{directory.path(""), "--signal", directory.path("script")}, 5, "can't create the link"}};
+        {{directory.path(""), "--signal", script}, 5, "can't create the link"}};
     for (const auto& c : cases) {
-        running_program program(c.arguments);
-        EXPECT_NE(program.line().find(c.text), std::string::npos) << c.text;
+        child program = start_fxsline(c.arguments);
         EXPECT_EQ(program.wait(), c.status) << c.text;
+        EXPECT_NE(program.err.find(c.text), std::string::npos) << c.text << ": " << program.err;
     }
-    EXPECT_EQ(contents(directory.path("script")), "10 a\nb\n") << "no link may replace a file";
+    EXPECT_EQ(contents(script), "10 a\nb\n") << "no link may replace a file";
 }
 
 }  // namespace

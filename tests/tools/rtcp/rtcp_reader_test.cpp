@@ -19,42 +19,41 @@ str to_str(const bytes& data) {
     return str(data.data(), static_cast<int>(data.size()));
 }
 
-bytes protect(const bytes& mki = {}) {
-    libsrtp_peer peer(libsrtp_peer::sends, to_str(key), 4, to_str(mki));
+bytes protect(libsrtp_peer& peer) {
     str packet = to_str(whole_compound());
     EXPECT_TRUE(peer.protect_rtcp(packet));
     return {packet.cbuffer(), packet.cbuffer() + packet.length()};
 }
 
-bytes media(std::uint16_t call, const bytes& rx, const bytes& mki = {}) {
-    protocol::media_command command;
-    command.call = call;
-    command.srtp_rx_key = rx;
-    command.srtp_mki = mki;
-    return protocol::encode(command);
-}
-
 TEST(srtcp, opens_what_libsrtp2_protected_and_nothing_else) {
     for (const bytes& mki : {bytes{}, bytes{1, 2, 3}}) {
-        const bytes packet = protect(mki);
+        libsrtp_peer peer(libsrtp_peer::sends, to_str(key), 4, to_str(mki));
+        const bytes packet = protect(peer);
         ASSERT_EQ(packet.size(), whole_compound().size() + 14 + mki.size());
         EXPECT_EQ(rtcp_view::open_srtcp({key, mki}, packet), whole_compound());
-        for (std::size_t length = 0; length < packet.size(); ++length) {
+        for (std::size_t length = 0; length < packet.size(); ++length)
             EXPECT_EQ(rtcp_view::open_srtcp({key, mki}, protocol::byte_view(packet).first(length)),
                       std::nullopt);
-        }
-        for (const std::size_t at : {0U, 9U, static_cast<unsigned>(packet.size() - 1)}) {
+        for (const std::size_t at : {std::size_t{0}, std::size_t{9}, packet.size() - 1}) {
             bytes forged = packet;
             forged[at] ^= 1;
             EXPECT_EQ(rtcp_view::open_srtcp({key, mki}, forged), std::nullopt) << at;
         }
-        EXPECT_EQ(rtcp_view::open_srtcp({bytes(30), mki}, packet), std::nullopt);
-        EXPECT_EQ(rtcp_view::open_srtcp({bytes(16), mki}, packet), std::nullopt);
+        for (const std::size_t key_bytes : {30U, 16U})
+            EXPECT_EQ(rtcp_view::open_srtcp({bytes(key_bytes), mki}, packet), std::nullopt) << key_bytes;
     }
 }
 
 TEST(rtcp_reader, keys_by_command_by_option_or_missing) {
-    const protocol::rtcp_copy copy{2, "id", true, protect()};
+    libsrtp_peer peer(libsrtp_peer::sends, to_str(key), 4, str());
+    const protocol::rtcp_copy copy{2, "id", true, protect(peer)};
+    const auto media = [](std::uint16_t call, const bytes& rx, const bytes& mki = {}) {
+        protocol::media_command command;
+        command.call = call;
+        command.srtp_rx_key = rx;
+        command.srtp_mki = mki;
+        return protocol::encode(command);
+    };
     protocol::media_command option;
     option.srtp_tx_key = key;  // the other call's
     const struct {
@@ -72,27 +71,25 @@ TEST(rtcp_reader, keys_by_command_by_option_or_missing) {
         {"option", {}, option, "decrypted"},
     };
     for (const auto& one : cases) {
+        SCOPED_TRACE(one.what);
         rtcp_reader reader;
         reader.use(one.option);
-        for (const bytes& command : one.commands) {
+        for (const bytes& command : one.commands)
             reader.learn(command);
-        }
         const rtcp_reading reading = reader.read(copy);
-        EXPECT_STREQ(reading.srtcp, one.srtcp) << one.what;
+        EXPECT_STREQ(reading.srtcp, one.srtcp);
         const bool opened = reading.srtcp == std::string("decrypted");
-        EXPECT_EQ(reading.plain, opened ? whole_compound() : copy.packet) << one.what;
-        EXPECT_EQ(reading.packets.size(), opened ? 3U : 0U) << one.what;
-        EXPECT_EQ(reader.read({2, "id", true, whole_compound()}).packets.size(), 3U) << one.what;  // plain
-        EXPECT_EQ(reader.read({2, "id", false, whole_compound()}).packets.size(), 3U) << one.what;
+        EXPECT_EQ(reading.plain, opened ? whole_compound() : copy.packet);
+        EXPECT_EQ(reading.packets.size(), opened ? 3U : 0U);
+        for (const bool received : {true, false})
+            EXPECT_EQ(reader.read({2, "id", received, whole_compound()}).packets.size(), 3U) << "plain";
     }
 }
 
 TEST(rtcp_reader, an_encrypted_packet_is_never_shown_as_nonsense) {
     libsrtp_peer peer(libsrtp_peer::sends, to_str(key), 10, str());
     for (int n = 0; n < 2000; ++n) {
-        str packet = to_str(whole_compound());
-        ASSERT_TRUE(peer.protect_rtcp(packet));
-        const bytes data(packet.cbuffer(), packet.cbuffer() + packet.length());
+        const bytes data = protect(peer);
         ASSERT_STREQ(rtcp_reader().read({0, "id", true, data}).srtcp, "no key") << protocol::to_hex(data);
     }
 }

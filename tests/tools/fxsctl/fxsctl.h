@@ -1,0 +1,39 @@
+// Runs of fxsctl.
+#pragma once
+
+#include <iomanip>
+#include <sstream>
+
+#include "tests/tools/child.h"
+#include "tests/tools/fxsctl/fake_process.h"
+
+inline std::vector<std::string> split(const std::string& text, char separator) {
+    std::istringstream in(text);
+    std::vector<std::string> parts;
+    for (std::string part; std::getline(in, part, separator);)
+        parts.push_back(part);
+    return parts;
+}
+
+// fxsctl, started with these arguments (quotation marks hold words together) for this process, if any.
+inline child start_fxsctl(const std::string& arguments, const fake_process* process = nullptr) {
+    std::istringstream in(arguments);
+    std::vector<std::string> words{FXSCTL}, environment;
+    for (std::string word; in >> std::quoted(word);)
+        words.push_back(word);
+    if (process != nullptr)
+        environment.push_back("FXSMEDIA_PORT=" + std::to_string(process->port()));
+    return child(words, environment);
+}
+
+struct outcome {
+    int exit_code;
+    std::string out, err;
+};
+
+// The same to its end.
+inline outcome run_fxsctl(const std::string& arguments, const fake_process* process = nullptr) {
+    child run = start_fxsctl(arguments, process);
+    const int exit_code = run.wait();
+    return {exit_code, run.out, run.err};
+}

@@ -1,0 +1,63 @@
+// What the tests of the simulated lines share.
+#pragma once
+
+#include <stdlib.h>
+
+#include <cerrno>
+#include <cstdint>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <numeric>
+#include <string>
+#include <vector>
+
+#include "tests/tools/child.h"
+
+// A directory of its own for a test, removed with what is in it at the end.
+class temporary_directory {
+public:
+    temporary_directory() { path_ = mkdtemp(name_); }
+    ~temporary_directory() {
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
+    std::string path(const std::string& name) const { return path_ + "/" + name; }
+
+private:
+    char name_[32] = "/tmp/fxsline_test_XXXXXX";
+    std::string path_;
+};
+
+// What a system call returned, or -errno.
+inline long result_of(ssize_t returned) {
+    return returned < 0 ? -errno : returned;
+}
+
+// Writes with one system call.
+inline long write_text(const std::string& path, const std::string& text) {
+    const int fd = open(path.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC);
+    const long result = result_of(write(fd, text.data(), text.size()));
+    close(fd);
+    return result;
+}
+
+inline std::string contents(const std::string& path) {
+    std::ifstream file(path, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+}
+
+using samples = std::vector<std::int16_t>;
+
+// first, first + 1, ...: samples that tell where they came from.
+inline samples counting(std::size_t count, std::int16_t first = 1) {
+    samples values(count);
+    std::iota(values.begin(), values.end(), first);
+    return values;
+}
+
+// fxsline as a user runs it.
+inline child start_fxsline(std::vector<std::string> arguments) {
+    arguments.insert(arguments.begin(), FXSLINE_PROGRAM);
+    return child(arguments);
+}
