@@ -51,8 +51,8 @@ void rtcp_xr::set_mode(str const& mode) {
         {"stat-summary", &rtcp_xr::stat_summary},
         {"voip-metrics", &rtcp_xr::voip_metrics},
     };
-    str word = mode.get_field(0, str::space);
-    for (int n = 1; !word.empty(); word = mode.get_field(n++, str::space)) {
+    for (str rest = mode.get_rest(0, ' '); !rest.empty(); rest = rest.get_rest(1, ' ')) {
+        str const word = rest.get_field(0, str::space);
         int const equals = word.find(str("="));
         str const name = equals < 0 ? word : word.leftstr(equals);
         str const value = equals < 0 ? str::null : word.substr(equals + 1);
