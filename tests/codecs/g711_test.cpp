@@ -46,8 +46,7 @@ TEST(g711, every_sample_against_spandsp) {
             codes[n] = output[at + 2 * n] = 0x5C;
             (a_law ? g711::encode_a_law : g711::encode_mu_law)(input + at, n, codes);
             (a_law ? g711::decode_a_law : g711::decode_mu_law)(codes, n, output + at);
-            EXPECT_EQ(codes[n], 0x5C);
-            EXPECT_EQ(output[at + 2 * n], 0x5C);
+            EXPECT_TRUE(codes[n] == 0x5C && output[at + 2 * n] == 0x5C);
             for (int i = 0; i < n; i++) {
                 std::uint8_t const mu = code_of(i - 32768);
                 ASSERT_EQ(g711::mu_law_from_linear(static_cast<std::int16_t>(i - 32768)), mu) << i;

@@ -23,14 +23,14 @@ template <typename frame>
 std::vector<frame> read(const fs::path& path) {
     std::ifstream file(path, std::ios::binary);
     EXPECT_TRUE(file) << path;
-    const std::string bytes{std::istreambuf_iterator<char>(file), {}};
-    std::vector<frame> frames(bytes.size() / sizeof(frame));
-    size_t at = 0;
+    std::vector<frame> frames(static_cast<size_t>(fs::file_size(path)) / sizeof(frame));
     for (frame& each : frames)
-        for (auto& value : each)
+        for (auto& value : each) {
+            unsigned sum = 0;
             for (size_t i = 0; i < sizeof value; ++i)
-                value = static_cast<std::decay_t<decltype(value)>>(value | static_cast<uint8_t>(bytes[at++])
-                                                                               << 8 * i);
+                sum |= static_cast<unsigned>(file.get()) << 8 * i;
+            value = static_cast<std::decay_t<decltype(value)>>(sum);
+        }
     return frames;
 }
 
@@ -115,7 +115,6 @@ struct random_source {
 
     explicit random_source(uint32_t seed) : state(seed * 2654435761u + 1) {}
     uint32_t next() { return (state = state * 1664525u + 1013904223u) >> 8; }
-    // low..high, both included.
     int32_t between(int32_t low, int32_t high) {
         return low + static_cast<int32_t>(next() % static_cast<uint32_t>(high - low + 1));
     }
@@ -182,8 +181,9 @@ struct digest {
 // Channels by turns: they share no memory.
 TEST(G729aDigest, Encoders) {
     std::vector<coder> encoders(4, coder(0x55));
-    std::vector<extreme_signal> signals{extreme_signal(1), extreme_signal(2), extreme_signal(3),
-                                        extreme_signal(4)};
+    std::vector<extreme_signal> signals;
+    for (uint32_t seed = 1; seed <= 4; ++seed)
+        signals.emplace_back(seed);
     std::vector<packed> streams[4];
     for (int i = 0; i < 2000; ++i)
         for (size_t k = 0; k < 4; ++k)

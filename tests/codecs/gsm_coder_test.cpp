@@ -73,15 +73,10 @@ TEST_F(gsm, encodes_as_sox) {
 
 TEST_F(gsm, decodes_as_ffmpeg_though_the_form_changes) {
     std::string pcm;
-    for (size_t pair = 0; pair < 6; pair++) {
-        if (pair % 3 == 1)
-            pcm += decode(coder, pairs.substr(65 * pair, 65));
-        else if (pair % 3 == 2)
-            pcm += decode(coder, frames.substr(66 * pair, 66));
-        else
-            for (size_t frame = 2 * pair; frame < 2 * pair + 2; frame++)
-                pcm += decode(coder, frames.substr(33 * frame, 33));
-    }
+    for (size_t pair = 0; pair < 6; pair += 3)
+        for (auto const& payload : {frames.substr(66 * pair, 33), frames.substr(66 * pair + 33, 33),
+                                    pairs.substr(65 * pair + 65, 65), frames.substr(66 * pair + 132, 66)})
+            pcm += decode(coder, payload);
     pcm += decode(coder, pairs.substr(65 * 6, 65 * 4) + "no pair");
     EXPECT_EQ(pcm + decode(coder, frames.substr(66 * 10)), decoded);
 }

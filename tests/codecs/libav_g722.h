@@ -15,11 +15,10 @@ inline signals::samples libav_g722_decode(signals::bytes const& data) {
         if (result < 0)
             throw std::runtime_error("libavcodec: G.722 fails");
     };
-    AVCodec const* const codec = avcodec_find_decoder(AV_CODEC_ID_ADPCM_G722);
-    AVCodecContext* context = avcodec_alloc_context3(codec);
+    AVCodecContext* context = avcodec_alloc_context3(avcodec_find_decoder(AV_CODEC_ID_ADPCM_G722));
     context->sample_rate = 16000;
     context->ch_layout = AV_CHANNEL_LAYOUT_MONO;
-    check(avcodec_open2(context, codec, nullptr));
+    check(avcodec_open2(context, nullptr, nullptr));
     AVPacket* packet = av_packet_alloc();
     AVFrame* frame = av_frame_alloc();
     signals::samples out;

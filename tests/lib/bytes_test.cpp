@@ -10,38 +10,23 @@
 namespace {
 
 TEST(bytes, big_endian_integers) {
-    struct {
-        unsigned value;
-        int n;
-        char const* bytes;
-        int back;
-    } const table[] = {
-        {0x12345678, 4, "12345678", 0x12345678}, {0x12345678, 2, "5678", 0x5678}, {0x12345678, 1, "78", 0x78},
-        {0xFFFFFFFE, 4, "FFFFFFFE", -2},         {0x80, 6, "000000000080", 0x80}, {0x12345678, 0, "", 0}};
-    for (auto const& [value, n, bytes, back] : table) {
-        EXPECT_EQ(to_hex(to_string(utils::int2str(value, n))), bytes);
-        EXPECT_EQ(utils::str2int(to_str(from_hex(bytes))), back) << bytes;
-    }
-    EXPECT_EQ(utils::str2int(to_str(from_hex("AABBCC11223344"))), 0x11223344);
+    EXPECT_EQ(to_hex(to_string(utils::int2str(0x12345678, 4))), "12345678");
+    EXPECT_EQ(to_hex(to_string(utils::int2str(0x12345678, 1))), "78");
+    EXPECT_EQ(to_hex(to_string(utils::int2str(0x80, 6))), "000000000080");
+    EXPECT_EQ(utils::str2int(to_str(from_hex("AABBCCFFFFFFFE"))), -2);
+    EXPECT_EQ(utils::str2int(str()), 0);
 }
 
-// ---- elements of the control protocol
-
 TEST(tlv, encoders_byte_for_byte) {
-    str const v4 = to_str(from_hex("7F000001"));
-    struct {
-        str element;
-        char const* bytes;
-    } const table[] = {{cmd_get_tlv_short(4, 7), "0004 0002 0007"},
-                       {cmd_get_tlv_short(0x12345, -1), "2345 0002 FFFF"},
-                       {cmd_get_tlv_long(20, -2), "0014 0004 FFFFFFFE"},
-                       {cmd_get_tlv_str(19, str::null), "0013 0000"},
-                       {cmd_get_tlv_str(22, str("id")), "0016 0002 6964"},
-                       {cmd_get_tlv_short_str(5, str("ab"), 0x1F90), "0005 0004 1F90 6162"},
-                       {cmd_get_tlv_address(5, ip_port(v4, 5004)), "0005 0006 138C 7F000001"},
-                       {cmd_get_tlv_address(5, ip_port()), "0005 0002 0000"}};
+    std::pair<str, char const*> const table[] = {
+        {cmd_get_tlv_short(0x12345, -1), "2345 0002 FFFF"},
+        {cmd_get_tlv_long(20, -2), "0014 0004 FFFFFFFE"},
+        {cmd_get_tlv_str(19, str::null), "0013 0000"},
+        {cmd_get_tlv_short_str(5, str("ab"), 0x1F90), "0005 0004 1F90 6162"},
+        {cmd_get_tlv_address(5, ip_port(str(127, 0, 0, 1), 5004)), "0005 0006 138C 7F000001"},
+        {cmd_get_tlv_address(5, ip_port()), "0005 0002 0000"}};
     for (auto const& [element, bytes] : table)
-        EXPECT_EQ(to_hex(to_string(element)), to_hex(from_hex(bytes)));
+        EXPECT_EQ(to_hex(to_string(element)), unspaced(bytes));
     str const long_one = cmd_get_tlv_str(13, str('x', 65535));
     EXPECT_EQ(to_hex(to_string(long_one.leftstr(5))), "000DFFFF78");
     EXPECT_EQ(long_one.length(), 65539);
@@ -55,11 +40,9 @@ TEST(tlv, short_values_are_filled_with_zero_bytes) {
 
 TEST(log_lines, are_datagrams_to_call_control) {
     control_peer peer;
-    log_add_message(1, str("Media Process Ready"), str::null);
     log_add_message(9, str("x"), str("more"));
-    EXPECT_EQ(peer.datagrams(), (std::vector<std::string>{
-                                    from_hex("0002001D 0001 0002 0001 0002 0013") + "Media Process Ready",
-                                    from_hex("00020013 0001 0002 0009 0002 0001 78 0003 0004") + "more"}));
+    EXPECT_EQ(peer.datagrams(),
+              std::vector{from_hex("00020013 0001 0002 0009 0002 0001 78 0003 0004") + "more"});
 }
 
 }  // namespace

@@ -17,10 +17,7 @@ struct item {
     static inline std::vector<int> destroyed;
 
     item(int v = -1) : self(this), value(v) { ++live; }
-    item(item const& other) : self(this), value(other.value) {
-        EXPECT_EQ(other.self, &other);
-        ++live;
-    }
+    item(item const& other) : item(other.value) { EXPECT_EQ(other.self, &other); }
     item& operator=(item const&) = delete;
     ~item() {
         EXPECT_EQ(self, this);
@@ -28,108 +25,100 @@ struct item {
         --live;
         destroyed.push_back(value);
     }
-    bool operator<(item const& other) const { return value < other.value; }
+    auto operator<=>(item const& other) const { return value <=> other.value; }
     bool operator==(item const& other) const { return value == other.value; }
 
     item const* self;
     int value;
 };
 
-using item_map = smap<item, item>;
-
 /// The subject holds what the standard container does, in the same order.
-void expect_same(auto const& subject, auto const& model, auto const& same) {
+void expect_same(auto const& subject, auto const& model) {
     ASSERT_EQ(subject.size(), static_cast<int>(model.size()));
     ASSERT_EQ(subject.empty(), model.empty());
     auto m = model.begin();
     for (auto i = subject.begin(); i != subject.end(); ++i, ++m)
-        ASSERT_TRUE(m != model.end() && same(*i, *m));
+        if constexpr (requires { m->second; })
+            ASSERT_TRUE((*i).first == m->first && (*i).second == m->second);
+        else
+            ASSERT_EQ((*i).value, *m);
+}
+
+/// Many operations on both from each seed; `operate` gets an element's value and a number below 100.
+template <typename subject, typename standard>
+void compare(int items_each, auto const& operate) {
+    seed_range{1, 5}.roll([&](dice& random) {
+        subject tested, other;
+        standard model;
+        for (int step = 0; step < 25000 && !testing::Test::HasFatalFailure(); ++step) {
+            int const choice = random.below(100);
+            if (choice == 0 && random.chance(40)) {
+                tested.clear();
+                model.clear();
+            } else if (choice == 1) {
+                tested = *&tested;
+                other = tested;
+                tested = subject(other);
+            } else {
+                operate(random, choice, tested, model);
+            }
+            expect_same(tested, model);
+            ASSERT_EQ(item::live, items_each * (tested.size() + other.size()));
+        }
+    });
+    EXPECT_EQ(item::live, 0);
 }
 
 TEST(smap, random_operations_like_std_map) {
-    seed_range{1, 5}.for_each([](unsigned seed) {
-        SCOPED_TRACE(seed_trace(seed));
-        dice random(seed);
-        item_map map, other;
-        std::map<int, int> model;
-        for (int step = 0; step < 30000; ++step) {
-            int const key = random.below(60), value = random.below(1000), choice = random.below(400);
-            auto const at = map.find(key);
-            ASSERT_EQ(at != map.end(), model.count(key) == 1);
-            if (choice == 0) {
-                map.clear();
-                model.clear();
-            } else if (choice < 6) {
-                map = *&map;
-                other = map;
-                map = item_map(other);
-            } else if (choice < 100 && at != map.end()) {
-                map.erase(at);
-                model.erase(key);
-            } else if (choice < 200) {
-                ASSERT_EQ(map.erase(item(key)), model.erase(key) == 1);
-            } else if (choice < 350) {
-                ASSERT_EQ(map.insert(key, value)->second.value, value);
-                model[key] = value;
-            } else {
-                ASSERT_EQ(map[key].value, model.insert({key, -1}).first->second);
-            }
-            expect_same(map, model, [](auto const& a, auto const& b) {
-                return a.first.value == b.first && a.second.value == b.second;
-            });
-            ASSERT_EQ(item::live, 2 * (map.size() + other.size()));
+    using item_map = smap<item, item>;
+    compare<item_map, std::map<int, int>>(2, [](dice& random, int choice, item_map& map, auto& model) {
+        int const key = random.below(60), value = random.below(1000);
+        auto const at = map.find(key);
+        ASSERT_EQ(at != map.end(), model.count(key) == 1);
+        if (choice < 25 && at != map.end()) {
+            map.erase(at);
+            model.erase(key);
+        } else if (choice < 50) {
+            ASSERT_EQ(map.erase(item(key)), model.erase(key) == 1);
+        } else if (choice < 88) {
+            ASSERT_EQ(map.insert(key, value)->second.value, value);
+            model[key] = value;
+        } else {
+            ASSERT_EQ(map[key].value, model.insert({key, -1}).first->second);
         }
     });
-    EXPECT_EQ(item::live, 0);
 }
 
 TEST(slist, random_operations_like_std_list) {
-    seed_range{1, 5}.for_each([](unsigned seed) {
-        SCOPED_TRACE(seed_trace(seed));
-        dice random(seed);
-        slist<item> list, other;
-        std::list<int> model;
-        for (int step = 0; step < 20000; ++step) {
-            int const value = random.below(1000);
-            int const choice = random.below(100);
-            if (choice < 25) {
-                ASSERT_EQ(list.push_back(value)->value, value);
-                model.push_back(value);
-            } else if (choice < 45) {
-                ASSERT_EQ((*list.push_front(value)).value, value);
-                model.push_front(value);
-            } else if (choice == 45) {
-                list.clear();
-                model.clear();
-            } else if (choice < 50) {
-                list = *&list;
-                other = list;
-                list = slist<item>(other);
-            } else if (model.empty()) {
-                list.pop_front();
-                list.pop_back();
-            } else if (choice < 65) {
-                list.pop_front();
-                model.pop_front();
-            } else if (choice < 80) {
-                list.pop_back();
-                model.pop_back();
-            } else {
-                auto at = list.begin();
-                auto m = model.begin();
-                for (int n = random.below(list.size()); n > 0; --n, ++m)
-                    ++at;
-                list.erase(at);
-                model.erase(m);
-            }
-            slist<item> const& view = list;
-            expect_same(view, model, [](item const& a, int b) { return a.value == b; });
-            ASSERT_TRUE(model.empty() ||
-                        (view.front().value == model.front() && view.back().value == model.back()));
-            ASSERT_EQ(item::live, list.size() + other.size());
+    compare<slist<item>, std::list<int>>(1, [](dice& random, int choice, slist<item>& list, auto& model) {
+        int const value = random.below(1000);
+        if (choice < 28) {
+            ASSERT_EQ(list.push_back(value)->value, value);
+            model.push_back(value);
+        } else if (choice < 50) {
+            ASSERT_EQ((*list.push_front(value)).value, value);
+            model.push_front(value);
+        } else if (model.empty()) {
+            list.pop_front();
+            list.pop_back();
+        } else if (choice < 65) {
+            list.pop_front();
+            model.pop_front();
+        } else if (choice < 80) {
+            list.pop_back();
+            model.pop_back();
+        } else {
+            auto at = list.begin();
+            auto m = model.begin();
+            for (int n = random.below(list.size()); n > 0; --n, ++m)
+                ++at;
+            list.erase(at);
+            model.erase(m);
         }
+        slist<item> const& view = list;
+        ASSERT_TRUE(model.empty() ||
+                    (view.front().value == model.front() && view.back().value == model.back()));
     });
-    EXPECT_EQ(item::live, 0);
 }
 
 /// Numbers itself in order of construction.

@@ -4,45 +4,51 @@
 
 #include <gtest/gtest.h>
 #include <netinet/in.h>
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
+#include <sys/time.h>
 
 #include "tests/support/bytes.h"
 #include "tests/support/control_peer.h"
+#include "tests/support/tcp_listener.h"
 
 namespace {
 
-class sockets : public testing::TestWithParam<bool> {};
-INSTANTIATE_TEST_SUITE_P(families, sockets, testing::Values(false, true),
-                         [](auto const& v) { return v.param ? "ipv6" : "ipv4"; });
-
-TEST_P(sockets, datagrams_arrive_with_their_sender) {
-    bool const v6 = GetParam();
-    auto const receive = v6 ? utils::recv_udp_packet6 : utils::recv_udp_packet4;
-    udp_peer peer(v6);
-    int const fd = utils::open_udp_socket(0, v6);
-    ASSERT_TRUE(utils::valid_socket(fd));
-    ip_port from(str("xyz"), 7);
-    EXPECT_TRUE(receive(fd, from).empty()) << "waits never";
-    EXPECT_TRUE(from == ip_port(str("xyz"), 7));
-
-    ip_port const here(peer.address().address, bound_port(fd));
-    for (int const size : {1, 160, 1500, 65507}) {
-        std::string const sent(static_cast<std::size_t>(size), static_cast<char>(size));
-        peer.send(here, sent);
-        pollfd readable{fd, POLLIN, 0};
-        ASSERT_EQ(poll(&readable, 1, 10000), 1);
-        EXPECT_TRUE(to_string(receive(fd, from)) == sent) << size;
-        EXPECT_TRUE(from == peer.address());
-    }
-    EXPECT_EQ(utils::send_udp_packet(fd, peer.address(), str("four")), 4);
-    EXPECT_EQ(peer.received(fd), (std::vector<std::string>{"four"}));
-    EXPECT_TRUE(utils::local_address_for(peer.address().address) == peer.address().address);
-    utils::close_udp_socket(fd);
+rtimestamp time_of_day() {
+    timeval now{};
+    gettimeofday(&now, nullptr);
+    return rtimestamp(now.tv_sec * 1000000000LL + now.tv_usec * 1000LL);
 }
 
-TEST(control_socket, is_bound_to_the_loopback) {
+TEST(sockets, datagrams_arrive_with_their_sender) {
+    for (bool const v6 : {false, true}) {
+        auto const receive = v6 ? utils::recv_udp_packet6 : utils::recv_udp_packet4;
+        udp_peer peer(v6);
+        int const fd = utils::open_udp_socket(0, v6);
+        ASSERT_TRUE(utils::valid_socket(fd));
+        ip_port from(str("xyz"), 7);
+        EXPECT_TRUE(receive(fd, from).empty()) << "waits never";
+        EXPECT_TRUE(from == ip_port(str("xyz"), 7));
+
+        ip_port const here(peer.address().address, bound_port(fd));
+        utils::receive_stamp(fd);  // stamping begins
+        for (int const size : {1, 160, 1500, 65507}) {
+            std::string const sent(static_cast<std::size_t>(size), static_cast<char>(size));
+            rtimestamp const before = time_of_day();
+            peer.send(here, sent);
+            ASSERT_TRUE(shows(fd, POLLIN));
+            EXPECT_TRUE(to_string(receive(fd, from)) == sent) << size;
+            EXPECT_TRUE(from == peer.address());
+            rtimestamp const stamp = utils::receive_stamp(fd);
+            EXPECT_GE(stamp.diff_ticks(before), 0);
+            EXPECT_GE(time_of_day().diff_ticks(stamp), 0);
+        }
+        EXPECT_EQ(utils::send_udp_packet(fd, peer.address(), str("four")), 4);
+        EXPECT_EQ(peer.received(fd), (std::vector<std::string>{"four"}));
+        EXPECT_TRUE(utils::local_address_for(peer.address().address) == peer.address().address);
+        utils::close_udp_socket(fd);
+    }
+}
+
+TEST(sockets, that_of_call_control_is_bound_to_the_loopback) {
     int const fd = utils::open_loopback_socket(0);
     sockaddr_in bound{};
     socklen_t length = sizeof bound;
@@ -53,13 +59,11 @@ TEST(control_socket, is_bound_to_the_loopback) {
 
 TEST(tcp_client, what_the_socket_does_not_accept_stays_queued_until_an_error) {
     control_peer control(9);
-    int const small = 4096, listener = socket(AF_INET, SOCK_STREAM, 0);
-    setsockopt(listener, SOL_SOCKET, SO_RCVBUF, &small, sizeof small);  // accepted sockets inherit it
-    ASSERT_EQ(listen(listener, 1), 0);                                  // binds to a free port
-    int const fd = utils::open_tcp_client(ip_port(str(127, 0, 0, 1), bound_port(listener)));
-    int const accepted = accept(listener, nullptr, nullptr);
-    pollfd readable{accepted, POLLIN, 0}, writable{fd, POLLOUT, 0};
-    ASSERT_EQ(poll(&writable, 1, 10000), 1);
+    constexpr int small = 4096;
+    tcp_listener const listener(false, small);
+    int const fd = utils::open_tcp_client(listener.address());
+    tcp_stream const accepted = listener.accept();
+    ASSERT_TRUE(shows(fd, POLLOUT));
     setsockopt(fd, SOL_SOCKET, SO_SNDBUF, &small, sizeof small);
     std::string all, arrived;
     while (all.size() < 300000)
@@ -69,10 +73,8 @@ TEST(tcp_client, what_the_socket_does_not_accept_stays_queued_until_an_error) {
     ASSERT_FALSE(queue.empty());
     while (arrived.size() < all.size()) {
         EXPECT_TRUE(to_string(queue) == all.substr(all.size() - static_cast<std::size_t>(queue.length())));
-        char buffer[65536];
-        ASSERT_EQ(poll(&readable, 1, 10000), 1);
-        arrived.append(buffer, static_cast<std::size_t>(recv(accepted, buffer, sizeof buffer, 0)));
-        if (poll(&writable, 1, 0) == 1)
+        arrived += accepted.read_some();
+        if (shows(fd, POLLOUT, 0))
             utils::send_tcp_packet(fd, queue);
     }
     EXPECT_TRUE(arrived == all);
@@ -84,8 +86,6 @@ TEST(tcp_client, what_the_socket_does_not_accept_stays_queued_until_an_error) {
     EXPECT_EQ(control.log_lines(),
               (std::vector<std::string>{"8 !!!!!!!!!!! TCP error code  " + std::to_string(EPIPE)}));
     utils::close_tcp_socket(fd);
-    close(accepted);
-    close(listener);
 }
 
 }  // namespace

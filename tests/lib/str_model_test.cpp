@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <array>
-#include <random>
 #include <string>
 
 #include "lib/str.h"
@@ -17,24 +17,21 @@ public:
     explicit population(unsigned seed) : random(seed) {}
 
     void step() {
-        int const a = below(count), b = below(count);
-        str& s = own[at(a)];
-        std::string& m = model[at(a)];
-        operate(s, m, own[at(b)], std::string(model[at(b)]));
-        for (int i = 0; i < count; ++i)
-            ASSERT_EQ(to_string(own[at(i)]), model[at(i)])
-                << "string " << i << " after operation " << operation;
+        std::size_t const a = at(random.below(count)), b = at(random.below(count));
+        operate(own[a], model[a], own[b], std::string(model[b]));
+        for (std::size_t i = 0; i < own.size(); ++i)
+            ASSERT_EQ(to_string(own[i]), model[i]) << "string " << i << " after operation " << operation;
     }
 
 private:
     static constexpr int count = 20;
     static std::size_t at(int i) { return static_cast<std::size_t>(i); }
-    int below(int n) { return static_cast<int>(random() % static_cast<unsigned>(n)); }
-    unsigned char byte() { return static_cast<unsigned char>(random()); }
+    unsigned char byte() { return static_cast<unsigned char>(random.word()); }
 
     /// Sizes around the classes' limits, short ones more often.
     std::string random_bytes() {
-        std::string text(at(below(4) ? below(20) : (32 << below(5)) - 18 + below(5)), 0);
+        std::string text(
+            at(random.below(4) ? random.below(20) : (32 << random.below(5)) - random.between(14, 18)), 0);
         for (char& c : text)
             c = static_cast<char>(byte());
         return text;
@@ -42,7 +39,7 @@ private:
 
     void operate(str& s, std::string& m, str const& other, std::string const& other_model) {
         int const length = s.length();
-        operation = below(15);
+        operation = random.below(15);
         switch (operation) {
             case 0:
                 s = other;
@@ -51,32 +48,26 @@ private:
                 break;
             case 1:
             case 2: substring(s, m, other, other_model); break;
-            case 3:
-                s += other;
-                m += other_model;
-                break;
+            case 3: s += other, m += other_model; break;
             case 4: {
                 std::string const more = random_bytes();
                 s.append(reinterpret_cast<unsigned char const*>(more.data()), static_cast<int>(more.size()));
                 m += more;
                 break;
             }
-            case 5:
-                s += m.empty() ? 'x' : m[0];
-                m += m.empty() ? 'x' : m[0];
-                break;
-            case 6: set_character(s, m, below(length + 20) - 2, byte()); break;
-            case 7: set_length(s, m, below(length + 10) - 1); break;
+            case 5: s += m.c_str()[0], m += m.c_str()[0]; break;
+            case 6: set_character(s, m, random.below(length + 20) - 2, byte()); break;
+            case 7: set_length(s, m, random.below(length + 10) - 1); break;
             case 8:
             case 9: s.compress(); break;
             case 10: ASSERT_EQ(std::string(s.c_str(), m.size() + 1), m + '\0'); break;
             case 11: {
-                int const n = below(length + 10);
+                int const n = random.below(length + 10);
                 unsigned char const key = byte();
                 s.l_xor(key, n);
                 m.resize(std::max(m.size(), at(n)));
-                for (int i = 0; i < n; ++i)
-                    m[at(i)] = static_cast<char>(m[at(i)] ^ key);
+                std::transform(m.begin(), m.begin() + n, m.begin(),
+                               [key](char c) { return static_cast<char>(c ^ key); });
                 break;
             }
             case 12:
@@ -89,15 +80,12 @@ private:
                 s = to_str(m);
                 break;
         }
-        if (m.size() > 3000) {
-            s.clear();
-            m.clear();
-        }
+        if (m.size() > 3000)
+            s.clear(), m.clear();
     }
 
     void substring(str& s, std::string& m, str const& other, std::string const& other_model) {
-        int const size = other.length();
-        int const pos = below(size + 8) - 4, n = below(size + 8) - 2;
+        int const size = other.length(), pos = random.below(size + 8) - 4, n = random.below(size + 8) - 2;
         unsigned char const* const data = other.cbuffer();
         s = other.substr(pos, n);
         int const first = std::max(pos, 0), last = std::min(pos + n, size);
@@ -126,16 +114,15 @@ private:
         m = m.substr(0, at(n)) + to_string(s).substr(std::min(m.size(), at(n)));
     }
 
-    std::mt19937 random;
+    dice random;
     std::array<str, count> own;
     std::array<std::string, count> model;
     int operation = -1;
 };
 
 TEST(str_model, random_operations) {
-    seed_range{1, 8}.for_each([](unsigned seed) {
-        SCOPED_TRACE(seed_trace(seed));
-        population strings(seed);
+    seed_range{1, 8}.roll([](dice& random) {
+        population strings(random.word());
         for (int i = 0; i < 10000 && !HasFatalFailure(); ++i) {
             strings.step();
             if (i % 500 == 0)

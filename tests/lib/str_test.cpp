@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <random>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -19,10 +20,6 @@ namespace {
 
 /// In place of the log of lib/log_datagram.cpp; the lines, joined by "|".
 std::string log_text;
-
-std::string take_log() {
-    return std::exchange(log_text, "");
-}
 
 void expect_all(std::vector<std::pair<str, std::string>> const& cases) {
     for (std::size_t i = 0; i < cases.size(); ++i)
@@ -43,27 +40,21 @@ int log_add_message(int level, str const& message, str const&) {
 namespace {
 
 TEST(str, comparison) {
-    struct {
-        std::string a, b;
-        bool equal, equal_but_case, less;
-    } const cases[] = {
-        {"", "", true, true, false},          {"", "a", false, false, true},
-        {"ab", "abc", false, false, true},    {"abc", "ab", false, false, false},
-        {"abc", "abc", true, true, false},    {"ABz", "abZ", false, true, true},
-        {"\x7f", "\x80", false, false, true}, {"\xff", "\x01", false, false, false},
-        {"@[", "`{", false, false, true},     {"\xC4", "\xE4", false, false, true},
-        {"\0"s, "", false, false, false},     {"a\0b"s, "a\0c"s, false, false, true},
-        {"a\0b"s, "a", false, false, false},
-    };
-    for (auto const& c : cases) {
-        SCOPED_TRACE(c.a + " / " + c.b);
-        str const a = to_str(c.a), b = to_str(c.b);
-        EXPECT_EQ(a == b, c.equal);
-        EXPECT_EQ(a.icmp(b), c.equal_but_case);
-        EXPECT_EQ(a < b, c.less);
-        if (c.b.find('\0') == std::string::npos) {
-            EXPECT_EQ(a == c.b.c_str(), c.equal);
-            EXPECT_EQ(a.icmp(c.b.c_str()), c.equal_but_case);
+    std::tuple<std::string, std::string, bool> const cases[] = {
+        // the last: equal but for case
+        {"", "", true},       {"", "a", false},        {"ab", "abc", false},    {"abc", "ab", false},
+        {"abc", "abc", true}, {"ABz", "abZ", true},    {"\x7f", "\x80", false}, {"\xff", "\x01", false},
+        {"@[", "`{", false},  {"\xC4", "\xE4", false}, {"\0"s, "", false},      {"a\0b"s, "a\0c"s, false},
+        {"a\0b"s, "a", false}};
+    for (auto const& [first, second, equal_but_case] : cases) {
+        SCOPED_TRACE(first + " / " + second);
+        str const a = to_str(first), b = to_str(second);
+        EXPECT_EQ(a == b, first == second);
+        EXPECT_EQ(a < b, first < second);
+        EXPECT_EQ(a.icmp(b), equal_but_case);
+        if (second.find('\0') == std::string::npos) {
+            EXPECT_EQ(a == second.c_str(), first == second);
+            EXPECT_EQ(a.icmp(second.c_str()), equal_but_case);
         }
     }
 }
@@ -71,11 +62,6 @@ TEST(str, comparison) {
 TEST(str, substrings_clip) {
     str const s = str("xx0123456789").substr(2);
     expect_all({
-        {s.substr(-2, 5), "012"},
-        {s.substr(-2, 2), ""},
-        {s.substr(8, 5), "89"},
-        {s.substr(10, 1), ""},
-        {s.substr(4, -1), ""},
         {s.substr(INT_MIN, INT_MAX), ""},
         {s.substr(1, INT_MAX), "123456789"},
         {s.substr(-3), "0123456789"},
@@ -93,12 +79,10 @@ TEST(str_text, decimal_like_printf) {
     for (int i = -12000; i < 40000; ++i) {
         int const value = i < 12000 ? i : static_cast<int>(random()) >> random() % 32;
         int const width = static_cast<int>(random() % 11);
+        auto const unsigned_value = static_cast<unsigned>(value);
         char expected[32];
-        std::snprintf(expected, sizeof(expected), "%0*d", width, value);
-        ASSERT_EQ(to_string(str(value, width)), expected) << value << " width " << width;
-        std::snprintf(expected, sizeof(expected), "%0*u", width, static_cast<unsigned>(value));
-        ASSERT_EQ(to_string(str(static_cast<unsigned>(value), width)), expected)
-            << value << " width " << width;
+        std::snprintf(expected, sizeof(expected), "%0*d %0*u", width, value, width, unsigned_value);
+        ASSERT_EQ(to_string(str(value, width) + str(" ") + str(unsigned_value, width)), expected);
     }
     expect_all({
         {str(7, 11), "7"},
@@ -150,24 +134,18 @@ TEST(str_text, numbers_in_text) {
 }
 
 TEST(str_text, strip_and_fields) {
-    str const words("  a   b c"), line(" a b\r\nc d"), csv(",;x;,y;;"), none;
+    str const words("  a   b c"), line(" a b\r\nc d"), none;
     expect_all({
-        {str(" \t x y \r\n").strip(str::lws), "x y"},
         {str(" x ").strip(none), " x "},
-        {str(" \t ").strip(str::lws), ""},
         {str("''q'w'").strip('\''), "q'w"},
-        {str("  x ").strip_leading(str::lws), "x "},
         {str("  x ").strip_trailing(str::lws), "  x"},
         {words.get_field(2, str::space), "c"},
-        {words.get_field(3, str::space), ""},
         {words.get_field(5, ' '), ""},
         {words.get_field(0, none), "  a   b c"},
-        {csv.get_field(1, str(",;")), "y"},
-        {csv.get_field(2, str(",;")), ""},
+        {str(",;x;,y;;").get_field(1, str(",;")), "y"},
         {line.get_field(1, ' '), "b"},
         {line.get_field(2, ' '), "d"},  // only the field wanted ends at the line end
         {line.get_rest(1, ' '), "b\r\nc d"},
-        {line.get_rest(3, ' '), ""},
     });
 }
 
@@ -192,7 +170,7 @@ TEST(str_file, what_is_written_is_read_back_and_failures_are_logged) {
     std::string const root =
         std::filesystem::temp_directory_path() / ("str_test_" + std::to_string(getpid()));
     auto const path = [&](char const* below) { return str((root + "/" + below).c_str()); };
-    take_log();
+    log_text.clear();
     for (str const& content : {str('x', 262144), str::x_00 + str("b"), str()}) {
         ASSERT_TRUE(str::write_file(content, path("new\\deep/file")));
         EXPECT_TRUE(str::read_file(path("new/deep\\file"), false) == content);
@@ -202,15 +180,15 @@ TEST(str_file, what_is_written_is_read_back_and_failures_are_logged) {
     EXPECT_TRUE(str::rename_file(path("new\\deep\\file"), path("moved")));
     EXPECT_TRUE(str::remove_file(path(".\\moved"), false));
     EXPECT_FALSE(str::read_file(str("/proc/self/environ"), false).empty()) << "it reports size 0";
-    EXPECT_EQ(take_log(), "");
+    EXPECT_EQ(log_text, "");
 
     EXPECT_TRUE(str::read_file(path("x"), true).empty());
     EXPECT_TRUE(str::read_file(path("x"), false).empty());
     EXPECT_FALSE(str::write_file(str("x"), str("/dev/null/x")));
     EXPECT_FALSE(str::remove_file(path("x"), true));
     EXPECT_FALSE(str::remove_file(path("x"), false));
-    EXPECT_EQ(take_log(), "1 Could not fstat " + root + "/x|1 Could not open /dev/null/x for writing|" +
-                              "1 Cannot remove file " + root + "/x");
+    EXPECT_EQ(log_text, "1 Could not fstat " + root + "/x|1 Could not open /dev/null/x for writing|" +
+                            "1 Cannot remove file " + root + "/x");
     std::filesystem::remove_all(root);
 }
 

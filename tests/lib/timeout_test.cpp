@@ -22,6 +22,10 @@ void note(int n) {
     calls.push_back(std::to_string(n));
 }
 
+std::vector<std::string> take_calls() {
+    return std::exchange(calls, {});
+}
+
 class timeouts : public testing::Test {
 protected:
     timeouts() : clock(0xFFFFFF00), objects_before(callback_objects) { calls.clear(); }
@@ -33,10 +37,6 @@ protected:
     manual_clock clock;
     int objects_before;
 };
-
-std::vector<std::string> take_calls() {
-    return std::exchange(calls, {});
-}
 
 void destroy_subject(str const& text) {
     subject.reset();
@@ -58,7 +58,7 @@ TEST_F(timeouts, an_action_may_reschedule_or_destroy_its_own_timeout) {
 // Random operations against an ordered multimap, in which equal keys keep the order of insertion too.
 class queue_model {
 public:
-    explicit queue_model(unsigned seed) : random(seed) {}
+    explicit queue_model(dice& source) : random(source) {}
 
     void step(manual_clock& clock) {
         int const i = random.below(slots);
@@ -72,13 +72,13 @@ public:
             default: fire(); break;
         }
         ASSERT_EQ(queue.size(), static_cast<int>(pending.size()));
-        long long const now = rtimestamp::now().diff_ticks(rtimestamp());
-        long long const left = pending.empty() ? -1 : std::max(pending.begin()->first - now, 0LL) / 1000000;
-        ASSERT_EQ(queue.delay(true), left);
+        ASSERT_EQ(queue.delay(true),
+                  pending.empty() ? -1 : std::max(pending.begin()->first - now(), 0LL) / 1000000);
     }
 
 private:
     static constexpr int slots = 24;
+    static long long now() { return rtimestamp::now().diff_ticks(rtimestamp()); }
 
     void forget(int i) {
         std::erase_if(pending, [i](auto const& entry) { return entry.second.first == i; });
@@ -95,8 +95,7 @@ private:
             all[i] = std::make_unique<timeout>();
         forget(i);
         long long const delay = 10000000LL * random.between(-3, 20);
-        long long const now = rtimestamp::now().diff_ticks(rtimestamp());
-        pending.emplace(now + std::max(delay, 0LL), std::pair(i, ++label));
+        pending.emplace(now() + std::max(delay, 0LL), std::pair(i, ++label));
         all[i]->callback(delay, callback_argument(note, label));
     }
     void copy(int from, int to) {
@@ -118,16 +117,15 @@ private:
         ASSERT_EQ(take_calls(), expected);
     }
 
-    dice random;
+    dice& random;
     int label = 0;
     std::unique_ptr<timeout> all[slots];
     std::multimap<long long, std::pair<int, int>> pending;  // due time: slot, label of its action
 };
 
 TEST_F(timeouts, random_operations_agree_with_an_ordered_map) {
-    seed_range{1, 20}.for_each([&](unsigned seed) {
-        SCOPED_TRACE(seed_trace(seed));
-        queue_model model(seed);
+    seed_range{1, 20}.roll([&](dice& random) {
+        queue_model model(random);
         for (int i = 0; i < 2000 && !HasFatalFailure(); i++)
             model.step(clock);
     });

@@ -1,185 +1,143 @@
-#include <string>
-#include <vector>
+#include <climits>
 
-#include <gtest/gtest.h>
+#include <sys/time.h>
 
-#include "media/channel.h"
+#include "lib/sockets.h"
 #include "media/rtp_sequence.h"
-#include "tests/support/bytes.h"
+#include "tests/support/manual_clock.h"
 #include "tests/support/media_fixture.h"
-#include "tests/support/rtp_builder.h"
 #include "tests/support/stepped_lines.h"
 
 namespace {
 
-using lines = std::vector<std::string>;
-
-constexpr long long ms = 1000000;
 constexpr std::uint32_t first_ssrc = 0xAAAA0001, other_ssrc = 0xBBBB0002;
-constexpr char latched_first[] = "0018 0018 0004 0002 0003 0005 0006 0FA0 C0A80107 0020 0004 AAAA0001";
-constexpr char latched_other[] = "0018 0018 0004 0002 0003 0005 0006 0FA0 C0A80107 0020 0004 BBBB0002";
 
-std::string hex(std::string_view text) {
-    return to_hex(from_hex(text));
-}
-
-/// Channel 3 receives linear PCM as payload type 0; every packet's samples are a number that names it.
+/// Channel 3; every packet's samples are a number that names it.
 class receiving : public media_fixture {
 protected:
     receiving() : media_fixture(9), tested(channels[3]), sender(to_str(from_hex("C0A80107")), 4000) {
-        std::string map(128, '\xFF');
-        map[0] = 0;
-        map[1] = '\x80';
-        map[127] = 0;
-        set_map(map);
+        begin_call(tested);
     }
-    void set_map(std::string const& map) { tested.set_codec(0, 0, -1, to_str(map), 20); }
-    void restart() {
-        tested.init();
-        set_map(std::string(128, 0));
+    void deliver(std::string_view packet, double at_ms = 0) {
+        rtimestamp const arrival(static_cast<long long>(at_ms * 1000000));
+        EXPECT_EQ(tested.process_rtp_data(to_str(packet), sender, false, arrival), 0);
     }
-    void deliver(std::string_view packet, long long at_ns) {
-        EXPECT_EQ(tested.process_rtp_data(to_str(packet), sender, false, rtimestamp(at_ns)), 0);
-    }
-    void deliver(rtp_packet const& packet, double at_ms) {
-        deliver(packet.build(), static_cast<long long>(at_ms * ms));
-    }
-    /// 10 ms of samples that are `name`.
-    static rtp_packet named(int sequence, int name, std::uint32_t ssrc = first_ssrc) {
-        rtp_packet packet;
-        packet.sequence = static_cast<std::uint16_t>(sequence);
-        packet.ssrc = ssrc;
-        packet.payload = pcm_of(name);
-        return packet;
-    }
-    int play() {
-        std::string const block = to_string(tested.get_samples());
-        EXPECT_EQ(block.size(), 160u);
-        int const name = first_sample(block);
-        EXPECT_TRUE(block == pcm_of(name));
-        return name;
+    void deliver(rtp_packet const& packet, double at_ms) { deliver(packet.build(), at_ms); }
+    static std::string latched(char const* ssrc) {
+        return unspaced("0018 0018 0004 0002 0003 0005 0006 0FA0 C0A80107 0020 0004") + ssrc;
     }
     channel& tested;
     ip_port sender;
 };
 
 TEST_F(receiving, what_is_no_packet_of_ours_leaves_no_trace) {
-    std::string const good = named(5, 7).build();
-    auto const with_byte = [&](std::size_t at, unsigned value) {
-        std::string packet = good;
-        packet[at] = static_cast<char>(value);
-        return packet;
+    auto const set_map = [&](std::string const& map) { tested.set_codec(0, 0, -1, to_str(map), 20); };
+    set_map(from_hex("0080FF"));
+    std::string const good = named_packet(5, 7).build();
+    auto const with_byte = [&](std::size_t at, char value) {
+        return std::string(good).replace(at, 1, 1, value);
     };
     std::string const table[] = {"",
                                  good.substr(0, 11),
                                  from_hex("0001 0000 2112A442 000000"),
-                                 with_byte(0, 0x40),  // versions 1 and 3
-                                 with_byte(0, 0xC0),
-                                 with_byte(1, 1),  // payload types mapped to 128 and 255
-                                 with_byte(1, 0x82),
+                                 with_byte(0, '\x40'),  // versions 1 and 3
+                                 with_byte(0, '\xC0'),
+                                 with_byte(1, '\x01'),  // payload types mapped to 128 and 255
+                                 with_byte(1, '\x82'),
+                                 with_byte(1, '\x03'),                      // beyond the map
                                  from_hex("1000 0001 5A525451 00000001"),   // ZRTP but for the cookie
                                  from_hex("2000 0001 5A525450 00000001")};  // and the nibble
     for (std::string const& packet : table) {
-        deliver(packet, 0);
+        deliver(packet);
         EXPECT_FALSE(tested.output_available()) << to_hex(packet);
         EXPECT_EQ(peer.transcript(), lines{}) << to_hex(packet);
     }
     set_map(std::string(127, 0));
-    deliver(with_byte(1, 127), 0);
-    EXPECT_EQ(peer.transcript(), lines{}) << "payload type beyond the map";
-    deliver(with_byte(1, 126), 0);
-    EXPECT_EQ(peer.transcript(), (lines{hex(latched_first), "7 Receiving RTP from 192.168.1.7:4000"}));
-    EXPECT_EQ(play(), 7);
+    deliver(with_byte(1, 126));
+    EXPECT_EQ(peer.transcript(), (lines{latched("AAAA0001"), "7 Receiving RTP from 192.168.1.7:4000"}));
+    EXPECT_EQ(play(tested), 7);
 }
 
 TEST_F(receiving, the_whole_header_is_skipped) {
     for (int csrcs = 0; csrcs < 16; csrcs++)
         for (int const words : {-1, 0, 1, 3, 300}) {
-            rtp_packet packet = named(5, 100 + csrcs);
+            rtp_packet packet = named_packet(5, 100 + csrcs);
             packet.csrc_count = csrcs;
             packet.extension_words = words;
             packet.padding = csrcs % 2 != 0;
             packet.marker = true;
             deliver(packet, 0);
-            ASSERT_EQ(play(), 100 + csrcs) << csrcs << " CSRCs, extension of " << words;
+            ASSERT_EQ(play(tested), 100 + csrcs) << csrcs << " CSRCs, extension of " << words;
             ASSERT_FALSE(tested.output_available());
         }
-}
-
-TEST_F(receiving, a_header_longer_than_its_packet_leaves_an_empty_payload) {
-    for (char const* start : {"8F", "90", "9F"})
+    for (char const* longer_than_the_packet : {"8F", "90", "9F"})
         for (std::size_t const kept : {12u, 13u, 15u, 16u, 40u, 71u}) {
-            rtp_packet packet = named(5, 7);
+            rtp_packet packet = named_packet(5, 7);
             packet.payload.assign(60, '\x7F');
             packet.marker = true;
-            deliver(from_hex(start) + packet.build().substr(1, kept - 1), 0);
-            ASSERT_TRUE(tested.output_available()) << start << " " << kept;
-            ASSERT_EQ(play(), 0) << start << " " << kept;
+            deliver(from_hex(longer_than_the_packet) + packet.build().substr(1, kept - 1));
+            ASSERT_TRUE(tested.output_available()) << longer_than_the_packet << " " << kept;
+            ASSERT_EQ(play(tested), 0) << longer_than_the_packet << " " << kept;
         }
 }
 
 TEST_F(receiving, other_protocols_on_the_port_go_to_call_control) {
-    deliver(from_hex("1F00 1234 5A525450 CAFEBABE"), 0);
-    deliver(from_hex("0101 0000 2112A442 01020304"), 0);
-    EXPECT_EQ(
-        peer.transcript(),
-        (lines{hex("0017 0020 0004 0002 0003 0005 0006 0FA0 C0A80107 000D 000C 1F00 1234 5A525450 CAFEBABE"),
-               "8 TCP rec send tunnel cmd",
-               hex("000F 0026 0004 0002 0003 0005 0006 0FA0 C0A80107 000D 000C 0101 0000 2112A442 01020304 "
-                   "0022 0002 0000")}));
+    deliver(from_hex("1F00 1234 5A525450 CAFEBABE"));
+    deliver(from_hex("0101 0000 2112A442 01020304"));
+    std::string const channel_and_sender = "0004 0002 0003 0005 0006 0FA0 C0A80107 ";
+    EXPECT_EQ(peer.transcript(),
+              (lines{unspaced("0017 0020" + channel_and_sender + "000D 000C 1F00 1234 5A525450 CAFEBABE"),
+                     "8 TCP rec send tunnel cmd",
+                     unspaced("000F 0026" + channel_and_sender +
+                              "000D 000C 0101 0000 2112A442 01020304 0022 0002 0000")}));
     EXPECT_FALSE(tested.output_available());
 }
 
 TEST_F(receiving, the_first_ssrc_is_latched) {
     sender = ip_port(to_str(from_hex("20010DB8000000000000000000000001")), 5004);
-    deliver(named(5, 7), 20);
-    EXPECT_EQ(peer.transcript(), (lines{hex("0018 0024 0004 0002 0003 0005 0012 138C "
-                                            "20010DB8000000000000000000000001 0020 0004 AAAA0001"),
+    deliver(named_packet(5, 7), 20);
+    EXPECT_EQ(peer.transcript(), (lines{unspaced("0018 0024 0004 0002 0003 0005 0012 138C "
+                                                 "20010DB8000000000000000000000001 0020 0004 AAAA0001"),
                                         "7 Receiving RTP from [2001:db8::1]:5004"}));
     sender = ip_port(to_str(from_hex("C0A80107")), 4000);
-    deliver(named(6, 8), 30);
+    deliver(named_packet(6, 8), 30);
     EXPECT_EQ(peer.transcript(), lines{}) << "another address with the same SSRC is the same stream";
 }
 
-TEST_F(receiving, another_ssrc_takes_over_from_a_stream_that_stopped) {
-    constexpr std::pair<double, bool> table[] = {{50, false}, {99.875, false}, {100, true}, {-0.125, true}};
-    for (auto const& [gap, takes_over] : table) {
-        restart();
-        deliver(named(5, 1), 990);
-        deliver(named(6, 2), 1000);
+// Another sender, or the same with numbers that are played already.
+TEST_F(receiving, the_pause_decides_whether_a_new_beginning_is_followed) {
+    lines const tuned{"5 Tuning to new SSRC", latched("BBBB0002")}, resumed{"5 Resuming RTP playback"};
+    struct {
+        int sequence;
+        std::uint32_t ssrc;
+        double pause_ms;
+        lines said;  // none: not followed
+    } const table[] = {{5000, other_ssrc, 50, {}},       {5000, other_ssrc, 99.875, {}},
+                       {5000, other_ssrc, 100, tuned},   {5000, other_ssrc, -0.125, tuned},
+                       {19000, first_ssrc, 20, resumed}, {19000, first_ssrc, 499.875, resumed},
+                       {19000, first_ssrc, 500, {}},     {21000, other_ssrc, 99.875, {}}};
+    for (auto const& row : table) {
+        begin_call(tested);
+        deliver(named_packet(19990, 1), 900);
+        deliver(named_packet(19991, 1), 1000);
+        EXPECT_EQ(play(tested) + play(tested), 2);
         peer.transcript();
-        deliver(named(5000, 3, other_ssrc), 1000 + gap);
-        EXPECT_EQ(peer.transcript(),
-                  takes_over ? (lines{"5 Tuning to new SSRC", hex(latched_other)}) : lines{})
-            << gap;
-        EXPECT_EQ(play(), takes_over ? 3 : 1) << gap;
+        deliver(named_packet(row.sequence, 3, row.ssrc), 1000 + row.pause_ms);
+        EXPECT_EQ(peer.transcript(), row.said) << row.sequence << " after " << row.pause_ms;
+        EXPECT_EQ(play(tested), row.said.empty() ? 0 : 3) << row.sequence << " after " << row.pause_ms;
     }
 }
 
 TEST(extended_sequence, stays_near_the_play_out_point) {
-    struct {
-        std::uint16_t sequence;
-        std::uint32_t last, extended;
-    } const table[] = {
+    constexpr std::uint32_t table[][3] = {
+        // number, last one, extended
         {0x0001, 0x0001FFF0, 0x00020001}, {0xFFF0, 0x00020005, 0x0001FFF0}, {0x3FFF, 0x0000C001, 0x00013FFF},
         {0x3FFF, 0x0000C000, 0x00003FFF}, {0x4000, 0x0000FFFF, 0x00004000}, {0xC001, 0x00013FFF, 0x0000C001},
         {0xC001, 0x00014000, 0x0001C001}, {0xC000, 0x00010000, 0x0001C000}, {0xFFFF, 0x00000000, 0xFFFFFFFF},
         {0x0000, 0xFFFFFFFF, 0x00000000}, {0x8000, 0x00018000, 0x00018000}};
     for (auto const& [sequence, last, extended] : table)
-        EXPECT_EQ(extend_sequence(sequence, last), extended) << std::hex << sequence << " after " << last;
-}
-
-TEST_F(receiving, a_sender_that_steps_back_within_half_a_second_is_followed) {
-    constexpr std::pair<double, bool> table[] = {{20, true}, {499.875, true}, {500, false}};
-    for (auto const& [gap, followed] : table) {
-        restart();
-        deliver(named(20000, 1), 1000);
-        EXPECT_EQ(play(), 1);
-        peer.transcript();
-        deliver(named(19000, 2), 1000 + gap);
-        EXPECT_EQ(peer.transcript(), followed ? lines{"5 Resuming RTP playback"} : lines{}) << gap;
-        EXPECT_EQ(play(), followed ? 2 : 0) << gap;
-    }
+        EXPECT_EQ(extend_sequence(static_cast<std::uint16_t>(sequence), last), extended)
+            << std::hex << sequence << " after " << last;
 }
 
 TEST_F(receiving, a_buffer_too_old_or_too_long_is_thrown_away) {
@@ -190,15 +148,15 @@ TEST_F(receiving, a_buffer_too_old_or_too_long_is_thrown_away) {
     } const table[] = {{400, 0, false},   {401, 0, true},   {1, 3000.4, false},
                        {1, 3000.5, true}, {2, 60000, true}, {1, -5000, false}};
     for (auto const& [packets, age, thrown_away] : table) {
-        restart();
+        begin_call(tested);
         for (int i = 0; i < packets; i++)
-            deliver(named(100 + i, 1), 10000);
+            deliver(named_packet(100 + i, 1), 10000);
         peer.transcript();
-        deliver(named(100 + packets, 2), 10000 + age);
+        deliver(named_packet(100 + packets, 2), 10000 + age);
         EXPECT_EQ(peer.transcript(), thrown_away ? lines{"7 jitter buffer deleted"} : lines{});
         int blocks = 0;
         for (; tested.output_available(); blocks++)
-            EXPECT_EQ(play(), blocks < packets && !thrown_away ? 1 : 2);
+            EXPECT_EQ(play(tested), blocks < packets && !thrown_away ? 1 : 2);
         EXPECT_EQ(blocks, thrown_away ? 1 : packets + 1) << packets << " packets, " << age << " ms";
     }
 }
@@ -206,16 +164,47 @@ TEST_F(receiving, a_buffer_too_old_or_too_long_is_thrown_away) {
 TEST_F(receiving, a_marker_starts_anew_and_clears_what_the_line_has_queued) {
     stepped_lines telephone;
     tested.set_tdm_channel(1);
-    deliver(named(100, 1), 0);
-    rtp_packet marked = named(40000, 3);
+    deliver(named_packet(100, 1), 0);
+    rtp_packet marked = named_packet(40000, 3);
     marked.marker = true;
     deliver(marked, 0);
-    deliver(named(40001, 4), 0);
+    deliver(named_packet(40001, 4), 0);
     peer.transcript();
-    EXPECT_EQ(play(), 3);
+    EXPECT_EQ(play(tested), 3);
     EXPECT_EQ(peer.transcript(), lines{"7 Clear Tx"});
-    EXPECT_EQ(play(), 4);
+    EXPECT_EQ(play(tested), 4);
     EXPECT_EQ(peer.transcript(), lines{}) << "only the first packet of a talk spurt clears";
+}
+
+// Stamps of received packets are wall-clock time; nothing but differences may count, and no difference may do harm.
+TEST_F(receiving, a_wall_clock_that_steps_costs_what_is_buffered_at_most) {
+    int sequence = 0;
+    for (long long const start_s :
+         {1800000000LL, 1800003600LL, 1800000000LL, 2085978495LL, 2085978496LL, 1LL * INT_MAX, 1LL << 31,
+          1800000000LL, 0LL, (1LL << 32) - 1, 1LL << 32, 1800000000LL})
+        for (int i = 0; i < 5; i++) {
+            sequence++;
+            deliver(named_packet(sequence, sequence).build(), static_cast<double>(start_s) * 1000 + i * 20);
+            int newest = 0;
+            while (i < 4 && tested.output_available())  // the last one stays buffered when the clock steps
+                newest = play(tested);
+            EXPECT_EQ(newest, i < 4 ? sequence : 0) << start_s;
+        }
+    lines log = peer.transcript();
+    std::erase(log, "7 jitter buffer deleted");
+    EXPECT_EQ(log, (lines{latched("AAAA0001"), "7 Receiving RTP from 192.168.1.7:4000"}));
+}
+
+// No stamp, one from before the clock was set back, one of 1970.
+TEST(receive_stamps, that_make_no_sense_count_as_now_or_as_old) {
+    constexpr long long second = 1000000000;
+    manual_clock clock(1000);
+    timeval day{};
+    gettimeofday(&day, nullptr);
+    EXPECT_TRUE(utils::on_process_clock(rtimestamp()) == rtimestamp::now());
+    EXPECT_TRUE(utils::on_process_clock(rtimestamp((day.tv_sec + 3600) * second)) == rtimestamp::now());
+    EXPECT_NEAR(static_cast<double>(rtimestamp::now().diff_ticks(utils::on_process_clock(rtimestamp(1)))),
+                static_cast<double>(day.tv_sec) * second, 10. * second);
 }
 
 }  // namespace

@@ -1,14 +1,11 @@
+#include <algorithm>
 #include <filesystem>
-#include <string>
-#include <vector>
 
-#include <gtest/gtest.h>
 #include <netinet/in.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include "lib/sockets.h"
-#include "media/channel.h"
 #include "tests/support/media_fixture.h"
 
 namespace {
@@ -17,7 +14,6 @@ namespace {
 struct occupied_port {
     occupied_port(int port, bool over_ipv6) : fd(utils::open_udp_socket(port, over_ipv6)) {}
     ~occupied_port() { utils::close_udp_socket(fd); }
-    bool held() const { return fd >= 0; }
     int fd;
 };
 
@@ -33,7 +29,7 @@ protected:
             int const from = lowest + 16 * ((getpid() + i) % ranges);
             bool free = true;
             for (int port = from; port < from + length; port++)
-                free = free && occupied_port(port, false).held() && occupied_port(port, true).held();
+                free = free && occupied_port(port, false).fd >= 0 && occupied_port(port, true).fd >= 0;
             if (free)
                 return from;
         }
@@ -50,11 +46,10 @@ protected:
         EXPECT_EQ(tested.get_rtp_port(), 0);
         EXPECT_EQ(sockets(), std::vector<int>(4, -1));
     }
-    int tries() {
-        int n = 0;
-        for (std::string const& line : peer.log_lines())
-            n += line.starts_with("9 Trying to open ports ");
-        return n;
+    long tries() {
+        return std::ranges::count_if(peer.log_lines(), [](std::string const& line) {
+            return line.starts_with("9 Trying to open ports ");
+        });
     }
 
     channel& tested;
@@ -62,22 +57,20 @@ protected:
 };
 
 TEST_F(channel_sockets, small_ranges_and_their_edges) {
-    struct {
-        int from, to;  // relative to an even port
-        int rtp;       // expected; -1: none
-        int most_tries;
-    } const table[] = {{0, 2, 0, 1},  {0, 1, 0, 1},  {1, 2, -1, 0}, {1, 3, 2, 1},
-                       {0, 0, -1, 0}, {4, 0, -1, 0}, {1, 4, 2, 1},  {1, 5, -2, 8}};
+    constexpr int any = -2, none = -1;
+    constexpr int table[][4] = {// from and to, RTP port (all relative to an even port), most tries
+                                {0, 2, 0, 1},    {0, 1, 0, 1},    {1, 2, none, 0}, {1, 3, 2, 1},
+                                {0, 0, none, 0}, {4, 0, none, 0}, {1, 4, 2, 1},    {1, 5, any, 8}};
     for (auto const& [from, to, rtp, most_tries] : table) {
         SCOPED_TRACE(std::to_string(from) + " to " + std::to_string(to));
         peer.log_lines();
         tested.open(base + from, base + to, 0);
         EXPECT_LE(tries(), most_tries);
-        if (rtp == -1) {
+        if (rtp == none) {
             expect_closed();
             continue;
         }
-        EXPECT_TRUE(rtp < 0 || tested.get_rtp_port() == base + rtp);
+        EXPECT_TRUE(rtp == any || tested.get_rtp_port() == base + rtp);
         EXPECT_EQ(tested.get_rtp_port() % 2, 0);
         EXPECT_EQ(tested.get_rtcp_port(), tested.get_rtp_port() + 1);
         for (int i = 0; i < 4; i++)
@@ -86,18 +79,17 @@ TEST_F(channel_sockets, small_ranges_and_their_edges) {
 }
 
 TEST_F(channel_sockets, a_pair_counts_only_with_every_socket_of_it) {
-    for (int const taken : {0, 1})
-        for (bool const v6 : {false, true}) {
-            occupied_port const holder(base + taken, v6);
-            long const before = open_descriptors();
-            peer.log_lines();
-            tested.open(base, base + 2, 0);
-            expect_closed();
-            EXPECT_EQ(open_descriptors(), before);
-            std::string const port = std::to_string(base + taken);
-            EXPECT_EQ(peer.log_lines().back(),
-                      (v6 ? "0 UDPv6: bind() to port " : "0 UDP: bind() to port ") + port + " failed");
-        }
+    for (int const taken : {0, 1, 2, 3}) {
+        bool const v6 = taken / 2;
+        int const port = base + taken % 2;
+        occupied_port const holder(port, v6);
+        long const before = open_descriptors();
+        tested.open(base, base + 2, 0);
+        expect_closed();
+        EXPECT_EQ(open_descriptors(), before);
+        EXPECT_EQ(peer.log_lines().back(), (v6 ? "0 UDPv6: bind() to port " : "0 UDP: bind() to port ") +
+                                               std::to_string(port) + " failed");
+    }
 }
 
 TEST_F(channel_sockets, eight_random_tries_then_a_scan) {
@@ -115,16 +107,14 @@ TEST_F(channel_sockets, eight_random_tries_then_a_scan) {
 }
 
 TEST_F(channel_sockets, type_of_service_is_for_rtp_only) {
-    auto const tos = [](int fd) {
-        int value = -1;
-        socklen_t length = sizeof value;
-        EXPECT_EQ(getsockopt(fd, IPPROTO_IP, IP_TOS, &value, &length), 0);
-        return value;
-    };
     for (int const value : {0xA0, 0, 0x10}) {
         tested.open(base, base + 2, value);
-        for (unsigned i = 0; i < 4; i++)
-            EXPECT_EQ(tos(sockets().at(i)), i < 2 ? value : 0);
+        for (unsigned i = 0; i < 4; i++) {
+            int tos = -1;
+            socklen_t length = sizeof tos;
+            EXPECT_EQ(getsockopt(sockets().at(i), IPPROTO_IP, IP_TOS, &tos, &length), 0);
+            EXPECT_EQ(tos, i < 2 ? value : 0);
+        }
     }
 }
 

@@ -1,153 +1,85 @@
-#include <string>
-#include <vector>
+#include <cerrno>
 
-#include <gtest/gtest.h>
-
-#include "media/channel.h"
-#include "tests/media/tcp_listener.h"
-#include "tests/support/bytes.h"
-#include "tests/support/manual_clock.h"
+#include "lib/log.h"
 #include "tests/support/media_fixture.h"
-#include "tests/support/rtp_builder.h"
+#include "tests/support/tcp_listener.h"
 
 namespace {
-
-using lines = std::vector<std::string>;
-
-void wait_until(int fd, short event) {
-    pollfd wanted{fd, event, 0};
-    ASSERT_EQ(poll(&wanted, 1, 10000), 1);
-}
 
 std::string framed(std::string const& packet) {
     auto const n = static_cast<unsigned>(packet.size());
     return from_hex("0300") + be16(n + 2) + be16(n) + packet;
 }
 
-/// Channel 1, with linear PCM as payload type 0.
+/// Channel 1 and a far end for each of its connections.
 class over_tcp : public media_fixture {
 protected:
-    over_tcp() : media_fixture(-1), tested(channels[1]) { start(); }
-    void start() {
-        tested.init();
-        tested.set_codec(0, 0, -1, to_str(std::string(128, '\0')), 10);
-        tested.set_ssrc(to_str(from_hex("11223344")));
-    }
+    over_tcp() : tested(channels[1]) { begin_call(tested); }
     void connect(tcp_listener const& far, tcp_listener const& far_rtcp) {
         tested.set_destination(far.address(), far_rtcp.address(), true);
-        wait_until(tested.get_fd_rtpt(), POLLOUT);
-        wait_until(tested.get_fd_rtcpt(), POLLOUT);
+        EXPECT_TRUE(shows(tested.get_fd_rtpt(), POLLOUT) && shows(tested.get_fd_rtcpt(), POLLOUT));
     }
-    void process_rtp() {
-        wait_until(tested.get_fd_rtpt(), POLLIN);
-        tested.process_rtpt();
+    int fd(bool of_rtcp) const { return of_rtcp ? tested.get_fd_rtcpt() : tested.get_fd_rtpt(); }
+    /// What has arrived on a connection.
+    void process(bool of_rtcp) {
+        EXPECT_TRUE(shows(fd(of_rtcp), POLLIN));
+        of_rtcp ? tested.process_rtcpt() : tested.process_rtpt();
     }
-    void process_rtcp() {
-        wait_until(tested.get_fd_rtcpt(), POLLIN);
-        tested.process_rtcpt();
+    void tunnel(bool of_rtcp, ip_port const& at, std::string const& data, bool tcp = true) {
+        of_rtcp ? tested.tunnel_rtcp(at, to_str(data), tcp) : tested.tunnel_rtp(at, to_str(data), tcp);
     }
 
     channel& tested;
     tcp_listener rtp, rtcp;
 };
 
-TEST_F(over_tcp, audio_travels_framed_in_both_directions) {
-    for (bool const ipv6 : {false, true}) {
-        tcp_listener far(ipv6), far_rtcp(ipv6);
-        start();
-        connect(far, far_rtcp);
-        tcp_stream const stream = far.accept();
-        tested.process_audio(to_str(pcm_of(7)));
-        tested.process_audio(to_str(pcm_of(8)));
-        for (int const name : {7, 8}) {
-            EXPECT_EQ(to_hex(stream.read(6)), "030000AE00AC");
-            rtp_packet const sent = rtp_packet::parse(stream.read(172));
-            EXPECT_EQ(sent.ssrc, 0x11223344u);
-            EXPECT_EQ(sent.marker, name == 7);
-            EXPECT_EQ(sent.payload, pcm_of(name));
-        }
-        for (int i = 0; i < 3; i++) {
-            rtp_packet packet;
-            packet.sequence = static_cast<std::uint16_t>(100 + i);
-            packet.payload = pcm_of(20 + i);
-            stream.send(framed(packet.build()));
-            process_rtp();
-            EXPECT_EQ(first_sample(to_string(tested.get_samples())), 20 + i);
-        }
-        EXPECT_TRUE(stream.quiet());
-    }
-    EXPECT_EQ(to_string(tested.dumptext()).substr(0, 12), "4(TCP:[::1]:");
-}
-
-TEST_F(over_tcp, a_report_of_how_many_octets_left_counts_the_frames) {
-    manual_clock clock(1);
-    connect(rtp, rtcp);
-    tcp_stream const media = rtp.accept();
-    tcp_stream reports = rtcp.accept();
-    tested.process_audio(to_str(pcm_of(7)));
-    tested.send_rtcp_sr();
-    EXPECT_EQ(to_hex(reports.read(6)), "030000360034");
-    std::string const report = reports.read(52);
-    EXPECT_EQ(report.substr(16, 4), media.read(18).substr(10, 4)) << "the time stamp of what was sent last";
-    EXPECT_EQ(get_be32(report, 20), 1u);
-    EXPECT_EQ(get_be32(report, 24), 178u);
-    reports.hang_up();
-    process_rtcp();
-    tested.send_rtcp_sr();
-    EXPECT_EQ(tested.get_fd_rtcpt(), -1);
-}
-
 // The rules of set_destination (no force) and of tunnelled data (force), for either connection.
 TEST_F(over_tcp, which_peer_is_connected_to) {
     for (bool const of_rtcp : {false, true}) {
-        tcp_listener first, second;
-        auto const fd = [&] { return of_rtcp ? tested.get_fd_rtcpt() : tested.get_fd_rtpt(); };
+        tcp_listener first(of_rtcp), second(of_rtcp);  // of either family
         auto const aim = [&](ip_port const& at) {
             tested.set_destination(of_rtcp ? rtp.address() : at, of_rtcp ? at : rtcp.address(), true);
         };
-        auto const tunnel = [&](ip_port const& at, std::string const& data) {
-            of_rtcp ? tested.tunnel_rtcp(at, to_str(data), true) : tested.tunnel_rtp(at, to_str(data), true);
-        };
         tested.init();
-        tunnel(ip_port(), "nobody is there");
-        EXPECT_EQ(fd(), -1) << "no destination and no stored peer";
+        tunnel(of_rtcp, ip_port(), "nobody is there");
+        EXPECT_EQ(fd(of_rtcp), -1) << "no destination and no stored peer";
 
         aim(first.address());
         tcp_stream stream = first.accept();
         aim(first.address());
-        tunnel(first.address(), "a");
-        tunnel(ip_port(), "bc");
+        tunnel(of_rtcp, first.address(), "a");
+        tunnel(of_rtcp, ip_port(), "bc");
         EXPECT_EQ(stream.read(3), "abc") << "unframed, on the connection that is there";
         EXPECT_FALSE(first.connection_waits());
 
         aim(second.address());
         EXPECT_TRUE(stream.closed_by_peer());
         tcp_stream other = second.accept();
-        tunnel(first.address(), "d");
+        tunnel(of_rtcp, first.address(), "d");
         EXPECT_TRUE(other.closed_by_peer()) << "tunnelled data re-aim the connection";
         tcp_stream again = first.accept();
-        wait_until(fd(), POLLOUT);
-        tunnel(first.address(), "e");
+        EXPECT_TRUE(shows(fd(of_rtcp), POLLOUT));
+        tunnel(of_rtcp, first.address(), "e");
         EXPECT_EQ(again.read(1).find_first_of("de"), 0u);
 
         again.hang_up();
-        of_rtcp ? process_rtcp() : process_rtp();
-        EXPECT_EQ(fd(), -1);
+        process(of_rtcp);
+        EXPECT_EQ(fd(of_rtcp), -1);
         aim(first.address());
         aim(second.address());
-        EXPECT_EQ(fd(), -1) << "a closed connection is not reopened by a destination";
-        tunnel(second.address(), "f");
-        wait_until(fd(), POLLOUT);
+        EXPECT_EQ(fd(of_rtcp), -1) << "a closed connection is not reopened by a destination";
+        tunnel(of_rtcp, second.address(), "f");
+        EXPECT_TRUE(shows(fd(of_rtcp), POLLOUT));
         EXPECT_FALSE(second.connection_waits());
         tcp_stream reopened = first.accept();
-        tunnel(ip_port(), "g");
+        tunnel(of_rtcp, ip_port(), "g");
         EXPECT_EQ(reopened.read(1).find_first_of("fg"), 0u) << "forced: again to the old peer";
 
         aim(second.address());
         tcp_stream last = second.accept();
         tested.set_destination(ip_port(), ip_port(), false);
         EXPECT_TRUE(last.quiet()) << "the connection stays when media go back to datagrams";
-        tunnel(ip_port(), "h");
+        tunnel(of_rtcp, ip_port(), "h");
         EXPECT_EQ(last.read(1), "h");
         tested.init();
         EXPECT_TRUE(last.closed_by_peer());
@@ -156,25 +88,22 @@ TEST_F(over_tcp, which_peer_is_connected_to) {
 
 TEST_F(over_tcp, datagrams_are_tunnelled_from_the_media_ports) {
     tested.open(20000, 40000, 0);
-    for (bool const of_rtcp : {false, true})
-        for (bool const v6 : {false, true}) {
-            udp_peer given(v6), stored(v6), unused(v6);
-            int const fd = v6 ? (of_rtcp ? tested.get_fd_rtcp6() : tested.get_fd_rtp6())
-                              : (of_rtcp ? tested.get_fd_rtcp4() : tested.get_fd_rtp4());
-            auto const tunnel = [&](ip_port const& at, char const* data) {
-                of_rtcp ? tested.tunnel_rtcp(at, str(data), false) : tested.tunnel_rtp(at, str(data), false);
-            };
-            tested.set_destination(ip_port(), ip_port(), false);
-            tunnel(ip_port(), "to nobody");
-            tested.set_destination((of_rtcp ? unused : stored).address(),
-                                   (of_rtcp ? stored : unused).address(), false);
-            tunnel(given.address(), "there");
-            tunnel(ip_port(), "here");
-            tunnel(ip_port(str("odd"), 1), "nowhere");
-            EXPECT_EQ(given.received(fd), lines{"there"}) << of_rtcp << v6;
-            EXPECT_EQ(stored.received(fd), lines{"here"}) << of_rtcp << v6;
-            EXPECT_EQ(unused.received(fd), lines{}) << of_rtcp << v6;
-        }
+    int const fds[] = {tested.get_fd_rtp4(), tested.get_fd_rtp6(), tested.get_fd_rtcp4(),
+                       tested.get_fd_rtcp6()};
+    for (int i = 0; i < 4; i++) {
+        bool const of_rtcp = i / 2, v6 = i % 2;
+        udp_peer given(v6), stored(v6), unused(v6);
+        tested.set_destination(ip_port(), ip_port(), false);
+        tunnel(of_rtcp, ip_port(), "to nobody", false);
+        tested.set_destination((of_rtcp ? unused : stored).address(), (of_rtcp ? stored : unused).address(),
+                               false);
+        tunnel(of_rtcp, given.address(), "there", false);
+        tunnel(of_rtcp, ip_port(), "here", false);
+        tunnel(of_rtcp, ip_port(str("odd"), 1), "nowhere", false);
+        EXPECT_EQ(given.received(fds[i]), lines{"there"}) << i;
+        EXPECT_EQ(stored.received(fds[i]), lines{"here"}) << i;
+        EXPECT_EQ(unused.received(fds[i]), lines{}) << i;
+    }
 }
 
 TEST_F(over_tcp, reports_are_understood_framed_and_bare_on_either_connection) {
@@ -186,10 +115,8 @@ TEST_F(over_tcp, reports_are_understood_framed_and_bare_on_either_connection) {
     std::string const copy =
         element_of(14, short_element(4, 1) + element_of(22, "id") + element_of(9, report));
     auto const handed_up = [](tcp_listener const& far, std::string const& data) {
-        return element_of(
-            15, short_element(4, 1) +
-                    element_of(5, be16(static_cast<unsigned>(far.address().port)) + from_hex("7F000001")) +
-                    data);
+        std::string const port = be16(static_cast<unsigned>(far.address().port));
+        return element_of(15, short_element(4, 1) + element_of(5, port + from_hex("7F000001")) + data);
     };
     std::string const mark = short_element(34, 1);
     struct {
@@ -206,8 +133,77 @@ TEST_F(over_tcp, reports_are_understood_framed_and_bare_on_either_connection) {
     };
     for (auto const& row : table) {
         (row.on_rtcp ? reports : media).send(row.sent);
-        row.on_rtcp ? process_rtcp() : process_rtp();
+        process(row.on_rtcp);
         EXPECT_EQ(peer.reports(), lines{row.reported}) << &row - table;
+    }
+}
+
+/// A far end with little room, called by channel 1; what is logged is looked at.
+class slow_peer : public over_tcp {
+protected:
+    slow_peer() : far(false, little) { log_set_level(8); }
+    tcp_stream call() {
+        begin_call(tested);
+        tested.set_destination(far.address(), ip_port(), true);
+        setsockopt(tested.get_fd_rtpt(), SOL_SOCKET, SO_SNDBUF, &little, sizeof little);
+        EXPECT_TRUE(shows(tested.get_fd_rtpt(), POLLOUT));
+        peer.log_lines();
+        return far.accept();
+    }
+    /// What is logged when a packet is sent.
+    lines say(int name) {
+        tested.process_audio(to_str(pcm_of(name)));
+        return peer.log_lines();
+    }
+    static lines failure(int error) { return {"8 !!!!!!!!!!! TCP error code  " + std::to_string(error)}; }
+
+    static constexpr int little = 4096;  // of a socket's buffer
+    tcp_listener far;
+};
+
+TEST_F(slow_peer, a_tcp_peer_that_does_not_read_misses_packets_and_the_end_of_some) {
+    std::string const head = from_hex("030000AE00AC");
+    constexpr std::size_t frame = 6 + 12 + 160;
+    tcp_stream const stream = call();
+    std::size_t sent = 0, lost = 0;
+    for (int in_a_row = 0; in_a_row < 5; sent++) {
+        bool const full = say(7) == failure(EAGAIN);
+        in_a_row = full ? in_a_row + 1 : 0;
+        lost += full;
+    }
+    std::string all = stream.read_some();
+    while (!shows(tested.get_fd_rtpt(), POLLOUT))
+        all += stream.read_some();
+    say(8);
+    while (!all.ends_with(pcm_of(8)))
+        all += stream.read_some();
+    std::size_t begun = 0;
+    for (std::size_t at = 0, next; at < all.size(); at = next, begun++) {
+        next = std::min(all.find(head, at + 1), all.size());
+        ASSERT_EQ(all.compare(at, head.size(), head), 0);
+        EXPECT_LE(next - at, frame);
+    }
+    EXPECT_LE(begun, sent - lost + 1);
+    auto const number = [&](std::size_t at) {
+        return rtp_packet::parse(all.substr(at + 6, frame - 6)).sequence;
+    };
+    EXPECT_EQ(std::uint16_t(number(all.size() - frame) - number(0)), std::uint16_t(sent))
+        << "what was refused was counted";
+}
+
+TEST_F(slow_peer, a_tcp_peer_that_resets_is_closed_and_left_alone) {
+    for (bool const notice_by_sending : {false, true}) {
+        tcp_stream stream = call();
+        stream.reset();
+        ASSERT_TRUE(shows(tested.get_fd_rtpt(), POLLIN));
+        if (notice_by_sending) {
+            EXPECT_EQ(say(7), failure(ECONNRESET));
+        }
+        tested.process_rtpt();
+        EXPECT_EQ(peer.log_lines(),
+                  lines{"7 RTP connection to " + to_string(utils::readable_ip(far.address())) + " closed"});
+        EXPECT_EQ(tested.get_fd_rtpt(), -1);
+        EXPECT_EQ(say(7), lines{});
     }
 }
 

@@ -1,13 +1,8 @@
 #include <filesystem>
-#include <string>
-
-#include <gtest/gtest.h>
 
 #include "dsp/devmgr.h"
 #include "lib/callback_argument.h"
 #include "lib/timeout.h"
-#include "media/channel.h"
-#include "tests/support/bytes.h"
 #include "tests/support/manual_clock.h"
 #include "tests/support/media_fixture.h"
 #include "tests/support/stepped_lines.h"
@@ -19,20 +14,16 @@ namespace {
 class steady_state : public media_fixture {
 protected:
     steady_state() {
-        for (int line = 0; line < devmgr_count; line++) {
-            std::filesystem::remove(telephone.path(line));
-            std::filesystem::create_symlink("/dev/zero", telephone.path(line));
-        }
-        std::string map(128, '\xFF');
-        for (char number = 0; number < 8; number++)
-            map[static_cast<std::size_t>(number)] = number;
-        for (int i = 0; i < channel_count; i++)
-            channels[i].open(20000, 60000, 0);
         for (int i = 0; i < channel_count; i++) {
-            int const partner = i ^ 1, coder = i / 2 * 2 % 7;  // 0 linear, 2 A-law, 4 GSM, 6 G.726
-            ip_port const there(str(127, 0, 0, 1), channels[partner].get_rtp_port());
-            channels[i].set_codec(i % 2 == 0 ? coder : coder + 1, coder + i % 2, 7, to_str(map),
-                                  i < 4 ? 20 : 30);
+            std::filesystem::remove(telephone.path(i / 2));
+            std::filesystem::create_symlink("/dev/zero", telephone.path(i / 2));
+            channels[i].open(20000, 60000, 0);
+        }
+        for (int i = 0; i < channel_count; i++) {
+            int const coder =
+                i / 2 * 2 % 7 + i % 2;  // linear and mu-law, A-law and G.729, GSM and G.722, G.726
+            ip_port const there(str(127, 0, 0, 1), channels[i ^ 1].get_rtp_port());
+            channels[i].set_codec(coder, coder, 7, to_str(from_hex("0001020304050607")), i < 4 ? 20 : 30);
             channels[i].set_ssrc(to_str(be32(0x1000u + static_cast<unsigned>(i))));
             channels[i].set_destination(there, ip_port(there.address, there.port + 1), false);
             channels[i].set_tdm_channel(i / 2);
@@ -46,10 +37,8 @@ protected:
             timeout_queue::global_queue.next();
         for (int line = 0; line < devmgr_count; line++) {
             devmgrs[line].read_audio();
-            if (!devmgrs[line].output_available())
-                continue;
-            devmgrs[line].write_audio();
-            written++;
+            if (devmgrs[line].output_available())
+                devmgrs[line].write_audio(), written++;
         }
         for (int i = 0; i < channel_count; i++) {
             if (tick % 700 == 0)

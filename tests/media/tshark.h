@@ -3,7 +3,6 @@
 #include <cstdio>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -15,40 +14,28 @@
 namespace tshark {
 
 /// Dissects RTCP compound packets. One line for each: the values of the fields, separated by "|", several of one
-/// field by ",". The line ends with the complaint when the analyser has one. Throws when it cannot be run.
-inline std::vector<std::string> rtcp_fields(std::vector<std::string> const& packets,
-                                            std::vector<std::string> const& fields) {
+/// field by ",", at last the complaint when the analyser has one. Throws when it cannot be run.
+inline std::string rtcp_fields(std::vector<std::string> const& packets, std::string const& fields) {
     std::filesystem::path const directory = make_temporary_directory();
-    std::string const text = directory / "packets.txt", capture = directory / "packets.pcap";
-    std::ofstream dump(text);
+    std::ofstream dump(directory / "packets.txt");
     for (std::string const& packet : packets) {
         dump << "0000";
-        for (std::size_t i = 0; i < packet.size(); i++)
-            dump << ' ' << to_hex(packet.substr(i, 1));
+        for (char const byte : packet)
+            dump << ' ' << to_hex({&byte, 1});
         dump << "\n\n";
     }
     dump.close();
-    std::string command = "text2pcap -q -F pcap -u 5005,5005 " + text + " " + capture + " && tshark -r " +
-                          capture + " -d udp.port==5005,rtcp -T fields -E separator='|'";
-    for (std::string const& field : fields)
-        command += " -e " + field;
-    command += " -e _ws.expert.message 2>" + std::string(directory / "errors");
+    std::string const command = "cd " + directory.string() +
+                                " && text2pcap -q -F pcap -u 5005,5005 packets.txt packets.pcap && "
+                                "tshark -r packets.pcap -d udp.port==5005,rtcp -T fields -E separator='|' " +
+                                fields + " -e _ws.expert.message 2>errors";
     FILE* const output = popen(command.c_str(), "r");
-    std::string all;
-    char buffer[4096];
-    for (std::size_t n; output && (n = fread(buffer, 1, sizeof buffer, output)) > 0;)
-        all.append(buffer, n);
+    std::string lines(65536, 0);
+    lines.resize(output ? fread(lines.data(), 1, lines.size(), output) : 0);
     bool const ran = output && pclose(output) == 0;
     std::filesystem::remove_all(directory);
     if (!ran)
         throw std::runtime_error("tshark and text2pcap are needed (scripts/install-packages test)");
-    std::vector<std::string> lines;
-    std::istringstream stream(all);
-    for (std::string line; std::getline(stream, line);) {
-        if (line.ends_with('|'))
-            line.pop_back();
-        lines.push_back(line);
-    }
     return lines;
 }
 

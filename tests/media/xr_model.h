@@ -6,41 +6,38 @@
 #include <limits>
 #include <map>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "tests/support/bytes.h"
 
 /// The chunks of one run-length encoded list of bits, cut out of the list as a whole: a run of up to 16383 equal bits
 /// becomes a chunk when it is at least 15 long, full or last; a shorter one is lost, and so is the bit behind it, and
-/// the 15 bits that follow become a vector.
+/// the 15 bits that follow become a vector. A full vector at the end is followed by an empty run.
 inline std::string model_chunks(std::vector<bool> const& bits) {
     std::string chunks;
     std::size_t const n = bits.size();
-    bool value = false;
-    std::size_t length = 0;
-    bool vector_last = false;
+    bool value = false, ended = false;
     for (std::size_t i = 0; i < n;) {
+        std::size_t length = 1;
         value = bits[i];
-        for (length = 0; i + length < n && bits[i + length] == value && length < 16383;)
+        while (i + length < n && bits[i + length] == value && length < 16383)
             length++;
-        vector_last = false;
-        if (i + length == n || length >= 15) {
+        ended = i + length == n;
+        if (ended || length >= 15) {
+            chunks += be16((value ? 0x4000u : 0u) + static_cast<unsigned>(length));
             i += length;
-            if (i < n)
-                chunks += be16((value ? 0x4000u : 0u) + static_cast<unsigned>(length));
             continue;
         }
         i += length + 1;
-        unsigned vector = 0;
-        for (std::size_t k = 0; k < 15; k++)
-            vector = vector * 2 + (i + k < n && bits[i + k] ? 1 : 0);
-        chunks += be16(0x8000 + vector);
-        vector_last = i + 15 > n;
-        i = std::min(i + 15, n);
-        length = 0;
+        unsigned vector = 1;
+        for (std::size_t const end = i + 15; i < end; i++)
+            vector = vector * 2 + (i < n && bits[i]);
+        chunks += be16(vector);
+        ended = i > n;
     }
-    if (!vector_last)
-        chunks += be16((value ? 0x4000u : 0u) + static_cast<unsigned>(length));
+    if (!ended)
+        chunks += be16(value ? 0x4000 : 0);
     return chunks.size() % 4 ? chunks + be16(0) : chunks;
 }
 
@@ -54,47 +51,42 @@ public:
 
     void monitor(std::int32_t seq, std::uint32_t timestamp, std::uint32_t time) {
         if (period.empty())
-            base = static_cast<std::int64_t>(seq) - 16;
+            base = static_cast<number>(seq) - 16;
         if (seq < base || seq >= base + 512)
             return;
-        if (period.count(seq) == 0)
-            period[seq] = {timestamp, time, 0};
-        period[seq].copies++;
-        highest = std::max<std::int64_t>(highest, seq);
+        period.try_emplace(seq, event{timestamp, time, 0}).first->second.copies++;
+        highest = std::max<number>(highest, seq);
     }
     void discard() { discarded++; }
     void jitter_buffer(int ms) { sizes.push_back(ms); }
 
     int jitter() {
         transits.clear();
-        std::int64_t j = 0;
-        for (auto const& [seq, known] : period) {
-            auto const next = period.find(seq + 1);
-            if (next == period.end())
-                continue;
-            auto const d =
-                static_cast<std::int32_t>(next->second.timestamp - known.timestamp) -
-                static_cast<std::int64_t>(static_cast<std::int32_t>(next->second.time - known.time));
-            transits.push_back(std::abs(d));
-            j += (transits.back() - j) / 16;
-        }
+        number j = 0;
+        for (auto const& [seq, a] : period)
+            if (auto const b = period.find(seq + 1); b != period.end()) {
+                transits.push_back(
+                    std::abs(since(b->second.timestamp, a.timestamp) - since(b->second.time, a.time)));
+                j += (transits.back() - j) / 16;
+            }
         return static_cast<int>(j);
     }
 
-    std::string packet(std::string const& remote, std::string const& local, unsigned delay, long long now_ns,
-                       std::uint32_t ntp_offset) {
+    std::string packet(std::string const& remote_ssrc, std::string const& local, unsigned delay,
+                       long long now_ns, std::uint32_t ntp_offset) {
         if (period.empty())
             return "";
+        remote = remote_ssrc;
         if (!started)
-            before = period.begin()->first - std::int64_t{1};
+            before = period.begin()->first - 1;
         started = true;
-        std::string blocks = rle(1, loss_max, remote) + rle(2, dup_max, remote) + receipt_times(remote);
+        std::string blocks = rle(1, loss_max) + rle(2, dup_max) + receipt_times();
         if (summary)
-            blocks += statistics(remote);
+            blocks += statistics();
         if (voip)
-            blocks += metrics(remote, delay);
+            blocks += metrics(delay);
         if (rtt)
-            blocks += reference(now_ns, ntp_offset) + answer(remote, now_ns);
+            blocks += reference(now_ns, ntp_offset) + answer(now_ns);
         before = highest;
         period.clear();
         sizes.clear();
@@ -102,6 +94,7 @@ public:
     }
 
 private:
+    using number = std::int64_t;
     struct event {
         std::uint32_t timestamp, time;
         int copies;
@@ -111,66 +104,63 @@ private:
         std::uint32_t time;
     };
 
-    static std::string head(int type, int specific, std::size_t words) {
-        return std::string{static_cast<char>(type), static_cast<char>(specific)} +
-               be16(static_cast<unsigned>(words));
-    }
-    static std::int64_t nearest(std::int64_t a, std::int64_t b) { return (a + b / 2) / b; }
+    static number since(std::uint32_t a, std::uint32_t b) { return static_cast<std::int32_t>(a - b); }
+    static number nearest(number a, number b) { return b ? (a + b / 2) / b : 0; }
+    static std::string field(number v) { return be16(static_cast<unsigned>(v & 0xFFFF)); }
+    static std::string long_field(number v) { return be32(static_cast<std::uint32_t>(v)); }
 
-    std::string rle(int type, int limit, std::string const& remote) const {
-        for (int t = 0; t < 16 && limit > 0; t++) {
+    std::string block(int type, int specific, std::string const& body) const {
+        return field(type << 8 | specific) + field(static_cast<number>(body.size()) / 4 + 1) + remote + body;
+    }
+    /// The block of the least thinning that is shorter than the limit.
+    template <typename builder>
+    std::string thinned(int type, int limit, builder const& body) const {
+        for (int t = 0; t < 16; t++)
+            if (std::string const one = block(type, t, body(1 << t)); static_cast<int>(one.size()) < limit)
+                return one;
+        return "";
+    }
+
+    std::string rle(int type, int limit) const {
+        return thinned(type, limit, [&](int each) {
             std::vector<bool> bits;
-            std::int64_t last = before, begin = -1, behind = 0;
-            auto const add = [&](std::int64_t seq, bool bit) {
+            number last = before, begin = -1;
+            auto const add = [&](number seq, bool bit) {
                 begin = begin < 0 ? seq : begin;
-                behind = seq + 1;
                 bits.push_back(bit);
             };
             for (auto const& [seq, known] : period) {
-                if (seq % (1 << t) != 0)
+                if (seq % each != 0)
                     continue;
                 for (; seq > last + 1; last++)
                     add(last, false);
-                last = seq;
-                add(seq, type == 1 || known.copies > 1);
+                add(last = seq, type == 1 || known.copies > 1);
             }
-            std::string const chunks = model_chunks(bits);
-            std::string const block = head(type, t, chunks.size() / 4 + 2) + remote +
-                                      be16(static_cast<unsigned>(begin & 0xFFFF)) +
-                                      be16(static_cast<unsigned>(behind & 0xFFFF)) + chunks;
-            if (block.size() < static_cast<std::size_t>(limit))
-                return block;
-        }
-        return "";
+            return field(begin) + field(bits.empty() ? 0 : last + 1) + model_chunks(bits);
+        });
     }
 
-    std::string receipt_times(std::string const& remote) const {
-        for (int t = 0; t < 16 && times_max > 0; t++) {
-            std::string groups;
-            for (auto from = period.begin(); from != period.end();) {
-                std::string times;
-                std::int64_t seq = from->first;
-                auto const first = static_cast<unsigned>(seq);
-                if (seq % (1 << t) != 0) {
-                    ++from;
+    std::string receipt_times() const {
+        return thinned(3, times_max, [&](int each) {
+            std::string groups, times;
+            for (auto const& [seq, known] : period) {
+                if (seq % each != 0)
                     continue;
-                }
-                for (; from != period.end() && from->first == seq && seq % (1 << t) == 0; ++from, ++seq)
-                    times += be32(from->second.time);
-                groups += be16(first & 0xFFFF) + be16(static_cast<unsigned>(seq & 0xFFFF)) + times;
+                if (times.empty())
+                    groups += field(seq);
+                times += be32(known.time);
+                if (each > 1 || period.count(seq + 1) == 0)
+                    groups += field(seq + 1) + std::exchange(times, "");
             }
-            std::string const block = head(3, t, groups.size() / 4 + 1) + remote + groups;
-            if (block.size() < static_cast<std::size_t>(times_max))
-                return block;
-        }
-        return "";
+            return groups;
+        });
     }
 
-    std::string statistics(std::string const& remote) const {
-        std::int64_t lowest = std::numeric_limits<std::int32_t>::max(), top = 0;
-        unsigned lost = 0, duplicates = 0;
+    std::string statistics() const {
+        constexpr number none = std::numeric_limits<std::int32_t>::max();
+        number lowest = none, top = 0, lost = 0, duplicates = 0;
         std::size_t left = period.size();
-        for (std::int64_t seq = base; seq < base + 511 && left > 0; seq++) {
+        for (number seq = base; seq < base + 511 && left > 0; seq++) {
             auto const found = period.find(seq);
             if (found == period.end()) {
                 lost += lowest < seq;
@@ -181,23 +171,21 @@ private:
             top = std::max(top, seq);
             duplicates += found->second.copies > 1;
         }
-        std::int64_t sum = 0, squares = 0, least = std::numeric_limits<std::int32_t>::max(), most = 0;
-        for (std::int64_t const d : transits) {
+        number sum = 0, squares = 0, least = none, most = 0;
+        for (number const d : transits) {
             sum += d;
             squares += d * d;
             least = std::min(least, d);
             most = std::max(most, d);
         }
-        auto const n = static_cast<std::int64_t>(transits.size());
-        std::int64_t const mean = n ? nearest(sum, n) : 0;
-        std::int64_t const variance = n ? nearest(squares, n) - mean * mean : 0;
-        std::int64_t deviation = 0;
-        if (variance > 0)
-            deviation = static_cast<std::int64_t>(std::sqrt(static_cast<long double>(variance)));
-        return head(6, 0xE0, 9) + remote + be16(static_cast<unsigned>(lowest & 0xFFFF)) +
-               be16(static_cast<unsigned>(top & 0xFFFF)) + be32(lost) + be32(duplicates) +
-               be32(static_cast<std::uint32_t>(least)) + be32(static_cast<std::uint32_t>(most)) +
-               be32(static_cast<std::uint32_t>(mean)) + be32(static_cast<std::uint32_t>(deviation)) + be32(0);
+        auto const n = static_cast<number>(transits.size());
+        number const mean = nearest(sum, n),
+                     variance = std::max<number>(nearest(squares, n) - mean * mean, 0);
+        return block(6, 0xE0,
+                     field(lowest) + field(top) + long_field(lost) + long_field(duplicates) +
+                         long_field(least) + long_field(most) + long_field(mean) +
+                         long_field(static_cast<number>(std::sqrt(static_cast<long double>(variance)))) +
+                         long_field(0));
     }
 
     /// The fed packet that lies `back` behind the newest; those before the first count as received at 0.
@@ -218,81 +206,66 @@ private:
         } else if (bursting && clean) {
             bursting = false;
             std::uint32_t const end = behind_newest(15).time;
-            burst_ms += static_cast<std::int32_t>(end - burst_from) / 8;
+            burst_ms += since(end, burst_from) / 8;
             burst_from = end;
             bursts++;
         }
         (bursting ? lost_in_burst : lost_in_gap)++;
     }
 
-    std::string metrics(std::string const& remote, unsigned delay) {
+    std::string metrics(unsigned delay) {
         for (auto const& [seq, known] : period) {
-            if (!all.empty())
-                for (std::int64_t missing = last_fed + 1; missing < seq; missing++)
-                    feed({false, 0});
-            if (all.empty())
-                first_time = known.time;
-            last_time = known.time;
+            for (number missing = last_fed + 1; !all.empty() && missing < seq; missing++)
+                feed({false, 0});
             feed({true, known.time});
             last_fed = seq;
         }
-        auto const ms_since = [&](std::uint32_t from) {
-            return (static_cast<std::int32_t>(last_time - from) + std::int64_t{4}) / 8;
+        auto const ms_since = [&](std::uint32_t from) { return (since(all.back().time, from) + 4) / 8; };
+        auto const share = [](number part, number whole) {
+            return static_cast<char>(whole < 1 ? 0 : std::min<number>(nearest(part * 256, whole), 255));
         };
-        auto const share = [](std::int64_t part, std::int64_t whole) {
-            return static_cast<char>(whole < 1 ? 0 : std::min<std::int64_t>(nearest(part * 256, whole), 255));
-        };
-        auto const field = [](std::int64_t v) { return be16(static_cast<unsigned>(v & 0xFFFF)); };
-        auto const position = static_cast<std::int64_t>(all.size());
-        std::int64_t const total = burst_ms + (bursting ? ms_since(burst_from) : 0),
-                           number = bursts + bursting;
-        std::int64_t const gaps = ms_since(first_time) - total;
-        std::int64_t sum = 0, most = 0;
+        auto const position = static_cast<number>(all.size());
+        number const total = burst_ms + (bursting ? ms_since(burst_from) : 0);
+        number const gaps = ms_since(all.front().time) - total;
+        number sum = 0, most = 0;
         for (int const ms : sizes) {
             sum += ms;
-            most = std::max<std::int64_t>(most, ms);
+            most = std::max<number>(most, ms);
         }
-        std::string block = head(7, 0, 8) + remote;
-        block += share(lost_in_burst + lost_in_gap, position);
-        block += share(discarded, position);
-        block += share(lost_in_burst, total);
-        block += share(lost_in_gap, gaps);
-        block += field(number ? std::min<std::int64_t>(nearest(total, number), 65535) : 0) +
-                 field(std::min<std::int64_t>(nearest(gaps, bursts + 1), 65535)) + field(delay) + field(0);
-        block += from_hex("7F7F7F10 00000000");
-        block +=
-            field(delay) + field(sizes.empty() ? 0 : nearest(sum, static_cast<std::int64_t>(sizes.size())));
-        return block + static_cast<char>(most) + static_cast<char>(most >> 8) + "\xFF\xFF";
+        return block(7, 0,
+                     std::string{share(lost_in_burst + lost_in_gap, position), share(discarded, position),
+                                 share(lost_in_burst, total), share(lost_in_gap, gaps)} +
+                         field(std::min<number>(nearest(total, bursts + bursting), 65535)) +
+                         field(std::min<number>(nearest(gaps, bursts + 1), 65535)) + field(delay) +
+                         from_hex("0000 7F7F7F10 00000000") + field(delay) +
+                         field(nearest(sum, static_cast<number>(sizes.size()))) + static_cast<char>(most) +
+                         static_cast<char>(most >> 8) + "\xFF\xFF");
     }
 
     static std::string reference(long long now_ns, std::uint32_t ntp_offset) {
-        auto const ms = static_cast<std::uint64_t>(now_ns / 1000000 % 1000);
-        return head(4, 0, 2) +
-               be32(static_cast<std::uint32_t>(now_ns / 1000000000) + ntp_offset + 2085978497u) +
-               be32(static_cast<std::uint32_t>(ms * 4294967296u / 1000000));
+        return from_hex("04000002") + long_field(now_ns / 1000000000 + ntp_offset + 2085978497) +
+               long_field((now_ns / 1000000 % 1000 << 32) / 1000000);
     }
 
-    std::string answer(std::string const& remote, long long now_ns) {
+    std::string answer(long long now_ns) {
         if (reference_time.empty())
             return "";
         auto const passed = static_cast<std::uint64_t>(now_ns - reference_arrival_ns) * 65536;
-        std::string const block =
-            head(5, 0, 3) + remote + reference_time + be32(static_cast<std::uint32_t>(passed) / 1000000);
-        reference_time.clear();
-        return block;
+        return block(5, 0,
+                     std::exchange(reference_time, "") + be32(static_cast<std::uint32_t>(passed) / 1000000));
     }
 
-    std::map<std::int64_t, event> period;
-    std::int64_t base = 0, before = 0;
-    std::int64_t highest = 0;
+    std::string remote;
+    std::map<number, event> period;
+    number base = 0, before = 0, highest = 0;
     bool started = false;
-    std::vector<std::int64_t> transits;
+    std::vector<number> transits;
     std::vector<int> sizes;
-    std::int64_t discarded = 0;
+    number discarded = 0;
 
     std::vector<fed> all;
-    std::int64_t last_fed = 0;
-    std::uint32_t first_time = 0, last_time = 0, burst_from = 0;
+    number last_fed = 0;
+    std::uint32_t burst_from = 0;
     bool bursting = false;
-    std::int64_t burst_ms = 0, bursts = 0, lost_in_burst = 0, lost_in_gap = 0;
+    number burst_ms = 0, bursts = 0, lost_in_burst = 0, lost_in_gap = 0;
 };

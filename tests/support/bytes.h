@@ -40,6 +40,12 @@ inline std::string to_hex(std::string_view bytes) {
     return text;
 }
 
+/// Hex text without its blanks.
+inline std::string unspaced(std::string text) {
+    std::erase(text, ' ');
+    return text;
+}
+
 /// Big-endian 16 and 32 bits.
 inline std::string be16(unsigned value) {
     return {static_cast<char>(value >> 8), static_cast<char>(value)};

@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -10,10 +11,14 @@
 #include "media/channel.h"
 #include "tests/support/bytes.h"
 #include "tests/support/control_peer.h"
+#include "tests/support/rtp_builder.h"
 
 /// Eight idle channels and a call control that listens, for each test afresh; the random numbers are the same in
 /// every run.
 class media_fixture : public testing::Test {
+public:
+    using lines = std::vector<std::string>;
+
 protected:
     explicit media_fixture(int log_threshold = -1) : peer(log_threshold) {
         utils::seed_rand(20240229);
@@ -28,6 +33,13 @@ protected:
             channels[i].init();
         channels.clear();
         ipv4 = ipv6 = true;
+    }
+
+    /// Linear PCM for every payload type in both directions, packets of 10 ms, SSRC 11223344.
+    static void begin_call(channel& c) {
+        c.init();
+        c.set_codec(0, 0, -1, to_str(std::string(128, '\0')), 10);
+        c.set_ssrc(to_str(from_hex("11223344")));
     }
 
     control_peer peer;
@@ -47,4 +59,21 @@ inline int first_sample(std::string_view pcm) {
     std::int16_t sample = 0;
     pcm.copy(reinterpret_cast<char*>(&sample), sizeof sample);
     return sample;
+}
+
+/// 10 ms of linear PCM whose samples are the packet's name.
+inline rtp_packet named_packet(int sequence, int name, std::uint32_t ssrc = 0xAAAA0001) {
+    rtp_packet packet;
+    packet.sequence = static_cast<std::uint16_t>(sequence);
+    packet.timestamp = static_cast<std::uint32_t>(sequence) * 80;
+    packet.ssrc = ssrc;
+    packet.payload = pcm_of(name);
+    return packet;
+}
+
+/// The next block that a channel plays: the number that all of its samples are.
+inline int play(channel& c) {
+    std::string const block = to_string(c.get_samples());
+    EXPECT_EQ(to_hex(block), to_hex(pcm_of(first_sample(block))));
+    return first_sample(block);
 }

@@ -4,20 +4,7 @@
 #include <random>
 #include <string>
 
-/// Seeds of a randomised test: `count` of them from `first` on, or the one that the environment variable
-/// FXSMEDIA_TEST_SEED names, which repeats a failed run. Put seed_trace() in scope so that a failure names it.
-struct seed_range {
-    unsigned first;
-    unsigned count;
-
-    template <typename action>
-    void for_each(action const& act) const {
-        if (char const* const chosen = std::getenv("FXSMEDIA_TEST_SEED"))
-            return act(static_cast<unsigned>(std::stoul(chosen)));
-        for (unsigned seed = first; seed < first + count; seed++)
-            act(seed);
-    }
-};
+#include <gtest/gtest.h>
 
 inline std::string seed_trace(unsigned seed) {
     return "repeat with FXSMEDIA_TEST_SEED=" + std::to_string(seed);
@@ -36,4 +23,28 @@ public:
 
 private:
     std::mt19937 engine;
+};
+
+/// Seeds of a randomised test: `count` of them from `first` on, or the one that the environment variable
+/// FXSMEDIA_TEST_SEED names, which repeats a failed run. Put seed_trace() in scope so that a failure names it.
+struct seed_range {
+    unsigned first;
+    unsigned count;
+
+    template <typename action>
+    void for_each(action const& act) const {
+        if (char const* const chosen = std::getenv("FXSMEDIA_TEST_SEED"))
+            return act(static_cast<unsigned>(std::stoul(chosen)));
+        for (unsigned seed = first; seed < first + count; seed++)
+            act(seed);
+    }
+    /// The same with dice of each seed; a failure names it.
+    template <typename action>
+    void roll(action const& act) const {
+        for_each([&](unsigned seed) {
+            SCOPED_TRACE(seed_trace(seed));
+            dice random(seed);
+            act(random);
+        });
+    }
 };

@@ -3,7 +3,6 @@
 #include <string>
 #include <string_view>
 
-#include <arpa/inet.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -13,6 +12,12 @@
 #include "lib/address.h"
 #include "tests/support/bytes.h"
 #include "tests/support/udp_peer.h"
+
+/// Whether a socket shows an event of poll() within ten seconds.
+inline bool shows(int fd, short event, int patience_ms = 10000) {
+    pollfd wanted{fd, event, 0};
+    return poll(&wanted, 1, patience_ms) == 1;
+}
 
 /// One accepted connection of a far end; closed with it.
 class tcp_stream {
@@ -24,6 +29,13 @@ public:
     void send(std::string_view bytes) const {
         EXPECT_EQ(::send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL), static_cast<ssize_t>(bytes.size()));
     }
+    /// All that is there; waits for something.
+    std::string read_some() const {
+        std::string bytes(shows(fd, POLLIN) ? 65536 : 0, 0);
+        ssize_t const n = recv(fd, bytes.data(), bytes.size(), 0);
+        EXPECT_GT(n, 0);
+        return bytes.substr(0, static_cast<std::size_t>(n));
+    }
     /// Exactly n bytes; waits for them.
     std::string read(std::size_t n) const {
         std::string bytes(n, 0);
@@ -33,40 +45,33 @@ public:
         return bytes;
     }
     /// Whether nothing more has come and the other side has not closed.
-    bool quiet() const {
-        char c;
-        return recv(fd, &c, 1, MSG_PEEK | MSG_DONTWAIT) < 0;
-    }
+    bool quiet() const { return !shows(fd, POLLIN, 0); }
     bool closed_by_peer() const {
-        pollfd readable{fd, POLLIN, 0};
         char c;
-        return poll(&readable, 1, 10000) == 1 && recv(fd, &c, 1, MSG_PEEK) <= 0;
+        return shows(fd, POLLIN) && recv(fd, &c, 1, MSG_PEEK) <= 0;
     }
     void hang_up() {
         if (fd >= 0)
             close(fd);
         fd = -1;
     }
+    void reset() {
+        linger const at_once{1, 0};
+        setsockopt(fd, SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
+        hang_up();
+    }
 
 private:
     int fd;
 };
 
-/// A far end that waits for connections on a loopback port.
+/// A far end that waits for connections on a loopback port; with a receive buffer of so many bytes.
 class tcp_listener {
 public:
-    explicit tcp_listener(bool over_ipv6 = false)
+    explicit tcp_listener(bool over_ipv6 = false, int buffer = 1 << 16)
         : ipv6(over_ipv6), fd(socket(over_ipv6 ? AF_INET6 : AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
-        sockaddr_in6 v6{};
-        v6.sin6_family = AF_INET6;
-        v6.sin6_addr = in6addr_loopback;
-        sockaddr_in v4{};
-        v4.sin_family = AF_INET;
-        v4.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-        EXPECT_EQ(ipv6 ? bind(fd, reinterpret_cast<sockaddr*>(&v6), sizeof v6)
-                       : bind(fd, reinterpret_cast<sockaddr*>(&v4), sizeof v4),
-                  0);
-        EXPECT_EQ(listen(fd, 8), 0);
+        setsockopt(fd, SOL_SOCKET, SO_RCVBUF, &buffer, sizeof buffer);  // accepted sockets inherit it
+        EXPECT_EQ(listen(fd, 8), 0);                                    // binds to a free port
     }
     ~tcp_listener() { close(fd); }
     tcp_listener(tcp_listener const&) = delete;
@@ -78,13 +83,10 @@ public:
     }
     /// The next connection; waits for it.
     tcp_stream accept() const {
-        EXPECT_TRUE(connection_waits(10000));
+        EXPECT_TRUE(shows(fd, POLLIN));
         return tcp_stream(::accept(fd, nullptr, nullptr));
     }
-    bool connection_waits(int patience_ms = 0) const {
-        pollfd readable{fd, POLLIN, 0};
-        return poll(&readable, 1, patience_ms) == 1;
-    }
+    bool connection_waits() const { return shows(fd, POLLIN, 0); }
 
 private:
     bool ipv6;
