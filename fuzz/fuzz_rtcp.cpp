@@ -7,8 +7,6 @@
 
 namespace {
 
-enum step { datagram, tcp, other_sender, rtp, bye, step_count };
-
 /// The walk over a compound ends, and gives each packet within it.
 void check_walk(str const& compound) {
     int packets = 0, bytes = 0;
@@ -32,15 +30,16 @@ void check_padding(str const& packet) {
 
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
-    fuzz_input input(data, size);
-    channel& tested = fuzz_channel();
+FUZZ_TARGET(rtcp) {
+    enum step { datagram, tcp, other_sender, rtp, bye, step_count };
+    fuzz_call call;
+    channel& tested = call.tested;
     if (input.byte() & 1)
         tested.set_srtp(str('r', 30), str('t', 30), 10, str("mki"));
     ip_port const peer(str('\1', 4), 5005), other(str('\2', 4), 5005);
-    while (!input.empty()) {
+    while (input.more(100)) {
         unsigned const what = input.byte();
-        fuzz_advance(input.byte());
+        call.advance(input.byte());
         str const bytes = input.piece();
         check_walk(bytes);
         check_padding(bytes);
@@ -51,7 +50,6 @@ extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size
             case rtp: tested.process_rtp_data(bytes, peer, false, rtimestamp::now()); break;
             default: tested.send_rtcp_bye(bytes); break;
         }
-        fuzz_report(tested);
+        call.report();
     }
-    return 0;
 }

@@ -7,16 +7,13 @@
 
 namespace {
 
-enum step { good, foreign, damaged, truncated, rekey, step_count };
-
-constexpr int tag_lengths[] = {10, 4, 20, 8};
 constexpr int header_bytes = 12;
 constexpr int payload_bytes = 160;
 
 /// A peer of the channel: the module's own sender, whose agreement with others is tested elsewhere.
-class sender {
+class srtp_sender {
 public:
-    sender(int tag_length, str const& mki) : trailer{tag_length, mki}, material(str('k', 30)) {
+    srtp_sender(int tag_length, str const& mki) : trailer{tag_length, mki}, material(str('k', 30)) {
         key(material);
     }
 
@@ -24,8 +21,9 @@ public:
         material = chosen;
         srtp_init(tx, material.leftstr(16), material.substr(16), str("PEER"));
     }
-    str const& get_material() const { return material; }
-    srtp_trailer const& get_trailer() const { return trailer; }
+    void key_receiver(channel& receiver) const {
+        receiver.set_srtp(material, material, trailer.tag_length, trailer.mki);
+    }
 
     /// The next packet, of samples that are its number.
     str packet() {
@@ -45,54 +43,47 @@ private:
     std::uint32_t sequence = 65500;  // wraps soon
 };
 
-void deliver(channel& tested, str const& data, long long at_ms) {
-    tested.process_rtp_data(data, ip_port(str('\1', 4), 4000), false, rtimestamp(at_ms * 1000000));
-}
-
 }  // namespace
 
-extern "C" int LLVMFuzzerTestOneInput(std::uint8_t const* data, std::size_t size) {
-    fuzz_input input(data, size);
+FUZZ_TARGET(srtp) {
+    enum step { good, foreign, damaged, truncated, rekey, step_count };
+    constexpr int tag_lengths[] = {10, 4, 20, 8};
     unsigned const shape = input.byte();
-    channel& tested = fuzz_channel();
-    sender peer(tag_lengths[shape % 4], str('m', static_cast<int>(shape >> 4)));
-    auto const key = [&] {
-        tested.set_srtp(peer.get_material(), peer.get_material(), peer.get_trailer().tag_length,
-                        peer.get_trailer().mki);
-    };
-    key();
+    fuzz_call call;
+    srtp_sender peer(tag_lengths[shape % 4], str('m', static_cast<int>(shape >> 4)));
+    peer.key_receiver(call.tested);
     long long at_ms = 1000;
+    auto const deliver = [&](str const& data) {
+        call.tested.process_rtp_data(data, ip_port(str('\1', 4), 4000), false, rtimestamp(at_ms * 1000000));
+    };
     auto const deliver_good = [&] {
         at_ms += 10;
-        deliver(tested, peer.packet(), at_ms);
-        FUZZ_CHECK(tested.output_available());
-        FUZZ_CHECK(tested.get_samples() == peer.plain());
+        deliver(peer.packet());
+        FUZZ_CHECK(call.tested.output_available());
+        FUZZ_CHECK(call.tested.get_samples() == peer.plain());
     };
     deliver_good();
-    while (!input.empty()) {
+    while (input.more(60)) {
         unsigned const what = input.byte(), parameter = input.byte();
         switch (what % step_count) {
             case good: deliver_good(); break;
-            case foreign: deliver(tested, input.piece(), at_ms); break;
+            case foreign: deliver(input.piece()); break;
             case damaged: {
-                str bad = sender(peer).packet();
+                str bad = srtp_sender(peer).packet();
                 int const at = 2 + static_cast<int>(parameter) % (header_bytes + payload_bytes - 2);
                 bad.set_character(at, static_cast<unsigned char>(bad[at] ^ (1 + what / step_count)));
-                deliver(tested, bad, at_ms);
+                deliver(bad);
                 break;
             }
             case truncated:
-                deliver(tested, sender(peer).packet().leftstr(static_cast<int>(parameter) % 172), at_ms);
+                deliver(srtp_sender(peer).packet().leftstr(static_cast<int>(parameter) % 172));
                 break;
             default:
                 peer.key(str(static_cast<unsigned char>(parameter), 30));
-                key();
+                peer.key_receiver(call.tested);
                 break;
         }
-        FUZZ_CHECK(!tested.output_available());
+        FUZZ_CHECK(!call.tested.output_available());
     }
-    while (tested.output_available())
-        fuzz_play(tested, 1);
-    fuzz_report(tested);
-    return 0;
+    call.report();
 }

@@ -2,25 +2,26 @@
 
 #include "lib/random.h"
 #include "lib/timeout.h"
-#include "media/line.h"
 #include "srtp/aes_tables.h"
+#include "tests/sim/world.h"
 
 namespace {
 
-std::uint32_t clock_reading = 0;
-
 constexpr int block_bytes = 160;  // 10 ms
 
-void set_up_process() {
-    static bool done = false;
-    if (done)
-        return;
-    done = true;
-    rtimestamp::raw_clock = [] { return clock_reading; };
-    aes_compute_tables();
-    channels.resize(channel_count);
-    for (int i = 0; i < channel_count; i++)
-        channels[i].set_id(i);
+channel& idle_channel() {
+    if (!channels.valid(0)) {
+        aes_compute_tables();
+        channels.resize(channel_count);
+        for (int i = 0; i < channel_count; i++)
+            channels[i].set_id(i);
+    }
+    utils::seed_rand(1);
+    channels[0].init();
+    // The contexts keep the material of the last call.
+    channels[0].set_srtp(str('r', 30), str('t', 30), 10, str("mki"));
+    channels[0].init();
+    return channels[0];
 }
 
 }  // namespace
@@ -33,11 +34,15 @@ str fuzz_input::bytes(unsigned n) {
     return result;
 }
 
-channel& fuzz_channel() {
-    set_up_process();
-    utils::seed_rand(1);
-    channel& tested = channels[0];
-    tested.init();
+fuzz_target const* fuzz_target::find(std::string const& name) {
+    fuzz_target const* found = first;
+    while (found && found->name != name)
+        found = found->next;
+    return found;
+}
+
+fuzz_call::fuzz_call() : tested(idle_channel()), memory_before(sim::world::pool_in_use()) {
+    init_timestamps();
     str map;
     for (unsigned i = 0; i < 128; i++)
         map += static_cast<unsigned char>(i == 127 ? 0xFF : i % 8);
@@ -46,23 +51,31 @@ channel& fuzz_channel() {
     tested.set_call_id(str("call"));
     tested.set_rtcp_xr(
         str("pkt-loss-rle pkt-dup-rle=100 pkt-rcpt-times=60 rcvr-rtt stat-summary voip-metrics"));
-    return tested;
 }
 
-void fuzz_advance(unsigned hundredths) {
-    clock_reading += hundredths;
+fuzz_call::~fuzz_call() {
+    idle_channel();
+    FUZZ_CHECK(!tested.output_available());
+    FUZZ_CHECK(sim::world::pool_in_use() == memory_before);
+    FUZZ_CHECK(timeout_queue::global_queue.empty());
+}
+
+void fuzz_call::advance(unsigned hundredths) {
+    clock.advance(hundredths);
     while (timeout_queue::global_queue.delay(false) == 0)
         timeout_queue::global_queue.next();
 }
 
-void fuzz_play(channel& tested, unsigned n) {
+void fuzz_call::play(int n) {
     for (; n > 0; n--) {
+        bool const available = tested.output_available();
         str const block = tested.get_samples();
         FUZZ_CHECK(block.length() == block_bytes);
+        FUZZ_CHECK(available || block == str('\0', block_bytes));
     }
 }
 
-void fuzz_report(channel& tested) {
+void fuzz_call::report() {
     std::uint64_t const before = str::allocated_size;
     tested.send_rtcp_sr();
     FUZZ_CHECK(str::allocated_size - before < (8u << 20));
