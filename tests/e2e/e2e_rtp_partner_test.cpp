@@ -159,7 +159,8 @@ TEST(G729Partner, DecodesWhatTheLineSays) {
     EXPECT_LE(result.delay_ms, 20);
 }
 
-/// What ffmpeg encodes but can't send in packets of whole blocks is sent from here.
+/// What ffmpeg encodes but can't send in packets of whole blocks is sent from here, some packets before the clock
+/// starts, so that the line never waits for one that is on its way.
 TEST(FilePartner, IsHeardOnTheLine) {
     struct {
         protocol::codec_choice codec;
@@ -186,6 +187,7 @@ TEST(FilePartner, IsHeardOnTheLine) {
         ASSERT_TRUE(lines.wait_for_open(1));
         auto partner = protocol::control_client::connect_udp("127.0.0.1", opened.rtp_port);
         protocol::bytes payload(row.bytes_of_20_ms);
+        constexpr unsigned head_start = 4;
         for (unsigned packet = 0; coded.read(reinterpret_cast<char*>(payload.data()),
                                              static_cast<std::streamsize>(payload.size()));
              packet++) {
@@ -193,7 +195,8 @@ TEST(FilePartner, IsHeardOnTheLine) {
                 0x80, row.codec.payload_type, 1, static_cast<std::uint8_t>(packet), 0, 0, 0, 0, 1, 2, 3, 4};
             datagram.insert(datagram.end(), payload.begin(), payload.end());
             partner.send(datagram);
-            lines.run(2);
+            if (packet >= head_start)
+                lines.run(2);
         }
         comparison const result = compare({said.begin(), said.begin() + 12000}, lines.heard(0), 200);
         EXPECT_GE(result.similarity, row.least_similarity) << row.encoder;
