@@ -8,6 +8,10 @@ set(CMAKE_CXX_FLAGS_RELEASE "-O2")
 set(CMAKE_C_FLAGS_RELEASE "-O2")
 set(CMAKE_CXX_FLAGS_RELWITHDEBINFO "-O1 -g1")
 
+set(FXSMEDIA_TIME_BITS 64 CACHE STRING "Bits of time_t where the C library leaves the choice (32-bit glibc)")
+# 32-bit programs without large files don't see directory entries whose inode or offset needs more bits.
+add_compile_definitions(_FILE_OFFSET_BITS=64 _TIME_BITS=${FXSMEDIA_TIME_BITS})
+
 set(FXSMEDIA_SANITIZE "" CACHE STRING "Sanitizers to build everything with, e.g. address,undefined")
 
 add_compile_options(-Wall -Wextra -Wshadow -Wconversion -Wundef -Wcast-align -Werror)
@@ -35,12 +39,15 @@ function(fxs_library target)
     target_compile_options(${target} PRIVATE $<$<COMPILE_LANGUAGE:CXX>:${FXS_PRODUCT_OPTIONS}>)
 endfunction()
 
-# Under the sanitizers and where asked for, tools and tests are built quickly, each as one unit (the headers that they share cost most of
-# the time); what is under test keeps its optimisation.
+# Tools and tests are built as one unit each: the headers that they share cost most of the time. Under the sanitizers
+# and where FXSMEDIA_QUICK asks for it they are hardly optimised; what is under test keeps its optimisation.
 function(fxs_build_quickly target)
-    if(FXSMEDIA_SANITIZE OR FXSMEDIA_QUICK)
-        target_compile_options(${target} PRIVATE -O0 $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
-        set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 0)
+    set_target_properties(${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 0)
+    target_compile_options(${target} PRIVATE $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
+    if(FXSMEDIA_QUICK)
+        target_compile_options(${target} PRIVATE -O${FXSMEDIA_QUICK})
+    elseif(FXSMEDIA_SANITIZE)
+        target_compile_options(${target} PRIVATE -O0)
     endif()
 endfunction()
 
@@ -81,7 +88,7 @@ function(fxs_test name)
     set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR}/tests)
     fxs_build_quickly(${name})
     if(NOT TEST_TIMEOUT)
-        set(TEST_TIMEOUT 300)
+        set(TEST_TIMEOUT $<IF:$<BOOL:${CMAKE_CROSSCOMPILING_EMULATOR}>,1200,300>)
     endif()
     add_test(NAME ${name} COMMAND ${name})
     set_tests_properties(${name} PROPERTIES TIMEOUT ${TEST_TIMEOUT})

@@ -10,6 +10,10 @@
 
 #include "lib/log_line.h"
 
+#ifndef SIOCGSTAMP_OLD
+#define SIOCGSTAMP_OLD SIOCGSTAMP  // its name before Linux 5.1
+#endif
+
 namespace {
 
 constexpr int receive_buffer_bytes = 65536;  // no datagram is larger
@@ -140,10 +144,13 @@ str utils::recv_udp_packet6(int fd, ip_port& from) {
 }
 
 rtimestamp utils::receive_stamp(int fd) {
-    timeval stamp{};
-    if (ioctl(fd, SIOCGSTAMP, &stamp) != 0)
+    // The request that every kernel knows. It fills words of the kernel, whatever the C library's timeval is; those of
+    // 32 bits last until 2106.
+    unsigned long stamp[2] = {};
+    if (ioctl(fd, SIOCGSTAMP_OLD, stamp) != 0)
         return rtimestamp();
-    return time_of_day(stamp);
+    return rtimestamp(static_cast<long long>(stamp[0]) * 1000000000LL +
+                      static_cast<long long>(stamp[1]) * 1000LL);
 }
 
 rtimestamp utils::on_process_clock(rtimestamp const& stamp) {

@@ -300,7 +300,7 @@ private:
     int used_span(int& from) const;
 
     /// What buffers of strings without a block point to.
-    static unsigned char nothing[16];
+    static unsigned char nothing[];
 
     reference* ref;
     mutable str* next;

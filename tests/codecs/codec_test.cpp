@@ -46,7 +46,7 @@ std::uint64_t digest(std::string const& bytes) {
     bytes.copy(reinterpret_cast<char*>(values.data()), bytes.size());
     std::uint64_t sum = 14695981039346656037u;
     for (value const each : values)
-        sum = (sum ^ (each & 0xFFFFu)) * 1099511628211u;
+        sum = (sum ^ static_cast<std::uint64_t>(each & 0xFFFF)) * 1099511628211u;
     return sum;
 }
 
@@ -207,7 +207,7 @@ TEST(codec, event_state) {
     codec c;
     EXPECT_EQ(played(c, 12, 160), 0u);  // no digit, but its duration counts
     EXPECT_EQ(played(c, 1, 320), 160u);
-    for (size_t length : {0, 1, 3, 5, 160})
+    for (size_t length : {0u, 1u, 3u, 5u, 160u})
         EXPECT_EQ(decode(c, 7, (event(1, 10, 4000) + std::string(200, 0)).substr(0, length)), "") << length;
     EXPECT_EQ(played(c, 1, 480), 160u);
     for (int number : numbers)

@@ -52,12 +52,12 @@ TEST(dtmf_synthesizer, any_digits_at_any_attenuation) {
         std::int16_t block[80];
         std::memcpy(block, pcm.cbuffer(), sizeof block);
         for (std::int16_t const sample : block) {
-            long sum = 0;
+            std::int64_t sum = 0;
             if (dice != 2) {
                 sum = table(lows[layout[asked][0]], position) + table(highs[layout[asked][1]], position);
                 position++;
             }
-            long const wrapped = sum < 0 ? sum + 4294967296 : sum;
+            std::int64_t const wrapped = sum < 0 ? sum + 4294967296 : sum;
             ASSERT_EQ(sample, static_cast<std::int16_t>(wrapped / (attenuation + 10)))
                 << asked << ", block " << i;
         }

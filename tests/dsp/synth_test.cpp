@@ -45,7 +45,13 @@ std::array<std::int16_t, 80> block(synth& tone) {
 
 // One oscillator in floating point.
 double sine(int frequency, long n) {
-    auto const table = [](double at) { return std::round(32767 * std::sin(std::numbers::pi * at / 128)); };
+    static auto const sines = [] {
+        std::array<double, 257> values;
+        for (std::size_t i = 0; i < values.size(); i++)
+            values[i] = std::round(32767 * std::sin(std::numbers::pi * static_cast<double>(i) / 128));
+        return values;
+    }();
+    auto const table = [](double at) { return sines[static_cast<std::size_t>(at)]; };
     double const x = std::fmod(static_cast<double>(n) * frequency * 32, 4294967296.0);
     double const position = std::fmod(std::floor(x / 125), 2048) / 8, step = std::floor(position);
     return std::trunc(table(step) * (1 - position + step) + table(step + 1) * (position - step));

@@ -1,0 +1,18 @@
+# musl libc with the toolchain of scripts/build-musl, static. Other machines than this one set FXS_MACHINE before.
+if(NOT FXS_MACHINE)
+    set(FXS_MACHINE x86_64)
+endif()
+get_filename_component(musl ${CMAKE_CURRENT_LIST_DIR}/../../build/musl/${FXS_MACHINE} ABSOLUTE)
+set(CMAKE_SYSTEM_NAME Linux)
+set(CMAKE_SYSTEM_PROCESSOR ${FXS_MACHINE})
+set(CMAKE_C_COMPILER ${musl}/bin/musl-gcc)
+set(CMAKE_CXX_COMPILER ${musl}/bin/musl-g++)
+set(CMAKE_CXX_FLAGS_INIT -DGTEST_HAS_PTHREAD=0)  # that libstdc++ knows no threads
+set(CMAKE_EXE_LINKER_FLAGS_INIT -static)
+if(NOT FXS_MACHINE STREQUAL x86_64)
+    foreach(tool AR RANLIB STRIP)
+        string(TOLOWER ${tool} name)
+        set(CMAKE_${tool} /usr/bin/${FXS_MACHINE}-linux-gnu-${name} CACHE FILEPATH "")
+    endforeach()
+    set(CMAKE_CROSSCOMPILING_EMULATOR qemu-${FXS_MACHINE})
+endif()
