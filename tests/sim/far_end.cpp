@@ -133,9 +133,9 @@ void far_end::send_report() {
     last_report_sent = static_cast<std::uint32_t>(now);
     str const time =
         be32(static_cast<std::uint32_t>(now >> 16)) + be32(static_cast<std::uint32_t>(now << 16));
-    str packet = str('\x80', '\xC8', '\0', '\x06') + be32(p.ssrc) + time + be32(p.timestamp) +
-                 be32(static_cast<std::uint32_t>(sent)) + be32(0) + str('\x80', '\xCF', '\0', '\x04') +
-                 be32(p.ssrc) + str('\x04', '\0', '\0', '\x02') + time;
+    str packet = str(0x80, 0xC8, 0, 6) + be32(p.ssrc) + time + be32(p.timestamp) +
+                 be32(static_cast<std::uint32_t>(sent)) + be32(0) + str(0x80, 0xCF, 0, 4) + be32(p.ssrc) +
+                 str('\x04', '\0', '\0', '\x02') + time;
     transmit(false, p.out.key.empty() ? packet : srtcp_protect(keys.tx, packet, 1, str::null));
 }
 
