@@ -43,6 +43,25 @@ void destroy_subject(str const& text) {
     calls.push_back("gone " + to_string(text));
 }
 
+TEST_F(timeouts, carry_every_kind_of_arguments) {
+    str const a("a"), b("b"), c("c");
+    callback_argument const table[] = {
+        callback_argument(),
+        callback_argument([] { note(0); }),
+        {[](str const& x) { calls.push_back(to_string(x)); }, a},
+        {note, 7},
+        {[](str const& x, str const& y) { calls.push_back(to_string(x + y)); }, a, b},
+        {[](str const& x, int n) { calls.push_back(to_string(x) + std::to_string(n)); }, a, 8},
+        {[](str const& x, str const& y, str const& z) { calls.push_back(to_string(x + y + z)); }, a, b, c},
+    };
+    for (callback_argument const& action : table) {
+        callback_argument copy;
+        copy = action;
+        copy.call();
+    }
+    EXPECT_EQ(take_calls(), (std::vector<std::string>{"0", "a", "7", "ab", "a8", "abc"}));
+}
+
 TEST_F(timeouts, an_action_may_reschedule_or_destroy_its_own_timeout) {
     auto const reschedule = +[](str const& text) {
         subject->callback(rtimestamp::ms2ticks(30), callback_argument(destroy_subject, text));
