@@ -4,10 +4,28 @@
 
 #include "lib/log.h"
 #include "lib/tlv.h"
+#include "lib/wire.h"
 #include "tests/support/bytes.h"
 #include "tests/support/control_peer.h"
 
 namespace {
+
+TEST(wire, numbers_of_every_width) {
+    unsigned char bytes[8];
+    auto const written = [&](int n) { return to_hex(to_string(str(bytes, n))); };
+    wire::put16(bytes, 0x12345678);
+    EXPECT_EQ(written(2), "5678");
+    wire::put24(bytes, 0x12345678);
+    EXPECT_EQ(written(3), "345678");
+    wire::put32(bytes, 0x12345678);
+    EXPECT_EQ(written(4), "12345678");
+    wire::put64(bytes, 0xF0E1D2C3B4A59687);
+    EXPECT_EQ(written(8), "F0E1D2C3B4A59687");
+    EXPECT_EQ(wire::get16(bytes), 0xF0E1u);
+    EXPECT_EQ(wire::get24(bytes), 0xF0E1D2u);
+    EXPECT_EQ(wire::get32(bytes), 0xF0E1D2C3u);
+    EXPECT_EQ(wire::get64(bytes), 0xF0E1D2C3B4A59687u);
+}
 
 TEST(bytes, big_endian_integers) {
     EXPECT_EQ(to_hex(to_string(utils::int2str(0x12345678, 4))), "12345678");
