@@ -74,7 +74,8 @@ void call(int number, int blocks, bool secure) {
                 std::abort();
             own.process_rtp(datagram, from, false, rtimestamp(clock_10ms * 10'000'000LL));
         }
-        own.get_samples();
+        bool talk_spurt = false;
+        own.get_samples(talk_spurt);
     }
 }
 

@@ -109,7 +109,8 @@ public:
     }
     void play(int blocks) {
         for (int i = 0; i < blocks; i++)
-            benchmark::DoNotOptimize(own.get_samples().cbuffer());
+            bool talk_spurt = false;
+            benchmark::DoNotOptimize(own.get_samples(talk_spurt).cbuffer());
     }
 
 private:

@@ -9,6 +9,7 @@
 #include <unistd.h>
 
 #include "lib/log_line.h"
+#include "lib/pcm.h"
 #include "lib/sockets.h"
 #include "media/channel.h"
 #include "media/line.h"
@@ -20,8 +21,7 @@ namespace {
 
 constexpr int no_channel = -1;
 constexpr char no_digit = '?';
-constexpr int block_bytes = 160;                              // 10 ms
-constexpr int drain_bytes = 8 * block_bytes;                  // 80 ms
+constexpr int drain_bytes = 8 * pcm::block_bytes;             // 80 ms
 constexpr unsigned long request_clear_transmit = 0x20003005;  // _IO('0', 5) in the Linux MIPS encoding
 
 unsigned char read_buffer[drain_bytes];
@@ -112,10 +112,10 @@ bool devmgr::output_available() const {
 void devmgr::read_audio() {
     if (!utils::valid_socket(fd))
         return;
-    int const n = static_cast<int>(read(fd, read_buffer, drain_rx ? drain_bytes : block_bytes));
+    int const n = static_cast<int>(read(fd, read_buffer, drain_rx ? drain_bytes : pcm::block_bytes));
     drain_rx = false;
     if (n >= 1)
-        recv_device(str(read_buffer, block_bytes));
+        recv_device(str(read_buffer, pcm::block_bytes));
     else
         log_line(7, "TDM read returned %d", arg_int(n));
 }
@@ -124,9 +124,11 @@ void devmgr::write_audio() {
     for (int const i : {first_channel, second_channel}) {
         if (!channels.valid(i))
             continue;
-        str const samples = channels[i].get_samples();
-        if (!samples.empty())
-            send_device(i, samples);
+        bool talk_spurt = false;
+        str const samples = channels[i].get_samples(talk_spurt);
+        if (talk_spurt)
+            tx_clear();
+        send_device(i, samples);
     }
 }
 
@@ -138,8 +140,8 @@ void devmgr::tx_clear() {
 }
 
 void devmgr::recv_device(str const& pcm) {
-    for (int at = 0; at < pcm.length(); at += block_bytes) {
-        str const piece = pcm.substr(at, block_bytes);
+    for (int at = 0; at < pcm.length(); at += pcm::block_bytes) {
+        str const piece = pcm.substr(at, pcm::block_bytes);
         if (channels.valid(first_channel))
             channels[first_channel].process_audio(mix_audio(piece, to_first));
         if (channels.valid(second_channel))

@@ -51,8 +51,9 @@ FUZZ_TARGET(xr) {
     str const mode = input.bytes(input.byte());
     xr.set_mode(mode);
     set_model_mode(model, to_string(mode));
-    FUZZ_CHECK(xr.is_active() == (model.rtt || model.summary || model.voip || model.loss_max > 0 ||
-                                  model.dup_max > 0 || model.times_max > 0));
+    FUZZ_CHECK(xr_mode::parse(mode).any() ==
+               (model.rtt || model.summary || model.voip || model.loss_max > 0 || model.dup_max > 0 ||
+                model.times_max > 0));
     std::int32_t seq = static_cast<std::int32_t>(input.word());
     std::uint32_t stamp = 0;
     int leaps = 0;

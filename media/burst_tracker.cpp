@@ -3,13 +3,14 @@
 #include <algorithm>
 
 #include "lib/log_line.h"
+#include "lib/pcm.h"
+#include "lib/rtcp_numbers.h"
 #include "lib/str.h"
 
 namespace {
 
-constexpr int units_per_ms = 8;
-constexpr int gmin = 16;  // received packets in a row that end a burst
-constexpr std::uint32_t all_received = (1u << gmin) - 1;
+constexpr int units_per_ms = pcm::samples_per_ms;
+constexpr std::uint32_t all_received = (1u << rtcp::gmin) - 1;
 
 int span(std::uint32_t from, std::uint32_t to) {
     return static_cast<int>(to - from);
@@ -51,7 +52,7 @@ void burst_tracker::add_lost(std::uint32_t n) {
 }
 
 void burst_tracker::process_burst() {
-    bool const was_lost = (history >> gmin & 1) == 0;
+    bool const was_lost = (history >> rtcp::gmin & 1) == 0;
     if (!was_lost)
         return;
     bool const since_then_received = (history & all_received) == all_received;

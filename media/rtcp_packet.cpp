@@ -8,7 +8,6 @@ namespace {
 
 constexpr unsigned char version_2_count_1 = 0x81;
 constexpr unsigned char padding_bit = 0x20;
-constexpr int cname_item = 1;  // RFC 3550 section 6.5.1
 constexpr char cname_text[] = "VELK";
 
 str big_endian(std::uint32_t value) {
@@ -54,7 +53,7 @@ str rtcp::get_sdes_packet(str const& packet) {
 }
 
 str rtcp::sender_report::build() const {
-    str packet = packet_start(sender_report_type, ssrc);
+    str packet = packet_start(packet_type::sender_report, ssrc);
     packet += big_endian(sent.seconds) + big_endian(sent.fraction) + big_endian(rtp_timestamp) +
               big_endian(packets) + big_endian(octets);
     if (!received.ssrc.empty()) {
@@ -72,14 +71,14 @@ str rtcp::sender_report::build() const {
 
 str rtcp::source_description(str const& ssrc) {
     str const text(cname_text);
-    str packet = packet_start(source_description_type, ssrc);
+    str packet = packet_start(packet_type::source_description, ssrc);
     packet += str(static_cast<unsigned char>(cname_item), static_cast<unsigned char>(text.length())) + text;
     packet += str::x_00;  // end of items
     return get_sdes_packet(packet);
 }
 
 str rtcp::bye(str const& ssrc, str const& reason) {
-    str packet = packet_start(bye_type, ssrc);
+    str packet = packet_start(packet_type::bye, ssrc);
     packet += static_cast<unsigned char>(reason.length());
     return get_rtcp_packet(packet + reason);
 }

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 
+#include "lib/rtcp_numbers.h"
 #include "lib/str.h"
 #include "media/ntp.h"
 
@@ -14,14 +15,8 @@
 /// and several of them back to back make up a compound packet.
 namespace rtcp {
 
-constexpr int sender_report_type = 200;
-constexpr int source_description_type = 202;
-constexpr int bye_type = 203;
-constexpr int extended_report_type = 207;  // RFC 3611 section 2
-
-/// Bytes of a sender report in front of its first report block, and of one block.
+/// Bytes of a sender report in front of its first report block.
 constexpr int sender_info_bytes = 28;
-constexpr int report_block_bytes = 24;
 
 /// Sets the length field and, when the packet is no multiple of 4 bytes, appends padding (its last byte counts it)
 /// and sets the padding bit. An empty packet stays empty, any other has at least its first 4 bytes.
@@ -30,7 +25,7 @@ str get_rtcp_packet(str const& packet);
 str get_sdes_packet(str const& packet);
 
 /// What a report block (RFC 3550 section 6.4.1) says of the stream being received.
-struct reception {
+struct report_block {
     str ssrc;  ///< 4 bytes; empty: no block
     unsigned char fraction_lost = 0;
     int lost = 0;                        ///< its low 24 bits are sent
@@ -46,7 +41,7 @@ struct sender_report {
     std::uint32_t rtp_timestamp;
     std::uint32_t packets;
     std::uint32_t octets;
-    reception received;
+    report_block received;
     str last_sr;  ///< middle 32 bits of the NTP time of the peer's last report, as far as they came; empty: none
     std::uint32_t delay_since_last_sr = 0;  ///< 1/65536 s
 

@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "lib/wire.h"
+
 namespace {
 
 constexpr unsigned char version_2 = 0x80;
@@ -14,11 +16,6 @@ int header_length(str const& packet) {
     if ((packet[0] & extension_bit) == 0)
         return fixed;
     return fixed + 4 + 4 * str2int16(packet.substr(fixed + 2, 2));
-}
-
-void put_big_endian(unsigned char* out, std::uint32_t value, int n) {
-    for (int i = n - 1; i >= 0; i--, value >>= 8)
-        out[i] = static_cast<unsigned char>(value);
 }
 
 }  // namespace
@@ -40,9 +37,9 @@ str rtp_header::build(str const& payload) const {
     unsigned char* const out = packet.buffer();
     out[0] = version_2;
     out[1] = static_cast<unsigned char>(payload_type | (marker ? marker_bit : 0));
-    put_big_endian(out + 2, sequence, 2);
-    put_big_endian(out + 4, timestamp, 4);
-    put_big_endian(out + 8, str2uint32(ssrc), 4);
+    wire::put16(out + 2, sequence);
+    wire::put32(out + 4, timestamp);
+    wire::put32(out + 8, str2uint32(ssrc));
     memcpy(out + fixed_bytes, payload.cbuffer(), static_cast<size_t>(payload.length()));
     return packet;
 }

@@ -25,11 +25,6 @@ void tcp_connection::close() {
     if (is_open())
         utils::close_tcp_socket(fd);
     fd = -1;
-}
-
-void tcp_connection::reset() {
-    close();
-    peer.clear();
     out.clear();
 }
 

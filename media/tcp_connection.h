@@ -9,9 +9,8 @@ public:
     /// Points the connection at a peer. An open connection is kept for the same peer and replaced for another. A
     /// closed one is opened when there was no peer yet; otherwise only with `force`, and then again to the old peer.
     void connect(ip_port const& new_peer, bool force);
+    /// The peer stays known; what waited to be sent is lost, so that the next connection begins with a whole frame.
     void close();
-    /// Closed, without peer and queue.
-    void reset();
 
     int get_fd() const { return fd; }
     ip_port const& get_peer() const { return peer; }
@@ -28,5 +27,5 @@ public:
 private:
     int fd = -1;
     ip_port peer;
-    str out;
+    str out;  ///< waits for the socket to take it
 };

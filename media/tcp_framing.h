@@ -1,6 +1,5 @@
 #pragma once
 
-#include "lib/address.h"
 #include "lib/str.h"
 
 /// Media on a TCP connection. A packet of n bytes travels as
@@ -14,11 +13,18 @@
 /// The frame around a packet.
 str frame_for_tcp(str const& packet);
 
-/// Looks at the front of what a connection delivered. True when nothing is left to do with the front: a TURN data
-/// unit or a framed STUN or TURN message was handed to call control (under sub-tag `tag`) and taken off `data`, or
-/// the frame is not complete. False when `data` now is the bare packet out of a frame (what followed the frame is
-/// dropped), or is no frame and unchanged.
-bool process_tcp_header(str& data, int channel, ip_port const& from, int tag);
+/// What the front of a piece of the stream turned out to be.
+struct tcp_unit {
+    enum class kind {
+        bare,        ///< no frame; `data` is the whole piece
+        packet,      ///< `data` is the packet out of a frame; what followed the frame is dropped
+        control,     ///< `data` is a TURN data unit or a framed STUN or TURN message with its frame
+        incomplete,  ///< the frame or unit has not arrived whole
+    };
+    kind what = kind::bare;
+    str data;
+    str rest;  ///< behind a control unit
+};
 
-/// Whether bare data is an RTCP packet by its type (RFC 3550 section 12.1: SR, RR, SDES, BYE, APP).
-bool process_tcp_rtcp(str const& data);
+/// Looks at the front of what a connection delivered.
+tcp_unit parse_tcp_unit(str const& piece);

@@ -10,7 +10,7 @@
 ///
 /// Here are one direction's keys and the operations on its counter, payload and tag; srtp/srtp_packet.h puts whole
 /// packets together. There is no replay list and no key lifetime. Nothing reports an error: a wrong key shows as a
-/// tag that doesn't match. A channel owns one srtp_session_ctx.
+/// tag that doesn't match. A channel owns one context for each direction.
 
 /// One direction of a stream. Usable from srtp_init() on; until then it has all-zero round keys.
 struct srtp_ctx {
@@ -23,12 +23,6 @@ struct srtp_ctx {
     hmac<sha1> rtp_mac;            ///< under rtp.auth_key
 };
 
-/// The two directions of a channel.
-struct srtp_session_ctx {
-    srtp_ctx rx;  ///< the stream received
-    srtp_ctx tx;  ///< the stream sent
-};
-
 /// Bytes of the SRTCP tag, whatever the SRTP tag's length (RFC 3711 section 5.2).
 constexpr int srtcp_tag_bytes = 10;
 /// The roc_step that stands for a rollover counter of 0: the sender began anew.
@@ -37,6 +31,8 @@ constexpr int srtp_roc_restarted = 255;
 /// Keys a direction: 16 bytes of master key, 14 of master salt (missing bytes are zero). The rollover counter
 /// starts at 0. ssrc: of the sender in a transmit context, else empty.
 void srtp_init(srtp_ctx& context, str const& master_key, str const& master_salt, str const& ssrc);
+/// The same from the material of a call: master key with the master salt behind it.
+void srtp_key(srtp_ctx& context, str const& material, str const& ssrc);
 
 // ---- counter of the SRTP cipher
 /// Sets rollover counter, low 16 bits of the sequence number, and block 0; leaves the SSRC's bytes alone.

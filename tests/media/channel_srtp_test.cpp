@@ -96,6 +96,18 @@ TEST_F(secure, a_call_may_be_rekeyed_with_every_trailer) {
     EXPECT_EQ(heard(named_packet(sequence + 1, 77).build()), 77);
 }
 
+TEST_F(secure, a_new_ssrc_is_that_of_the_cipher_too) {
+    key(1, 2);
+    tested.set_ssrc(to_str(from_hex("55667788")));
+    libsrtp_peer receiver(libsrtp_peer::receives, material(2), 10, str());
+    tested.process_audio(to_str(pcm_of(9)));
+    str packet = to_str(far.received(tested.get_fd_rtp4()).at(0));
+    ASSERT_TRUE(receiver.unprotect(packet));
+    rtp_packet const sent = rtp_packet::parse(to_string(packet));
+    EXPECT_EQ(sent.ssrc, 0x55667788u);
+    EXPECT_EQ(sent.payload, pcm_of(9));
+}
+
 TEST_F(secure, sent_numbers_wrap) {
     key(1, 2);
     libsrtp_peer receiver(libsrtp_peer::receives, material(2), 10, str());

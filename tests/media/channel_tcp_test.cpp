@@ -191,6 +191,19 @@ TEST_F(slow_peer, a_tcp_peer_that_does_not_read_misses_packets_and_the_end_of_so
         << "what was refused was counted";
 }
 
+TEST_F(slow_peer, another_peer_gets_nothing_of_what_the_first_one_did_not_read) {
+    tcp_stream const stream = call();
+    str const long_data('x', 8000);
+    for (int i = 0; i < 500; i++)
+        tested.tunnel_rtp(ip_port(), long_data, true);
+    tcp_listener other;
+    tested.set_destination(other.address(), ip_port(), true);
+    tcp_stream const next = other.accept();
+    EXPECT_TRUE(shows(tested.get_fd_rtpt(), POLLOUT));
+    tunnel(false, ip_port(), "y");
+    EXPECT_EQ(next.read(1), "y");
+}
+
 TEST_F(slow_peer, a_tcp_peer_that_resets_is_closed_and_left_alone) {
     for (bool const notice_by_sending : {false, true}) {
         tcp_stream stream = call();

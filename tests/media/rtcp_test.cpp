@@ -119,6 +119,12 @@ TEST_F(rtcp_channel, the_highest_sequence_number_is_that_of_the_current_stream) 
     clock.advance(100);
     receive_rtp(70000 + 500, 0xBBBB0002);
     EXPECT_EQ(highest() & 0xFFFF, 70500u - 65536);
+    start();
+    receive_rtp(2);
+    receive_rtp(65535);  // below cycle 0
+    EXPECT_EQ(highest(), 2u);
+    receive_rtp(3);
+    EXPECT_EQ(highest(), 3u);
 }
 
 TEST_F(rtcp_channel, what_is_received) {

@@ -1,5 +1,3 @@
-#include <algorithm>
-#include <cctype>
 #include <string>
 #include <vector>
 
@@ -7,9 +5,8 @@
 
 #include "media/ntp.h"
 #include "media/rtcp_xr.h"
-#include "tests/media/xr_model.h"
+#include "tests/support/bytes.h"
 #include "tests/support/manual_clock.h"
-#include "tests/support/seed.h"
 
 namespace {
 
@@ -37,90 +34,6 @@ lines blocks_of(rtcp_xr& xr, int delay = 0) {
 void receive(rtcp_xr& xr, std::vector<int> const& sequence) {
     for (int const seq : sequence)
         xr.monitor(seq, 160 * seq, 160 * seq);
-}
-
-/// Wants random blocks, in any spelling, of a limited length some of them; nothing of what was wanted before stays.
-void choose_blocks(dice& random, rtcp_xr& xr, xr_model& model) {
-    std::string mode = random.chance(50) ? " pkt-loss-rlex  pkt-loss " : "";
-    auto const add = [&](std::string word) {
-        if (random.chance(30))
-            word[0] = static_cast<char>(std::toupper(word[0]));
-        mode += word + (random.chance(50) ? "  " : " ");
-    };
-    auto const sized = [&](std::string const& word, int& limit) {
-        int const limits[] = {0, -1, 16, 17, 24, 65536, random.between(8, 400), random.between(8, 400)};
-        limit = limits[random.below(8)];
-        if (limit != 0 || random.chance(50))
-            add(limit == 65536 ? word : word + "=" + std::to_string(limit));
-    };
-    auto const flag = [&](std::string const& word, bool& on) {
-        on = random.chance(60);
-        if (on)
-            add(random.chance(20) ? word + "=all" : word);
-    };
-    sized("pkt-loss-rle", model.loss_max);
-    flag("voip-metrics", model.voip);
-    sized("pkt-rcpt-times", model.times_max);
-    flag("stat-summary", model.summary);
-    sized("pkt-dup-rle", model.dup_max);
-    flag("rcvr-rtt", model.rtt);
-    xr.set_mode(to_str(all_blocks));
-    xr.set_mode(to_str(mode));
-    EXPECT_EQ(xr.is_active(), std::max({model.loss_max, model.dup_max, model.times_max}) > 0 || model.voip ||
-                                  model.summary || model.rtt)
-        << mode;
-}
-
-TEST(rtcp_xr, reports_equal_the_model_over_many_calls) {
-    constexpr std::int32_t starts[] = {1, 32768, 65000, 16, -700, 0x7FF00000, 3};
-    constexpr int losses[] = {0, 1, 5, 30, 90};                               // percent
-    constexpr int most[] = {3, 700, 130, 130, 130, 130, 130, 130, 130, 130};  // packets of a period
-    seed_range{1, 150}.roll([&](dice& random) {
-        manual_clock clock;
-        rtcp_xr xr;
-        xr_model model;
-        choose_blocks(random, xr, model);
-        ntp_timediff = random.word();
-        std::int32_t seq = starts[random.below(7)] + random.below(5);
-        auto const monitor = [&](std::int32_t number) {
-            std::uint32_t const when = static_cast<std::uint32_t>(number) * 160;
-            std::uint32_t const stamp = when + (random.chance(2) ? random.word() % 100000 : 0);
-            std::uint32_t const time = when + random.word() % (random.chance(5) ? 3000 : 40);
-            xr.monitor(number, static_cast<int>(stamp), static_cast<int>(time));
-            model.monitor(number, stamp, time);
-        };
-        for (int period = 0; period < 40; period++) {
-            int const loss = losses[random.below(5)], late = random.below(4), twice = random.below(6);
-            bool clear = true;
-            seq += random.chance(4) ? random.below(60000) : 0;
-            for (int n = random.below(most[random.below(10)]); n > 0; n--, seq++) {
-                clear = random.chance(loss ? 15 : 1) ? !clear : clear;
-                if (random.chance(clear ? loss : 60))
-                    continue;
-                monitor(random.chance(late) ? seq - random.between(1, 20) : seq);
-                for (int copies = random.chance(twice) ? random.between(1, 3) : 0; copies > 0; copies--)
-                    monitor(seq);
-                if (random.chance(3))
-                    xr.add_discard(), model.discard();
-                if (int const ms = 10 * random.below(90); random.chance(80))
-                    xr.monitor_jitter_buffer_size(ms), model.jitter_buffer(ms);
-            }
-            rtimestamp const asked = rtimestamp::now();
-            if (random.chance(20)) {  // the peer sends its receiver reference time
-                std::string const ntp = be32(random.word()) + be32(random.word());
-                xr.process_report(to_str(from_hex("80CF0004") + remote + from_hex("04000002") + ntp), asked);
-                model.reference_time = ntp.substr(2, 4);
-                model.reference_arrival_ns = asked.diff_ticks(rtimestamp());
-            }
-            clock.advance(static_cast<std::uint32_t>(random.below(300)));
-            long long const now = rtimestamp::now().diff_ticks(rtimestamp());
-            int const delay = random.below(70000);
-            ASSERT_EQ(xr.calculate_jitter(), model.jitter());
-            ASSERT_EQ(report(xr, delay),
-                      to_hex(model.packet(remote, local, static_cast<unsigned>(delay), now, ntp_timediff)));
-        }
-    });
-    ntp_timediff = 0;
 }
 
 // Bit by bit these would take minutes.

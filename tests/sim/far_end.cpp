@@ -67,7 +67,7 @@ void far_end::begin(world& w_, int index_, plan const& plan_, ear_and_mouth& aud
 void far_end::end() {
     on = false;
     coder.clear();
-    keys = srtp_session_ctx();
+    keys.rx = keys.tx = srtp_ctx();
     p = plan();
     unread[0] = unread[1] = bytes();
 }

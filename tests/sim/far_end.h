@@ -87,7 +87,9 @@ private:
     bool on = false;
     int index = 0, generation = 0, rtp_stream = 0, rtcp_stream = 0;
     codec coder;
-    srtp_session_ctx keys;
+    struct {
+        srtp_ctx rx, tx;
+    } keys;
     std::int64_t next = 0, next_report = 0, keyed_at = 0;
     std::uint32_t last_event = 0, last_report_sent = 0;
     bool first = true;

@@ -73,7 +73,8 @@ inline rtp_packet named_packet(int sequence, int name, std::uint32_t ssrc = 0xAA
 
 /// The next block that a channel plays: the number that all of its samples are.
 inline int play(channel& c) {
-    std::string const block = to_string(c.get_samples());
+    bool talk_spurt = false;
+    std::string const block = to_string(c.get_samples(talk_spurt));
     EXPECT_EQ(to_hex(block), to_hex(pcm_of(first_sample(block))));
     return first_sample(block);
 }

@@ -1,0 +1,88 @@
+#include "media/jitter_buffer.h"
+
+namespace {
+
+constexpr int shallowest = 1;             // packets
+constexpr int deepest = 16;               // packets
+constexpr int in_sequence_to_sink = 128;  // packets played in sequence that lower the depth by one
+constexpr int most_packets = 400;
+constexpr int oldest_ms = 3000;
+
+}  // namespace
+
+jitter_buffer::arrival jitter_buffer::put(std::uint32_t sequence, bool marker, packet const& entry) {
+    if (marker)
+        start_over();
+    bool first = marker;
+    if (!playing && sequence != 0) {
+        play_from(sequence);
+        first = true;
+    }
+    if (sequence <= last_played) {
+        deepen();
+        return {.late = true};
+    }
+    int const key = static_cast<int>(sequence);
+    bool const duplicate = packets.find(key) != packets.end();
+    bool const outgrown = has_outgrown(entry.received);
+    if (outgrown)
+        start_over();
+    if (!duplicate) {
+        packets.insert(key, entry)->second.first = first;
+        playing = true;
+    }
+    return {.thrown_away = outgrown};
+}
+
+bool jitter_buffer::due() const {
+    return !packets.empty() && (packets.size() >= depth || is_next(packets.begin()->first));
+}
+
+jitter_buffer::departure jitter_buffer::take() {
+    smap<int, packet>::iterator const head = packets.begin();
+    bool const next = is_next(head->first);
+    departure const taken{head->second, packets.size()};
+    last_played = static_cast<std::uint32_t>(head->first);
+    packets.erase(head);
+    if (next)
+        count_in_sequence();
+    else
+        deepen();
+    return taken;
+}
+
+void jitter_buffer::stop() {
+    packets.clear();
+    playing = false;
+}
+
+void jitter_buffer::play_from(std::uint32_t sequence) {
+    last_played = sequence - 1;
+    playing = true;
+}
+
+void jitter_buffer::start_over() {
+    stop();
+    in_sequence = 0;
+    depth = shallowest;
+}
+
+void jitter_buffer::deepen() {
+    in_sequence = 0;
+    if (depth < deepest)
+        depth++;
+}
+
+void jitter_buffer::count_in_sequence() {
+    if (++in_sequence < in_sequence_to_sink)
+        return;
+    in_sequence = 0;
+    if (depth > shallowest)
+        depth--;
+}
+
+bool jitter_buffer::has_outgrown(rtimestamp const& now) const {
+    if (packets.empty())
+        return false;
+    return packets.size() > most_packets || now.diff_ms(packets.begin()->second.received) > oldest_ms;
+}

@@ -1,0 +1,38 @@
+#pragma once
+
+#include "codecs/codec.h"
+#include "dsp/synth.h"
+#include "lib/str.h"
+#include "media/jitter_buffer.h"
+
+/// What the telephone hears of one channel, 10 ms at a time: an announcement first, else the decoded packet that is
+/// due in the jitter buffer, else a call-progress tone, else silence. Does not know where packets came from. PCM is
+/// 16-bit at 8 kHz in host byte order. A channel owns one.
+class playout {
+public:
+    /// 10 ms for the line.
+    struct block {
+        str pcm;                          ///< 160 bytes
+        bool starts_talk_spurt = false;   ///< what the line still has queued is to be discarded
+        bool announcement_ended = false;  ///< the last piece of the queued PCM was taken
+        int buffered_ms = -1;             ///< audio held when a packet was taken for this block; -1: none was
+    };
+
+    /// Whether next() has real audio to give.
+    bool available(jitter_buffer const& received) const;
+    /// The next block, zeros when there is nothing to play. A remainder of less than 10 ms of a packet is dropped.
+    block next(jitter_buffer& received, codec& decoder);
+
+    /// Plays a call-progress tone when there is no other audio; false (and silence) for an unknown one.
+    bool set_tone(int tone_set, int kind) { return tone.set_tone(tone_set, kind) != 0; }
+    /// Queues PCM that is played ahead of everything else.
+    void add_announcement(str const& samples) { announcement += samples; }
+
+private:
+    void take_announcement(block& out);
+    void take_packet(jitter_buffer& received, codec& decoder, block& out);
+
+    str decoded;       ///< not yet given to the line
+    str announcement;  ///< PCM that goes first
+    synth tone;
+};

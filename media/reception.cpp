@@ -1,0 +1,94 @@
+#include "media/reception.h"
+
+#include "media/rtp_sequence.h"
+
+namespace {
+
+constexpr std::uint32_t stream_alive = 800;       // 100 ms: another SSRC can't take over yet
+constexpr std::uint32_t step_back_window = 4000;  // 500 ms: a sender that restarts its numbers is followed
+constexpr int first_unaccepted_codec = 128;       // values of the payload-type map that stand for "none"
+
+/// Whether sequence number a comes after b, 32 bits, wrapping.
+bool is_after(std::uint32_t a, std::uint32_t b) {
+    return static_cast<std::int32_t>(a - b) > 0;
+}
+
+}  // namespace
+
+void reception::set_keys(str const& material, srtp_trailer const& packet_trailer) {
+    key_material = material;
+    trailer = packet_trailer;
+    verified = false;
+}
+
+void reception::key() {
+    srtp_key(srtp_rx, key_material, str::null);
+}
+
+reception::result reception::receive(str const& packet, position play, std::uint32_t now) {
+    result out;
+    rtp_header const header = rtp_header::parse(packet);
+    if (header.payload_type >= payload_map.length() ||
+        payload_map[header.payload_type] >= first_unaccepted_codec || !follow(header, play, now, out.change))
+        return out;
+    if (out.change == stream::taken_over)
+        play.playing = false;
+    out.codec = payload_map[header.payload_type];
+    out.sequence = extend_sequence(header.sequence, play.last_played);
+    out.timestamp = header.timestamp;
+    out.marker = header.marker;
+    if (!is_protected()) {
+        out.payload = packet.substr(header.bytes);
+        out.steps_back = steps_back(out.sequence, play, now);
+    } else if (!unprotect(packet, header, out)) {
+        return out;
+    }
+    count(out.sequence, now);
+    out.accepted = true;
+    return out;
+}
+
+/// Decides whose stream is received. False: the packet competes with a stream that is alive.
+bool reception::follow(rtp_header const& header, position const& play, std::uint32_t now, stream& change) {
+    if (header.ssrc == ssrc)
+        return true;
+    if (!ssrc.empty() && play.playing && now - last_arrival < stream_alive)
+        return false;
+    change = ssrc.empty() ? stream::first : stream::taken_over;
+    take_ssrc(header.ssrc);
+    return true;
+}
+
+/// A new stream starts with fresh keys.
+void reception::take_ssrc(str const& new_ssrc) {
+    ssrc = new_ssrc;
+    any_accepted = false;
+    highest_sequence = 0;
+    if (is_protected())
+        key();
+}
+
+/// Checks and decrypts; the sequence number gets the rollover counter that the tag proved. False: wrong tag.
+bool reception::unprotect(str const& packet, rtp_header const& header, result& out) {
+    if (!srtp_unprotect(srtp_rx, packet, header.bytes, out.sequence, out.payload, trailer)) {
+        out.dropped_for_tag = ++mac_failures;
+        return false;
+    }
+    out.first_verified = trailer.tag_length > 0 && !verified;
+    verified = verified || out.first_verified;
+    return true;
+}
+
+/// Whether the sender of a live stream stepped its numbers back; else they would be discarded.
+bool reception::steps_back(std::uint32_t sequence, position const& play, std::uint32_t now) const {
+    return sequence != 0 && sequence <= play.last_played && play.playing &&
+           now - last_arrival < step_back_window;
+}
+
+void reception::count(std::uint32_t sequence, std::uint32_t now) {
+    packets++;
+    if (!any_accepted || is_after(sequence, highest_sequence))
+        highest_sequence = sequence;
+    any_accepted = true;
+    last_arrival = now;
+}

@@ -1,0 +1,79 @@
+#include "media/transmission.h"
+
+#include "lib/pcm.h"
+#include "lib/random.h"
+#include "media/rtp_header.h"
+
+namespace {
+
+/// A random multiple of 80 samples below 2^32 - 16.
+std::uint32_t random_timestamp() {
+    std::uint32_t const high = static_cast<std::uint32_t>(utils::rand()) << 15;
+    std::uint32_t const low = static_cast<std::uint32_t>(utils::rand());
+    return (high + low) % 53687091u * 80u;
+}
+
+}  // namespace
+
+void transmission::draw_start() {
+    sequence = static_cast<std::uint32_t>(utils::rand() % 32768 + 16384);
+    timestamp = event_timestamp = random_timestamp();
+}
+
+void transmission::set_codec(int codec, int audio_payload_type, int event_type, int packet_time_ms) {
+    codec_number = codec;
+    payload_type = audio_payload_type;
+    event_payload_type = event_type;
+    if (packet_time_ms > 0)
+        ptime_ms = packet_time_ms;
+}
+
+void transmission::set_ssrc(str const& new_ssrc) {
+    ssrc = new_ssrc;
+    srtp_tx.ssrc = new_ssrc;
+}
+
+void transmission::set_keys(str const& material, srtp_trailer const& packet_trailer) {
+    key_material = material;
+    trailer = packet_trailer;
+    if (is_protected())
+        srtp_key(srtp_tx, material, ssrc);
+}
+
+void transmission::collect(str const& encoded, int ms) {
+    collected += encoded;
+    collected_ms += ms;
+}
+
+str transmission::take_collected() {
+    str const audio = collected;
+    collected.clear();
+    collected_ms = 0;
+    return audio;
+}
+
+str transmission::packet(int type, str& payload, bool advance) {
+    rtp_header header;
+    header.marker = type != last_payload_type;
+    header.payload_type = type;
+    header.sequence = static_cast<std::uint16_t>(sequence);
+    header.timestamp = last_timestamp = advance ? timestamp : event_timestamp;
+    header.ssrc = ssrc;
+    last_payload_type = type;
+
+    str const data = is_protected()
+                         ? srtp_protect(srtp_tx, header.build(str::null), payload, sequence, trailer)
+                         : header.build(payload);
+    packets++;
+    sequence++;
+    timestamp += static_cast<std::uint32_t>(ptime_ms * pcm::samples_per_ms);
+    if (advance)
+        event_timestamp = timestamp;
+    return data;
+}
+
+str transmission::protect_rtcp(str const& compound) {
+    unsigned const index = rtcp_index;
+    rtcp_index = (rtcp_index + 1) & last_index;
+    return srtcp_protect(srtp_tx, compound, index, trailer.mki);
+}
