@@ -119,6 +119,8 @@ void utils::close_udp_socket(int fd) {
 
 int utils::send_udp_packet(int fd, ip_port const& to, str const& data) {
     socket_address const address(to);
+    if (!address.usable)
+        return -1;
     return static_cast<int>(
         sendto(fd, data.cbuffer(), static_cast<size_t>(data.length()), 0, &address.any, address.length));
 }

@@ -22,7 +22,8 @@ int open_udp_socket(int port, bool over_ipv6);
 int open_loopback_socket(int port);
 void close_udp_socket(int fd);
 
-/// One sendto() with a socket address of the family that fits the address; returns what it returned.
+/// One sendto() with a socket address of the family that fits the address; returns what it returned. -1, and nothing
+/// sent, when the address has neither 4 nor 16 bytes nor none (the any-address).
 int send_udp_packet(int fd, ip_port const& to, str const& data);
 /// One datagram, without waiting. `from` receives the sender; empty (and `from` unchanged) when nothing came.
 str recv_udp_packet4(int fd, ip_port& from);
