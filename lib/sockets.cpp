@@ -44,6 +44,8 @@ struct socket_address {
 };
 
 void log_endpoint(int level, char const* format, ip_port const& endpoint) {
+    if (!log_check_condition(level))
+        return;
     str const shown = utils::readable_ip(endpoint);
     log_line(level, format, arg_str(shown));
 }
