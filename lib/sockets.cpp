@@ -1,6 +1,8 @@
 #include "lib/sockets.h"
 
 #include <cerrno>
+#include <cstdint>
+#include <cstring>
 
 #include <linux/sockios.h>
 #include <sys/ioctl.h>
@@ -148,13 +150,20 @@ str utils::recv_udp_packet6(int fd, ip_port& from) {
 }
 
 rtimestamp utils::receive_stamp(int fd) {
-    // The request that every kernel knows. It fills words of the kernel, whatever the C library's timeval is; those of
-    // 32 bits last until 2106.
-    unsigned long stamp[2] = {};
-    if (ioctl(fd, SIOCGSTAMP_OLD, stamp) != 0)
+    // The request that every kernel knows. It gives seconds and microseconds as two words of 32 bits (good until 2106),
+    // or of 64 from a 64-bit kernel and from one built without 32-bit times.
+    constexpr std::uint64_t untouched = UINT64_MAX;  // no number of microseconds
+    alignas(16) std::uint64_t words[2] = {untouched, untouched};
+    if (ioctl(fd, SIOCGSTAMP_OLD, words) != 0)
         return rtimestamp();
-    return rtimestamp(static_cast<long long>(stamp[0]) * 1000000000LL +
-                      static_cast<long long>(stamp[1]) * 1000LL);
+    if (words[1] == untouched) {
+        std::uint32_t narrow[2];
+        memcpy(narrow, words, sizeof narrow);
+        words[0] = narrow[0];
+        words[1] = narrow[1];
+    }
+    return rtimestamp(static_cast<long long>(words[0]) * 1000000000LL +
+                      static_cast<long long>(words[1]) * 1000LL);
 }
 
 rtimestamp utils::on_process_clock(rtimestamp const& stamp) {

@@ -1,14 +1,33 @@
 #include "lib/sockets.h"
 
 #include <cerrno>
+#include <cstdarg>
+#include <cstring>
 
 #include <gtest/gtest.h>
+#include <linux/sockios.h>
 #include <netinet/in.h>
+#include <sys/syscall.h>
 #include <sys/time.h>
 
 #include "tests/support/bytes.h"
 #include "tests/support/control_peer.h"
 #include "tests/support/tcp_listener.h"
+
+static std::string stamp_to_give;  // bytes; empty: the kernel's own
+
+/// In place of ioctl() (--wrap); the second is its name in 32-bit programs with 64-bit time.
+extern "C" int __wrap_ioctl(int fd, unsigned number, ...) {
+    va_list arguments;
+    va_start(arguments, number);
+    void* const argument = va_arg(arguments, void*);
+    va_end(arguments);
+    if (number != SIOCGSTAMP_OLD || stamp_to_give.empty())
+        return static_cast<int>(syscall(SYS_ioctl, fd, number, argument));
+    stamp_to_give.copy(static_cast<char*>(argument), stamp_to_give.size());
+    return 0;
+}
+extern "C" int __wrap___ioctl_time64(int, unsigned, ...) __attribute__((alias("__wrap_ioctl")));
 
 namespace {
 
@@ -50,6 +69,25 @@ TEST(sockets, datagrams_arrive_with_their_sender) {
         EXPECT_EQ(peer.received(fd), std::vector<std::string>{}) << "0.0.0.0 would have reached it";
         utils::close_udp_socket(fd);
     }
+}
+
+TEST(sockets, stamps_are_words_of_32_or_64_bits) {
+    auto const stamp_of = [](auto seconds, auto microseconds) {
+        std::uint64_t words[2] = {};
+        std::memcpy(words, &seconds, sizeof seconds);
+        std::memcpy(reinterpret_cast<char*>(words) + sizeof seconds, &microseconds, sizeof microseconds);
+        stamp_to_give.assign(reinterpret_cast<char const*>(words), 2 * sizeof seconds);
+        rtimestamp const stamp = utils::receive_stamp(-1);
+        stamp_to_give.clear();
+        return stamp.diff_ticks(rtimestamp());
+    };
+    for (std::uint32_t const seconds : {0u, 1700000000u, 4000000000u})
+        for (std::uint32_t const us : {0u, 999999u}) {
+            long long const expected = seconds * 1000000000LL + us * 1000LL;
+            EXPECT_EQ(stamp_of(seconds, us), expected);
+            EXPECT_EQ(stamp_of(std::uint64_t{seconds}, std::uint64_t{us}), expected);
+        }
+    EXPECT_EQ(utils::receive_stamp(-1).diff_ticks(rtimestamp()), 0);
 }
 
 TEST(sockets, that_of_call_control_is_bound_to_the_loopback) {
