@@ -1,6 +1,8 @@
 #include "control/media_process.h"
 
 #include <sched.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include "control/options.h"
 #include "control/sigchan.h"
@@ -38,11 +40,12 @@ void create_devmgrs() {
         devmgrs[i].init(i);
 }
 
-/// The line devices want their audio every 10 ms, whatever else the machine does.
+/// The line devices want their audio every 10 ms, whatever else the machine does. The kernel is asked itself: musl's
+/// sched_setscheduler() only ever answers ENOSYS.
 void set_realtime_priority() {
     sched_param parameters{};
     parameters.sched_priority = (sched_get_priority_min(SCHED_RR) + sched_get_priority_max(SCHED_RR)) / 2;
-    if (sched_setscheduler(0, SCHED_RR, &parameters) != 0)
+    if (syscall(SYS_sched_setscheduler, 0, SCHED_RR, &parameters) != 0)
         log_line(0, "Could not set scheduling priority");
 }
 

@@ -2,7 +2,9 @@
 
 #include <gtest/gtest.h>
 #include <poll.h>
+#include <sched.h>
 #include <signal.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -51,20 +53,47 @@ TEST(start, version) {
     EXPECT_EQ(text, "Version: 3159\n");
 }
 
+/// The priority with which a process runs in turn with others of that priority; 0: an ordinary process. (musl's functions
+/// for it only ever answer ENOSYS.)
+int realtime_priority(pid_t process) {
+    int priority = 0;
+    syscall(SYS_sched_getparam, process, &priority);
+    return syscall(SYS_sched_getscheduler, process) == SCHED_RR ? priority : 0;
+}
+
+/// What this program reaches when it asks for the middle priority, 50: nothing without the right to it.
+int reachable_priority() {
+    pid_t const child = fork();
+    if (child == 0) {
+        int const middle = 50;
+        syscall(SYS_sched_setscheduler, 0, SCHED_RR, &middle);
+        _exit(realtime_priority(0));
+    }
+    int status = -1;
+    waitpid(child, &status, 0);
+    return WEXITSTATUS(status);
+}
+
 TEST(start, beats_and_answers_a_session) {
     std::string const beat("\0\x13\0\0", 4);
-    udp_peer const first, second;
-    ip_port process = udp_peer().address();  // a port that was free a moment ago
-    pid_t const child = start({"--debug", "--port", std::to_string(process.port), "--dest-port",
-                               std::to_string(first.address().port), "--tdm", "/nowhere"},
-                              "/dev/null");
-    EXPECT_EQ(next_datagram(first.fd()), beat);
-    EXPECT_EQ(next_datagram(first.fd()), beat);
-    second.send(process, beat);
-    EXPECT_EQ(next_datagram(second.fd()), beat);
-    EXPECT_EQ(next_datagram(second.fd()), beat);
-    kill(child, SIGKILL);
-    waitpid(child, nullptr, 0);
+    for (bool const debug : {true, false}) {
+        udp_peer const first, second;
+        ip_port process = udp_peer().address();  // a port that was free a moment ago
+        std::vector<std::string> arguments{"--port",      std::to_string(process.port),
+                                           "--dest-port", std::to_string(first.address().port),
+                                           "--tdm",       "/nowhere"};
+        if (debug)
+            arguments.push_back("--debug");
+        pid_t const child = start(arguments, "/dev/null");
+        EXPECT_EQ(next_datagram(first.fd()), beat);
+        EXPECT_EQ(realtime_priority(child), debug ? 0 : reachable_priority());
+        EXPECT_EQ(next_datagram(first.fd()), beat);
+        second.send(process, beat);
+        EXPECT_EQ(next_datagram(second.fd()), beat);
+        EXPECT_EQ(next_datagram(second.fd()), beat);
+        kill(child, SIGKILL);
+        waitpid(child, nullptr, 0);
+    }
 }
 
 }  // namespace

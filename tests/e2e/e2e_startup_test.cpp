@@ -1,5 +1,4 @@
 #include <gtest/gtest.h>
-#include <sched.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -61,19 +60,6 @@ TEST(Startup, ClosesTheStandardDescriptorsUnlessToldToLog) {
         for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; fd++)
             EXPECT_EQ(is_file(process.pid(), fd), keep) << fd;
     }
-}
-
-TEST(Startup, TakesRealtimePriorityUnlessDebugging) {
-    if (geteuid() != 0)
-        GTEST_SKIP() << "needs the right to set priorities";
-    std::uint16_t const port = free_port();
-    auto peer = protocol::control_client::connect_udp("127.0.0.1", port);
-    media_process process({"--log", "1", "--port", std::to_string(port)});
-    ASSERT_TRUE(peer.start_session(20s));
-    sched_param parameters{};
-    ASSERT_EQ(sched_getparam(process.pid(), &parameters), 0);
-    EXPECT_EQ(sched_getscheduler(process.pid()) & ~SCHED_RESET_ON_FORK, SCHED_RR);
-    EXPECT_EQ(parameters.sched_priority, 50);
 }
 
 TEST(Startup, ObeysItsPeerOnly) {

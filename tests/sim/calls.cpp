@@ -10,10 +10,10 @@
 #include <linux/sockios.h>
 #include <netinet/in.h>
 #include <poll.h>
-#include <sched.h>
 #include <sys/ioctl.h>
 #include <sys/random.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <sys/time.h>
 #include <sys/times.h>
 #include <termios.h>
@@ -111,7 +111,7 @@ clock_t __real_times(tms*);
 ssize_t __real_getrandom(void*, size_t, unsigned);
 int __real_rand();
 void __real_srand(unsigned);
-int __real_sched_setscheduler(pid_t, int, sched_param const*);
+long __real_syscall(long, ...);
 int __real_tcgetattr(int, termios*);
 int __real_tcsetattr(int, int, termios const*);
 
@@ -263,8 +263,17 @@ void __wrap_srand(unsigned seed) {
     running->process_random = seed;
 }
 
-int __wrap_sched_setscheduler(pid_t process, int policy, sched_param const* parameters) {
-    return running ? answer(running->schedule()) : __real_sched_setscheduler(process, policy, parameters);
+long __wrap_syscall(long number, ...) {
+    long arguments[6];  // a system call has no more
+    va_list more;
+    va_start(more, number);
+    for (long& argument : arguments)
+        argument = va_arg(more, long);
+    va_end(more);
+    if (running && number == SYS_sched_setscheduler)
+        return answer(running->schedule());
+    auto const [a, b, c, d, e, f] = arguments;
+    return __real_syscall(number, a, b, c, d, e, f);
 }
 
 int __wrap_tcgetattr(int fd, termios* settings) {
