@@ -14,6 +14,8 @@ namespace {
 
 constexpr int tag_driver_line = 25;
 constexpr int read_bytes = 128;
+constexpr int longest_line =
+    65535 - 20 - 8 - tlv_header_bytes;  // of an IPv4 datagram: behind IP, UDP and element headers
 
 int open_end(str const& base_path, int number) {
     str path = base_path + str(number, 0);
@@ -26,6 +28,16 @@ void close_input() {
     fxs_in_fd = -1;
 }
 
+/// Cuts off what a message has no room for. Whether more than line ends was lost: those go anyway.
+bool cut(str& line) {
+    if (line.length() <= longest_line)
+        return false;
+    line = line.strip_leading(str::crlf);
+    str const surplus = line.substr(longest_line).strip(str::crlf);
+    line = line.leftstr(longest_line);
+    return !surplus.empty();
+}
+
 }  // namespace
 
 void open_fxs_pipe(str const& base_path) {
@@ -34,17 +46,23 @@ void open_fxs_pipe(str const& base_path) {
 }
 
 void process_fxs_input() {
-    static str pending;
+    static str pending;  // the line that is still to be completed: no line feed in it
+    static bool too_long = false;
     unsigned char bytes[read_bytes];
     ssize_t const n = read(fxs_in_fd, bytes, sizeof bytes);
     if (n == 0)
         close_input();
     if (n <= 0)
         return;
+    int searched = pending.length();
     pending.append(bytes, static_cast<int>(n));
-    for (int end = pending.find(str::newline); end >= 0; end = pending.find(str::newline)) {
-        str const line = pending.leftstr(end).strip(str::crlf);
-        pending = pending.substr(end + 1).strip(str::crlf);
-        send_command(cmd_get_tlv_str(tag_driver_line, line));
+    for (int found; (found = pending.substr(searched).find(str::newline)) >= 0; searched = 0) {
+        str const line = pending.leftstr(searched + found).strip(str::crlf);
+        pending = pending.substr(searched + found + 1).strip(str::crlf);
+        if (!too_long && line.length() <= longest_line)
+            send_command(cmd_get_tlv_str(tag_driver_line, line));
+        too_long = false;
     }
+    if (cut(pending))
+        too_long = true;
 }

@@ -14,6 +14,7 @@ void open_fxs_pipe(str const& base_path);
 
 /// Reads what the driver wrote and sends every complete line. What follows a line is stripped of CR and LF at both
 /// ends before it is looked at again, so a second complete line of one read loses its line feed and is sent joined to
-/// the bytes that arrive next; empty lines are sent too. At the end of the file it is closed for good; a named pipe has
+/// the bytes that arrive next; empty lines are sent too. A line of more than 65,503 bytes, the CR and LF around it not
+/// counted, fits no datagram and is lost without a message; it takes no more memory than one that fits. At the end of the file it is closed for good; a named pipe has
 /// no end as long as this process holds both its sides open.
 void process_fxs_input();

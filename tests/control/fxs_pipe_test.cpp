@@ -53,9 +53,12 @@ protected:
     }
     /// The driver writes, the process reads until the pipe is empty; the lines that call control gets.
     lines sent_for(std::string_view bytes) {
-        EXPECT_EQ(write(driver, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
-        while (waiting(fxs_in_fd) > 0)
-            process_fxs_input();
+        for (std::size_t n; !bytes.empty(); bytes.remove_prefix(n)) {
+            n = std::min<std::size_t>(bytes.size(), 4096);
+            EXPECT_EQ(write(driver, bytes.data(), n), static_cast<ssize_t>(n));
+            while (waiting(fxs_in_fd) > 0)
+                process_fxs_input();
+        }
         return sent();
     }
     lines sent() {
@@ -126,6 +129,26 @@ TEST_F(fxs_pipe, any_chunks_against_a_model) {
             ASSERT_EQ(sent_for(chunk), wanted) << "chunk " << i << " " << to_hex(chunk);
         }
     });
+}
+
+TEST_F(fxs_pipe, a_line_that_fits_no_datagram_is_lost_and_takes_no_more_memory) {
+    std::string const longest(65503, 'x'), returns(300, '\r');
+    std::pair<std::string, lines> const table[] = {
+        {longest + "\r\n", {longest}},
+        {longest + "y\n", {}},
+        {returns + longest + returns + "\n", {longest}},
+        {longest + returns + "y\n", {}},
+        {longest.substr(100) + returns + "y" + returns + "\n", {}},
+        {longest + longest + "\n", {}},
+        {std::string(4 << 20, 'x') + "\n", {}},
+        {longest + std::string(4 << 20, '\r') + "\n", {longest}},
+    };
+    std::uint64_t const before = str::allocated_size;
+    for (auto const& [written, reported] : table) {
+        EXPECT_TRUE(sent_for(written) == reported) << written.size();
+        EXPECT_EQ(sent_for("next\n"), lines{"next"});
+    }
+    EXPECT_LT(str::allocated_size - before, 1u << 20);
 }
 
 TEST_F(fxs_pipe, a_driver_that_goes_and_comes_back_changes_nothing) {
