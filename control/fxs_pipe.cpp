@@ -9,6 +9,7 @@
 
 int fxs_in_fd = -1;
 int fxs_out_fd = -1;
+read_pause fxs_in_pause;
 
 namespace {
 
@@ -41,6 +42,7 @@ bool cut(str& line) {
 }  // namespace
 
 void open_fxs_pipe(str const& base_path) {
+    fxs_in_pause.clear();
     fxs_in_fd = open_end(base_path, 0);
     fxs_out_fd = open_end(base_path, 1);
 }
@@ -50,6 +52,7 @@ void process_fxs_input() {
     static bool too_long = false;
     unsigned char bytes[read_bytes];
     ssize_t const n = read(fxs_in_fd, bytes, sizeof bytes);
+    fxs_in_pause.note(n > 0);
     if (n == 0)
         close_input();
     if (n <= 0)

@@ -9,17 +9,25 @@
 #include "control/sigchan.h"
 #include "dsp/devmgr.h"
 #include "lib/link.h"
+#include "lib/read_pause.h"
 #include "lib/sockets.h"
 #include "lib/timeout.h"
 #include "media/channel.h"
 
 namespace {
 
+constexpr int endless = -1;  // of waiting times in ms
+
+int shorter(int a_ms, int b_ms) {
+    return a_ms == endless || (b_ms != endless && b_ms < a_ms) ? b_ms : a_ms;
+}
+
 /// The descriptors of one pass.
 struct descriptor_sets {
     fd_set read;
     fd_set write;
     int highest = -1;
+    int pause_ms = endless;  ///< until the first of those that pause may be read again
 
     descriptor_sets() {
         FD_ZERO(&read);
@@ -33,6 +41,13 @@ struct descriptor_sets {
             return;
         FD_SET(fd, &read);
         highest = std::max(highest, fd);
+    }
+    void want_read(int fd, read_pause const& pause) {
+        int const left_ms = pause.left_ms();
+        if (left_ms == 0)
+            want_read(fd);
+        else if (selectable(fd))
+            pause_ms = shorter(pause_ms, left_ms);
     }
     void want_write(int fd) {
         if (selectable(fd))
@@ -63,16 +78,16 @@ void collect(descriptor_sets& sets) {
         for (channel_socket const& s : channel_sockets)
             sets.want_read((channels[i].*s.fd)());
     sets.want_read(command_fd);
-    sets.want_read(fxs_in_fd);
-    sets.want_read(sigchan_fd);
+    sets.want_read(fxs_in_fd, fxs_in_pause);
+    sets.want_read(sigchan_fd, sigchan_pause);
 }
 
-/// Waits at most delay_ms (-1: without limit); what select() returned. With nothing to wait for, nothing is ready.
+/// Waits at most delay_ms; what select() returned. With nothing to wait for, nothing is ready.
 int wait(descriptor_sets& sets, int delay_ms) {
     if (delay_ms == 0)
         return 0;
     timeval limit{delay_ms / 1000, delay_ms % 1000 * 1000};
-    return select(sets.highest + 1, &sets.read, &sets.write, nullptr, delay_ms < 0 ? nullptr : &limit);
+    return select(sets.highest + 1, &sets.read, &sets.write, nullptr, delay_ms == endless ? nullptr : &limit);
 }
 
 void process_command() {
@@ -106,11 +121,13 @@ void service(descriptor_sets const& sets) {
 void main_loop_pass() {
     descriptor_sets sets;
     collect(sets);
-    int const ready = wait(sets, timeout_queue::global_queue.delay(true));
-    if (ready == 0)
-        timeout_queue::global_queue.next();
-    else if (ready > 0)
+    int const timer_ms = timeout_queue::global_queue.delay(true);
+    int const limit_ms = shorter(timer_ms, sets.pause_ms);
+    int const ready = wait(sets, limit_ms);
+    if (ready > 0)
         service(sets);
+    else if (ready == 0 && limit_ms == timer_ms)
+        timeout_queue::global_queue.next();
 }
 
 void main_loop() {

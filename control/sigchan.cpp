@@ -11,6 +11,7 @@
 
 str tunnel_device;
 int sigchan_fd = -1;
+read_pause sigchan_pause;
 
 namespace {
 
@@ -40,6 +41,7 @@ void sigchan_open(str const& path) {
         log_line(0, "Could not open %s", arg_str(path));
         return;
     }
+    sigchan_pause.clear();
     configure(sigchan_fd);
     log_line(5, "Opened %s", arg_str(path));
 }
@@ -49,6 +51,7 @@ void sigchan_process() {
         return;
     static unsigned char bytes[read_bytes];
     ssize_t const n = read(sigchan_fd, bytes, sizeof bytes);
+    sigchan_pause.note(n > 0);
     if (n > 0)
         send_command(
             cmd_get_tlv_str(tag_signal, cmd_get_tlv_str(field_bytes, str(bytes, static_cast<int>(n)))));

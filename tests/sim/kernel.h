@@ -69,7 +69,9 @@ public:
     void stream_close(int stream);
     void stream_stall(int stream, bool stalled);
     void say(int line, std::int16_t const* samples, int count);
-    void hang_up(int line, bool hung_up) { lines[line].hung_up = hung_up; }
+    void hang_up(int device, bool hung_up) {
+        (device == signal_device ? signal_hung_up : lines[device].hung_up) = hung_up;
+    }
     void feed(bool pipe, std::string_view data);
     /// Bytes that would complete the command which the process has received in part.
     std::size_t command_bytes_missing() const;
@@ -107,8 +109,9 @@ private:
         endpoint peer;
         enum { fresh, connecting, connected, refused } state = fresh;
         bool peer_closed = false, stalled = false;
-        std::size_t room = 0;  ///< bytes that the process may write before the far end has them
-        bytes inbox;           ///< of streams, pipe and signalling device
+        std::size_t room = 0;            ///< bytes that the process may write before the far end has them
+        bytes inbox;                     ///< of streams, pipe and signalling device
+        std::int64_t gave_nothing = -1;  ///< in which tick of the process's clock a read did
     };
     struct line_state {
         int opened = 0;
@@ -141,6 +144,7 @@ private:
 
     descriptor table[fd_count];
     line_state lines[line_count];
+    bool signal_hung_up = false;
     fault faults[static_cast<int>(call::count)];
     std::map<moment, event, std::less<moment>, outside<std::pair<moment const, event>>> events;
     std::uint64_t scheduled = 0;

@@ -27,6 +27,12 @@ long kernel::read(int fd, void* buffer, std::size_t size) {
             now += ms / 10;
         return lines[d.number].hung_up ? 0 : static_cast<long>(take(lines[d.number].captured, buffer, size));
     }
+    if (d.what == kind::signal && signal_hung_up) {
+        if (d.gave_nothing == ticks())
+            complain("a device that gave nothing was asked again at once");
+        d.gave_nothing = ticks();
+        return 0;
+    }
     return static_cast<long>(take(d.inbox, buffer, size));
 }
 

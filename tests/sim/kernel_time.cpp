@@ -67,8 +67,8 @@ bool kernel::readable(descriptor const& d) const {
         case kind::udp: return !d.datagrams.empty();
         case kind::stream: return d.state == descriptor::refused || d.peer_closed || !d.inbox.empty();
         case kind::line: return lines[d.number].hung_up || lines[d.number].captured.size() >= block_bytes;
-        case kind::pipe_in:
-        case kind::signal: return !d.inbox.empty();
+        case kind::pipe_in: return !d.inbox.empty();
+        case kind::signal: return signal_hung_up || !d.inbox.empty();
         default: return false;
     }
 }

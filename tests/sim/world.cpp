@@ -146,8 +146,8 @@ void world::say(int line, std::int16_t const* samples, int count) {
     system->say(line, samples, count);
 }
 
-void world::hang_up(int line, bool hung_up) {
-    system->hang_up(line, hung_up);
+void world::hang_up(int device, bool hung_up) {
+    system->hang_up(device, hung_up);
 }
 
 void world::driver_text(std::string_view text) {

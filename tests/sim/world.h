@@ -27,7 +27,7 @@ class str;
 /// same program is the same for the same input (the block pool keeps its free blocks).
 namespace sim {
 
-constexpr int line_count = 4;
+constexpr int line_count = 4, signal_device = line_count;
 constexpr int block_samples = 80;                                     ///< 10 ms
 constexpr std::int64_t us = 1000, ms = 1000000, second = 1000000000;  ///< in ns
 
@@ -129,8 +129,8 @@ public:
     // ---- devices
     /// Blocks of silence or what surroundings::line() says come every 10 ms; this comes in front of them, at once.
     void say(int line, std::int16_t const* samples, int count);
-    /// Readable, but reads give 0 bytes and nothing is heard, until it is undone.
-    void hang_up(int line, bool hung_up = true);
+    /// A line or signal_device: readable, but reads give 0 bytes and nothing is heard, until it is undone.
+    void hang_up(int device, bool hung_up = true);
     void driver_text(std::string_view text);
     void signal_bytes(std::string_view bytes);
 
@@ -140,7 +140,7 @@ public:
 
     // ---- what can be asked any time
     /// The first thing that the process did and must not do: a call that would block for ever, a closed descriptor
-    /// used or closed, a loop that doesn't let time pass. Null: none.
+    /// used or closed, a dead device asked again at once, a loop that doesn't let time pass. Null: none.
     char const* trouble() const;
     /// No simulated descriptor is open but control socket, pipe and signalling device, and the heartbeat is the only
     /// timeout.

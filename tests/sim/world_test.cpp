@@ -98,4 +98,29 @@ TEST(world, sees_what_the_process_must_not_do) {
     EXPECT_STREQ(w.trouble(), "a closed descriptor was closed");
 }
 
+/// One that hung up is asked at most once in 10 ms, and timers and calls go on; once it is back it is read at once.
+TEST(world, a_dead_device_does_not_hold_the_process) {
+    diary around;
+    sim::world w(around, {});
+    around.world = &w;
+    w.run_ms(5);
+    w.hang_up(sim::signal_device);
+    w.driver_text("1\n");
+    w.run_ms(2500);
+    w.fail(sim::call::read, EIO, 50);
+    w.driver_text("2\n");
+    w.hang_up(sim::signal_device, false);
+    w.signal_bytes("3");
+    w.run_ms(700);
+    EXPECT_EQ(w.trouble(), nullptr);
+    EXPECT_EQ(around.text,
+              "-1 report 00130000\n"
+              "5000 report 0019000131\n"
+              "1005000 report 00130000\n"
+              "2005000 report 00130000\n"
+              "2755000 report 0019000132\n"  // 25 times 10 ms: each failure is of one of the two
+              "2755000 report 000800050002000133\n"
+              "3005000 report 00130000\n");
+}
+
 }  // namespace
