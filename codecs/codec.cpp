@@ -4,13 +4,10 @@
 #include <cstring>
 
 #include "codecs/g711.h"
-#include "codecs/pcm.h"
 #include "lib/bytes.h"
+#include "lib/pcm.h"
 
 namespace {
-
-constexpr int block_samples = 80;  // 10 ms
-constexpr int block_bytes = block_samples * bytes_per_sample;
 
 // A string of n bytes, to be filled.
 str room(int n) {
@@ -20,7 +17,7 @@ str room(int n) {
 }
 
 int samples_of(str const& pcm) {
-    return pcm.length() / bytes_per_sample;
+    return pcm.length() / pcm::sample_bytes;
 }
 
 }  // namespace
@@ -93,7 +90,7 @@ str codec::encode_mu_law(str const& pcm) {
 }
 
 str codec::decode_mu_law(str const& payload) {
-    str pcm = room(payload.length() * bytes_per_sample);
+    str pcm = room(payload.length() * pcm::sample_bytes);
     g711::decode_mu_law(payload.cbuffer(), payload.length(), pcm.buffer());
     return pcm;
 }
@@ -106,18 +103,18 @@ str codec::encode_a_law(str const& pcm) {
 }
 
 str codec::decode_a_law(str const& payload) {
-    str pcm = room(payload.length() * bytes_per_sample);
+    str pcm = room(payload.length() * pcm::sample_bytes);
     g711::decode_a_law(payload.cbuffer(), payload.length(), pcm.buffer());
     return pcm;
 }
 
 #if FXSMEDIA_G729
 str codec::encode_g729(str const& pcm) {
-    int const frames = pcm.length() / block_bytes;
+    int const frames = pcm.length() / pcm::block_bytes;
     str payload = room(frames * g729a_frame_bytes);
     unsigned char const* in = pcm.cbuffer();
     unsigned char* out = payload.buffer();
-    for (int i = 0; i < frames; i++, in += block_bytes, out += g729a_frame_bytes) {
+    for (int i = 0; i < frames; i++, in += pcm::block_bytes, out += g729a_frame_bytes) {
         std::int16_t speech[g729a_frame_samples];
         std::memcpy(speech, in, sizeof speech);
         g729a_encode_frame(g729_encoder, speech, out);
@@ -127,10 +124,10 @@ str codec::encode_g729(str const& pcm) {
 
 str codec::decode_g729(str const& payload) {
     int const frames = payload.length() / g729a_frame_bytes;
-    str pcm = room(frames * block_bytes);
+    str pcm = room(frames * pcm::block_bytes);
     unsigned char const* in = payload.cbuffer();
     unsigned char* out = pcm.buffer();
-    for (int i = 0; i < frames; i++, in += g729a_frame_bytes, out += block_bytes) {
+    for (int i = 0; i < frames; i++, in += g729a_frame_bytes, out += pcm::block_bytes) {
         std::int16_t speech[g729a_frame_samples];
         g729a_decode_frame(g729_decoder, in, speech);
         std::memcpy(out, speech, sizeof speech);
@@ -152,10 +149,10 @@ str codec::encode_g722(str const& pcm) {
     str payload = room(n);
     unsigned char const* in = pcm.cbuffer();
     unsigned char* out = payload.buffer();
-    for (int done = 0; done < n; done += block_samples) {
-        int const count = std::min(block_samples, n - done);
-        short samples[block_samples];
-        std::memcpy(samples, in + done * bytes_per_sample, static_cast<unsigned>(count * bytes_per_sample));
+    for (int done = 0; done < n; done += pcm::block_samples) {
+        int const count = std::min(pcm::block_samples, n - done);
+        short samples[pcm::block_samples];
+        std::memcpy(samples, in + done * pcm::sample_bytes, static_cast<unsigned>(count * pcm::sample_bytes));
         g722_both.encode(count, samples, out + done);
     }
     return payload;
@@ -163,14 +160,15 @@ str codec::encode_g722(str const& pcm) {
 
 str codec::decode_g722(str const& payload) {
     int const n = payload.length();
-    str pcm = room(n * bytes_per_sample);
+    str pcm = room(n * pcm::sample_bytes);
     unsigned char const* in = payload.cbuffer();
     unsigned char* out = pcm.buffer();
-    for (int done = 0; done < n; done += block_samples) {
-        int const count = std::min(block_samples, n - done);
-        short samples[block_samples];
+    for (int done = 0; done < n; done += pcm::block_samples) {
+        int const count = std::min(pcm::block_samples, n - done);
+        short samples[pcm::block_samples];
         g722_both.decode(count, samples, in + done);
-        std::memcpy(out + done * bytes_per_sample, samples, static_cast<unsigned>(count * bytes_per_sample));
+        std::memcpy(out + done * pcm::sample_bytes, samples,
+                    static_cast<unsigned>(count * pcm::sample_bytes));
     }
     return pcm;
 }
@@ -181,8 +179,8 @@ str codec::encode_g726(str const& pcm) {
     unsigned char const* in = pcm.cbuffer();
     unsigned char* out = payload.buffer();
     for (int i = 0; i < bytes; i++) {
-        unsigned const first = g726_encoder.encode(static_cast<unsigned>(load_sample(in, 2 * i)));
-        unsigned const second = g726_encoder.encode(static_cast<unsigned>(load_sample(in, 2 * i + 1)));
+        unsigned const first = g726_encoder.encode(static_cast<unsigned>(pcm::load_sample(in, 2 * i)));
+        unsigned const second = g726_encoder.encode(static_cast<unsigned>(pcm::load_sample(in, 2 * i + 1)));
         out[i] = static_cast<unsigned char>(second << 4 | first);
     }
     return payload;
@@ -190,12 +188,12 @@ str codec::encode_g726(str const& pcm) {
 
 str codec::decode_g726(str const& payload) {
     int const bytes = payload.length();
-    str pcm = room(bytes * 2 * bytes_per_sample);
+    str pcm = room(bytes * 2 * pcm::sample_bytes);
     unsigned char const* in = payload.cbuffer();
     unsigned char* out = pcm.buffer();
     for (int i = 0; i < bytes; i++) {
-        store_sample(out, 2 * i, static_cast<std::int16_t>(g726_decoder.decode(in[i] & 15)));
-        store_sample(out, 2 * i + 1, static_cast<std::int16_t>(g726_decoder.decode(in[i] >> 4)));
+        pcm::store_sample(out, 2 * i, static_cast<std::int16_t>(g726_decoder.decode(in[i] & 15)));
+        pcm::store_sample(out, 2 * i + 1, static_cast<std::int16_t>(g726_decoder.decode(in[i] >> 4)));
     }
     return pcm;
 }
@@ -214,10 +212,10 @@ str codec::decode_event(str const& payload) {
     last_event_duration = step < longest_step ? duration : last_event_duration + longest_step;
     if (event >= dtmf_synthesizer::digits)
         return str();
-    int const blocks = (static_cast<int>(step) + block_samples - 1) / block_samples;
-    str tone = room(blocks * block_bytes);
+    int const blocks = (static_cast<int>(step) + pcm::block_samples - 1) / pcm::block_samples;
+    str tone = room(blocks * pcm::block_bytes);
     for (int i = 0; i < blocks; i++)
-        std::memcpy(tone.buffer() + i * block_bytes, event_tone.get_samples(event, volume).cbuffer(),
-                    block_bytes);
+        std::memcpy(tone.buffer() + i * pcm::block_bytes, event_tone.get_samples(event, volume).cbuffer(),
+                    pcm::block_bytes);
     return tone;
 }

@@ -3,7 +3,7 @@
 #include <array>
 #include <bit>
 
-#include "codecs/pcm.h"
+#include "lib/pcm.h"
 
 namespace {
 
@@ -94,22 +94,22 @@ unsigned char mu_law_from_a_law(unsigned char code) {
 
 void encode_mu_law(unsigned char const* pcm, int n, unsigned char* codes) {
     for (int i = 0; i < n; i++)
-        codes[i] = mu_law_from_linear(load_sample(pcm, i));
+        codes[i] = mu_law_from_linear(pcm::load_sample(pcm, i));
 }
 
 void decode_mu_law(unsigned char const* codes, int n, unsigned char* pcm) {
     for (int i = 0; i < n; i++)
-        store_sample(pcm, i, linear_from_mu_law(codes[i]));
+        pcm::store_sample(pcm, i, linear_from_mu_law(codes[i]));
 }
 
 void encode_a_law(unsigned char const* pcm, int n, unsigned char* codes) {
     for (int i = 0; i < n; i++)
-        codes[i] = a_law_from_mu_law(mu_law_from_linear(load_sample(pcm, i)));
+        codes[i] = a_law_from_mu_law(mu_law_from_linear(pcm::load_sample(pcm, i)));
 }
 
 void decode_a_law(unsigned char const* codes, int n, unsigned char* pcm) {
     for (int i = 0; i < n; i++)
-        store_sample(pcm, i, linear_from_mu_law(mu_law_from_a_law(codes[i])));
+        pcm::store_sample(pcm, i, linear_from_mu_law(mu_law_from_a_law(codes[i])));
 }
 
 }  // namespace g711

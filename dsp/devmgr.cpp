@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstring>
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
@@ -176,14 +175,8 @@ str devmgr::mix_audio(str const& pcm, str& queue) {
     str mixed = pcm;
     unsigned char* const out = mixed.buffer();
     unsigned char const* const add = queue.cbuffer();
-    for (int at = 0; at + 1 < n; at += 2) {
-        std::int16_t a;
-        std::int16_t b;
-        memcpy(&a, out + at, sizeof a);
-        memcpy(&b, add + at, sizeof b);
-        std::int16_t const sum = saturated_sum(a, b);
-        memcpy(out + at, &sum, sizeof sum);
-    }
+    for (int i = 0; i < n / pcm::sample_bytes; i++)
+        pcm::store_sample(out, i, saturated_sum(pcm::load_sample(out, i), pcm::load_sample(add, i)));
     queue = queue.substr(n);
     return mixed;
 }

@@ -1,7 +1,8 @@
 #include "dsp/dtmf_recognition.h"
 
 #include <algorithm>
-#include <cstring>
+
+#include "lib/pcm.h"
 
 std::int32_t dtmf_recognition::input_gain = 512;
 
@@ -58,11 +59,8 @@ void dtmf_recognition::clear() {
 
 void dtmf_recognition::add_samples(str const& pcm) {
     unsigned char const* const in = pcm.cbuffer();
-    for (int at = 0; at + 1 < pcm.length(); at += 2) {
-        std::int16_t sample;
-        memcpy(&sample, in + at, sizeof sample);
-        add_sample(sample);
-    }
+    for (int i = 0; i < pcm.length() / pcm::sample_bytes; i++)
+        add_sample(pcm::load_sample(in, i));
 }
 
 void dtmf_recognition::add_sample(std::int32_t sample) {

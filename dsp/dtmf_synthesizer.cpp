@@ -1,10 +1,9 @@
 #include "dsp/dtmf_synthesizer.h"
 
 #include "dsp/sine_tables.h"
+#include "lib/pcm.h"
 
 namespace {
-
-constexpr int block_samples = 80;
 
 // One table of a frequency group, played in a loop.
 struct loop {
@@ -55,7 +54,7 @@ void dtmf_synthesizer::clear() {
 }
 
 str dtmf_synthesizer::get_samples(int digit, unsigned int attenuation) {
-    std::int16_t samples[block_samples] = {};
+    std::int16_t samples[pcm::block_samples] = {};
     if (digit >= 0 && digit < digits) {
         if (digit != current_digit) {
             clear();

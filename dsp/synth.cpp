@@ -5,10 +5,10 @@
 #include "dsp/sine_tables.h"
 #include "dsp/tone_tables.h"
 #include "lib/log_line.h"
+#include "lib/pcm.h"
 
 namespace {
 
-constexpr int block_samples = 80;
 constexpr int full_envelope = 256;
 constexpr int ramp_step = 2;  // a full attack or release in 128 samples, 16 ms
 constexpr int peak = 32767;
@@ -85,7 +85,7 @@ std::int16_t synth::next_sample() {
 }
 
 str synth::get_10ms() {
-    std::int16_t samples[block_samples];
+    std::int16_t samples[pcm::block_samples];
     for (std::int16_t& sample : samples)
         sample = next_sample();
     return str(reinterpret_cast<unsigned char const*>(samples), sizeof samples);

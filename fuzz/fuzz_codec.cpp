@@ -7,8 +7,8 @@
 
 #include "codecs/codec.h"
 #include "codecs/g711.h"
-#include "codecs/pcm.h"
 #include "fuzz/fuzz_target.h"
+#include "lib/pcm.h"
 
 namespace {
 
@@ -32,9 +32,9 @@ constexpr coder coders[] = {{codec::linear, 1, 1},  {codec::mu_law, 1, 2},      
 /// Big-endian samples, so that an input means the same everywhere.
 str pcm_of(str const& bytes) {
     str pcm;
-    pcm.writable(bytes.length() / 2 * bytes_per_sample);
+    pcm.writable(bytes.length() / 2 * pcm::sample_bytes);
     for (int i = 0; i < bytes.length() / 2; i++)
-        store_sample(pcm.buffer(), i, static_cast<std::int16_t>(bytes[2 * i] << 8 | bytes[2 * i + 1]));
+        pcm::store_sample(pcm.buffer(), i, static_cast<std::int16_t>(bytes[2 * i] << 8 | bytes[2 * i + 1]));
     return pcm;
 }
 

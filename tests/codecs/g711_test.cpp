@@ -5,7 +5,7 @@
 
 #include <cstdlib>
 
-#include "codecs/pcm.h"
+#include "lib/pcm.h"
 
 namespace {
 
@@ -42,7 +42,7 @@ TEST(g711, every_sample_against_spandsp) {
     for (int at = 0; at < 2; at++)
         for (bool a_law : {false, true}) {
             for (int i = 0; i < n; i++)
-                store_sample(input + at, i, static_cast<std::int16_t>(i - 32768));
+                pcm::store_sample(input + at, i, static_cast<std::int16_t>(i - 32768));
             codes[n] = output[at + 2 * n] = 0x5C;
             (a_law ? g711::encode_a_law : g711::encode_mu_law)(input + at, n, codes);
             (a_law ? g711::decode_a_law : g711::decode_mu_law)(codes, n, output + at);
@@ -52,7 +52,7 @@ TEST(g711, every_sample_against_spandsp) {
                 ASSERT_EQ(g711::mu_law_from_linear(static_cast<std::int16_t>(i - 32768)), mu) << i;
                 ASSERT_EQ(codes[i], a_law ? ulaw_to_alaw(mu) : mu) << i;
                 std::uint8_t const back = a_law ? alaw_to_ulaw(codes[i]) : mu;
-                ASSERT_EQ(load_sample(output + at, i), linear_of(back)) << i;
+                ASSERT_EQ(pcm::load_sample(output + at, i), linear_of(back)) << i;
             }
         }
 }
