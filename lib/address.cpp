@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "lib/wire.h"
+
 bool ipv4 = true;
 bool ipv6 = true;
 
@@ -54,8 +56,9 @@ str compact_ipv6(str const& text) {
     unsigned group = 0;  // the last four hex digits seen: older ones are shifted out
     int gap = -1;        // index of the group behind which the missing zero groups belong
     auto const emit = [&] {
-        address += static_cast<unsigned char>(group >> 8);
-        address += static_cast<unsigned char>(group);
+        unsigned char bytes[2];
+        wire::put16(bytes, group);
+        address.append(bytes, sizeof bytes);
         group = 0;
     };
     for (int i = 0; i < text.length(); i++) {

@@ -1,5 +1,10 @@
 #include "lib/bytes.h"
 
+#include <algorithm>
+#include <cstring>
+
+#include "lib/wire.h"
+
 namespace utils {
 
 str content_length("content-length");
@@ -21,18 +26,16 @@ str bin2hex(str const& data, bool upper) {
 
 str int2str(unsigned value, int n) {
     str data(static_cast<unsigned char>(0), n);
-    unsigned char* const out = data.buffer();
-    for (int i = n - 1; i >= 0; i--, value >>= 8)
-        out[i] = static_cast<unsigned char>(value);
+    unsigned char word[4];
+    wire::put32(word, value);
+    int const used = std::clamp(n, 0, 4);
+    std::memcpy(data.buffer() + n - used, word + 4 - used, static_cast<size_t>(used));
     return data;
 }
 
 int str2int(str const& data) {
-    unsigned value = 0;
-    unsigned char const* const in = data.cbuffer();
-    for (int i = 0; i < data.length(); i++)
-        value = value << 8 | in[i];
-    return static_cast<int>(value);
+    str const word = str('\0', 4 - data.length()) + data.rightstr(4);
+    return static_cast<int>(str2uint32(word));
 }
 
 int get_leading_whitespace(str const& data) {

@@ -2,6 +2,7 @@
 #include <cstring>
 
 #include "lib/str.h"
+#include "lib/wire.h"
 
 namespace {
 
@@ -38,8 +39,9 @@ constexpr char upper_digits[] = "0123456789ABCDEF";
 
 /// The low 16 bits as four digits; the higher ones are lost.
 str hex_of_number(unsigned value) {
-    return hex_of_bytes(str(static_cast<unsigned char>(value >> 8), static_cast<unsigned char>(value)),
-                        upper_digits);
+    unsigned char bytes[2];
+    wire::put16(bytes, value);
+    return hex_of_bytes(str(bytes, sizeof bytes), upper_digits);
 }
 
 str padded_left(str const& text, int width) {

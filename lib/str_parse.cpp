@@ -1,6 +1,7 @@
 #include <cstring>
 
 #include "lib/str.h"
+#include "lib/wire.h"
 
 namespace {
 
@@ -130,10 +131,11 @@ str str::get_rest(int n, char sep) const {
 }
 
 std::uint16_t str2int16(str const& data) {
-    return static_cast<std::uint16_t>(data[0] << 8 | data[1]);
+    unsigned char const bytes[] = {data[0], data[1]};
+    return wire::get16(bytes);
 }
 
 std::uint32_t str2uint32(str const& data) {
-    return static_cast<std::uint32_t>(data[0]) << 24 | static_cast<std::uint32_t>(data[1]) << 16 |
-           static_cast<std::uint32_t>(data[2]) << 8 | data[3];
+    unsigned char const bytes[] = {data[0], data[1], data[2], data[3]};
+    return wire::get32(bytes);
 }

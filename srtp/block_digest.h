@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "lib/str.h"
+#include "lib/wire.h"
 
 /// What MD5 and SHA-1 share: 64-byte blocks, a state of 32-bit words, and the padding with the length in bits.
 ///
@@ -15,20 +16,19 @@
 ///     static void compress(std::uint32_t* state, unsigned char const* block);
 /// A digest is a plain value: copying it half-way continues both copies from there.
 
-/// A 32-bit word at any address in that byte order.
+/// Numbers at any address in that byte order.
 template <std::endian order>
 inline std::uint32_t load32(unsigned char const* p) {
-    constexpr bool big = order == std::endian::big;
-    return static_cast<std::uint32_t>(p[0]) << (big ? 24 : 0) |
-           static_cast<std::uint32_t>(p[1]) << (big ? 16 : 8) |
-           static_cast<std::uint32_t>(p[2]) << (big ? 8 : 16) |
-           static_cast<std::uint32_t>(p[3]) << (big ? 0 : 24);
+    std::uint32_t const value = wire::get32(p);
+    return order == std::endian::big ? value : __builtin_bswap32(value);
 }
-
 template <std::endian order>
 inline void store32(unsigned char* p, std::uint32_t value) {
-    for (int i = 0; i < 4; i++)
-        p[i] = static_cast<unsigned char>(value >> (order == std::endian::big ? 24 - 8 * i : 8 * i));
+    wire::put32(p, order == std::endian::big ? value : __builtin_bswap32(value));
+}
+template <std::endian order>
+inline void store64(unsigned char* p, std::uint64_t value) {
+    wire::put64(p, order == std::endian::big ? value : __builtin_bswap64(value));
 }
 
 template <typename algorithm>
@@ -79,9 +79,6 @@ void block_digest<algorithm>::update(unsigned char const* data, int n) {
 
 template <typename algorithm>
 void block_digest<algorithm>::finish(unsigned char* digest) {
-    std::uint64_t const bits = total * 8;
-    std::uint32_t const high = static_cast<std::uint32_t>(bits >> 32), low = static_cast<std::uint32_t>(bits);
-    constexpr bool big = algorithm::order == std::endian::big;
     constexpr int length_at = block_bytes - 8;
     unsigned used = static_cast<unsigned>(total % block_bytes);
     buffer[used++] = 0x80;
@@ -91,8 +88,7 @@ void block_digest<algorithm>::finish(unsigned char* digest) {
         used = 0;
     }
     std::memset(buffer + used, 0, length_at - used);
-    store32<algorithm::order>(buffer + length_at, big ? high : low);
-    store32<algorithm::order>(buffer + length_at + 4, big ? low : high);
+    store64<algorithm::order>(buffer + length_at, total * 8);
     algorithm::compress(state, buffer);
     for (int i = 0; i < digest_bytes / 4; i++)
         store32<algorithm::order>(digest + 4 * i, state[i]);

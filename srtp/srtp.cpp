@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "lib/wire.h"
+
 namespace {
 
 using hmac_sha1 = hmac<sha1>;
@@ -12,19 +14,18 @@ constexpr int at_roc = 8;
 constexpr int at_sequence = 12;
 constexpr int at_block = 14;
 
-/// counter[at..] = salt[at..] XOR the low n bytes of value, big-endian.
-void combine(aes_cm_context& cipher, int at, std::uint32_t value, int n) {
-    for (int i = at + n; i-- > at; value >>= 8)
-        cipher.counter[i] = static_cast<unsigned char>(cipher.offset[i] ^ value);
+/// counter[at..] = salt[at..] XOR value.
+void combine32(aes_cm_context& cipher, int at, std::uint32_t value) {
+    wire::put32(&cipher.counter[at], wire::get32(cipher.offset.octets() + at) ^ value);
 }
 
 void set_sequence(aes_cm_context& cipher, unsigned int seq) {
-    combine(cipher, at_sequence, seq, 2);
+    wire::put16(&cipher.counter[at_sequence], wire::get16(cipher.offset.octets() + at_sequence) ^ seq);
     cipher.counter[at_block] = cipher.counter[at_block + 1] = 0;
 }
 
 void set_ssrc(aes_cm_context& cipher, str const& ssrc) {
-    combine(cipher, at_ssrc, str2uint32(ssrc), 4);
+    combine32(cipher, at_ssrc, str2uint32(ssrc));
 }
 
 /// Keys one cipher and the HMAC that goes with it.
@@ -39,7 +40,7 @@ void key_cipher(aes_cm_context& cipher, hmac_sha1& mac, void (*derive)(aes_cm_co
 void authenticate(srtp_ctx const& context, str const& packet, std::uint32_t roc,
                   unsigned char (&result)[hmac_sha1::mac_bytes]) {
     unsigned char suffix[4];
-    store32<std::endian::big>(suffix, roc);
+    wire::put32(suffix, roc);
     hmac_sha1 mac = context.rtp_mac;
     mac.update(packet);
     mac.update(suffix, sizeof(suffix));
@@ -63,7 +64,7 @@ void srtp_key(srtp_ctx& context, str const& material, str const& ssrc) {
 }
 
 void srtp_set_index(srtp_ctx& context, unsigned int seq) {
-    combine(context.rtp, at_roc, context.roc, 4);
+    combine32(context.rtp, at_roc, context.roc);
     set_sequence(context.rtp, seq);
 }
 
