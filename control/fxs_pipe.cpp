@@ -9,7 +9,7 @@
 
 int fxs_in_fd = -1;
 int fxs_out_fd = -1;
-read_pause fxs_in_pause;
+retry_pause fxs_in_pause;
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include "control/sigchan.h"
 #include "dsp/devmgr.h"
 #include "lib/link.h"
-#include "lib/read_pause.h"
+#include "lib/retry_pause.h"
 #include "lib/sockets.h"
 #include "lib/timeout.h"
 #include "media/channel.h"
@@ -27,7 +27,7 @@ struct descriptor_sets {
     fd_set read;
     fd_set write;
     int highest = -1;
-    int pause_ms = endless;  ///< until the first of those that pause may be read again
+    int pause_ms = endless;  ///< until the first of those that pause may be tried again
 
     descriptor_sets() {
         FD_ZERO(&read);
@@ -42,16 +42,22 @@ struct descriptor_sets {
         FD_SET(fd, &read);
         highest = std::max(highest, fd);
     }
-    void want_read(int fd, read_pause const& pause) {
-        int const left_ms = pause.left_ms();
-        if (left_ms == 0)
+    void want_read(int fd, retry_pause const& pause) {
+        if (may_try(fd, pause))
             want_read(fd);
-        else if (selectable(fd))
-            pause_ms = shorter(pause_ms, left_ms);
     }
-    void want_write(int fd) {
-        if (selectable(fd))
-            FD_SET(fd, &write);
+    void want_write(int fd, retry_pause const& pause) {
+        if (!may_try(fd, pause))
+            return;
+        FD_SET(fd, &write);
+        highest = std::max(highest, fd);
+    }
+    /// Whether it is open and does not pause; when it does, select() waits no longer than that.
+    bool may_try(int fd, retry_pause const& pause) {
+        int const left_ms = pause.left_ms();
+        if (left_ms > 0 && selectable(fd))
+            pause_ms = shorter(pause_ms, left_ms);
+        return left_ms == 0 && selectable(fd);
     }
     bool readable(int fd) const { return selectable(fd) && FD_ISSET(fd, &read); }
     bool writable(int fd) const { return selectable(fd) && FD_ISSET(fd, &write); }
@@ -70,9 +76,9 @@ constexpr channel_socket channel_sockets[] = {
 
 void collect(descriptor_sets& sets) {
     for (int i = 0; devmgrs.valid(i); i++) {
-        sets.want_read(devmgrs[i].get_fd());
+        sets.want_read(devmgrs[i].get_fd(), devmgrs[i].get_read_pause());
         if (devmgrs[i].output_available())
-            sets.want_write(devmgrs[i].get_fd());
+            sets.want_write(devmgrs[i].get_fd(), devmgrs[i].get_write_pause());
     }
     for (int i = 0; channels.valid(i); i++)
         for (channel_socket const& s : channel_sockets)

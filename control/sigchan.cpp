@@ -11,7 +11,7 @@
 
 str tunnel_device;
 int sigchan_fd = -1;
-read_pause sigchan_pause;
+retry_pause sigchan_pause;
 
 namespace {
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "lib/read_pause.h"
+#include "lib/retry_pause.h"
 #include "lib/str.h"
 
 /// The serial signalling device: a transparent relay of bytes between the line's other side and call control. Bytes
@@ -8,7 +8,7 @@
 
 extern str tunnel_device;         ///< path given by an option; empty: no device
 extern int sigchan_fd;            ///< -1 until opened
-extern read_pause sigchan_pause;  ///< of sigchan_fd
+extern retry_pause sigchan_pause;  ///< of sigchan_fd
 
 /// Opens the device raw and non-blocking at 115200 baud; an empty path does nothing. A failure is logged (level 0)
 /// and leaves the process without the device.

@@ -90,6 +90,8 @@ void devmgr::open() {
     if (utils::valid_socket(fd))
         return;
     fd = ::open(path.c_str(), O_RDWR);
+    read_pause.clear();
+    write_pause.clear();
     log_line(6, "Open %s", arg_str(path));
 }
 
@@ -113,6 +115,7 @@ void devmgr::read_audio() {
         return;
     int const n = static_cast<int>(read(fd, read_buffer, drain_rx ? drain_bytes : pcm::block_bytes));
     drain_rx = false;
+    read_pause.note(n >= 1);
     if (n >= 1)
         recv_device(str(read_buffer, pcm::block_bytes));
     else
@@ -156,8 +159,7 @@ void devmgr::send_device(int channel, str const& pcm) {
                 first_write = false;
                 tx_clear();
             }
-            [[maybe_unused]] ssize_t const written =
-                write(fd, out.cbuffer(), static_cast<size_t>(out.length()));
+            write_pause.note(write(fd, out.cbuffer(), static_cast<size_t>(out.length())) > 0);
         }
         if (second_channel >= 0)
             enqueue(to_second, pcm);

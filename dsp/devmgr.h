@@ -1,6 +1,7 @@
 #pragma once
 
 #include "dsp/dtmf_recognition.h"
+#include "lib/retry_pause.h"
 #include "lib/str.h"
 #include "lib/svector.h"
 
@@ -31,6 +32,9 @@ public:
     void close();
     /// -1 when closed.
     int get_fd() const { return fd; }
+    /// After a read that gave nothing, and a write that failed.
+    retry_pause const& get_read_pause() const { return read_pause; }
+    retry_pause const& get_write_pause() const { return write_pause; }
 
     /// Whether a channel has audio for the line.
     bool output_available() const;
@@ -58,6 +62,8 @@ private:
     int first_channel;   ///< its received audio is written to the device
     int second_channel;  ///< second conference party
     int fd;
+    retry_pause read_pause;
+    retry_pause write_pause;
     str path;
     str to_device;              ///< from the second channel, to be mixed into the device's output
     str to_first;               ///< received on the second channel, to be mixed into what the first one sends

@@ -21,13 +21,11 @@ long kernel::read(int fd, void* buffer, std::size_t size) {
         complain(d.what == kind::none ? "a closed descriptor was read" : "a read would block for ever");
         return -EAGAIN;
     }
-    if (d.what == kind::line) {
+    if (d.what == kind::line && !lines[d.number].hung_up) {
         std::memset(buffer, 0, size);  // what the block does not fill would else be an earlier run's
-        if (lines[d.number].hung_up)
-            now += ms / 10;
-        return lines[d.number].hung_up ? 0 : static_cast<long>(take(lines[d.number].captured, buffer, size));
+        return static_cast<long>(take(lines[d.number].captured, buffer, size));
     }
-    if (d.what == kind::signal && signal_hung_up) {
+    if (d.what == kind::line || (d.what == kind::signal && signal_hung_up)) {
         if (d.gave_nothing == ticks())
             complain("a device that gave nothing was asked again at once");
         d.gave_nothing = ticks();

@@ -123,4 +123,23 @@ TEST(world, a_dead_device_does_not_hold_the_process) {
               "3005000 report 00130000\n");
 }
 
+/// The world complains when one that hung up is read twice in 10 ms; the failing writes would be over at once.
+TEST(world, a_dead_line_does_not_hold_the_process) {
+    diary around;
+    sim::world w(around, {});
+    around.world = &w;
+    w.command(call_command(16, str()));
+    w.command(call_command(18, cmd_get_tlv_short(18, 1)));
+    w.command(call_command(12, cmd_get_tlv_short(28, 1) + cmd_get_tlv_short(29, 1)));  // a tone
+    w.hang_up(1);
+    w.fail(sim::call::write, EIO, 120);
+    w.run_ms(1000);
+    w.hang_up(1, false);
+    w.run_ms(100);
+    EXPECT_EQ(around.loudest, 0);
+    w.run_ms(500);
+    EXPECT_GT(around.loudest, 1000);
+    EXPECT_EQ(w.trouble(), nullptr);
+}
+
 }  // namespace
