@@ -6,6 +6,7 @@
 #include "codecs/g726.h"
 #include "codecs/gsm_coder.h"
 #include "dsp/dtmf_synthesizer.h"
+#include "lib/protocol.h"
 #include "lib/str.h"
 
 #if FXSMEDIA_G729
@@ -22,14 +23,21 @@ class codec {
 public:
     /// Codec numbers; any other number means mu-law. In a build without G.729 (FXSMEDIA_G729 off) 3 is such a
     /// number.
-    static constexpr int linear = 0;           ///< the samples as they are
-    static constexpr int mu_law = 1;           ///< G.711, 1 byte a sample
-    static constexpr int a_law = 2;            ///< G.711, 1 byte a sample
-    static constexpr int g729 = 3;             ///< G.729 Annex A, 10 bytes a frame of 80 samples
-    static constexpr int gsm_full_rate = 4;    ///< GSM 06.10, 33 bytes a frame of 160 samples, or 65 for two
-    static constexpr int g722_64 = 5;          ///< G.722 at 64 kbit/s, 1 byte a sample (8 kHz on our side)
-    static constexpr int g726_32 = 6;          ///< G.726 at 32 kbit/s, 2 samples a byte, first in low bits
-    static constexpr int telephone_event = 7;  ///< RFC 4733, 4 bytes; only decoded
+    /// The samples as they are.
+    static constexpr int linear = protocol::codec_number::linear;
+    /// G.711, 1 byte a sample.
+    static constexpr int mu_law = protocol::codec_number::pcmu;
+    static constexpr int a_law = protocol::codec_number::pcma;
+    /// G.729 Annex A, 10 bytes a frame of 80 samples.
+    static constexpr int g729 = protocol::codec_number::g729;
+    /// GSM 06.10, 33 bytes a frame of 160 samples, or 65 for two.
+    static constexpr int gsm_full_rate = protocol::codec_number::gsm;
+    /// G.722 at 64 kbit/s, 1 byte a sample (8 kHz on our side).
+    static constexpr int g722_64 = protocol::codec_number::g722;
+    /// G.726 at 32 kbit/s, 2 samples a byte, the first in the low bits.
+    static constexpr int g726_32 = protocol::codec_number::g726;
+    /// RFC 4733, 4 bytes; only decoded.
+    static constexpr int telephone_event = protocol::codec_number::telephone_event;
 
     codec();
     ~codec() = default;

@@ -7,6 +7,7 @@
 #include "dsp/devmgr.h"
 #include "lib/link.h"
 #include "lib/log_line.h"
+#include "lib/protocol.h"
 #include "lib/sockets.h"
 #include "lib/tlv.h"
 
@@ -49,11 +50,9 @@ bool driver_request(request_number number, int& result) {
 }
 
 void report(int command, int result) {
-    constexpr int tag_driver_result = 11;
-    constexpr int field_command = 27;
-    constexpr int field_result = 15;
-    send_command(cmd_get_tlv_str(tag_driver_result, cmd_get_tlv_short(field_command, command) +
-                                                        cmd_get_tlv_short(field_result, result)));
+    namespace message = protocol::report_reset_base;
+    send_command(cmd_get_tlv_str(message::tag, cmd_get_tlv_short(message::command, command) +
+                                                   cmd_get_tlv_short(message::result, result)));
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 
 #include "lib/link.h"
 #include "lib/log_line.h"
+#include "lib/protocol.h"
 #include "lib/tlv.h"
 
 int fxs_in_fd = -1;
@@ -13,7 +14,6 @@ retry_pause fxs_in_pause;
 
 namespace {
 
-constexpr int tag_driver_line = 25;
 constexpr int read_bytes = 128;
 constexpr int longest_line =
     65535 - 20 - 8 - tlv_header_bytes;  // of an IPv4 datagram: behind IP, UDP and element headers
@@ -63,7 +63,7 @@ void process_fxs_input() {
         str const line = pending.leftstr(searched + found).strip(str::crlf);
         pending = pending.substr(searched + found + 1).strip(str::crlf);
         if (!too_long && line.length() <= longest_line)
-            send_command(cmd_get_tlv_str(tag_driver_line, line));
+            send_command(cmd_get_tlv_str(protocol::report_driver_line::tag, line));
         too_long = false;
     }
     if (cut(pending))

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include "dsp/devmgr.h"
+#include "lib/pcm.h"
 #include "lib/sockets.h"
 #include "lib/str.h"
 
@@ -12,12 +13,11 @@ namespace {
 
 constexpr char pattern_text[] = "loopbacktest";
 constexpr int pattern_bytes = sizeof pattern_text - 1;
-constexpr int block_bytes = 160;
 constexpr int most_blocks = 32;
 
 str pattern_block() {
     str const text(pattern_text);
-    return text + str('\0', block_bytes - text.length());
+    return text + str('\0', pcm::block_bytes - text.length());
 }
 
 void write_block(int fd, str const& block) {
@@ -48,10 +48,10 @@ int loopback_test() {
     bool found = false;
     str received;
     for (int i = 0; i < most_blocks && !found; i++) {
-        unsigned char block[block_bytes] = {};
+        unsigned char block[pcm::block_bytes] = {};
         wait_until_readable(fd);
         if (read(fd, block, sizeof block) > 0)
-            received.append(block, block_bytes);
+            received.append(block, pcm::block_bytes);
         found = find_pattern(received);
         write_block(fd, pattern);
     }

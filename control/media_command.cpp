@@ -1,149 +1,96 @@
 #include "control/media_command.h"
 
-#include "control/command_fields.h"
 #include "lib/log_line.h"
 #include "lib/random.h"
 #include "media/channel.h"
 
 namespace {
 
+namespace media = protocol::cmd_media;
+
 constexpr int payload_types = 128;        // RFC 3550 section 5.1: 7 bits
 constexpr unsigned char unmapped = 0xFF;  // of a payload type that is not accepted
-constexpr int default_ptime_ms = 20;      // RFC 3551 section 4.2
 constexpr int ssrc_bytes = 4;
 
-struct codec_group {
-    bool present = false;
+/// The codec group. Its fields are logged as they are read, whether or not there is such a call.
+class codec_group {
+public:
+    explicit codec_group(command_fields const& fields) {
+        fields.each([this](tlv const& field) { take(field); });
+    }
+    bool triggered = false;
     int codec = 0;
     int payload_type = 0;
     int event_payload_type = 0;
-    int ptime = default_ptime_ms;
     str map = str(unmapped, payload_types);
-    str ssrc;
-    bool ssrc_given = false;
-
-    void take(tlv const& field);
-    void apply(channel& target);
 
 private:
-    void map_payload_type(int payload_type, unsigned char codec_number);
-};
-
-struct destination_group {
-    bool present = false;
-    ip_port rtp;
-    ip_port rtcp;
-    bool tcp = false;
-
     void take(tlv const& field);
+    void map_payload_type(int type, unsigned char codec_number) {
+        if (type < payload_types)
+            map.set_character(type, codec_number);
+    }
 };
-
-struct xr_group {
-    bool present = false;
-    str mode;
-
-    void take(tlv const& field);
-};
-
-struct srtp_group {
-    bool present = false;
-    str receive_key;
-    str transmit_key;
-    int tag_length = 0;
-    str mki;
-
-    void take(tlv const& field);
-};
-
-void codec_group::map_payload_type(int type, unsigned char codec_number) {
-    if (type < payload_types)
-        map.set_character(type, codec_number);
-}
 
 void codec_group::take(tlv const& field) {
     unsigned char const byte0 = field.value[0];
     unsigned char const byte1 = field.value[1];
     switch (field.tag) {
-        case 6:
+        case media::send_codec:
             codec = byte1;
             payload_type = byte0;
             log_line(7, "Send codec local %d remote %d", arg_int(byte1), arg_int(byte0));
             break;
-        case 16:
+        case media::codec_map:
             map_payload_type(byte1, byte0);
             log_line(7, "Map codec %d to %d", arg_int(byte0), arg_int(byte1));
             break;
-        case 17: ptime = str2int16(field.value); break;
-        case 19:
+        case media::event_payload_type:
             event_payload_type = byte0;
-            map_payload_type(byte0, codec::telephone_event);
+            map_payload_type(byte0, protocol::codec_number::telephone_event);
             break;
-        case 33:
-            ssrc = field.value;
-            ssrc_given = true;
-            return;  // goes with the group but does not make it one
+        case media::ptime: break;
         default: return;
     }
-    present = true;
+    triggered = true;
 }
 
-void codec_group::apply(channel& target) {
-    target.set_codec(codec, payload_type, event_payload_type, map, ptime);
-    target.set_ssrc(ssrc_given ? ssrc : utils::generate_randstr(ssrc_bytes));
+void apply_codecs(channel& target, codec_group const& codecs, command_fields const& fields) {
+    target.set_codec(codecs.codec, codecs.payload_type, codecs.event_payload_type, codecs.map,
+                     fields.number(media::ptime));
+    target.set_ssrc(fields.has(media::ssrc) ? fields.bytes(media::ssrc)
+                                            : utils::generate_randstr(ssrc_bytes));
 }
 
-void xr_group::take(tlv const& field) {
-    if (field.tag != 21)
-        return;
-    mode = field.value;
-    present = true;
+void apply_destination(channel& target, command_fields const& fields) {
+    if (fields.has(media::rtp_dest) || fields.has(media::rtcp_dest))
+        target.set_destination(fields.endpoint(media::rtp_dest), fields.endpoint(media::rtcp_dest),
+                               fields.number(media::tcp) != 0);
 }
 
-void srtp_group::take(tlv const& field) {
-    switch (field.tag) {
-        case 23: receive_key = field.value; break;
-        case 24: transmit_key = field.value; break;
-        case 25: tag_length = field.value[0]; break;
-        case 30: mki = field.value; break;
-        default: return;
-    }
-    present = true;
+void apply_xr(channel& target, command_fields const& fields) {
+    if (fields.has(media::xr_mode))
+        target.set_rtcp_xr(fields.bytes(media::xr_mode));
 }
 
-void destination_group::take(tlv const& field) {
-    switch (field.tag) {
-        case 5: rtp = field.get_address(); break;
-        case 26: rtcp = field.get_address(); break;
-        case 34: tcp = str2int16(field.value) > 0; return;  // goes with the group but does not make it one
-        default: return;
-    }
-    present = true;
+void apply_srtp(channel& target, command_fields const& fields) {
+    if (fields.has(media::srtp_rx_key) || fields.has(media::srtp_tx_key) || fields.has(media::srtp_tag) ||
+        fields.has(media::srtp_mki))
+        target.set_srtp(fields.bytes(media::srtp_rx_key), fields.bytes(media::srtp_tx_key),
+                        fields.byte(media::srtp_tag), fields.bytes(media::srtp_mki));
 }
 
 }  // namespace
 
-void cmd_media(str const& command, ip_port const&) {
-    int call = no_call;
-    codec_group codecs;
-    destination_group destination;
-    xr_group xr;
-    srtp_group srtp;
-    for_each_field(command, [&](tlv const& field) {
-        if (field.tag == field_call)
-            call = str2int16(field.value);
-        codecs.take(field);
-        destination.take(field);
-        xr.take(field);
-        srtp.take(field);
-    });
+void cmd_media(command_fields const& fields, ip_port const&) {
+    codec_group const codecs(fields);
+    int const call = fields.number(media::call);
     if (!channels.valid(call))
         return;
-    if (codecs.present)
-        codecs.apply(channels[call]);
-    if (destination.present)
-        channels[call].set_destination(destination.rtp, destination.rtcp, destination.tcp);
-    if (xr.present)
-        channels[call].set_rtcp_xr(xr.mode);
-    if (srtp.present)
-        channels[call].set_srtp(srtp.receive_key, srtp.transmit_key, srtp.tag_length, srtp.mki);
+    channel& target = channels[call];
+    if (codecs.triggered)
+        apply_codecs(target, codecs, fields);
+    apply_destination(target, fields);
+    apply_xr(target, fields);
+    apply_srtp(target, fields);
 }

@@ -9,6 +9,7 @@
 #include "dsp/devmgr.h"
 #include "lib/link.h"
 #include "lib/log_line.h"
+#include "lib/protocol.h"
 #include "lib/random.h"
 #include "lib/sockets.h"
 #include "lib/timeout.h"
@@ -18,7 +19,6 @@
 
 namespace {
 
-constexpr int tag_session = 19;
 constexpr int heartbeat_s = 1;
 
 void open_control_socket(options const& chosen) {
@@ -54,7 +54,7 @@ void set_realtime_priority() {
 void heartbeat() {
     static timeout next_beat;
     next_beat.callback(rtimestamp::s2ticks(heartbeat_s), callback_argument(heartbeat));
-    send_command(cmd_get_tlv_str(tag_session, str::null));
+    send_command(cmd_get_tlv_str(protocol::report_heartbeat::tag, str::null));
 }
 
 void start_media_process(options const& chosen) {

@@ -6,6 +6,7 @@
 
 #include "lib/link.h"
 #include "lib/log_line.h"
+#include "lib/protocol.h"
 #include "lib/sockets.h"
 #include "lib/tlv.h"
 
@@ -15,8 +16,6 @@ retry_pause sigchan_pause;
 
 namespace {
 
-constexpr int tag_signal = 8;
-constexpr int field_bytes = 2;
 constexpr int read_bytes = 1024;
 
 /// Raw bytes at 115200 baud; a read returns at once with what is there.
@@ -52,9 +51,11 @@ void sigchan_process() {
     static unsigned char bytes[read_bytes];
     ssize_t const n = read(sigchan_fd, bytes, sizeof bytes);
     sigchan_pause.note(n > 0);
-    if (n > 0)
-        send_command(
-            cmd_get_tlv_str(tag_signal, cmd_get_tlv_str(field_bytes, str(bytes, static_cast<int>(n)))));
+    if (n <= 0)
+        return;
+    str const data(bytes, static_cast<int>(n));
+    send_command(
+        cmd_get_tlv_str(protocol::report_signal::tag, cmd_get_tlv_str(protocol::report_signal::data, data)));
 }
 
 void sigchan_send(str const& data) {

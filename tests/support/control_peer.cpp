@@ -7,14 +7,16 @@
 
 #include "lib/link.h"
 #include "lib/log.h"
+#include "lib/protocol.h"
 #include "tests/support/bytes.h"
 
 namespace {
 
-constexpr int log_tag = 2;
+namespace log_report = protocol::report_log;
 
 std::string log_text(std::vector<control_peer::element> const& inner) {
-    if (inner.size() < 2 || inner[0].first != 1 || inner[0].second.size() != 2 || inner[1].first != 2)
+    if (inner.size() < 2 || inner[0].first != log_report::level || inner[0].second.size() != 2 ||
+        inner[1].first != log_report::text)
         return "no log line";
     return std::to_string(get_be16(inner[0].second, 0)) + " " + inner[1].second;
 }
@@ -31,7 +33,7 @@ control_peer::~control_peer() {
     log_set_level(-1);
     close(command_fd);
     command_fd = -1;
-    control_adr = ip_port(str(127, 0, 0, 1), 1299);
+    control_adr = ip_port(str(127, 0, 0, 1), protocol::default_peer_port);
 }
 
 std::vector<std::string> control_peer::datagrams() {
@@ -40,7 +42,8 @@ std::vector<std::string> control_peer::datagrams() {
 
 std::vector<std::string> control_peer::reports() {
     std::vector<std::string> others = datagrams();
-    std::erase_if(others, [](std::string const& datagram) { return get_be16(datagram, 0) == log_tag; });
+    std::erase_if(others,
+                  [](std::string const& datagram) { return get_be16(datagram, 0) == log_report::tag; });
     return others;
 }
 
@@ -56,8 +59,9 @@ std::vector<std::string> control_peer::texts(bool reports_too) {
     std::vector<std::string> lines;
     for (std::string const& datagram : datagrams())
         for (auto const& [tag, value] : elements(datagram))
-            if (tag == log_tag || reports_too)
-                lines.push_back(tag == log_tag ? log_text(elements(value)) : to_hex(element_of(tag, value)));
+            if (tag == log_report::tag || reports_too)
+                lines.push_back(tag == log_report::tag ? log_text(elements(value))
+                                                       : to_hex(element_of(tag, value)));
     return lines;
 }
 
