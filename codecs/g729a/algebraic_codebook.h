@@ -22,7 +22,7 @@ struct algebraic_code {
 void Decod_ACELP(algebraic_code transmitted, int16_t code[40]);
 
 // The codeword of four pulses on their tracks.
-algebraic_code encode_pulses(const int position[pulses], const bool positive[pulses]);
+algebraic_code encode_pulses(int const position[pulses], bool const positive[pulses]);
 
 // Pitch sharpening (3.8, equation 47): x[i] += sharp x[i - t0] from t0 on, sharp Q14. Nothing for t0 above
 // 39.

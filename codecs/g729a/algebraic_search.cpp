@@ -32,7 +32,7 @@ struct clipping_arithmetic {
 
 // Fills phi; each of its diagonals is one running sum. Off the main diagonal it is multiplied by both signs.
 template <class arithmetic>
-void fill_phi(const int16_t h[subframe_size], correlations& c) {
+void fill_phi(int16_t const h[subframe_size], correlations& c) {
     constexpr int last = subframe_size - 1;
     int32_t sum = 0;
     for (int n = 0; n <= last; ++n) {
@@ -53,7 +53,7 @@ void fill_phi(const int16_t h[subframe_size], correlations& c) {
         int16_t* below = &c.phi[last][last - distance];
         for (int n = 0; n <= last - distance; ++n) {
             sum = arithmetic::accumulate(sum, h[n], h[n + distance]);
-            const int32_t value = arithmetic::with_sign(sum >> 16, sign[n] ^ inverse[n + distance]);
+            int32_t const value = arithmetic::with_sign(sum >> 16, sign[n] ^ inverse[n + distance]);
             *above = *below = static_cast<int16_t>(value);
             above -= subframe_size + 1;
             below -= subframe_size + 1;
@@ -62,10 +62,10 @@ void fill_phi(const int16_t h[subframe_size], correlations& c) {
 }
 
 // Correlations of the impulse response, brought to 14..16 bits at position 39 (3.8.1).
-void correlate_response(const int16_t h[subframe_size], correlations& c) {
-    const int64_t power = std::min<int64_t>(2 * energy(h, subframe_size), max_32);
-    const int32_t sum = static_cast<int32_t>(power);
-    const int shift = extract_h(sum) > 32000 ? -1 : norm_l(sum) >> 1;
+void correlate_response(int16_t const h[subframe_size], correlations& c) {
+    int64_t const power = std::min<int64_t>(2 * energy(h, subframe_size), max_32);
+    int32_t const sum = static_cast<int32_t>(power);
+    int const shift = extract_h(sum) > 32000 ? -1 : norm_l(sum) >> 1;
     int16_t scaled[subframe_size];
     for (int i = 0; i < subframe_size; ++i)
         scaled[i] = shl(h[i], shift);
@@ -77,7 +77,7 @@ void correlate_response(const int16_t h[subframe_size], correlations& c) {
 }
 
 // Correlations of the target; takes the signs out of dn.
-void correlate_target(const int16_t xn2[subframe_size], const int16_t h[subframe_size], correlations& c) {
+void correlate_target(int16_t const xn2[subframe_size], int16_t const h[subframe_size], correlations& c) {
     backward_filter(xn2, h, c.dn);
     for (int i = 0; i < subframe_size; ++i) {
         c.sign[i] = c.dn[i] >= 0 ? 32767 : -32768;
@@ -107,7 +107,7 @@ struct pulse_pair {
 // within 32 bits, rounding included.
 
 // The position of a track with the largest dn, other than excluded.
-int strongest(const int16_t dn[subframe_size], int track, int excluded) {
+int strongest(int16_t const dn[subframe_size], int track, int excluded) {
     int best = track;
     int32_t highest = -1;
     for (int i = track; i < subframe_size; i += track_step) {
@@ -121,18 +121,18 @@ int strongest(const int16_t dn[subframe_size], int track, int excluded) {
 
 // Best pair of one of the two strongest positions of first_track and any of second_track. Energy is 1/4 of
 // the pair's.
-pulse_pair search_first_pair(const correlations& c, int first_track, int second_track) {
+pulse_pair search_first_pair(correlations const& c, int first_track, int second_track) {
     pulse_pair best;
     int excluded = -1;
     for (int round = 0; round < 2; ++round) {
-        const int p = strongest(c.dn, first_track, excluded);
+        int const p = strongest(c.dn, first_track, excluded);
         excluded = p;
-        const int32_t first_energy = c.phi[p][p] * 0x4000;
+        int32_t const first_energy = c.phi[p][p] * 0x4000;
         for (int q = second_track; q < subframe_size; q += track_step) {
-            const int32_t correlation = c.dn[p] + c.dn[q];
-            const int32_t square = (correlation * correlation) >> 15;
-            const int32_t sum = first_energy + c.phi[p][q] * 0x8000 + c.phi[q][q] * 0x4000;
-            const int32_t energy = (sum + 0x8000) >> 16;
+            int32_t const correlation = c.dn[p] + c.dn[q];
+            int32_t const square = (correlation * correlation) >> 15;
+            int32_t const sum = first_energy + c.phi[p][q] * 0x8000 + c.phi[q][q] * 0x4000;
+            int32_t const energy = (sum + 0x8000) >> 16;
             if (best.value.loses_to(square, energy))
                 best = {{square, energy}, p, q, correlation};
         }
@@ -141,26 +141,26 @@ pulse_pair search_first_pair(const correlations& c, int first_track, int second_
 }
 
 // Best pair of first_track and second_track beside the fixed pair. Energy is 1/16 of all four pulses'.
-pulse_pair search_second_pair(const correlations& c, const pulse_pair& fixed, int first_track,
+pulse_pair search_second_pair(correlations const& c, pulse_pair const& fixed, int first_track,
                               int second_track) {
-    const int16_t* with_p = c.phi[fixed.first];
-    const int16_t* with_q = c.phi[fixed.second];
+    int16_t const* with_p = c.phi[fixed.first];
+    int16_t const* with_q = c.phi[fixed.second];
     int32_t second_energy[positions_per_track];  // of a second pulse, and with the fixed pair
     for (int k = 0; k < positions_per_track; ++k) {
-        const int v = second_track + k * track_step;
-        const int32_t sum = with_p[v] * 0x4000 + with_q[v] * 0x4000 + c.phi[v][v] * 0x2000;
+        int const v = second_track + k * track_step;
+        int32_t const sum = with_p[v] * 0x4000 + with_q[v] * 0x4000 + c.phi[v][v] * 0x2000;
         second_energy[k] = ((sum + 0x8000) >> 16) * 0x8000;
     }
     pulse_pair best;
     for (int u = first_track; u < subframe_size; u += track_step) {
-        const int32_t first_correlation = fixed.correlation + c.dn[u];
-        const int32_t first_energy = fixed.value.energy * 0x4000 + with_p[u] * 0x2000 + with_q[u] * 0x2000 +
+        int32_t const first_correlation = fixed.correlation + c.dn[u];
+        int32_t const first_energy = fixed.value.energy * 0x4000 + with_p[u] * 0x2000 + with_q[u] * 0x2000 +
                                      c.phi[u][u] * 0x1000 + 0x8000;
         for (int k = 0; k < positions_per_track; ++k) {
-            const int v = second_track + k * track_step;
-            const int32_t correlation = std::min(first_correlation + c.dn[v], 32767);
-            const int32_t square = (correlation * correlation) >> 15;
-            const int32_t energy = (first_energy + c.phi[u][v] * 0x2000 + second_energy[k]) >> 16;
+            int const v = second_track + k * track_step;
+            int32_t const correlation = std::min(first_correlation + c.dn[v], 32767);
+            int32_t const square = (correlation * correlation) >> 15;
+            int32_t const energy = (first_energy + c.phi[u][v] * 0x2000 + second_energy[k]) >> 16;
             if (best.value.loses_to(square, energy))
                 best = {{square, energy}, u, v, correlation};
         }
@@ -181,13 +181,13 @@ constexpr search_order orders[] = {
     {{4, 0, 1, 2}, {3, 0, 1, 2}},
 };
 
-void search_pulses(const correlations& c, int position[pulses]) {
+void search_pulses(correlations const& c, int position[pulses]) {
     merit best;
     for (int k = 0; k < pulses; ++k)
         position[k] = k;
-    for (const search_order& order : orders) {
-        const pulse_pair outer = search_first_pair(c, order.track[0], order.track[1]);
-        const pulse_pair inner = search_second_pair(c, outer, order.track[2], order.track[3]);
+    for (search_order const& order : orders) {
+        pulse_pair const outer = search_first_pair(c, order.track[0], order.track[1]);
+        pulse_pair const inner = search_second_pair(c, outer, order.track[2], order.track[3]);
         if (!best.loses_to(inner.value.square, inner.value.energy))
             continue;
         best = inner.value;
@@ -199,14 +199,14 @@ void search_pulses(const correlations& c, int position[pulses]) {
 }
 
 // y[p..39] +- h, clipped.
-void add_response(const int16_t h[subframe_size], int p, bool positive, int16_t y[subframe_size]) {
+void add_response(int16_t const h[subframe_size], int p, bool positive, int16_t y[subframe_size]) {
     for (int i = p; i < subframe_size; ++i)
         y[i] = positive ? add(y[i], h[i - p]) : sub(y[i], h[i - p]);
 }
 
 }  // namespace
 
-algebraic_code ACELP_Code_A(const int16_t xn2[subframe_size], int16_t h[subframe_size], int t0, int16_t sharp,
+algebraic_code ACELP_Code_A(int16_t const xn2[subframe_size], int16_t h[subframe_size], int t0, int16_t sharp,
                             int16_t code[subframe_size], int16_t y2[subframe_size]) {
     sharpen(h, t0, sharp);
     correlations c;
@@ -221,7 +221,7 @@ algebraic_code ACELP_Code_A(const int16_t xn2[subframe_size], int16_t h[subframe
         positive[k] = c.sign[position[k]] > 0;
         add_response(h, position[k], positive[k], y2);
     }
-    const algebraic_code result = encode_pulses(position, positive);
+    algebraic_code const result = encode_pulses(position, positive);
     Decod_ACELP(result, code);
     sharpen(code, t0, sharp);
     return result;

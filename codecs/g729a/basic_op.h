@@ -54,7 +54,7 @@ constexpr int16_t mult_r(int32_t a, int32_t b) {
 
 // 2 a b of two 16-bit words; -32768 * -32768 gives 2^31 - 1.
 constexpr int32_t L_mult(int32_t a, int32_t b) {
-    const int32_t product = a * b;
+    int32_t const product = a * b;
     return product == 0x40000000 ? max_32 : product * 2;
 }
 

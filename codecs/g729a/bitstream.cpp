@@ -8,11 +8,11 @@ constexpr int widths[g729a_parameters] = {8, 10, 8, 1, 13, 4, 7, 5, 13, 4, 7};
 
 }  // namespace
 
-void prm2bits_ld8k(const int16_t parameters[g729a_parameters], uint8_t bytes[g729a_frame_bytes]) {
+void prm2bits_ld8k(int16_t const parameters[g729a_parameters], uint8_t bytes[g729a_frame_bytes]) {
     uint32_t pending = 0;  // bits not yet written, at most 7 + 13
     int pending_bits = 0;
     for (int i = 0; i < g729a_parameters; ++i) {
-        const uint32_t mask = (1u << widths[i]) - 1;
+        uint32_t const mask = (1u << widths[i]) - 1;
         pending = pending << widths[i] | (static_cast<uint32_t>(parameters[i]) & mask);
         pending_bits += widths[i];
         for (; pending_bits >= 8; pending_bits -= 8)
@@ -20,14 +20,14 @@ void prm2bits_ld8k(const int16_t parameters[g729a_parameters], uint8_t bytes[g72
     }
 }
 
-void bits2prm_ld8k(const uint8_t bytes[g729a_frame_bytes], int16_t parameters[g729a_parameters]) {
+void bits2prm_ld8k(uint8_t const bytes[g729a_frame_bytes], int16_t parameters[g729a_parameters]) {
     uint32_t pending = 0;
     int pending_bits = 0;
     for (int i = 0; i < g729a_parameters; ++i) {
         for (; pending_bits < widths[i]; pending_bits += 8)
             pending = pending << 8 | *bytes++;
         pending_bits -= widths[i];
-        const uint32_t mask = (1u << widths[i]) - 1;
+        uint32_t const mask = (1u << widths[i]) - 1;
         parameters[i] = static_cast<int16_t>((pending >> pending_bits) & mask);
     }
 }

@@ -17,24 +17,24 @@ constexpr int widest_range = 10;        // delays
 // y[i] = 2 sum of xn[j] h[j - i], j = i..39, for eight values of i from first on. xn is followed by zeros, so
 // that the eight sums may have one length.
 template <int first>
-void correlate_eight(const int16_t* xn, const int16_t* h, int32_t* y) {
+void correlate_eight(int16_t const* xn, int16_t const* h, int32_t* y) {
     for (int i = first; i < first + 8; ++i)
         y[i] = 2 * dot<subframe_size - first>(h, xn + i);
 }
 
 // The correlation of dn with a vector; fits says that it cannot clip.
-int32_t correlate(const int16_t dn[subframe_size], const int16_t* x, bool fits) {
+int32_t correlate(int16_t const dn[subframe_size], int16_t const* x, bool fits) {
     return fits ? 2 * dot<subframe_size>(dn, x) : L_mac_sum(0, dn, x, subframe_size);
 }
 
 }  // namespace
 
 delay_range search_range(int t0, int below, int width) {
-    const int min = std::clamp(t0 - below, pit_min, pit_max - width);
+    int const min = std::clamp(t0 - below, pit_min, pit_max - width);
     return {min, min + width};
 }
 
-void backward_filter(const int16_t xn[subframe_size], const int16_t h[subframe_size],
+void backward_filter(int16_t const xn[subframe_size], int16_t const h[subframe_size],
                      int16_t dn[subframe_size]) {
     int32_t y[subframe_size];
     if (sums_fit(sum_of_magnitudes(h, subframe_size), peak<subframe_size>(xn))) {
@@ -52,23 +52,23 @@ void backward_filter(const int16_t xn[subframe_size], const int16_t h[subframe_s
     int32_t highest = 0;
     for (int i = 0; i < subframe_size; ++i)
         highest = std::max(highest, L_abs(y[i]));
-    const int shift = 18 - std::min(norm_l(highest), 16);
+    int const shift = 18 - std::min(norm_l(highest), 16);
     for (int i = 0; i < subframe_size; ++i)
         dn[i] = extract_l(y[i] >> shift);
 }
 
-pitch_delay Pitch_fr3_fast(int16_t* exc, const int16_t xn[subframe_size], const int16_t h[subframe_size],
+pitch_delay Pitch_fr3_fast(int16_t* exc, int16_t const xn[subframe_size], int16_t const h[subframe_size],
                            delay_range range, bool long_is_integer) {
     int16_t dn[subframe_size];
     backward_filter(xn, h, dn);
-    const int32_t magnitudes = sum_of_magnitudes(dn, subframe_size);
+    int32_t const magnitudes = sum_of_magnitudes(dn, subframe_size);
 
     constexpr int window = (subframe_size + widest_range + 7) / 8 * 8;
     bool fits = sums_fit(magnitudes, peak<window>(exc - range.max));
     pitch_delay best = {range.min, 0};
     int32_t highest = min_32;
     for (int t = range.min; t <= range.max; ++t) {
-        const int32_t correlation = correlate(dn, exc - t, fits);
+        int32_t const correlation = correlate(dn, exc - t, fits);
         if (correlation > highest) {
             highest = correlation;
             best.t0 = t;
@@ -85,7 +85,7 @@ pitch_delay Pitch_fr3_fast(int16_t* exc, const int16_t xn[subframe_size], const 
     for (int frac = -1; frac <= 1; frac += 2) {
         Pred_lt_3(exc, best.t0, frac);
         fits = sums_fit(magnitudes, peak<subframe_size>(exc));
-        const int32_t correlation = correlate(dn, exc, fits);
+        int32_t const correlation = correlate(dn, exc, fits);
         if (correlation > highest) {
             highest = correlation;
             best.frac = frac;

@@ -23,12 +23,12 @@ delay_range search_range(int t0, int below, int width);
 
 // dn[0..39] = xn filtered backwards through the impulse response h (Q12), scaled to at most 13 bits and sign
 // (3.7.1, 3.8.1).
-void backward_filter(const int16_t xn[40], const int16_t h[40], int16_t dn[40]);
+void backward_filter(int16_t const xn[40], int16_t const h[40], int16_t dn[40]);
 
 // Finds the delay within range (at most ten) whose excitation through h (Q12) correlates best with the target
 // xn. Fractions are tried unless long_is_integer and the delay is above 84. exc[-154..-1] is the past
 // excitation, exc[0..39] enters as LP residual and leaves as the adaptive vector.
-pitch_delay Pitch_fr3_fast(int16_t* exc, const int16_t xn[40], const int16_t h[40], delay_range range,
+pitch_delay Pitch_fr3_fast(int16_t* exc, int16_t const xn[40], int16_t const h[40], delay_range range,
                            bool long_is_integer);
 
 }  // namespace g729a

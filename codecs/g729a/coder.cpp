@@ -46,7 +46,7 @@ void analyse_spectrum(g729a_coder& coder, int16_t parameters[2], subframe_filter
     int16_t lsf[lp_order];
     Az_lsp(a, lsp, coder.lsp_old);
     Lsp_lsf(lsp, lsf);
-    const lsf_codes codes = quantize_lsf(lsf, coder.freq_prev);
+    lsf_codes const codes = quantize_lsf(lsf, coder.freq_prev);
     parameters[0] = static_cast<int16_t>(codes.mode << 7 | codes.first);
     parameters[1] = static_cast<int16_t>(codes.low << 5 | codes.high);
 
@@ -64,7 +64,7 @@ void analyse_spectrum(g729a_coder& coder, int16_t parameters[2], subframe_filter
 }
 
 // LP residual into exc[0..39] and weighted speech for the open-loop search into wsp[0..39] (A.3.3, A.3.4).
-void weight_speech(g729a_coder& coder, const subframe_filters& filters, const int16_t* speech, int16_t* exc,
+void weight_speech(g729a_coder& coder, subframe_filters const& filters, int16_t const* speech, int16_t* exc,
                    int16_t* wsp) {
     Residu(filters.aq, speech, exc);
     int16_t a[lp_order + 1] = {4096};
@@ -84,7 +84,7 @@ struct subframe_vectors {
 };
 
 // Impulse response (3.5, A.3.5) and target (A.3.6).
-void prepare_search(const g729a_coder& coder, const subframe_filters& filters, const int16_t* exc,
+void prepare_search(g729a_coder const& coder, subframe_filters const& filters, int16_t const* exc,
                     subframe_vectors& v) {
     constexpr int16_t impulse[subframe_size] = {4096};
     Syn_filt(filters.ap, impulse, v.h, subframe_size, at_rest);
@@ -92,27 +92,27 @@ void prepare_search(const g729a_coder& coder, const subframe_filters& filters, c
 }
 
 // xn2 = the target less the adaptive codebook's part (3.8.1); gain Q14.
-void remove_adaptive_part(const subframe_vectors& v, int16_t gain, int16_t xn2[subframe_size]) {
+void remove_adaptive_part(subframe_vectors const& v, int16_t gain, int16_t xn2[subframe_size]) {
     for (int i = 0; i < subframe_size; ++i)
         xn2[i] = sub(v.xn[i], sat16((v.y1[i] * gain) >> 14));
 }
 
 // Fixed codebook and gains for the adaptive vector in exc (3.7.3, A.3.8, 3.9); exc becomes the excitation.
 // Gives three parameters.
-void code_excitation(g729a_coder& coder, const subframe_filters& filters, pitch_delay delay, int16_t* exc,
+void code_excitation(g729a_coder& coder, subframe_filters const& filters, pitch_delay delay, int16_t* exc,
                      subframe_vectors& v, int16_t parameters[3]) {
     gain_terms terms;
     Syn_filt(filters.ap, exc, v.y1, subframe_size, at_rest);
     int16_t gain = G_pitch(v.xn, v.y1, terms);
-    const bool taming = test_err(coder.exc_err, delay.t0, delay.frac);
+    bool const taming = test_err(coder.exc_err, delay.t0, delay.frac);
     if (taming)
         gain = std::min(gain, tamed_pitch_gain);
 
     int16_t xn2[subframe_size];
     remove_adaptive_part(v, gain, xn2);
-    const algebraic_code pulse_code = ACELP_Code_A(xn2, v.h, delay.t0, coder.sharp, v.code, v.y2);
+    algebraic_code const pulse_code = ACELP_Code_A(xn2, v.h, delay.t0, coder.sharp, v.code, v.y2);
     Corr_xy2(v.xn, v.y1, v.y2, terms);
-    const quantized_gains gains = Qua_gain(v.code, terms, taming, coder.past_qua_en);
+    quantized_gains const gains = Qua_gain(v.code, terms, taming, coder.past_qua_en);
     parameters[0] = pulse_code.positions;
     parameters[1] = pulse_code.signs;
     parameters[2] = gains.index;
@@ -121,9 +121,9 @@ void code_excitation(g729a_coder& coder, const subframe_filters& filters, pitch_
     build_excitation(exc, v.code, gains.pitch, gains.code);
     update_exc_err(coder.exc_err, gains.pitch, delay.t0);
     for (int j = 0; j < lp_order; ++j) {  // A.3.10
-        const int i = subframe_size - lp_order + j;
-        const int16_t adaptive = sat16((v.y1[i] * gains.pitch) >> 14);
-        const int16_t fixed = sat16((v.y2[i] * gains.code) >> 13);
+        int const i = subframe_size - lp_order + j;
+        int16_t const adaptive = sat16((v.y1[i] * gains.pitch) >> 14);
+        int16_t const fixed = sat16((v.y2[i] * gains.code) >> 13);
         coder.mem_w0[j] = sub(v.xn[i], add(adaptive, fixed));
     }
 }
@@ -162,7 +162,7 @@ void Coder_ld8a(int16_t parameters[g729a_parameters]) {
     subframe_filters filters[2];
     analyse_spectrum(coder, parameters, filters);
     for (int k = 0; k < 2; ++k) {
-        const int start = k * subframe_size;
+        int const start = k * subframe_size;
         weight_speech(coder, filters[k], speech + start, exc + start, wsp + start);
     }
 

@@ -32,14 +32,14 @@ int16_t next_random(int16_t& seed) {
 }
 
 // LSF of the frame (4.1.1); a lost frame repeats the last ones (4.4.1).
-void decode_spectrum(g729a_decoder& decoder, const int16_t* parameters, bool lost) {
+void decode_spectrum(g729a_decoder& decoder, int16_t const* parameters, bool lost) {
     if (lost) {
         int16_t q[lp_order];
         lsf_residual(decoder.prev_lsf, decoder.prev_ma, decoder.freq_prev, q);
         push_lsf(q, decoder.freq_prev);
         return;
     }
-    const lsf_codes codes = {(parameters[0] >> 7) & 1, parameters[0] & 127, (parameters[1] >> 5) & 31,
+    lsf_codes const codes = {(parameters[0] >> 7) & 1, parameters[0] & 127, (parameters[1] >> 5) & 31,
                              parameters[1] & 31};
     reconstruct_lsf(codes, decoder.freq_prev, decoder.prev_lsf);
     decoder.prev_ma = static_cast<int16_t>(codes.mode);
@@ -47,7 +47,7 @@ void decode_spectrum(g729a_decoder& decoder, const int16_t* parameters, bool los
 
 // The delay that stands in for a lost or damaged one (4.1.2, 4.4): the last, one longer each time.
 pitch_delay repeat_delay(g729a_decoder& decoder) {
-    const pitch_delay delay = {decoder.old_t0, 0};
+    pitch_delay const delay = {decoder.old_t0, 0};
     decoder.old_t0 = static_cast<int16_t>(std::min(decoder.old_t0 + 1, pit_max));
     return delay;
 }
@@ -56,18 +56,18 @@ pitch_delay repeat_delay(g729a_decoder& decoder) {
 pitch_delay decode_first_delay(int p1) {
     if (p1 >= 197)
         return {p1 - 112, 0};
-    const int t0 = (p1 + 2) / 3 + 19;
+    int const t0 = (p1 + 2) / 3 + 19;
     return {t0, p1 - 3 * t0 + 58};
 }
 
 // P2 (4.1.3), relative to the delay of the first subframe.
 pitch_delay decode_second_delay(int p2, int first_t0) {
-    const int offset = (p2 + 2) / 3 - 1;
+    int const offset = (p2 + 2) / 3 - 1;
     return {search_range(first_t0, 5, 9).min + offset, p2 - 2 - 3 * offset};
 }
 
 // Excitation of a subframe from positions, signs and gain index (4.1.4 - 4.1.6).
-void decode_excitation(g729a_decoder& decoder, pitch_delay delay, const int16_t* parameters, bool lost,
+void decode_excitation(g729a_decoder& decoder, pitch_delay delay, int16_t const* parameters, bool lost,
                        int16_t* exc) {
     Pred_lt_3(exc, delay.t0, delay.frac);
     algebraic_code pulse_code = {parameters[0], parameters[1]};
@@ -83,7 +83,7 @@ void decode_excitation(g729a_decoder& decoder, pitch_delay delay, const int16_t*
         decoder.gain_code = mult(decoder.gain_code, lost_gain_code);
         Gain_update_erasure(decoder.past_qua_en);
     } else {
-        const quantized_gains gains = Dec_gain(parameters[2], code, decoder.past_qua_en);
+        quantized_gains const gains = Dec_gain(parameters[2], code, decoder.past_qua_en);
         decoder.gain_pitch = gains.pitch;
         decoder.gain_code = gains.code;
     }
@@ -92,7 +92,7 @@ void decode_excitation(g729a_decoder& decoder, pitch_delay delay, const int16_t*
 }
 
 // Synthesis of a subframe. When it overflows, all excitation is divided by 4 for good and filtered again.
-void synthesize(g729a_decoder& decoder, const int16_t* a, const int16_t* exc, int16_t* synth) {
+void synthesize(g729a_decoder& decoder, int16_t const* a, int16_t const* exc, int16_t* synth) {
     if (Syn_filt(a, exc, synth, subframe_size, decoder.mem_syn)) {
         for (int16_t& sample : decoder.old_exc)
             sample = static_cast<int16_t>(sample >> 2);
@@ -116,10 +116,10 @@ void Init_Decod_ld8a() {
     std::fill_n(decoder.past_qua_en, 4, gain_error_at_rest);
 }
 
-void Decod_ld8a(const int16_t parm[g729a_parm_words], int16_t synth[frame_size], int16_t a_t[2][lp_order + 1],
+void Decod_ld8a(int16_t const parm[g729a_parm_words], int16_t synth[frame_size], int16_t a_t[2][lp_order + 1],
                 int16_t t0[2]) {
     g729a_decoder& decoder = lrcodec_obj->decoder;
-    const bool lost = parm[g729a_parm_bad_frame] != 0;
+    bool const lost = parm[g729a_parm_bad_frame] != 0;
     decode_spectrum(decoder, parm + g729a_parm_first, lost);
     int16_t lsp[lp_order];
     Lsf_lsp(decoder.prev_lsf, lsp);

@@ -7,7 +7,7 @@
 
 namespace g729a {
 
-void build_excitation(int16_t exc[subframe_size], const int16_t code[subframe_size], int16_t gain_pit,
+void build_excitation(int16_t exc[subframe_size], int16_t const code[subframe_size], int16_t gain_pit,
                       int16_t gain_code) {
     // Below 29492 * 2^15 + 2^30 < 2^31 - 2^13, so clipping once at the end is enough.
     for (int i = 0; i < subframe_size; ++i)

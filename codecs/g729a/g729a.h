@@ -105,17 +105,17 @@ void Coder_ld8a(int16_t parameters[g729a_parameters]);
 
 // Parameters to and from the payload of RFC 3551 4.5.6: 8, 10, 8, 1, 13, 4, 7, 5, 13, 4 and 7 bits, most
 // significant bit first.
-void prm2bits_ld8k(const int16_t parameters[g729a_parameters], uint8_t bytes[g729a_frame_bytes]);
-void bits2prm_ld8k(const uint8_t bytes[g729a_frame_bytes], int16_t parameters[g729a_parameters]);
+void prm2bits_ld8k(int16_t const parameters[g729a_parameters], uint8_t bytes[g729a_frame_bytes]);
+void bits2prm_ld8k(uint8_t const bytes[g729a_frame_bytes], int16_t parameters[g729a_parameters]);
 
 // The bit that protects the six most significant bits of P1 (3.7.2): 0 or 1.
 int16_t g729a_pitch_parity(int16_t p1);
 
 // Decodes one frame into 80 samples before the post-filter, its two LP filters and integer pitch delays.
-void Decod_ld8a(const int16_t parm[g729a_parm_words], int16_t synth[80], int16_t a_t[2][11], int16_t t0[2]);
+void Decod_ld8a(int16_t const parm[g729a_parm_words], int16_t synth[80], int16_t a_t[2][11], int16_t t0[2]);
 
 // Post-filters 80 samples in place, with what Decod_ld8a() gave.
-void Post_Filter(int16_t synth[80], const int16_t a_t[2][11], const int16_t t0[2]);
+void Post_Filter(int16_t synth[80], int16_t const a_t[2][11], int16_t const t0[2]);
 
 // 100 Hz high pass and doubling (4.2.5), in place.
 void Post_Process(int16_t* synth, int samples);
@@ -124,7 +124,7 @@ void Post_Process(int16_t* synth, int samples);
 void g729a_init(g729a_state& state);
 
 // Codes the next 80 samples.
-void g729a_encode_frame(g729a_state& state, const int16_t pcm[80], uint8_t bytes[g729a_frame_bytes]);
+void g729a_encode_frame(g729a_state& state, int16_t const pcm[80], uint8_t bytes[g729a_frame_bytes]);
 
 // Decodes the next frame, which is taken as good whatever its parity bit says.
-void g729a_decode_frame(g729a_state& state, const uint8_t bytes[g729a_frame_bytes], int16_t pcm[80]);
+void g729a_decode_frame(g729a_state& state, uint8_t const bytes[g729a_frame_bytes], int16_t pcm[80]);

@@ -21,7 +21,7 @@ void push(int16_t past_qua_en[4], int16_t error) {
 
 }  // namespace
 
-predicted_gain Gain_predict(const int16_t past_qua_en[4], const int16_t code[subframe_size]) {
+predicted_gain Gain_predict(int16_t const past_qua_en[4], int16_t const code[subframe_size]) {
     int32_t energy = 0;
     for (int i = 0; i < subframe_size; ++i)
         energy = L_mac(energy, code[i], code[i]);
@@ -30,22 +30,22 @@ predicted_gain Gain_predict(const int16_t past_qua_en[4], const int16_t code[sub
     sum = L_shl(sum, 10);         // Q24
     for (int i = 0; i < 4; ++i)
         sum = L_mac(sum, pred[i], past_qua_en[i]);
-    const int32_t log2_gain = L_mult(extract_h(sum), octaves_per_db) >> 8;  // Q16
+    int32_t const log2_gain = L_mult(extract_h(sum), octaves_per_db) >> 8;  // Q16
     return {extract_l(Pow2(14, dpf_lo(log2_gain))), 14 - extract_h(log2_gain)};
 }
 
 int16_t corrected_gain(predicted_gain prediction, int32_t correction) {
-    const int32_t product = L_mult(extract_l(correction >> 1), prediction.mantissa);
+    int32_t const product = L_mult(extract_l(correction >> 1), prediction.mantissa);
     return extract_h(L_shl(product, 4 - prediction.exponent));
 }
 
 void Gain_update(int16_t past_qua_en[4], int32_t correction) {
-    const int32_t log2_correction = Log2(correction) - 13 * 65536;  // Q16
+    int32_t const log2_correction = Log2(correction) - 13 * 65536;  // Q16
     push(past_qua_en, mult(extract_h(L_shl(log2_correction, 13)), db_per_octave));
 }
 
 void Gain_update_erasure(int16_t past_qua_en[4]) {
-    const int mean = (past_qua_en[0] + past_qua_en[1] + past_qua_en[2] + past_qua_en[3]) >> 2;
+    int const mean = (past_qua_en[0] + past_qua_en[1] + past_qua_en[2] + past_qua_en[3]) >> 2;
     push(past_qua_en, static_cast<int16_t>(std::max<int>(mean - 4096, gain_error_at_rest)));
 }
 

@@ -16,7 +16,7 @@ struct predicted_gain {
 };
 
 // Prediction for a codeword code[0..39] (Q13).
-predicted_gain Gain_predict(const int16_t past_qua_en[4], const int16_t code[40]);
+predicted_gain Gain_predict(int16_t const past_qua_en[4], int16_t const code[40]);
 
 // correction (Q13) times the predicted gain, Q1.
 int16_t corrected_gain(predicted_gain prediction, int32_t correction);

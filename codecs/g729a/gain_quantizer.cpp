@@ -32,13 +32,13 @@ struct scaled {
 
 // 2^factor a b - c d / 2 up to a common power of two, the products shifted right by guard bits for headroom.
 scaled difference(scaled a, scaled b, scaled c, scaled d, int factor, int guard) {
-    const int32_t minuend = L_mult(a.mantissa, b.mantissa);
-    const int32_t subtrahend = L_mult(c.mantissa, d.mantissa);
-    const int x1 = a.exponent + b.exponent - factor;
-    const int x2 = c.exponent + d.exponent + 1;
-    const int x = std::min(x1, x2);
-    const int32_t value = L_sub(L_shr(minuend, x1 - x + guard), L_shr(subtrahend, x2 - x + guard));
-    const int shift = norm_l(value);
+    int32_t const minuend = L_mult(a.mantissa, b.mantissa);
+    int32_t const subtrahend = L_mult(c.mantissa, d.mantissa);
+    int const x1 = a.exponent + b.exponent - factor;
+    int const x2 = c.exponent + d.exponent + 1;
+    int const x = std::min(x1, x2);
+    int32_t const value = L_sub(L_shr(minuend, x1 - x + guard), L_shr(subtrahend, x2 - x + guard));
+    int const shift = norm_l(value);
     return {extract_h(L_shl(value, shift)), x - guard + shift - 16};
 }
 
@@ -48,15 +48,15 @@ struct gain_pair {
 };
 
 // The gains with the least error, were they not quantized.
-gain_pair optimum(const gain_terms& terms) {
+gain_pair optimum(gain_terms const& terms) {
     scaled g[5];
     for (int i = 0; i < 5; ++i)
         g[i] = {terms.mantissa[i], terms.exponent[i]};
-    const scaled denominator = difference(g[0], g[2], g[4], g[4], 1, 0);
-    const int16_t inverse = negate(div_s(16384, denominator.mantissa));
-    const int inverse_exponent = 29 - denominator.exponent;
-    const auto divide = [&](scaled numerator, int q) {
-        const int32_t quotient = L_mult(numerator.mantissa, inverse);
+    scaled const denominator = difference(g[0], g[2], g[4], g[4], 1, 0);
+    int16_t const inverse = negate(div_s(16384, denominator.mantissa));
+    int const inverse_exponent = 29 - denominator.exponent;
+    auto const divide = [&](scaled numerator, int q) {
+        int32_t const quotient = L_mult(numerator.mantissa, inverse);
         return extract_h(L_shr(quotient, numerator.exponent + inverse_exponent - q));
     };
     return {divide(difference(g[2], g[1], g[3], g[4], 0, 1), 24),
@@ -65,10 +65,10 @@ gain_pair optimum(const gain_terms& terms) {
 
 // How many thresholds, each times gain and shifted, value has passed.
 template <int n>
-int passed(const int16_t (&thresholds)[n], int16_t gain, int shift, int32_t value) {
+int passed(int16_t const (&thresholds)[n], int16_t gain, int shift, int32_t value) {
     int count = 0;
     while (count < n) {
-        const int32_t threshold = L_mult(thresholds[count], gain) >> shift;
+        int32_t const threshold = L_mult(thresholds[count], gain) >> shift;
         if (gain > 0 ? value <= threshold : value >= threshold)
             break;
         ++count;
@@ -83,31 +83,31 @@ struct preselection {
 };
 
 preselection preselect(gain_pair best, predicted_gain prediction) {
-    const int16_t gain = prediction.exponent >= 4
+    int16_t const gain = prediction.exponent >= 4
                              ? shr(prediction.mantissa, prediction.exponent - 4)
                              : extract_h(L_shl(prediction.mantissa, 20 - prediction.exponent));  // Q4
-    const int32_t pitch = L_mult(coef_00, best.pitch);
+    int32_t const pitch = L_mult(coef_00, best.pitch);
 
-    const int16_t sum = extract_h(L_add(pitch, L_coef_11 >> 15));
-    const int32_t x = L_sub(L_shl(best.code, 7), L_mult(sum, gain));
-    const int16_t rest = mult(extract_h(L_sub(pitch, L_coef_01 >> 10)), gain);
-    const int32_t y = L_sub(L_mult(rest, coef_10), L_mult(coef_00, best.code) >> 3);
+    int16_t const sum = extract_h(L_add(pitch, L_coef_11 >> 15));
+    int32_t const x = L_sub(L_shl(best.code, 7), L_mult(sum, gain));
+    int16_t const rest = mult(extract_h(L_sub(pitch, L_coef_01 >> 10)), gain);
+    int32_t const y = L_sub(L_mult(rest, coef_10), L_mult(coef_00, best.code) >> 3);
     return {passed(thr1, gain, 3, L_mult(extract_h(L_shl(y, 2)), inv_coef)),
             passed(thr2, gain, 5, L_mult(extract_h(L_shl(x, 2)), inv_coef))};
 }
 
 // The five terms with one exponent, for gains in the scale of the codebooks.
-void align(const gain_terms& terms, int gain_exponent, int32_t aligned[5]) {
-    const int exponent[5] = {terms.exponent[0] + 13, terms.exponent[1] + 14,
+void align(gain_terms const& terms, int gain_exponent, int32_t aligned[5]) {
+    int const exponent[5] = {terms.exponent[0] + 13, terms.exponent[1] + 14,
                              terms.exponent[2] + 2 * gain_exponent - 21,
                              terms.exponent[3] + gain_exponent - 3, terms.exponent[4] + gain_exponent - 4};
-    const int lowest = *std::min_element(exponent, exponent + 5);
+    int const lowest = *std::min_element(exponent, exponent + 5);
     for (int i = 0; i < 5; ++i)
         aligned[i] = L_shr(L_deposit_h(terms.mantissa[i]), exponent[i] - lowest);
 }
 
 // Error of a pair of gains: pitch Q14, code in the scale of the prediction.
-int32_t error(const int32_t aligned[5], int16_t pitch, int16_t code) {
+int32_t error(int32_t const aligned[5], int16_t pitch, int16_t code) {
     int32_t sum = Mpy_32_16(aligned[0], mult(pitch, pitch));
     sum = L_add(sum, Mpy_32_16(aligned[1], pitch));
     sum = L_add(sum, Mpy_32_16(aligned[2], mult(code, code)));
@@ -124,16 +124,16 @@ struct gain_rows {
     int32_t correction() const { return gbk1[row_1][1] + gbk2[row_2][1]; }                   // Q13
 };
 
-gain_rows search(const int32_t aligned[5], preselection first, predicted_gain prediction, bool taming) {
+gain_rows search(int32_t const aligned[5], preselection first, predicted_gain prediction, bool taming) {
     gain_rows best = {first.first_1, first.first_2};
     int32_t least = max_32;
     for (int i = first.first_1; i < first.first_1 + candidates_1; ++i) {
         for (int j = first.first_2; j < first.first_2 + candidates_2; ++j) {
-            const gain_rows rows = {i, j};
+            gain_rows const rows = {i, j};
             if (taming && rows.pitch() >= tamed_limit)
                 continue;
-            const int16_t code = mult(prediction.mantissa, extract_l(rows.correction() >> 1));
-            const int32_t candidate = error(aligned, rows.pitch(), code);
+            int16_t const code = mult(prediction.mantissa, extract_l(rows.correction() >> 1));
+            int32_t const candidate = error(aligned, rows.pitch(), code);
             if (candidate < least) {
                 least = candidate;
                 best = rows;
@@ -151,9 +151,9 @@ quantized_gains apply(gain_rows rows, predicted_gain prediction, int16_t past_qu
 
 }  // namespace
 
-quantized_gains Qua_gain(const int16_t code[subframe_size], const gain_terms& terms, bool taming,
+quantized_gains Qua_gain(int16_t const code[subframe_size], gain_terms const& terms, bool taming,
                          int16_t past_qua_en[4]) {
-    const predicted_gain prediction = Gain_predict(past_qua_en, code);
+    predicted_gain const prediction = Gain_predict(past_qua_en, code);
     gain_pair best = optimum(terms);
     if (taming)
         best.pitch = std::min(best.pitch, tamed_optimum);
@@ -162,8 +162,8 @@ quantized_gains Qua_gain(const int16_t code[subframe_size], const gain_terms& te
     return apply(search(aligned, preselect(best, prediction), prediction, taming), prediction, past_qua_en);
 }
 
-quantized_gains Dec_gain(int16_t index, const int16_t code[subframe_size], int16_t past_qua_en[4]) {
-    const predicted_gain prediction = Gain_predict(past_qua_en, code);
+quantized_gains Dec_gain(int16_t index, int16_t const code[subframe_size], int16_t past_qua_en[4]) {
+    predicted_gain const prediction = Gain_predict(past_qua_en, code);
     return apply({imap1[(index >> 4) & 7], imap2[index & 15]}, prediction, past_qua_en);
 }
 

@@ -17,10 +17,10 @@ struct quantized_gains {
 
 // Finds the gains with the least error for the codeword code (Q13); with taming, pitch gains below 0.9999
 // only. past_qua_en moves on.
-quantized_gains Qua_gain(const int16_t code[40], const gain_terms& terms, bool taming,
+quantized_gains Qua_gain(int16_t const code[40], gain_terms const& terms, bool taming,
                          int16_t past_qua_en[4]);
 
 // The gains of a received index. past_qua_en moves on.
-quantized_gains Dec_gain(int16_t index, const int16_t code[40], int16_t past_qua_en[4]);
+quantized_gains Dec_gain(int16_t index, int16_t const code[40], int16_t past_qua_en[4]);
 
 }  // namespace g729a

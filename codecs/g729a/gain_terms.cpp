@@ -18,23 +18,23 @@ struct normalised_sum {
 };
 
 normalised_sum normalise(int32_t sum) {
-    const int shift = norm_l(sum);
+    int const shift = norm_l(sum);
     return {round(sum << shift), shift};
 }
 
 // start + 2 sum of x y; when anything clips on the way, the same with reduced[i] = y[i] / 4 in its place (and
 // x, when x is y).
-normalised_sum correlate(int32_t start, const int16_t x[subframe_size], const int16_t y[subframe_size],
-                         const int16_t reduced[subframe_size]) {
+normalised_sum correlate(int32_t start, int16_t const x[subframe_size], int16_t const y[subframe_size],
+                         int16_t const reduced[subframe_size]) {
     int32_t sum = start;
     bool clipped = false;
     for (int i = 0; i < subframe_size; ++i) {
-        const int32_t product = L_mult(x[i], y[i]);
+        int32_t const product = L_mult(x[i], y[i]);
         clipped |= __builtin_add_overflow(sum, product, &sum) || (product & 1) != 0;
     }
     if (!clipped)
         return normalise(sum);
-    const bool power = x == y;
+    bool const power = x == y;
     normalised_sum result = normalise(L_mac_sum(start, power ? reduced : x, reduced, subframe_size));
     result.exponent -= power ? 4 : 2;
     return result;
@@ -42,12 +42,12 @@ normalised_sum correlate(int32_t start, const int16_t x[subframe_size], const in
 
 }  // namespace
 
-int16_t G_pitch(const int16_t xn[subframe_size], const int16_t y1[subframe_size], gain_terms& terms) {
+int16_t G_pitch(int16_t const xn[subframe_size], int16_t const y1[subframe_size], gain_terms& terms) {
     int16_t reduced[subframe_size];
     for (int i = 0; i < subframe_size; ++i)
         reduced[i] = static_cast<int16_t>(y1[i] >> 2);
-    const normalised_sum yy = correlate(1, y1, y1, reduced);
-    const normalised_sum xy = correlate(0, xn, y1, reduced);
+    normalised_sum const yy = correlate(1, y1, y1, reduced);
+    normalised_sum const xy = correlate(0, xn, y1, reduced);
     terms.mantissa[0] = yy.mantissa;
     terms.exponent[0] = yy.exponent - 15;
     terms.mantissa[1] = negate(xy.mantissa);
@@ -56,18 +56,18 @@ int16_t G_pitch(const int16_t xn[subframe_size], const int16_t y1[subframe_size]
         return 0;
     }
     terms.exponent[1] = xy.exponent - 16;
-    const int16_t gain = div_s(xy.mantissa >> 1, yy.mantissa);
+    int16_t const gain = div_s(xy.mantissa >> 1, yy.mantissa);
     return std::min(shr(gain, xy.exponent - yy.exponent), highest_pitch_gain);
 }
 
-void Corr_xy2(const int16_t xn[subframe_size], const int16_t y1[subframe_size],
-              const int16_t y2[subframe_size], gain_terms& terms) {
+void Corr_xy2(int16_t const xn[subframe_size], int16_t const y1[subframe_size],
+              int16_t const y2[subframe_size], gain_terms& terms) {
     int16_t y2_q9[subframe_size];
     for (int i = 0; i < subframe_size; ++i)
         y2_q9[i] = static_cast<int16_t>(y2[i] >> 3);
-    const normalised_sum yy = normalise(L_mac_sum(1, y2_q9, y2_q9, subframe_size));
-    const normalised_sum xy = normalise(L_mac_sum(1, xn, y2_q9, subframe_size));
-    const normalised_sum cross = normalise(L_mac_sum(1, y1, y2_q9, subframe_size));
+    normalised_sum const yy = normalise(L_mac_sum(1, y2_q9, y2_q9, subframe_size));
+    normalised_sum const xy = normalise(L_mac_sum(1, xn, y2_q9, subframe_size));
+    normalised_sum const cross = normalise(L_mac_sum(1, y1, y2_q9, subframe_size));
     terms.mantissa[2] = yy.mantissa;
     terms.exponent[2] = yy.exponent + 3;
     terms.mantissa[3] = negate(xy.mantissa);

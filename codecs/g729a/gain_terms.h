@@ -14,9 +14,9 @@ struct gain_terms {
 };
 
 // The gain (Q14, 0..1.2) that brings y1 nearest to xn. Fills the first two terms.
-int16_t G_pitch(const int16_t xn[40], const int16_t y1[40], gain_terms& terms);
+int16_t G_pitch(int16_t const xn[40], int16_t const y1[40], gain_terms& terms);
 
 // Fills the other three terms. y2 is Q12.
-void Corr_xy2(const int16_t xn[40], const int16_t y1[40], const int16_t y2[40], gain_terms& terms);
+void Corr_xy2(int16_t const xn[40], int16_t const y1[40], int16_t const y2[40], gain_terms& terms);
 
 }  // namespace g729a

@@ -21,13 +21,13 @@ int32_t one_minus_square(int32_t k) {
 
 // -numerator / denominator in Q31.
 int32_t negative_ratio(int32_t numerator, int32_t denominator) {
-    const int32_t ratio = Div_32(L_abs(numerator), denominator);
+    int32_t const ratio = Div_32(L_abs(numerator), denominator);
     return numerator > 0 ? L_negate(ratio) : ratio;
 }
 
 }  // namespace
 
-void autocorrelation(const int16_t x[window_size], int32_t r[11]) {
+void autocorrelation(int16_t const x[window_size], int32_t r[11]) {
     int16_t y[window_size + 16] = {};  // zeros behind, so that all lags sum over the whole window
     for (int i = 0; i < window_size; ++i)
         y[i] = mult_r(x[i], hamwindow[i]);
@@ -37,17 +37,17 @@ void autocorrelation(const int16_t x[window_size], int32_t r[11]) {
             sample = static_cast<int16_t>(sample >> 2);
         r0 = 2 * energy(y, window_size) + 1;
     }
-    const int shift = norm_l(static_cast<int32_t>(r0));
+    int const shift = norm_l(static_cast<int32_t>(r0));
     r[0] = static_cast<int32_t>(r0) << shift;
     // As the energy fits, no partial sum of another lag can leave 32 bits (Cauchy-Schwarz).
     for (int lag = 1; lag <= lp_order; ++lag) {
-        const int32_t sum = 2 * dot<window_size>(y, y + lag);
+        int32_t const sum = 2 * dot<window_size>(y, y + lag);
         r[lag] = Mpy_32(sum << shift, L_Comp(lag_h[lag - 1], lag_l[lag - 1]));
     }
 }
 
 // The recursion's filter is Q27, reflection coefficients are Q31.
-void Levinson(const int32_t r[11], int16_t a[11], int16_t old_a[11]) {
+void Levinson(int32_t const r[11], int16_t a[11], int16_t old_a[11]) {
     int32_t filter[lp_order + 1];
     int32_t k = negative_ratio(L_Extract(r[1]), r[0]);
     filter[1] = L_Extract(k >> 4);
@@ -72,7 +72,7 @@ void Levinson(const int32_t r[11], int16_t a[11], int16_t old_a[11]) {
         std::memcpy(filter + 1, next + 1, static_cast<unsigned>(i) * sizeof *filter);
 
         alpha = Mpy_32(alpha, one_minus_square(k));
-        const int shift = norm_l(alpha);
+        int const shift = norm_l(alpha);
         alpha <<= shift;
         alpha_exponent += shift;
     }

@@ -13,10 +13,10 @@ namespace {
 struct coefficients {
     int32_t c[lp_order + 1];
 
-    explicit coefficients(const int16_t a[lp_order + 1]) { std::copy(a, a + lp_order + 1, c); }
+    explicit coefficients(int16_t const a[lp_order + 1]) { std::copy(a, a + lp_order + 1, c); }
 
     // c[1] x[-1] + ... + c[10] x[-10].
-    int32_t past_sum(const int16_t* x) const {
+    int32_t past_sum(int16_t const* x) const {
         return c[1] * x[-1] + c[2] * x[-2] + c[3] * x[-3] + c[4] * x[-4] + c[5] * x[-5] + c[6] * x[-6] +
                c[7] * x[-7] + c[8] * x[-8] + c[9] * x[-9] + c[10] * x[-10];
     }
@@ -27,7 +27,7 @@ int16_t from_q13(int32_t sum) {
     return round(L_shl(sum, 3));
 }
 
-int16_t residual_clipping(const int16_t* a, const int16_t* x) {
+int16_t residual_clipping(int16_t const* a, int16_t const* x) {
     int32_t sum = L_mult(x[0], a[0]);
     for (int j = 1; j <= lp_order; ++j)
         sum = L_mac(sum, a[j], x[-j]);
@@ -35,10 +35,10 @@ int16_t residual_clipping(const int16_t* a, const int16_t* x) {
 }
 
 // One output of 1/A(z) from the input x and the past y[-1..-10]; sets clipped when anything does.
-int16_t synthesis_clipping(const int16_t* a, int16_t x, const int16_t* y, bool& clipped) {
+int16_t synthesis_clipping(int16_t const* a, int16_t x, int16_t const* y, bool& clipped) {
     int32_t sum = L_mult(x, a[0]);
     for (int j = 1; j <= lp_order; ++j) {
-        const int32_t product = L_mult(a[j], y[-j]);
+        int32_t const product = L_mult(a[j], y[-j]);
         int32_t difference = 0;
         clipped |= __builtin_sub_overflow(sum, product, &difference) || (product & 1) != 0;
         sum = L_sub(sum, product);
@@ -49,10 +49,10 @@ int16_t synthesis_clipping(const int16_t* a, int16_t x, const int16_t* y, bool& 
 
 }  // namespace
 
-void Residu(const int16_t a[lp_order + 1], const int16_t* x, int16_t y[subframe_size]) {
-    const int32_t highest = std::max(peak<subframe_size>(x), peak<lp_order>(x - lp_order));
+void Residu(int16_t const a[lp_order + 1], int16_t const* x, int16_t y[subframe_size]) {
+    int32_t const highest = std::max(peak<subframe_size>(x), peak<lp_order>(x - lp_order));
     if (sums_fit(sum_of_magnitudes(a, lp_order + 1), highest)) {
-        const coefficients filter(a);
+        coefficients const filter(a);
         for (int i = 0; i < subframe_size; ++i)
             y[i] = sat16((4096 * x[i] + filter.past_sum(x + i) + 0x800) >> 12);
     } else {
@@ -61,13 +61,13 @@ void Residu(const int16_t a[lp_order + 1], const int16_t* x, int16_t y[subframe_
     }
 }
 
-bool Syn_filt(const int16_t a[lp_order + 1], const int16_t* x, int16_t* y, int n,
-              const int16_t mem[lp_order]) {
+bool Syn_filt(int16_t const a[lp_order + 1], int16_t const* x, int16_t* y, int n,
+              int16_t const mem[lp_order]) {
     // The Q13 sum of an output is at most 2^28 + 2 weight |y|. While all of the last ten outputs stay within
     // limit it cannot leave 32 bits, and the clipping sum is not needed.
-    const int32_t weight = std::max(sum_of_magnitudes(a + 1, lp_order), 1);
-    const int32_t limit = std::min(((1 << 30) - (1 << 27) - 1) / weight, 32768);
-    const auto beyond = [limit](int32_t value) {
+    int32_t const weight = std::max(sum_of_magnitudes(a + 1, lp_order), 1);
+    int32_t const limit = std::min(((1 << 30) - (1 << 27) - 1) / weight, 32768);
+    auto const beyond = [limit](int32_t value) {
         return static_cast<uint32_t>(value + limit) > 2 * static_cast<uint32_t>(limit);
     };
     int16_t buffer[lp_order + 40];
@@ -78,13 +78,13 @@ bool Syn_filt(const int16_t a[lp_order + 1], const int16_t* x, int16_t* y, int n
         if (beyond(out[i]))
             clipping_end = i + lp_order + 1;
     }
-    const coefficients filter(a);
+    coefficients const filter(a);
     bool clipped = false;
     for (int i = 0; i < n; ++i) {
         if (i < clipping_end) {
             out[i] = synthesis_clipping(a, x[i], out + i, clipped);
         } else {
-            const int32_t sum = x[i] * 4096 - filter.past_sum(out + i);  // Q12
+            int32_t const sum = x[i] * 4096 - filter.past_sum(out + i);  // Q12
             out[i] = static_cast<int16_t>((sum + 0x800) >> 12);
             if (static_cast<uint32_t>(sum + (1 << 27)) >= (1u << 28) - 0x800) {
                 out[i] = sat16((sum + 0x800) >> 12);
@@ -98,11 +98,11 @@ bool Syn_filt(const int16_t a[lp_order + 1], const int16_t* x, int16_t* y, int n
     return clipped;
 }
 
-void update_memory(const int16_t* y, int n, int16_t mem[lp_order]) {
+void update_memory(int16_t const* y, int n, int16_t mem[lp_order]) {
     std::memcpy(mem, y + n - lp_order, lp_order * sizeof *mem);
 }
 
-void Weight_Az(const int16_t a[lp_order + 1], int16_t gamma, int16_t ap[lp_order + 1]) {
+void Weight_Az(int16_t const a[lp_order + 1], int16_t gamma, int16_t ap[lp_order + 1]) {
     ap[0] = a[0];
     int16_t factor = gamma;
     for (int i = 1; i < lp_order; ++i) {

@@ -10,17 +10,17 @@
 namespace g729a {
 
 // y[0..39] = x[0..39] filtered by A(z); x[-10..-1] is the past. y must not overlap x.
-void Residu(const int16_t a[lp_order + 1], const int16_t* x, int16_t y[subframe_size]);
+void Residu(int16_t const a[lp_order + 1], int16_t const* x, int16_t y[subframe_size]);
 
 // y[0..n-1] = x filtered by 1/A(z), after the outputs mem[0..9] (newest last), which stay as they are.
 // x and y may be the same. Returns whether anything clipped. n is at most 40.
-bool Syn_filt(const int16_t a[lp_order + 1], const int16_t* x, int16_t* y, int n,
-              const int16_t mem[lp_order]);
+bool Syn_filt(int16_t const a[lp_order + 1], int16_t const* x, int16_t* y, int n,
+              int16_t const mem[lp_order]);
 
 // mem = the last ten of the n outputs y.
-void update_memory(const int16_t* y, int n, int16_t mem[lp_order]);
+void update_memory(int16_t const* y, int n, int16_t mem[lp_order]);
 
 // ap(z) = a(z / gamma), gamma Q15 (3.3, A.4.2.2).
-void Weight_Az(const int16_t a[lp_order + 1], int16_t gamma, int16_t ap[lp_order + 1]);
+void Weight_Az(int16_t const a[lp_order + 1], int16_t gamma, int16_t ap[lp_order + 1]);
 
 }  // namespace g729a

@@ -11,11 +11,11 @@ namespace {
 constexpr int half_order = lp_order / 2;
 
 // f[0..5] (Q24) = product of 1 - 2 q z^-1 + z^-2 over the five LSP lsp[0], lsp[2], ... lsp[8].
-void lsp_polynomial(const int16_t* lsp, int32_t f[half_order + 1]) {
+void lsp_polynomial(int16_t const* lsp, int32_t f[half_order + 1]) {
     f[0] = 1 << 24;
     f[1] = L_msu(0, lsp[0], 512);
     for (int i = 2; i <= half_order; ++i) {
-        const int16_t q = lsp[2 * (i - 1)];
+        int16_t const q = lsp[2 * (i - 1)];
         f[i] = f[i - 2];
         for (int k = i; k >= 2; --k)
             f[k] = L_sub(L_add(f[k], f[k - 2]), L_shl(Mpy_32_16(f[k - 1], q), 1));
@@ -24,7 +24,7 @@ void lsp_polynomial(const int16_t* lsp, int32_t f[half_order + 1]) {
 }
 
 // a[0..10] (Q12) = LP filter of the LSP.
-void Lsp_Az(const int16_t lsp[lp_order], int16_t a[lp_order + 1]) {
+void Lsp_Az(int16_t const lsp[lp_order], int16_t a[lp_order + 1]) {
     int32_t f1[half_order + 1];
     int32_t f2[half_order + 1];
     lsp_polynomial(lsp, f1);
@@ -42,27 +42,27 @@ void Lsp_Az(const int16_t lsp[lp_order], int16_t a[lp_order + 1]) {
 
 }  // namespace
 
-void Lsp_lsf(const int16_t lsp[lp_order], int16_t lsf[lp_order]) {
+void Lsp_lsf(int16_t const lsp[lp_order], int16_t lsf[lp_order]) {
     int interval = 63;
     for (int i = lp_order - 1; i >= 0; --i) {
         while (interval > 0 && table2[interval] < lsp[i])
             --interval;
-        const int16_t offset = sub(lsp[i], table2[interval]);
-        const int32_t fine = L_mult(slope_acos[interval], offset) >> 12;
+        int16_t const offset = sub(lsp[i], table2[interval]);
+        int32_t const fine = L_mult(slope_acos[interval], offset) >> 12;
         lsf[i] = mult(add(interval << 9, extract_l(fine)), 25736);  // Q15 of half circles to Q13 radians: pi
     }
 }
 
-void Lsf_lsp(const int16_t lsf[lp_order], int16_t lsp[lp_order]) {
+void Lsf_lsp(int16_t const lsf[lp_order], int16_t lsp[lp_order]) {
     for (int i = 0; i < lp_order; ++i) {
-        const int16_t frequency = mult(lsf[i], 20861);  // 1 / pi in Q16: Q15 of half circles
-        const int interval = frequency >> 8 > 63 ? 63 : frequency >> 8;
-        const int32_t fine = L_mult(slope_cos[interval], frequency & 255) >> 13;
+        int16_t const frequency = mult(lsf[i], 20861);  // 1 / pi in Q16: Q15 of half circles
+        int const interval = frequency >> 8 > 63 ? 63 : frequency >> 8;
+        int32_t const fine = L_mult(slope_cos[interval], frequency & 255) >> 13;
         lsp[i] = add(table2[interval], extract_l(fine));
     }
 }
 
-void Int_qlpc(const int16_t lsp_old[lp_order], const int16_t lsp_new[lp_order],
+void Int_qlpc(int16_t const lsp_old[lp_order], int16_t const lsp_new[lp_order],
               int16_t a_t[2][lp_order + 1]) {
     int16_t mean[lp_order];
     for (int i = 0; i < lp_order; ++i)

@@ -7,12 +7,12 @@
 namespace g729a {
 
 // lsf[0..9] (Q13 radians) of lsp[0..9] (Q15 cosines, descending).
-void Lsp_lsf(const int16_t lsp[10], int16_t lsf[10]);
+void Lsp_lsf(int16_t const lsp[10], int16_t lsf[10]);
 
 // lsp[0..9] (Q15 cosines) of lsf[0..9] (Q13 radians).
-void Lsf_lsp(const int16_t lsf[10], int16_t lsp[10]);
+void Lsf_lsp(int16_t const lsf[10], int16_t lsp[10]);
 
 // a_t[0] = LP filter of the mean of old and new LSP (first subframe), a_t[1] = of the new ones; Q12.
-void Int_qlpc(const int16_t lsp_old[10], const int16_t lsp_new[10], int16_t a_t[2][11]);
+void Int_qlpc(int16_t const lsp_old[10], int16_t const lsp_new[10], int16_t a_t[2][11]);
 
 }  // namespace g729a

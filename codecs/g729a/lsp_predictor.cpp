@@ -34,7 +34,7 @@ void stabilize(int16_t lsf[lp_order]) {
 
 void rearrange(int16_t q[lp_order], int from, int to, int gap) {
     for (int j = from; j <= to; ++j) {
-        const int16_t half = shr(add(sub(q[j - 1], q[j]), gap), 1);
+        int16_t const half = shr(add(sub(q[j - 1], q[j]), gap), 1);
         if (half > 0) {
             q[j - 1] = sub(q[j - 1], half);
             q[j] = add(q[j], half);
@@ -42,7 +42,7 @@ void rearrange(int16_t q[lp_order], int from, int to, int gap) {
     }
 }
 
-void lsf_residual(const int16_t lsf[lp_order], int mode, const int16_t freq_prev[4][lp_order],
+void lsf_residual(int16_t const lsf[lp_order], int mode, int16_t const freq_prev[4][lp_order],
                   int16_t r[lp_order]) {
     for (int j = 0; j < lp_order; ++j) {
         int32_t sum = L_deposit_h(lsf[j]);
@@ -52,12 +52,12 @@ void lsf_residual(const int16_t lsf[lp_order], int mode, const int16_t freq_prev
     }
 }
 
-void push_lsf(const int16_t q[lp_order], int16_t freq_prev[4][lp_order]) {
+void push_lsf(int16_t const q[lp_order], int16_t freq_prev[4][lp_order]) {
     std::memmove(freq_prev[1], freq_prev[0], 3 * sizeof freq_prev[0]);
     std::memcpy(freq_prev[0], q, sizeof freq_prev[0]);
 }
 
-void reconstruct_lsf(const lsf_codes& codes, int16_t freq_prev[4][lp_order], int16_t lsf_q[lp_order]) {
+void reconstruct_lsf(lsf_codes const& codes, int16_t freq_prev[4][lp_order], int16_t lsf_q[lp_order]) {
     int16_t q[lp_order];
     for (int j = 0; j < lp_order; ++j)
         q[j] = add(lspcb1[codes.first][j], lspcb2[j < lp_order / 2 ? codes.low : codes.high][j]);

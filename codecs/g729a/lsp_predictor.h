@@ -20,12 +20,12 @@ struct lsf_codes {
 void rearrange(int16_t q[10], int from, int to, int gap);
 
 // r[0..9] = what the codebooks have to give so that lsf comes out.
-void lsf_residual(const int16_t lsf[10], int mode, const int16_t freq_prev[4][10], int16_t r[10]);
+void lsf_residual(int16_t const lsf[10], int mode, int16_t const freq_prev[4][10], int16_t r[10]);
 
 // Drops the oldest row of freq_prev and puts q in front.
-void push_lsf(const int16_t q[10], int16_t freq_prev[4][10]);
+void push_lsf(int16_t const q[10], int16_t freq_prev[4][10]);
 
 // lsf_q[0..9] = quantized LSF of the codes, in order and apart; freq_prev moves on.
-void reconstruct_lsf(const lsf_codes& codes, int16_t freq_prev[4][10], int16_t lsf_q[10]);
+void reconstruct_lsf(lsf_codes const& codes, int16_t freq_prev[4][10], int16_t lsf_q[10]);
 
 }  // namespace g729a

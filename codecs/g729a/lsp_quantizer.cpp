@@ -18,7 +18,7 @@ constexpr int16_t factor_1_2 = 19661;  // Q14, 1.2
 constexpr int half_order = lp_order / 2;
 
 // w[0..9] = weights of the LSF: the closer the neighbours, the heavier. Normalised together.
-void lsf_weights(const int16_t lsf[lp_order], int16_t w[lp_order]) {
+void lsf_weights(int16_t const lsf[lp_order], int16_t w[lp_order]) {
     int16_t distance[lp_order];  // of the neighbours, less 1, Q13
     distance[0] = sub(lsf[1], pi_0_04 + one);
     for (int i = 1; i < lp_order - 1; ++i)
@@ -28,14 +28,14 @@ void lsf_weights(const int16_t lsf[lp_order], int16_t w[lp_order]) {
     for (int i = 0; i < lp_order; ++i) {
         w[i] = 2048;  // Q11
         if (distance[i] <= 0) {
-            const int16_t square = extract_h(L_shl(L_mult(distance[i], distance[i]), 2));
+            int16_t const square = extract_h(L_shl(L_mult(distance[i], distance[i]), 2));
             w[i] = add(extract_h(L_shl(L_mult(square, ten), 2)), 2048);
         }
         if (i == 4 || i == 5)
             w[i] = extract_h(L_shl(L_mult(w[i], factor_1_2), 1));
         heaviest = std::max(heaviest, w[i]);
     }
-    const int shift = norm_s(heaviest);
+    int const shift = norm_s(heaviest);
     for (int i = 0; i < lp_order; ++i)
         w[i] = shl(w[i], shift);
 }
@@ -51,25 +51,25 @@ constexpr int32_t close_difference(int32_t a, int32_t b) {
 
 template <auto difference>
 uint32_t square(int32_t r, int32_t row) {
-    const int32_t e = difference(r, row);
+    int32_t const e = difference(r, row);
     return static_cast<uint32_t>(e * e);
 }
 
 // w is not negative, so the rounded product has the sign of e.
 template <auto difference>
 uint32_t weighted_square(int32_t r, int32_t row, int32_t w) {
-    const int32_t e = difference(r, row);
+    int32_t const e = difference(r, row);
     return static_cast<uint32_t>(((w * e) >> 15) * e);
 }
 
 // Row of the first stage nearest to r. A row is given up as soon as it is worse than the best.
 template <auto difference>
-int search_first(const int16_t r[lp_order]) {
+int search_first(int16_t const r[lp_order]) {
     constexpr auto term = square<difference>;
     int best = 0;
     uint32_t best_distance = no_distance;
     for (int i = 0; i < 128; ++i) {
-        const int16_t* row = lspcb1[i];
+        int16_t const* row = lspcb1[i];
         uint32_t distance = term(r[0], row[0]) + term(r[1], row[1]) + term(r[2], row[2]);
         if (distance >= best_distance)
             continue;
@@ -90,12 +90,12 @@ int search_first(const int16_t r[lp_order]) {
 
 // Row of the second stage whose columns from offset on are nearest to rest[0..4].
 template <auto difference>
-int search_second(const int16_t rest[half_order], const int16_t w[half_order], int offset) {
+int search_second(int16_t const rest[half_order], int16_t const w[half_order], int offset) {
     constexpr auto term = weighted_square<difference>;
     int best = 0;
     uint32_t best_distance = no_distance;
     for (int k = 0; k < 32; ++k) {
-        const int16_t* row = lspcb2[k] + offset;
+        int16_t const* row = lspcb2[k] + offset;
         uint32_t distance =
             term(rest[0], row[0], w[0]) + term(rest[1], row[1], w[1]) + term(rest[2], row[2], w[2]);
         if (distance >= best_distance)
@@ -109,26 +109,26 @@ int search_second(const int16_t rest[half_order], const int16_t w[half_order], i
     return best;
 }
 
-int find_first(const int16_t r[lp_order]) {
+int find_first(int16_t const r[lp_order]) {
     constexpr int32_t highest = 23533;  // of the first stage; the lowest is 679
-    const bool close = *std::min_element(r, r + lp_order) >= -32768 + highest;
+    bool const close = *std::min_element(r, r + lp_order) >= -32768 + highest;
     return close ? search_first<close_difference>(r) : search_first<sub>(r);
 }
 
 // Row of one half of the second stage, from coefficient offset on, after row first of the first stage.
-int find_second(const int16_t r[lp_order], int first, const int16_t w[lp_order], int offset) {
+int find_second(int16_t const r[lp_order], int first, int16_t const w[lp_order], int offset) {
     constexpr int32_t highest = 2337;  // magnitude in the second stage
     int16_t rest[half_order];
     for (int j = 0; j < half_order; ++j)
         rest[j] = sub(r[offset + j], lspcb1[first][offset + j]);
-    const auto [low, high] = std::minmax_element(rest, rest + half_order);
-    const bool close = *low >= -32768 + highest && *high <= 32767 - highest;
+    auto const [low, high] = std::minmax_element(rest, rest + half_order);
+    bool const close = *low >= -32768 + highest && *high <= 32767 - highest;
     return close ? search_second<close_difference>(rest, w + offset, offset)
                  : search_second<sub>(rest, w + offset, offset);
 }
 
 // Weighted distance between r and what the codes give, for the choice of the predictor.
-int32_t mode_distance(const int16_t r[lp_order], const lsf_codes& codes, const int16_t w[lp_order]) {
+int32_t mode_distance(int16_t const r[lp_order], lsf_codes const& codes, int16_t const w[lp_order]) {
     int16_t q[lp_order];
     for (int j = 0; j < half_order; ++j)
         q[j] = add(lspcb1[codes.first][j], lspcb2[codes.low][j]);
@@ -139,7 +139,7 @@ int32_t mode_distance(const int16_t r[lp_order], const lsf_codes& codes, const i
     rearrange(q, 1, lp_order - 1, 5);
     int32_t distance = 0;
     for (int j = 0; j < lp_order; ++j) {
-        const int16_t e = mult(sub(q[j], r[j]), fg_sum[codes.mode][j]);
+        int16_t const e = mult(sub(q[j], r[j]), fg_sum[codes.mode][j]);
         distance = L_mac(distance, extract_h(L_shl(L_mult(w[j], e), 4)), e);
     }
     return distance;
@@ -147,7 +147,7 @@ int32_t mode_distance(const int16_t r[lp_order], const lsf_codes& codes, const i
 
 }  // namespace
 
-lsf_codes quantize_lsf(const int16_t lsf[lp_order], const int16_t freq_prev[4][lp_order]) {
+lsf_codes quantize_lsf(int16_t const lsf[lp_order], int16_t const freq_prev[4][lp_order]) {
     int16_t w[lp_order];
     lsf_weights(lsf, w);
     lsf_codes codes[2];
@@ -155,7 +155,7 @@ lsf_codes quantize_lsf(const int16_t lsf[lp_order], const int16_t freq_prev[4][l
     for (int mode = 0; mode < 2; ++mode) {
         int16_t r[lp_order];
         lsf_residual(lsf, mode, freq_prev, r);
-        const int first = find_first(r);
+        int const first = find_first(r);
         codes[mode] = {mode, first, find_second(r, first, w, 0), find_second(r, first, w, half_order)};
         distance[mode] = mode_distance(r, codes[mode], w);
     }

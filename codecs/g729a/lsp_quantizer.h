@@ -8,6 +8,6 @@
 namespace g729a {
 
 // The codes for lsf[0..9] (Q13 radians) after the frames in freq_prev, which stays as it is.
-lsf_codes quantize_lsf(const int16_t lsf[10], const int16_t freq_prev[4][10]);
+lsf_codes quantize_lsf(int16_t const lsf[10], int16_t const freq_prev[4][10]);
 
 }  // namespace g729a

@@ -22,26 +22,26 @@ struct split_speech {
     bool fits;  // no sum of products over taps samples can clip
 
     // z[0 - delay], z[2 - delay], ...
-    const int16_t* delayed(int delay) const { return (delay & 1 ? odd : even) + past - ((delay + 1) >> 1); }
+    int16_t const* delayed(int delay) const { return (delay & 1 ? odd : even) + past - ((delay + 1) >> 1); }
 
     // start + 2 sum z[j] z[j - delay] over even j, of the delayed samples with themselves when power is set.
     int32_t correlate(int32_t start, int delay, bool power) const {
-        const int16_t* y = delayed(delay);
-        const int16_t* x = power ? y : even + past;
+        int16_t const* y = delayed(delay);
+        int16_t const* x = power ? y : even + past;
         return fits ? start + 2 * dot<taps>(x, y) : L_mac_sum(start, x, y, taps);
     }
 };
 
 // Splits wsp[-143..79] and scales it so that the energy of the odd samples is neither too large nor small.
-void split(const int16_t* wsp, split_speech& z) {
+void split(int16_t const* wsp, split_speech& z) {
     z.even[0] = 0;  // sample -144 belongs to no delay
     for (int i = 0; i < past + taps; ++i)
         z.odd[i] = wsp[2 * (i - past) + 1];
     for (int i = 1; i < past + taps; ++i)
         z.even[i] = wsp[2 * (i - past)];
-    const int64_t odd_energy = 2 * energy(z.odd, past + taps);
-    const int64_t even_energy = 2 * energy(z.even, past + taps);
-    const int shift = odd_energy > max_32 ? -3 : odd_energy < 1048576 ? 3 : 0;
+    int64_t const odd_energy = 2 * energy(z.odd, past + taps);
+    int64_t const even_energy = 2 * energy(z.even, past + taps);
+    int const shift = odd_energy > max_32 ? -3 : odd_energy < 1048576 ? 3 : 0;
     // By Cauchy-Schwarz a sum is at most the larger energy. Scaled down, |z| <= 4096: 40 * 2 * 2^24 < 2^31.
     z.fits = shift < 0 || (even_energy << (2 * shift)) <= max_32;
     if (shift == 0)
@@ -58,45 +58,45 @@ struct candidate {
     int16_t normalised;  // by the energy of the delayed samples
 };
 
-void try_delay(const split_speech& z, int delay, candidate& best) {
-    const int32_t correlation = z.correlate(0, delay, false);
+void try_delay(split_speech const& z, int delay, candidate& best) {
+    int32_t const correlation = z.correlate(0, delay, false);
     if (correlation > best.correlation) {
         best.correlation = correlation;
         best.delay = delay;
     }
 }
 
-candidate search(const split_speech& z, int first, int last, int step) {
+candidate search(split_speech const& z, int first, int last, int step) {
     candidate best = {first, min_32, 0};
     for (int delay = first; delay <= last; delay += step)
         try_delay(z, delay, best);
     return best;
 }
 
-void normalise(const split_speech& z, candidate& c) {
-    const int32_t power = z.correlate(1, c.delay, true);
+void normalise(split_speech const& z, candidate& c) {
+    int32_t const power = z.correlate(1, c.delay, true);
     c.normalised = extract_l(Mpy_32(c.correlation, Inv_sqrt(power)));
 }
 
 // Raises a by factor (Q15) of b for each way in which b's delay is about a multiple of a's.
-void favour(candidate& a, const candidate& b, int factor) {
-    const int twice = 2 * a.delay - b.delay;
+void favour(candidate& a, candidate const& b, int factor) {
+    int const twice = 2 * a.delay - b.delay;
     if (std::abs(twice) < 5)
         a.normalised = add(a.normalised, mult(b.normalised, factor));
-    const int thrice = twice + a.delay;
+    int const thrice = twice + a.delay;
     if (std::abs(thrice) < 7)
         a.normalised = add(a.normalised, mult(b.normalised, factor));
 }
 
 }  // namespace
 
-int Pitch_ol_fast(const int16_t* wsp) {
+int Pitch_ol_fast(int16_t const* wsp) {
     split_speech z;
     split(wsp, z);
     candidate shortest = search(z, pit_min, 39, 1);
     candidate middle = search(z, 40, 79, 1);
     candidate longest = search(z, 80, pit_max - 1, 2);
-    const int even = longest.delay;
+    int const even = longest.delay;
     try_delay(z, even + 1, longest);
     try_delay(z, even - 1, longest);
     normalise(z, shortest);
@@ -105,7 +105,7 @@ int Pitch_ol_fast(const int16_t* wsp) {
 
     favour(middle, longest, 8192);   // 0.25
     favour(shortest, middle, 6554);  // 0.20
-    const candidate& best = shortest.normalised < middle.normalised ? middle : shortest;
+    candidate const& best = shortest.normalised < middle.normalised ? middle : shortest;
     return best.normalised < longest.normalised ? longest.delay : best.delay;
 }
 

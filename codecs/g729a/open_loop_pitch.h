@@ -8,6 +8,6 @@ namespace g729a {
 
 // Delay (pit_min..pit_max) that fits the weighted speech wsp[0..79] best, short ones favoured; wsp[-143..-1]
 // is its past. Only even samples are looked at.
-int Pitch_ol_fast(const int16_t* wsp);
+int Pitch_ol_fast(int16_t const* wsp);
 
 }  // namespace g729a

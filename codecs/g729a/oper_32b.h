@@ -26,8 +26,8 @@ constexpr int32_t L_Comp(int32_t hi, int32_t lo) {
 
 // x y / 2^31 of two DPF values, low times low left out.
 constexpr int32_t Mpy_32(int32_t x, int32_t y) {
-    const int32_t product = L_mult(extract_h(x), extract_h(y));
-    const int32_t sum = L_mac(product, mult(extract_h(x), dpf_lo(y)), 1);
+    int32_t const product = L_mult(extract_h(x), extract_h(y));
+    int32_t const sum = L_mac(product, mult(extract_h(x), dpf_lo(y)), 1);
     return L_mac(sum, mult(dpf_lo(x), extract_h(y)), 1);
 }
 
@@ -40,9 +40,9 @@ constexpr int32_t Mpy_32_16(int32_t x, int32_t n) {
 // numerator / denominator in Q31 of two DPF values, 0 <= numerator < denominator, denominator normalised
 // (G.729 3.2.2). A numerator that is not smaller gives a clipped or meaningless value, never a trap.
 constexpr int32_t Div_32(int32_t numerator, int32_t denominator) {
-    const int32_t approximation = div_s(16383, extract_h(denominator));
-    const int32_t error = L_sub(max_32, Mpy_32_16(denominator, approximation));
-    const int32_t inverse = Mpy_32_16(error, approximation);
+    int32_t const approximation = div_s(16383, extract_h(denominator));
+    int32_t const error = L_sub(max_32, Mpy_32_16(denominator, approximation));
+    int32_t const inverse = Mpy_32_16(error, approximation);
     return L_shl(Mpy_32(numerator, inverse), 2);
 }
 

@@ -32,18 +32,18 @@ struct long_term_sums {
 };
 
 // Finds the delay among t0 - 3 .. t0 + 3 that fits sc[0..39] best.
-long_term_sums search_delay(const int16_t* sc, int t0) {
-    const int last = std::min(t0 + delays / 2, pit_max);
-    const int first = last - delays + 1;
+long_term_sums search_delay(int16_t const* sc, int t0) {
+    int const last = std::min(t0 + delays / 2, pit_max);
+    int const first = last - delays + 1;
     constexpr int window = (subframe_size + delays + 7) / 8 * 8;
-    const int32_t highest = std::max(peak<subframe_size>(sc), peak<window>(sc - last));
-    const bool fits = sums_fit(subframe_size * highest, highest);
-    const auto sum = [&](int32_t start, const int16_t* x, const int16_t* y) {
+    int32_t const highest = std::max(peak<subframe_size>(sc), peak<window>(sc - last));
+    bool const fits = sums_fit(subframe_size * highest, highest);
+    auto const sum = [&](int32_t start, int16_t const* x, int16_t const* y) {
         return fits ? start + 2 * dot<subframe_size>(x, y) : L_mac_sum(start, x, y, subframe_size);
     };
     long_term_sums best = {first, min_32, 0, sum(1, sc, sc)};
     for (int delay = first; delay <= last; ++delay) {
-        const int32_t correlation = sum(0, sc, sc - delay);
+        int32_t const correlation = sum(0, sc, sc - delay);
         if (correlation > best.correlation) {
             best.correlation = correlation;
             best.delay = delay;
@@ -62,51 +62,51 @@ struct long_term_gains {
     bool active;
 };
 
-long_term_gains choose_gains(const long_term_sums& sums) {
-    const int shift = norm_l(std::max({sums.correlation, sums.delayed_energy, sums.energy}));
-    const int16_t correlation = round(sums.correlation << shift);
-    const int16_t delayed_energy = round(sums.delayed_energy << shift);
-    const int16_t energy = round(sums.energy << shift);
+long_term_gains choose_gains(long_term_sums const& sums) {
+    int const shift = norm_l(std::max({sums.correlation, sums.delayed_energy, sums.energy}));
+    int16_t const correlation = round(sums.correlation << shift);
+    int16_t const delayed_energy = round(sums.delayed_energy << shift);
+    int16_t const energy = round(sums.energy << shift);
     if (2 * correlation * correlation < delayed_energy * energy)
         return {0, 0, false};
     if (correlation > delayed_energy)
         return {full_direct, full_delayed, true};
-    const int16_t numerator = shr(mult(correlation, gamma_long_term), 1);
-    const int16_t denominator = add(numerator, delayed_energy >> 1);
+    int16_t const numerator = shr(mult(correlation, gamma_long_term), 1);
+    int16_t const denominator = add(numerator, delayed_energy >> 1);
     if (denominator <= 0)
         return {32767, 0, true};
-    const int16_t delayed = div_s(numerator, denominator);
+    int16_t const delayed = div_s(numerator, denominator);
     return {sub(32767, delayed), delayed, true};
 }
 
 // r[0..39] = the residual through the long-term filter. sc is the residual divided by 4.
-void filter_long_term(const int16_t* residual, const int16_t* sc, int t0, int16_t r[subframe_size]) {
-    const long_term_sums sums = search_delay(sc, t0);
-    const long_term_gains gains = choose_gains(sums);
+void filter_long_term(int16_t const* residual, int16_t const* sc, int t0, int16_t r[subframe_size]) {
+    long_term_sums const sums = search_delay(sc, t0);
+    long_term_gains const gains = choose_gains(sums);
     if (!gains.active) {
         std::memcpy(r, residual, subframe_size * sizeof *r);
         return;
     }
-    const int16_t* delayed = residual - sums.delay;
+    int16_t const* delayed = residual - sums.delay;
     for (int i = 0; i < subframe_size; ++i)
         r[i] = add(mult(gains.direct, residual[i]), mult(gains.delayed, delayed[i]));
 }
 
 // Factor (Q15) of the tilt filter: 0.8 of the first reflection coefficient of A(z/0.55) / A(z/0.7) where that
 // falls towards high frequencies, else 0 (A.4.2.3).
-int16_t tilt_of(const int16_t numerator[lp_order + 1], const int16_t denominator[lp_order + 1]) {
+int16_t tilt_of(int16_t const numerator[lp_order + 1], int16_t const denominator[lp_order + 1]) {
     constexpr int16_t at_rest[lp_order] = {};
     int16_t h[response_size] = {};
     std::memcpy(h, numerator, (lp_order + 1) * sizeof *h);
     Syn_filt(denominator, h, h, response_size, at_rest);
-    const int16_t r0 = extract_h(L_mac_sum(0, h, h, response_size));
-    const int16_t r1 = extract_h(L_mac_sum(0, h, h + 1, response_size - 1));
+    int16_t const r0 = extract_h(L_mac_sum(0, h, h, response_size));
+    int16_t const r1 = extract_h(L_mac_sum(0, h, h + 1, response_size - 1));
     return r1 <= 0 ? int16_t{0} : div_s(mult(r1, tilt_factor), r0);
 }
 
 // r[i] -= tilt r[i - 1], after mem = the sample before; mem becomes the last one.
 void compensate_tilt(int16_t r[subframe_size], int16_t tilt, int16_t& mem) {
-    const int16_t last = r[subframe_size - 1];
+    int16_t const last = r[subframe_size - 1];
     for (int i = subframe_size - 1; i > 0; --i)
         r[i] = sub(r[i], mult(tilt, r[i - 1]));
     r[0] = sub(r[0], mult(tilt, mem));
@@ -115,7 +115,7 @@ void compensate_tilt(int16_t r[subframe_size], int16_t tilt, int16_t& mem) {
 
 // Filters synth[0..39], with ten samples of past, into out[0..39]; res2 and sc are this subframe's place in
 // the residual and its scaled copy.
-void filter_subframe(g729a_post_filter& state, const int16_t* synth, const int16_t a[lp_order + 1], int t0,
+void filter_subframe(g729a_post_filter& state, int16_t const* synth, int16_t const a[lp_order + 1], int t0,
                      int16_t* res2, int16_t* sc, int16_t* out) {
     int16_t numerator[lp_order + 1];
     int16_t denominator[lp_order + 1];
@@ -140,13 +140,13 @@ void Init_Post_Filter() {
     lrcodec_obj->post_filter.past_gain = gain_at_rest;
 }
 
-void Post_Filter(int16_t synth[frame_size], const int16_t a_t[2][lp_order + 1], const int16_t t0[2]) {
+void Post_Filter(int16_t synth[frame_size], int16_t const a_t[2][lp_order + 1], int16_t const t0[2]) {
     g729a_post_filter& state = lrcodec_obj->post_filter;
     int16_t unfiltered[lp_order + frame_size];
     std::memcpy(unfiltered, state.synth, sizeof state.synth);
     std::memcpy(unfiltered + lp_order, synth, frame_size * sizeof *synth);
     for (int k = 0; k < 2; ++k) {
-        const int start = k * subframe_size;
+        int const start = k * subframe_size;
         filter_subframe(state, unfiltered + lp_order + start, a_t[k], t0[k], state.res2 + pit_max + start,
                         state.scaled_res2 + pit_max + start, synth + start);
     }

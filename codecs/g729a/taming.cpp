@@ -23,17 +23,17 @@ int32_t grown(int32_t err, int16_t gain) {
 
 }  // namespace
 
-bool test_err(const int32_t exc_err[4], int t0, int frac) {
-    const int delay = frac > 0 ? t0 + 1 : t0;
-    const int first = zone(std::max(delay - (subframe_size + 10), 0));
-    const int last = zone(delay + 8);
+bool test_err(int32_t const exc_err[4], int t0, int frac) {
+    int const delay = frac > 0 ? t0 + 1 : t0;
+    int const first = zone(std::max(delay - (subframe_size + 10), 0));
+    int const last = zone(delay + 8);
     return *std::max_element(exc_err + first, exc_err + last + 1) > err_limit;
 }
 
 void update_exc_err(int32_t exc_err[4], int16_t gain_pit, int t0) {
     int32_t worst = -1;
     if (t0 < subframe_size) {
-        const int32_t once = grown(exc_err[0], gain_pit);
+        int32_t const once = grown(exc_err[0], gain_pit);
         worst = std::max({worst, once, grown(once, gain_pit)});
     } else {
         for (int z = zone(t0 - subframe_size); z <= zone(t0 - 1); ++z)

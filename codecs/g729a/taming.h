@@ -12,7 +12,7 @@ constexpr int32_t exc_err_at_rest = 16384;   // Q14, 1.0
 constexpr int16_t tamed_pitch_gain = 15564;  // Q14, 0.95
 
 // Whether the gain for a delay of t0 + frac / 3 samples has to be tamed.
-bool test_err(const int32_t exc_err[4], int t0, int frac);
+bool test_err(int32_t const exc_err[4], int t0, int frac);
 
 // Moves on by one subframe with the quantized gain (Q14) and the integer delay.
 void update_exc_err(int32_t exc_err[4], int16_t gain_pit, int t0);

@@ -12,7 +12,7 @@ namespace g729a {
 
 // Sum of x[i] y[i], i < n. The caller knows that no partial sum leaves 32 bits.
 template <int n>
-inline int32_t dot(const int16_t* x, const int16_t* y) {
+inline int32_t dot(int16_t const* x, int16_t const* y) {
     int32_t sum = 0;
     for (int i = 0; i < n; ++i)
         sum += x[i] * y[i];
@@ -20,7 +20,7 @@ inline int32_t dot(const int16_t* x, const int16_t* y) {
 }
 
 // Sum of x[i]^2, i < n, exact.
-inline int64_t energy(const int16_t* x, int n) {
+inline int64_t energy(int16_t const* x, int n) {
     int64_t sum = 0;
     for (int i = 0; i < n; ++i)
         sum += x[i] * x[i];
@@ -29,7 +29,7 @@ inline int64_t energy(const int16_t* x, int n) {
 
 // Largest magnitude of x[0..n-1], 0..32768.
 template <int n>
-inline int32_t peak(const int16_t* x) {
+inline int32_t peak(int16_t const* x) {
     int16_t high = 0;
     int16_t low = 0;
     for (int i = 0; i < n; ++i) {
@@ -40,7 +40,7 @@ inline int32_t peak(const int16_t* x) {
 }
 
 // Sum of the magnitudes of x[0..n-1].
-inline int32_t sum_of_magnitudes(const int16_t* x, int n) {
+inline int32_t sum_of_magnitudes(int16_t const* x, int n) {
     int32_t sum = 0;
     for (int i = 0; i < n; ++i)
         sum += x[i] < 0 ? -x[i] : x[i];
@@ -54,7 +54,7 @@ constexpr bool sums_fit(int32_t magnitudes, int32_t signal_peak) {
 }
 
 // start, then L_mac of x[i], y[i], i < n: clips after every product.
-inline int32_t L_mac_sum(int32_t start, const int16_t* x, const int16_t* y, int n) {
+inline int32_t L_mac_sum(int32_t start, int16_t const* x, int16_t const* y, int n) {
     for (int i = 0; i < n; ++i)
         start = L_mac(start, x[i], y[i]);
     return start;

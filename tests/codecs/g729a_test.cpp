@@ -20,7 +20,7 @@ using sound = std::array<int16_t, g729a_frame_samples>;
 
 // The whole frames of a file in little-endian order.
 template <typename frame>
-std::vector<frame> read(const fs::path& path) {
+std::vector<frame> read(fs::path const& path) {
     std::ifstream file(path, std::ios::binary);
     EXPECT_TRUE(file) << path;
     std::vector<frame> frames(static_cast<size_t>(fs::file_size(path)) / sizeof(frame));
@@ -41,18 +41,18 @@ struct coder {
         std::memset(&state, garbage, sizeof state);
         g729a_init(state);
     }
-    packed encode(const sound& pcm) {
+    packed encode(sound const& pcm) {
         packed bytes;
         g729a_encode_frame(state, pcm.data(), bytes.data());
         return bytes;
     }
-    sound decode(const packed& bytes) {
+    sound decode(packed const& bytes) {
         sound pcm;
         g729a_decode_frame(state, bytes.data(), pcm.data());
         return pcm;
     }
     // As a receiver does that checks the parity and knows of losses.
-    sound decode_checked(const packed& bytes, bool lost) {
+    sound decode_checked(packed const& bytes, bool lost) {
         lrcodec_obj = &state;
         g729a_decoder& decoder = state.decoder;
         int16_t* parm = decoder.parm;
@@ -69,24 +69,24 @@ struct coder {
 };
 
 // Codes and decodes every vector of a folder, whose input and output files end as given.
-void check_folder(const fs::path& folder, const char* input, const char* output, size_t encoded_frames,
+void check_folder(fs::path const& folder, char const* input, char const* output, size_t encoded_frames,
                   size_t decoded_frames) {
     size_t encoded = 0, decoded = 0;
-    for (const fs::directory_entry& entry : fs::directory_iterator(folder)) {
+    for (fs::directory_entry const& entry : fs::directory_iterator(folder)) {
         if (entry.path().extension() != ".g729")
             continue;
         SCOPED_TRACE(entry.path());
-        const std::string base = fs::path(entry.path()).replace_extension().string();
-        const auto stream = read<packed>(entry.path());
+        std::string const base = fs::path(entry.path()).replace_extension().string();
+        auto const stream = read<packed>(entry.path());
         coder both;
         if (fs::exists(base + input))
-            for (size_t i = 0; const sound& pcm : read<sound>(base + input)) {
+            for (size_t i = 0; sound const& pcm : read<sound>(base + input)) {
                 ASSERT_EQ(both.encode(pcm), stream.at(i)) << "encoder, frame " << i;
                 ++i, ++encoded;
             }
         std::ifstream list(base + ".erased.txt");
-        const std::set<size_t> erased{std::istream_iterator<size_t>(list), {}};
-        for (size_t i = 0; const sound& pcm : read<sound>(base + output)) {
+        std::set<size_t> const erased{std::istream_iterator<size_t>(list), {}};
+        for (size_t i = 0; sound const& pcm : read<sound>(base + output)) {
             ASSERT_EQ(both.decode_checked(stream.at(i), erased.count(i) != 0), pcm) << "decoder, frame " << i;
             ++i, ++decoded;
         }
@@ -101,7 +101,7 @@ TEST(G729aVectors, Committed) {
 }
 
 TEST(G729aVectors, Complete) {
-    const fs::path folder = G729A_ALL_VECTORS;
+    fs::path const folder = G729A_ALL_VECTORS;
     if (!fs::exists(folder))
         GTEST_SKIP() << "only the committed vectors were run: no " << folder
                      << " (set FXSMEDIA_G729_VECTORS to the complete set)";
@@ -153,7 +153,7 @@ private:
             case 5: return random.between(0, period) == 0 ? random.between(-32768, 32767) : 0;
             case 6: return random.between(-1, 1);
         }
-        const int64_t y = (pole * y1 - radius * y2) / 32768 + random.between(-peak, peak) / 16;
+        int64_t const y = (pole * y1 - radius * y2) / 32768 + random.between(-peak, peak) / 16;
         y2 = y1;
         y1 = std::clamp<int64_t>(y, -200000, 200000);
         return static_cast<int32_t>(y1);
@@ -169,8 +169,8 @@ struct digest {
     uint64_t value = 14695981039346656037u;
 
     template <typename frame>
-    void add(const frame& values) {
-        for (const auto each : values)
+    void add(frame const& values) {
+        for (auto const each : values)
             for (size_t i = 0; i < sizeof each; ++i)
                 value = (value ^ (each >> 8 * i & 0xff)) * 1099511628211u;
     }
@@ -189,8 +189,8 @@ TEST(G729aDigest, Encoders) {
         for (size_t k = 0; k < 4; ++k)
             streams[k].push_back(encoders[k].encode(signals[k].frame()));
     digest sum;
-    for (const auto& stream : streams)
-        for (const packed& bytes : stream)
+    for (auto const& stream : streams)
+        for (packed const& bytes : stream)
             sum.add(bytes);
     EXPECT_EQ(sum.value, 0x3be1d3a30fb11358u);
 }
@@ -212,7 +212,7 @@ TEST(G729aDigest, DecoderWithLosses) {
             std::copy_n(held.begin(), 3, bytes.begin());
             bytes[9] = static_cast<uint8_t>(0x2b | (bytes[9] & 0x80));
         }
-        const bool lost = random.between(0, 9) == 0;
+        bool const lost = random.between(0, 9) == 0;
         sum.add(decoder.decode_checked(bytes, lost));
     }
     EXPECT_EQ(sum.value, 0x545423ff92c87fc3u);
@@ -223,7 +223,7 @@ TEST(G729aState, FrameDecoderIgnoresParity) {
     coder good, flipped, checking;
     int differing = 0;
     for (packed bytes : read<packed>(fs::path(G729A_COMMITTED_VECTORS) / "speech_clip36db.g729")) {
-        const sound pcm = good.decode(bytes);
+        sound const pcm = good.decode(bytes);
         bytes[3] ^= 0x20;  // bit 26: P0
         ASSERT_EQ(flipped.decode(bytes), pcm);
         differing += checking.decode_checked(bytes, false) != pcm;
