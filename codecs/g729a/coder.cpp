@@ -1,22 +1,17 @@
 #include <algorithm>
 #include <cstring>
 
-#include "codecs/g729a/algebraic_search.h"
-#include "codecs/g729a/az_lsp.h"
+#include "codecs/g729a/adaptive_codebook.h"
+#include "codecs/g729a/algebraic_codebook.h"
 #include "codecs/g729a/basic_op.h"
-#include "codecs/g729a/closed_loop_pitch.h"
-#include "codecs/g729a/dimensions.h"
-#include "codecs/g729a/excitation.h"
 #include "codecs/g729a/g729a.h"
-#include "codecs/g729a/gain_prediction.h"
 #include "codecs/g729a/gain_quantizer.h"
 #include "codecs/g729a/lp_analysis.h"
 #include "codecs/g729a/lp_filter.h"
-#include "codecs/g729a/lsp_conversion.h"
-#include "codecs/g729a/lsp_quantizer.h"
-#include "codecs/g729a/lsp_tables.h"
+#include "codecs/g729a/lsf_quantizer.h"
+#include "codecs/g729a/lsp.h"
 #include "codecs/g729a/open_loop_pitch.h"
-#include "codecs/g729a/taming.h"
+#include "codecs/g729a/pitch_gain.h"
 
 // The encoder (G.729 3, A.3): one frame from speech to parameters.
 
@@ -24,21 +19,20 @@ namespace {
 
 using namespace g729a;
 
-constexpr int speech_past = 120;            // samples in front of the frame being coded
 constexpr int16_t gamma_weighting = 24576;  // Q15, 0.75 (A.3.3)
 constexpr int16_t tilt_weighting = 22938;   // Q15, 0.7 (A.3.4)
 constexpr int16_t at_rest[lp_order] = {};
 
 // LP filters of one subframe, Q12: quantized, and the same weighted.
 struct subframe_filters {
-    int16_t aq[lp_order + 1];
-    int16_t ap[lp_order + 1];
+    int16_t aq[lp_size];
+    int16_t ap[lp_size];
 };
 
 // LP analysis, quantization and interpolation (A.3.2). Gives the first two parameters.
-void analyse_spectrum(g729a_coder& coder, int16_t parameters[2], subframe_filters filters[2]) {
-    int32_t r[lp_order + 1];
-    int16_t a[lp_order + 1];
+void analyse_spectrum(g729a_coder& coder, int16_t parameters[2], subframe_filters filters[subframes]) {
+    int32_t r[lp_size];
+    int16_t a[lp_size];
     autocorrelation(coder.old_speech, r);
     Levinson(r, a, coder.old_a);
 
@@ -51,11 +45,11 @@ void analyse_spectrum(g729a_coder& coder, int16_t parameters[2], subframe_filter
     parameters[1] = static_cast<int16_t>(codes.low << 5 | codes.high);
 
     int16_t lsp_q[lp_order];
-    int16_t aq[2][lp_order + 1];
+    int16_t aq[subframes][lp_size];
     reconstruct_lsf(codes, coder.freq_prev, lsf);
     Lsf_lsp(lsf, lsp_q);
     Int_qlpc(coder.lsp_old_q, lsp_q, aq);
-    for (int k = 0; k < 2; ++k) {
+    for (int k = 0; k < subframes; ++k) {
         std::memcpy(filters[k].aq, aq[k], sizeof aq[k]);
         Weight_Az(aq[k], gamma_weighting, filters[k].ap);
     }
@@ -67,7 +61,7 @@ void analyse_spectrum(g729a_coder& coder, int16_t parameters[2], subframe_filter
 void weight_speech(g729a_coder& coder, subframe_filters const& filters, int16_t const* speech, int16_t* exc,
                    int16_t* wsp) {
     Residu(filters.aq, speech, exc);
-    int16_t a[lp_order + 1] = {4096};
+    int16_t a[lp_size] = {4096};
     for (int i = 1; i <= lp_order; ++i)
         a[i] = sub(filters.ap[i], mult(filters.ap[i - 1], tilt_weighting));
     Syn_filt(a, exc, wsp, subframe_size, coder.mem_w);
@@ -128,16 +122,6 @@ void code_excitation(g729a_coder& coder, subframe_filters const& filters, pitch_
     }
 }
 
-// P1 (3.7.2): thirds up to 85 samples, whole samples above.
-int16_t code_first_delay(pitch_delay delay) {
-    return static_cast<int16_t>(delay.t0 <= 85 ? 3 * delay.t0 - 58 + delay.frac : delay.t0 + 112);
-}
-
-// P2 (3.7.2): thirds from the first delay of the range on.
-int16_t code_second_delay(pitch_delay delay, delay_range range) {
-    return static_cast<int16_t>(3 * (delay.t0 - range.min) + 2 + delay.frac);
-}
-
 }  // namespace
 
 void Init_Coder_ld8a() {
@@ -149,8 +133,8 @@ void Init_Coder_ld8a() {
         std::memcpy(row, freq_prev_reset, sizeof row);
     coder.old_a[0] = 4096;
     coder.sharp = sharp_min;
-    std::fill_n(coder.past_qua_en, 4, gain_error_at_rest);
-    std::fill_n(coder.exc_err, 4, exc_err_at_rest);
+    std::fill_n(coder.past_qua_en, gain_memory, gain_error_at_rest);
+    std::fill_n(coder.exc_err, taming_zones, exc_err_at_rest);
 }
 
 void Coder_ld8a(int16_t parameters[g729a_parameters]) {
@@ -159,25 +143,25 @@ void Coder_ld8a(int16_t parameters[g729a_parameters]) {
     int16_t* const exc = coder.old_exc + exc_past;
     int16_t* const wsp = coder.old_wsp + pit_max;
 
-    subframe_filters filters[2];
+    subframe_filters filters[subframes];
     analyse_spectrum(coder, parameters, filters);
-    for (int k = 0; k < 2; ++k) {
+    for (int k = 0; k < subframes; ++k) {
         int const start = k * subframe_size;
         weight_speech(coder, filters[k], speech + start, exc + start, wsp + start);
     }
 
     subframe_vectors v;
-    delay_range range = search_range(Pitch_ol_fast(wsp), 3, 6);
+    delay_range range = first_range(Pitch_ol_fast(wsp));
     prepare_search(coder, filters[0], exc, v);
     pitch_delay delay = Pitch_fr3_fast(exc, v.xn, v.h, range, true);
-    parameters[2] = code_first_delay(delay);
+    parameters[2] = encode_first_delay(delay);
     parameters[3] = g729a_pitch_parity(parameters[2]);
     code_excitation(coder, filters[0], delay, exc, v, parameters + 4);
 
-    range = search_range(delay.t0, 5, 9);
+    range = second_range(delay.t0);
     prepare_search(coder, filters[1], exc + subframe_size, v);
     delay = Pitch_fr3_fast(exc + subframe_size, v.xn, v.h, range, false);
-    parameters[7] = code_second_delay(delay, range);
+    parameters[7] = encode_second_delay(delay, range);
     code_excitation(coder, filters[1], delay, exc + subframe_size, v, parameters + 8);
 
     std::memmove(coder.old_speech, coder.old_speech + frame_size,

@@ -4,16 +4,11 @@
 #include "codecs/g729a/adaptive_codebook.h"
 #include "codecs/g729a/algebraic_codebook.h"
 #include "codecs/g729a/basic_op.h"
-#include "codecs/g729a/closed_loop_pitch.h"
-#include "codecs/g729a/dimensions.h"
-#include "codecs/g729a/excitation.h"
 #include "codecs/g729a/g729a.h"
-#include "codecs/g729a/gain_prediction.h"
 #include "codecs/g729a/gain_quantizer.h"
 #include "codecs/g729a/lp_filter.h"
-#include "codecs/g729a/lsp_conversion.h"
-#include "codecs/g729a/lsp_predictor.h"
-#include "codecs/g729a/lsp_tables.h"
+#include "codecs/g729a/lsf_quantizer.h"
+#include "codecs/g729a/lsp.h"
 
 // The decoder as far as the synthesis filter (G.729 4.1, A.4.1), with concealment of lost frames (4.4).
 
@@ -34,9 +29,7 @@ int16_t next_random(int16_t& seed) {
 // LSF of the frame (4.1.1); a lost frame repeats the last ones (4.4.1).
 void decode_spectrum(g729a_decoder& decoder, int16_t const* parameters, bool lost) {
     if (lost) {
-        int16_t q[lp_order];
-        lsf_residual(decoder.prev_lsf, decoder.prev_ma, decoder.freq_prev, q);
-        push_lsf(q, decoder.freq_prev);
+        repeat_lsf(decoder.prev_lsf, decoder.prev_ma, decoder.freq_prev);
         return;
     }
     lsf_codes const codes = {(parameters[0] >> 7) & 1, parameters[0] & 127, (parameters[1] >> 5) & 31,
@@ -50,20 +43,6 @@ pitch_delay repeat_delay(g729a_decoder& decoder) {
     pitch_delay const delay = {decoder.old_t0, 0};
     decoder.old_t0 = static_cast<int16_t>(std::min(decoder.old_t0 + 1, pit_max));
     return delay;
-}
-
-// P1 (4.1.3).
-pitch_delay decode_first_delay(int p1) {
-    if (p1 >= 197)
-        return {p1 - 112, 0};
-    int const t0 = (p1 + 2) / 3 + 19;
-    return {t0, p1 - 3 * t0 + 58};
-}
-
-// P2 (4.1.3), relative to the delay of the first subframe.
-pitch_delay decode_second_delay(int p2, int first_t0) {
-    int const offset = (p2 + 2) / 3 - 1;
-    return {search_range(first_t0, 5, 9).min + offset, p2 - 2 - 3 * offset};
 }
 
 // Excitation of a subframe from positions, signs and gain index (4.1.4 - 4.1.6).
@@ -113,11 +92,11 @@ void Init_Decod_ld8a() {
     decoder.old_t0 = 60;
     decoder.sharp = sharp_min;
     decoder.seed = first_seed;
-    std::fill_n(decoder.past_qua_en, 4, gain_error_at_rest);
+    std::fill_n(decoder.past_qua_en, gain_memory, gain_error_at_rest);
 }
 
-void Decod_ld8a(int16_t const parm[g729a_parm_words], int16_t synth[frame_size], int16_t a_t[2][lp_order + 1],
-                int16_t t0[2]) {
+void Decod_ld8a(int16_t const parm[g729a_parm_words], int16_t synth[frame_size],
+                int16_t a_t[subframes][lp_size], int16_t t0[subframes]) {
     g729a_decoder& decoder = lrcodec_obj->decoder;
     bool const lost = parm[g729a_parm_bad_frame] != 0;
     decode_spectrum(decoder, parm + g729a_parm_first, lost);
@@ -135,17 +114,17 @@ void Decod_ld8a(int16_t const parm[g729a_parm_words], int16_t synth[frame_size],
         decoder.old_t0 = static_cast<int16_t>(delay.t0);
     }
     t0[0] = static_cast<int16_t>(delay.t0);
-    decode_excitation(decoder, delay, parm + 5, lost, exc);
+    decode_excitation(decoder, delay, parm + g729a_parm_code1, lost, exc);
     synthesize(decoder, a_t[0], exc, synth);
 
     if (lost) {
         delay = repeat_delay(decoder);
     } else {
-        delay = decode_second_delay(parm[8], delay.t0);
+        delay = decode_second_delay(parm[g729a_parm_p2], delay.t0);
         decoder.old_t0 = static_cast<int16_t>(delay.t0);
     }
     t0[1] = static_cast<int16_t>(delay.t0);
-    decode_excitation(decoder, delay, parm + 9, lost, exc + subframe_size);
+    decode_excitation(decoder, delay, parm + g729a_parm_code2, lost, exc + subframe_size);
     synthesize(decoder, a_t[1], exc + subframe_size, synth + subframe_size);
     std::memmove(decoder.old_exc, decoder.old_exc + frame_size, exc_past * sizeof *exc);
 }

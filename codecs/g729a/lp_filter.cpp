@@ -11,9 +11,9 @@ namespace {
 
 // Coefficients as full words, which suits the multipliers.
 struct coefficients {
-    int32_t c[lp_order + 1];
+    int32_t c[lp_size];
 
-    explicit coefficients(int16_t const a[lp_order + 1]) { std::copy(a, a + lp_order + 1, c); }
+    explicit coefficients(int16_t const a[lp_size]) { std::copy(a, a + lp_size, c); }
 
     // c[1] x[-1] + ... + c[10] x[-10].
     int32_t past_sum(int16_t const* x) const {
@@ -49,9 +49,9 @@ int16_t synthesis_clipping(int16_t const* a, int16_t x, int16_t const* y, bool& 
 
 }  // namespace
 
-void Residu(int16_t const a[lp_order + 1], int16_t const* x, int16_t y[subframe_size]) {
+void Residu(int16_t const a[lp_size], int16_t const* x, int16_t y[subframe_size]) {
     int32_t const highest = std::max(peak<subframe_size>(x), peak<lp_order>(x - lp_order));
-    if (sums_fit(sum_of_magnitudes(a, lp_order + 1), highest)) {
+    if (sums_fit(sum_of_magnitudes(a, lp_size), highest)) {
         coefficients const filter(a);
         for (int i = 0; i < subframe_size; ++i)
             y[i] = sat16((4096 * x[i] + filter.past_sum(x + i) + 0x800) >> 12);
@@ -61,8 +61,7 @@ void Residu(int16_t const a[lp_order + 1], int16_t const* x, int16_t y[subframe_
     }
 }
 
-bool Syn_filt(int16_t const a[lp_order + 1], int16_t const* x, int16_t* y, int n,
-              int16_t const mem[lp_order]) {
+bool Syn_filt(int16_t const a[lp_size], int16_t const* x, int16_t* y, int n, int16_t const mem[lp_order]) {
     // The Q13 sum of an output is at most 2^28 + 2 weight |y|. While all of the last ten outputs stay within
     // limit it cannot leave 32 bits, and the clipping sum is not needed.
     int32_t const weight = std::max(sum_of_magnitudes(a + 1, lp_order), 1);
@@ -102,7 +101,7 @@ void update_memory(int16_t const* y, int n, int16_t mem[lp_order]) {
     std::memcpy(mem, y + n - lp_order, lp_order * sizeof *mem);
 }
 
-void Weight_Az(int16_t const a[lp_order + 1], int16_t gamma, int16_t ap[lp_order + 1]) {
+void Weight_Az(int16_t const a[lp_size], int16_t gamma, int16_t ap[lp_size]) {
     ap[0] = a[0];
     int16_t factor = gamma;
     for (int i = 1; i < lp_order; ++i) {

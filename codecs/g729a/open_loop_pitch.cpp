@@ -2,9 +2,9 @@
 
 #include <cstdlib>
 
+#include "codecs/g729a/basic_op.h"
 #include "codecs/g729a/dimensions.h"
 #include "codecs/g729a/dspfunc.h"
-#include "codecs/g729a/oper_32b.h"
 #include "codecs/g729a/vector_sum.h"
 
 namespace g729a {

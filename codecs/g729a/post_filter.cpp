@@ -1,10 +1,9 @@
-#include "codecs/g729a/g729a.h"
-
 #include <algorithm>
 #include <cstring>
 
-#include "codecs/g729a/dimensions.h"
-#include "codecs/g729a/gain_control.h"
+#include "codecs/g729a/basic_op.h"
+#include "codecs/g729a/dspfunc.h"
+#include "codecs/g729a/g729a.h"
 #include "codecs/g729a/lp_filter.h"
 #include "codecs/g729a/vector_sum.h"
 
@@ -22,6 +21,9 @@ constexpr int16_t full_direct = 21845;        // Q15, 1 / (1 + 0.5)
 constexpr int16_t full_delayed = 10923;       // Q15, 0.5 / (1 + 0.5)
 constexpr int response_size = 22;             // samples of the impulse response that the tilt is taken from
 constexpr int delays = 7;                     // tried around the transmitted one
+constexpr int16_t gain_at_rest = 4096;        // Q12, 1.0 (A.4.2.4)
+constexpr int16_t keep = 29491;               // Q15, 0.9, of the gain from sample to sample (A.4.2.4)
+constexpr int16_t renew = 3276;               // Q15, 0.1
 
 // Sums over the scaled residual of a subframe: with the delay that fits best, and the energies of both ends.
 struct long_term_sums {
@@ -94,10 +96,10 @@ void filter_long_term(int16_t const* residual, int16_t const* sc, int t0, int16_
 
 // Factor (Q15) of the tilt filter: 0.8 of the first reflection coefficient of A(z/0.55) / A(z/0.7) where that
 // falls towards high frequencies, else 0 (A.4.2.3).
-int16_t tilt_of(int16_t const numerator[lp_order + 1], int16_t const denominator[lp_order + 1]) {
+int16_t tilt_of(int16_t const numerator[lp_size], int16_t const denominator[lp_size]) {
     constexpr int16_t at_rest[lp_order] = {};
     int16_t h[response_size] = {};
-    std::memcpy(h, numerator, (lp_order + 1) * sizeof *h);
+    std::memcpy(h, numerator, lp_size * sizeof *h);
     Syn_filt(denominator, h, h, response_size, at_rest);
     int16_t const r0 = extract_h(L_mac_sum(0, h, h, response_size));
     int16_t const r1 = extract_h(L_mac_sum(0, h, h + 1, response_size - 1));
@@ -113,12 +115,46 @@ void compensate_tilt(int16_t r[subframe_size], int16_t tilt, int16_t& mem) {
     mem = last;
 }
 
+// Energy of x / 4, clipped.
+int32_t scaled_energy(int16_t const x[subframe_size]) {
+    int16_t scaled[subframe_size];
+    for (int i = 0; i < subframe_size; ++i)
+        scaled[i] = static_cast<int16_t>(x[i] >> 2);
+    return L_mac_sum(0, scaled, scaled, subframe_size);
+}
+
+// 0.1 of the root of the ratio of two energies, Q12.
+int16_t renewed_part(int32_t in_energy, int32_t out_energy) {
+    if (in_energy == 0)
+        return 0;
+    int const out_shift = norm_l(out_energy) - 1;  // one bit less keeps the mantissa below the other
+    int const in_shift = norm_l(in_energy);
+    int16_t const ratio = div_s(round(L_shl(out_energy, out_shift)), round(L_shl(in_energy, in_shift)));
+    int32_t const root = Inv_sqrt(L_shr(L_shl(ratio, 7), out_shift - in_shift));
+    return mult(round(L_shl(root, 9)), renew);
+}
+
+// Brings out to the level of in, the gain (Q12) sliding on from sample to sample (A.4.2.4). An output that is next to
+// silence stays as it is and sets the gain to 0.
+void control_gain(int16_t const in[subframe_size], int16_t out[subframe_size], int16_t& gain) {
+    int32_t const out_energy = scaled_energy(out);
+    if (out_energy == 0) {
+        gain = 0;
+        return;
+    }
+    int16_t const part = renewed_part(scaled_energy(in), out_energy);
+    for (int i = 0; i < subframe_size; ++i) {
+        gain = add(mult(gain, keep), part);
+        out[i] = sat16((out[i] * gain) >> 12);
+    }
+}
+
 // Filters synth[0..39], with ten samples of past, into out[0..39]; res2 and sc are this subframe's place in
 // the residual and its scaled copy.
-void filter_subframe(g729a_post_filter& state, int16_t const* synth, int16_t const a[lp_order + 1], int t0,
+void filter_subframe(g729a_post_filter& state, int16_t const* synth, int16_t const a[lp_size], int t0,
                      int16_t* res2, int16_t* sc, int16_t* out) {
-    int16_t numerator[lp_order + 1];
-    int16_t denominator[lp_order + 1];
+    int16_t numerator[lp_size];
+    int16_t denominator[lp_size];
     Weight_Az(a, gamma_numerator, numerator);
     Weight_Az(a, gamma_denominator, denominator);
     Residu(numerator, synth, res2);
@@ -140,12 +176,13 @@ void Init_Post_Filter() {
     lrcodec_obj->post_filter.past_gain = gain_at_rest;
 }
 
-void Post_Filter(int16_t synth[frame_size], int16_t const a_t[2][lp_order + 1], int16_t const t0[2]) {
+void Post_Filter(int16_t synth[frame_size], int16_t const a_t[subframes][lp_size],
+                 int16_t const t0[subframes]) {
     g729a_post_filter& state = lrcodec_obj->post_filter;
     int16_t unfiltered[lp_order + frame_size];
     std::memcpy(unfiltered, state.synth, sizeof state.synth);
     std::memcpy(unfiltered + lp_order, synth, frame_size * sizeof *synth);
-    for (int k = 0; k < 2; ++k) {
+    for (int k = 0; k < subframes; ++k) {
         int const start = k * subframe_size;
         filter_subframe(state, unfiltered + lp_order + start, a_t[k], t0[k], state.res2 + pit_max + start,
                         state.scaled_res2 + pit_max + start, synth + start);

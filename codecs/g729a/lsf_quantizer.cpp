@@ -1,21 +1,68 @@
-#include "codecs/g729a/lsp_quantizer.h"
+#include "codecs/g729a/lsf_quantizer.h"
 
 #include <algorithm>
+#include <cstring>
 
 #include "codecs/g729a/basic_op.h"
-#include "codecs/g729a/dimensions.h"
-#include "codecs/g729a/lsp_tables.h"
+#include "codecs/g729a/lsf_codebooks.h"
 
 namespace g729a {
 
 namespace {
+
+constexpr int half_order = lp_order / 2;
+constexpr int16_t gap_coarse = 10;   // Q13, 0.0012
+constexpr int16_t gap_fine = 5;      // Q13, 0.0006
+constexpr int16_t gap_stable = 321;  // Q13, 0.0391
+constexpr int16_t lsf_min = 40;      // Q13, 0.005
+constexpr int16_t lsf_max = 25681;   // Q13, 3.135
 
 constexpr int16_t pi_0_04 = 1029;      // Q13, 0.04 pi
 constexpr int16_t pi_0_92 = 23677;     // Q13, 0.92 pi
 constexpr int16_t one = 8192;          // Q13
 constexpr int16_t ten = 20480;         // Q11
 constexpr int16_t factor_1_2 = 19661;  // Q14, 1.2
-constexpr int half_order = lp_order / 2;
+
+// Puts gap between the neighbours q[from - 1] and q[from] up to q[to - 1] and q[to], moving both by half.
+void rearrange(int16_t q[lp_order], int from, int to, int gap) {
+    for (int j = from; j <= to; ++j) {
+        int16_t const half = shr(add(sub(q[j - 1], q[j]), gap), 1);
+        if (half > 0) {
+            q[j - 1] = sub(q[j - 1], half);
+            q[j] = add(q[j], half);
+        }
+    }
+}
+
+// r = what the codebooks have to give so that lsf comes out.
+void lsf_residual(int16_t const lsf[lp_order], int mode, int16_t const freq_prev[lsf_memory][lp_order],
+                  int16_t r[lp_order]) {
+    for (int j = 0; j < lp_order; ++j) {
+        int32_t sum = L_deposit_h(lsf[j]);
+        for (int k = 0; k < lsf_memory; ++k)
+            sum = L_msu(sum, freq_prev[k][j], fg[mode][k][j]);
+        r[j] = extract_h(L_shl(L_mult(extract_h(sum), fg_sum_inv[mode][j]), 3));
+    }
+}
+
+// Drops the oldest row of freq_prev and puts q in front.
+void push_lsf(int16_t const q[lp_order], int16_t freq_prev[lsf_memory][lp_order]) {
+    std::memmove(freq_prev[1], freq_prev[0], (lsf_memory - 1) * sizeof freq_prev[0]);
+    std::memcpy(freq_prev[0], q, sizeof freq_prev[0]);
+}
+
+// Order, distance and limits that keep the synthesis filter stable. The last value can come closer than
+// gap_stable to its neighbour again.
+void stabilize(int16_t lsf[lp_order]) {
+    for (int j = 0; j < lp_order - 1; ++j)
+        if (lsf[j + 1] < lsf[j])
+            std::swap(lsf[j], lsf[j + 1]);
+    lsf[0] = std::max(lsf[0], lsf_min);
+    for (int j = 0; j < lp_order - 1; ++j)
+        if (lsf[j + 1] - lsf[j] < gap_stable)
+            lsf[j + 1] = add(lsf[j], gap_stable);
+    lsf[lp_order - 1] = std::min(lsf[lp_order - 1], lsf_max);
+}
 
 // w[0..9] = weights of the LSF: the closer the neighbours, the heavier. Normalised together.
 void lsf_weights(int16_t const lsf[lp_order], int16_t w[lp_order]) {
@@ -68,7 +115,7 @@ int search_first(int16_t const r[lp_order]) {
     constexpr auto term = square<difference>;
     int best = 0;
     uint32_t best_distance = no_distance;
-    for (int i = 0; i < 128; ++i) {
+    for (int i = 0; i < lspcb1_rows; ++i) {
         int16_t const* row = lspcb1[i];
         uint32_t distance = term(r[0], row[0]) + term(r[1], row[1]) + term(r[2], row[2]);
         if (distance >= best_distance)
@@ -94,7 +141,7 @@ int search_second(int16_t const rest[half_order], int16_t const w[half_order], i
     constexpr auto term = weighted_square<difference>;
     int best = 0;
     uint32_t best_distance = no_distance;
-    for (int k = 0; k < 32; ++k) {
+    for (int k = 0; k < lspcb2_rows; ++k) {
         int16_t const* row = lspcb2[k] + offset;
         uint32_t distance =
             term(rest[0], row[0], w[0]) + term(rest[1], row[1], w[1]) + term(rest[2], row[2], w[2]);
@@ -132,11 +179,11 @@ int32_t mode_distance(int16_t const r[lp_order], lsf_codes const& codes, int16_t
     int16_t q[lp_order];
     for (int j = 0; j < half_order; ++j)
         q[j] = add(lspcb1[codes.first][j], lspcb2[codes.low][j]);
-    rearrange(q, 1, half_order - 1, 10);
+    rearrange(q, 1, half_order - 1, gap_coarse);
     for (int j = half_order; j < lp_order; ++j)
         q[j] = add(lspcb1[codes.first][j], lspcb2[codes.high][j]);
-    rearrange(q, half_order, lp_order - 1, 10);
-    rearrange(q, 1, lp_order - 1, 5);
+    rearrange(q, half_order, lp_order - 1, gap_coarse);
+    rearrange(q, 1, lp_order - 1, gap_fine);
     int32_t distance = 0;
     for (int j = 0; j < lp_order; ++j) {
         int16_t const e = mult(sub(q[j], r[j]), fg_sum[codes.mode][j]);
@@ -147,12 +194,12 @@ int32_t mode_distance(int16_t const r[lp_order], lsf_codes const& codes, int16_t
 
 }  // namespace
 
-lsf_codes quantize_lsf(int16_t const lsf[lp_order], int16_t const freq_prev[4][lp_order]) {
+lsf_codes quantize_lsf(int16_t const lsf[lp_order], int16_t const freq_prev[lsf_memory][lp_order]) {
     int16_t w[lp_order];
     lsf_weights(lsf, w);
-    lsf_codes codes[2];
-    int32_t distance[2];
-    for (int mode = 0; mode < 2; ++mode) {
+    lsf_codes codes[lsf_modes];
+    int32_t distance[lsf_modes];
+    for (int mode = 0; mode < lsf_modes; ++mode) {
         int16_t r[lp_order];
         lsf_residual(lsf, mode, freq_prev, r);
         int const first = find_first(r);
@@ -160,6 +207,29 @@ lsf_codes quantize_lsf(int16_t const lsf[lp_order], int16_t const freq_prev[4][l
         distance[mode] = mode_distance(r, codes[mode], w);
     }
     return codes[distance[1] < distance[0] ? 1 : 0];
+}
+
+void reconstruct_lsf(lsf_codes const& codes, int16_t freq_prev[lsf_memory][lp_order],
+                     int16_t lsf_q[lp_order]) {
+    int16_t q[lp_order];
+    for (int j = 0; j < lp_order; ++j)
+        q[j] = add(lspcb1[codes.first][j], lspcb2[j < half_order ? codes.low : codes.high][j]);
+    rearrange(q, 1, lp_order - 1, gap_coarse);
+    rearrange(q, 1, lp_order - 1, gap_fine);
+    for (int j = 0; j < lp_order; ++j) {
+        int32_t sum = L_mult(q[j], fg_sum[codes.mode][j]);
+        for (int k = 0; k < lsf_memory; ++k)
+            sum = L_mac(sum, freq_prev[k][j], fg[codes.mode][k][j]);
+        lsf_q[j] = extract_h(sum);
+    }
+    push_lsf(q, freq_prev);
+    stabilize(lsf_q);
+}
+
+void repeat_lsf(int16_t const lsf[lp_order], int mode, int16_t freq_prev[lsf_memory][lp_order]) {
+    int16_t q[lp_order];
+    lsf_residual(lsf, mode, freq_prev, q);
+    push_lsf(q, freq_prev);
 }
 
 }  // namespace g729a

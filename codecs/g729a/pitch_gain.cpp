@@ -1,8 +1,8 @@
-#include "codecs/g729a/gain_terms.h"
+#include "codecs/g729a/pitch_gain.h"
 
 #include <algorithm>
 
-#include "codecs/g729a/dimensions.h"
+#include "codecs/g729a/basic_op.h"
 #include "codecs/g729a/vector_sum.h"
 
 namespace g729a {
@@ -40,6 +40,18 @@ normalised_sum correlate(int32_t start, int16_t const x[subframe_size], int16_t 
     return result;
 }
 
+constexpr int32_t err_limit = 983040000;  // Q14, 60000
+
+// Zone of a distance into the past excitation, 0..152 samples.
+int zone(int distance) {
+    return distance / subframe_size;
+}
+
+// 1 + gain err, Q14.
+int32_t grown(int32_t err, int16_t gain) {
+    return L_add(exc_err_at_rest, L_shl(Mpy_32_16(err, gain), 1));
+}
+
 }  // namespace
 
 int16_t G_pitch(int16_t const xn[subframe_size], int16_t const y1[subframe_size], gain_terms& terms) {
@@ -74,6 +86,26 @@ void Corr_xy2(int16_t const xn[subframe_size], int16_t const y1[subframe_size],
     terms.exponent[3] = xy.exponent - 7;
     terms.mantissa[4] = cross.mantissa;
     terms.exponent[4] = cross.exponent - 7;
+}
+
+bool test_err(int32_t const exc_err[taming_zones], int t0, int frac) {
+    int const delay = frac > 0 ? t0 + 1 : t0;
+    int const first = zone(std::max(delay - (subframe_size + 10), 0));
+    int const last = zone(delay + 8);
+    return *std::max_element(exc_err + first, exc_err + last + 1) > err_limit;
+}
+
+void update_exc_err(int32_t exc_err[taming_zones], int16_t gain_pit, int t0) {
+    int32_t worst = -1;
+    if (t0 < subframe_size) {
+        int32_t const once = grown(exc_err[0], gain_pit);
+        worst = std::max({worst, once, grown(once, gain_pit)});
+    } else {
+        for (int z = zone(t0 - subframe_size); z <= zone(t0 - 1); ++z)
+            worst = std::max(worst, grown(exc_err[z], gain_pit));
+    }
+    std::copy_backward(exc_err, exc_err + taming_zones - 1, exc_err + taming_zones);
+    exc_err[0] = worst;
 }
 
 }  // namespace g729a
