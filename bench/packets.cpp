@@ -110,7 +110,7 @@ public:
     void play(int blocks) {
         for (int i = 0; i < blocks; i++)
             bool talk_spurt = false;
-            benchmark::DoNotOptimize(own.get_samples(talk_spurt).cbuffer());
+        benchmark::DoNotOptimize(own.get_samples(talk_spurt).cbuffer());
     }
 
 private:

@@ -9,8 +9,8 @@
 #include "control/media_command.h"
 #include "control/sigchan.h"
 #include "dsp/devmgr.h"
-#include "lib/link.h"
-#include "lib/log_line.h"
+#include "lib/datagram.h"
+#include "lib/log.h"
 #include "media/channel.h"
 #include "media/ntp.h"
 

@@ -5,8 +5,8 @@
 #include <unistd.h>
 
 #include "dsp/devmgr.h"
-#include "lib/link.h"
-#include "lib/log_line.h"
+#include "lib/datagram.h"
+#include "lib/log.h"
 #include "lib/protocol.h"
 #include "lib/sockets.h"
 #include "lib/tlv.h"

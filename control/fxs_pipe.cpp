@@ -3,8 +3,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "lib/link.h"
-#include "lib/log_line.h"
+#include "lib/datagram.h"
+#include "lib/log.h"
 #include "lib/protocol.h"
 #include "lib/tlv.h"
 

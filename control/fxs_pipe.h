@@ -6,9 +6,9 @@
 /// The message pipe of the telephone-line driver: two named pipes. What the driver writes are text lines, each of
 /// which goes to call control as one message; nothing is written to the driver.
 
-extern int fxs_in_fd;            ///< the driver's text lines; -1 when not open
+extern int fxs_in_fd;             ///< the driver's text lines; -1 when not open
 extern retry_pause fxs_in_pause;  ///< of fxs_in_fd
-extern int fxs_out_fd;           ///< towards the driver; opened, never written; -1 when not open
+extern int fxs_out_fd;            ///< towards the driver; opened, never written; -1 when not open
 
 /// Opens the path followed by "0" and the path followed by "1", both read-write so that opening never waits for the
 /// other side. A failure leaves the descriptor at -1.

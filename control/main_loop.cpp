@@ -8,7 +8,7 @@
 #include "control/fxs_pipe.h"
 #include "control/sigchan.h"
 #include "dsp/devmgr.h"
-#include "lib/link.h"
+#include "lib/datagram.h"
 #include "lib/retry_pause.h"
 #include "lib/sockets.h"
 #include "lib/timeout.h"

@@ -1,6 +1,6 @@
 #include "control/media_command.h"
 
-#include "lib/log_line.h"
+#include "lib/log.h"
 #include "lib/random.h"
 #include "media/channel.h"
 

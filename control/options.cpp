@@ -3,7 +3,7 @@
 #include "control/sigchan.h"
 #include "dsp/devmgr.h"
 #include "lib/address.h"
-#include "lib/link.h"
+#include "lib/datagram.h"
 
 namespace {
 

@@ -4,8 +4,8 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include "lib/link.h"
-#include "lib/log_line.h"
+#include "lib/datagram.h"
+#include "lib/log.h"
 #include "lib/protocol.h"
 #include "lib/sockets.h"
 #include "lib/tlv.h"

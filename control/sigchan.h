@@ -6,8 +6,8 @@
 /// The serial signalling device: a transparent relay of bytes between the line's other side and call control. Bytes
 /// are neither interpreted nor framed nor buffered.
 
-extern str tunnel_device;         ///< path given by an option; empty: no device
-extern int sigchan_fd;            ///< -1 until opened
+extern str tunnel_device;          ///< path given by an option; empty: no device
+extern int sigchan_fd;             ///< -1 until opened
 extern retry_pause sigchan_pause;  ///< of sigchan_fd
 
 /// Opens the device raw and non-blocking at 115200 baud; an empty path does nothing. A failure is logged (level 0)

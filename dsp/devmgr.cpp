@@ -7,7 +7,7 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include "lib/log_line.h"
+#include "lib/log.h"
 #include "lib/pcm.h"
 #include "lib/sockets.h"
 #include "media/channel.h"

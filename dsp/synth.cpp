@@ -4,7 +4,7 @@
 
 #include "dsp/sine_tables.h"
 #include "dsp/tone_tables.h"
-#include "lib/log_line.h"
+#include "lib/log.h"
 #include "lib/pcm.h"
 
 namespace {

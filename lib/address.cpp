@@ -206,3 +206,13 @@ bool utils::conv6(ip_port const& endpoint, sockaddr_in6& out) {
         memcpy(&out.sin6_addr, endpoint.address.cbuffer(), sizeof out.sin6_addr);
     return endpoint.address.empty() || ipv6(endpoint.address);
 }
+
+utils::socket_address::socket_address(ip_port const& endpoint) {
+    if (ipv6(endpoint.address)) {
+        usable = conv6(endpoint, v6);
+        length = sizeof v6;
+    } else {
+        usable = conv4(endpoint, v4);
+        length = sizeof v4;
+    }
+}

@@ -68,4 +68,17 @@ bool is_host_name(str const& text);
 bool conv4(ip_port const& endpoint, sockaddr_in& out);
 bool conv6(ip_port const& endpoint, sockaddr_in6& out);
 
+/// The socket address of an endpoint: IPv6 for an address of 16 bytes, else IPv4.
+struct socket_address {
+    explicit socket_address(ip_port const& endpoint);
+
+    union {
+        sockaddr any;
+        sockaddr_in v4;
+        sockaddr_in6 v6;
+    };
+    socklen_t length;
+    bool usable;  ///< false where conv4() and conv6() say so
+};
+
 }  // namespace utils

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "lib/log_line.h"
+#include "lib/log.h"
 #include "lib/pcm.h"
 #include "lib/rtcp_numbers.h"
 #include "lib/str.h"

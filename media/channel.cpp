@@ -1,6 +1,6 @@
 #include "media/channel.h"
 
-#include "lib/log_line.h"
+#include "lib/log.h"
 
 svector<channel> channels;
 

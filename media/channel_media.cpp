@@ -1,6 +1,6 @@
 // What a channel moves: packets from its ports to the line, blocks from the line to its ports, reports both ways.
 
-#include "lib/log_line.h"
+#include "lib/log.h"
 #include "lib/pcm.h"
 #include "lib/protocol.h"
 #include "lib/sockets.h"

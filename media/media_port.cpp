@@ -5,7 +5,7 @@
 #include <netinet/in.h>
 #include <sys/socket.h>
 
-#include "lib/log_line.h"
+#include "lib/log.h"
 #include "lib/random.h"
 #include "lib/sockets.h"
 #include "media/tcp_framing.h"

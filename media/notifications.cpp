@@ -1,6 +1,6 @@
 #include "media/notifications.h"
 
-#include "lib/link.h"
+#include "lib/datagram.h"
 #include "lib/protocol.h"
 #include "lib/tlv.h"
 

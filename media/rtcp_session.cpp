@@ -1,6 +1,6 @@
 #include "media/rtcp_session.h"
 
-#include "lib/log_line.h"
+#include "lib/log.h"
 #include "media/rtcp_packet.h"
 
 namespace {

@@ -3,7 +3,7 @@
 #include <algorithm>
 
 #include "lib/bytes.h"
-#include "lib/log_line.h"
+#include "lib/log.h"
 #include "lib/rtcp_numbers.h"
 #include "media/xr_blocks.h"
 

@@ -1,6 +1,6 @@
 #include "media/tcp_connection.h"
 
-#include "lib/log_line.h"
+#include "lib/log.h"
 #include "lib/sockets.h"
 
 bool tcp_connection::is_open() const {

@@ -60,7 +60,8 @@ void srtp_init(srtp_ctx& context, str const& master_key, str const& master_salt,
 void srtp_key(srtp_ctx& context, str const& material, str const& ssrc) {
     constexpr int master_key_bytes = 16;
     constexpr int master_salt_bytes = 14;
-    srtp_init(context, material.leftstr(master_key_bytes), material.substr(master_key_bytes, master_salt_bytes), ssrc);
+    srtp_init(context, material.leftstr(master_key_bytes),
+              material.substr(master_key_bytes, master_salt_bytes), ssrc);
 }
 
 void srtp_set_index(srtp_ctx& context, unsigned int seq) {

@@ -7,7 +7,7 @@
 #include <gtest/gtest.h>
 
 #include "control/media_process.h"
-#include "lib/link.h"
+#include "lib/datagram.h"
 #include "lib/log.h"
 #include "media/channel.h"
 #include "media/ntp.h"

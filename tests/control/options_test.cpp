@@ -7,7 +7,7 @@
 
 #include "control/sigchan.h"
 #include "dsp/devmgr.h"
-#include "lib/link.h"
+#include "lib/datagram.h"
 #include "lib/log.h"
 #include "tests/support/bytes.h"
 

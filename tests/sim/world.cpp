@@ -8,7 +8,7 @@
 #include "control/options.h"
 #include "control/sigchan.h"
 #include "dsp/devmgr.h"
-#include "lib/link.h"
+#include "lib/datagram.h"
 #include "lib/log.h"
 #include "lib/timeout.h"
 #include "lib/tlv.h"

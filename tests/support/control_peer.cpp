@@ -5,7 +5,7 @@
 
 #include <gtest/gtest.h>
 
-#include "lib/link.h"
+#include "lib/datagram.h"
 #include "lib/log.h"
 #include "lib/protocol.h"
 #include "tests/support/bytes.h"

@@ -1,5 +1,6 @@
-#include "lib/link.h"
 #include "lib/log.h"
+
+#include "lib/datagram.h"
 #include "lib/protocol.h"
 #include "lib/tlv.h"
 
