@@ -3,8 +3,18 @@
 #include <cstdlib>
 #include <new>
 
-#include "lib/poison.h"
 #include "lib/str.h"
+
+#if defined(__SANITIZE_ADDRESS__)
+#define FXS_ADDRESS_SANITIZER 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define FXS_ADDRESS_SANITIZER 1
+#endif
+#endif
+#ifdef FXS_ADDRESS_SANITIZER
+#include <sanitizer/asan_interface.h>
+#endif
 
 constinit str::size_class str::block_size[class_count] = {
     {16, nullptr, 0},     {48, nullptr, 0},     {112, nullptr, 0},    {240, nullptr, 0},
@@ -17,6 +27,20 @@ constinit std::int32_t str::large_blocks = 0;
 constinit std::uint64_t str::allocated_size = 0;
 
 namespace {
+
+// AddressSanitizer is told which bytes of the pool nobody may touch, so that recycling blocks does not hide a use after
+// free or an overrun.
+#ifdef FXS_ADDRESS_SANITIZER
+void poison(void const* p, std::size_t bytes) {
+    __asan_poison_memory_region(p, bytes);
+}
+void unpoison(void const* p, std::size_t bytes) {
+    __asan_unpoison_memory_region(p, bytes);
+}
+#else
+void poison(void const*, std::size_t) {}
+void unpoison(void const*, std::size_t) {}
+#endif
 
 /// Large blocks are a multiple of this many bytes.
 constexpr int large_step = 32768;

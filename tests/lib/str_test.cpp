@@ -18,7 +18,7 @@ using namespace std::string_literals;
 
 namespace {
 
-/// In place of the log of lib/log_datagram.cpp; the lines, joined by "|".
+/// In place of the log of lib/log.cpp; the lines, joined by "|".
 std::string log_text;
 
 void expect_all(std::vector<std::pair<str, std::string>> const& cases) {

@@ -1,4 +1,4 @@
-#include "lib/slist_impl.h"
+#include "lib/slist.h"
 
 #include <new>
 

@@ -1,4 +1,4 @@
-#include "lib/smap_impl.h"
+#include "lib/smap.h"
 
 #include <new>
 
