@@ -12,9 +12,8 @@
 #include <optional>
 
 #include "bench/stopwatch.h"
-#include "srtp/aes_tables.h"
+#include "srtp/aes.h"
 #include "srtp/srtp.h"
-#include "srtp/srtp_packet.h"
 
 namespace {
 

@@ -15,7 +15,7 @@
 #include "lib/timeout.h"
 #include "lib/tlv.h"
 #include "media/channel.h"
-#include "srtp/aes_tables.h"
+#include "srtp/aes.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 // First byte: tag length and MKI. Each step: 1 byte of what to do, 1 byte of parameter, for foreign packets a piece.
 
 #include "fuzz/fuzz_target.h"
-#include "srtp/srtp_packet.h"
+#include "srtp/srtp.h"
 
 namespace {
 

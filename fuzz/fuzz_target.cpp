@@ -2,7 +2,7 @@
 
 #include "lib/random.h"
 #include "lib/timeout.h"
-#include "srtp/aes_tables.h"
+#include "srtp/aes.h"
 #include "tests/sim/world.h"
 
 namespace {

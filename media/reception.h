@@ -5,7 +5,6 @@
 #include "lib/str.h"
 #include "media/rtp_header.h"
 #include "srtp/srtp.h"
-#include "srtp/srtp_packet.h"
 
 /// The receiving side of one RTP stream: which payload types are accepted, whose SSRC is followed, what a sequence
 /// number stands for, SRTP, and the counters that reports need. A packet goes in, a verdict and a numbered payload

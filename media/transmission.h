@@ -4,7 +4,6 @@
 
 #include "lib/str.h"
 #include "srtp/srtp.h"
-#include "srtp/srtp_packet.h"
 
 /// The sending side of one RTP stream: collects encoded audio up to the packet time, numbers, times and protects
 /// packets, and counts what reports need. Payloads go in, packets come out; knows neither lines nor sockets nor

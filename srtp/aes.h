@@ -1,11 +1,56 @@
 #pragma once
 
-#include "srtp/v128.h"
+#include <cstdint>
+
+#include "lib/str.h"
 
 /// AES-128 encryption (FIPS-197) of single blocks. There is no decryption: counter mode needs none. The tables
-/// of srtp/aes_tables.h must have been computed.
+/// must have been computed.
+
+/// A 128-bit cipher block: 16 bytes in the order of the standards, which are also four 32-bit words for copying
+/// and XOR. The words' values depend on the host's byte order; only their bytes in memory mean something.
+struct v128_t {
+    std::uint32_t word[4];
+
+    unsigned char* octets() { return reinterpret_cast<unsigned char*>(word); }
+    unsigned char const* octets() const { return reinterpret_cast<unsigned char const*>(word); }
+    /// Byte i, 0..15.
+    unsigned char& operator[](int i) { return octets()[i]; }
+    unsigned char operator[](int i) const { return octets()[i]; }
+};
+static_assert(sizeof(v128_t) == 16);
+
+/// Bytes 0..15 of the string into the block; bytes beyond the string's end are zero.
+inline void v128_copy_octet_string(v128_t* block, str const& octets) {
+    for (int i = 0; i < 16; i++)
+        (*block)[i] = octets[i];
+}
 
 /// Round keys from a 16-byte key (FIPS-197 section 5.2); key 0 is the cipher key itself.
 void aes_cm_expand_key(v128_t const& key, v128_t (&round_keys)[11]);
 /// Encrypts one block in place.
 void aes_cm_encrypt(v128_t* block, v128_t const (&round_keys)[11]);
+
+// ---- the tables of the encryption round, and the arithmetic in GF(2^8) (FIPS-197 section 4) that they are built from.
+// They take 4352 bytes and are computed once at start-up; until then they are all zero and nothing may be encrypted.
+
+/// SubBytes (FIPS-197 section 5.1.1).
+extern unsigned char aes_sbox[256];
+/// aes_round_table[r][x] is what state byte x in row r contributes to its column of the round's result: the four
+/// bytes of column r of the MixColumns matrix times aes_sbox[x], in memory order.
+extern std::uint32_t aes_round_table[4][256];
+
+/// Fills all tables. To be called once, before the first key is set.
+void aes_compute_tables();
+/// Fills aes_sbox: the affine transform of every byte's inverse.
+void aes_init_sbox();
+
+/// a times x in GF(2^8) modulo x^8 + x^4 + x^3 + x + 1.
+unsigned char aes_shift(unsigned char a);
+/// The product of two elements.
+unsigned char aes_multiply(unsigned char a, unsigned char b);
+/// The multiplicative inverse; 0 for 0.
+unsigned char aes_inverse(unsigned char a);
+/// The affine transform over GF(2): the bits of x (bit 0 first) as a row vector times the matrix, plus b.
+/// A: the matrix's eight rows, one byte each.
+unsigned char A_times_x_plus_b(unsigned char* A, unsigned char x, unsigned char b);

@@ -3,8 +3,6 @@
 #include <algorithm>
 #include <cstring>
 
-#include "srtp/aes.h"
-
 namespace {
 
 constexpr int session_key_bytes = 16;

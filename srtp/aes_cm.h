@@ -3,7 +3,7 @@
 #include <cstdint>
 
 #include "lib/str.h"
-#include "srtp/v128.h"
+#include "srtp/aes.h"
 
 /// AES-128 in counter mode and the key derivation of SRTP (RFC 3711 sections 4.1.1 and 4.3). The context knows
 /// nothing of packets: whoever owns it sets the counter before each one.

@@ -1,4 +1,4 @@
-#include "srtp/aes_tables.h"
+#include "srtp/aes.h"
 #include "tests/srtp/libsrtp_peer.h"
 #include "tests/support/media_fixture.h"
 

@@ -3,7 +3,7 @@
 #include <poll.h>
 
 #include "media/rtcp_packet.h"
-#include "srtp/aes_tables.h"
+#include "srtp/aes.h"
 #include "tests/media/tshark.h"
 #include "tests/srtp/libsrtp_peer.h"
 #include "tests/support/manual_clock.h"

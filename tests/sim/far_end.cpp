@@ -4,7 +4,7 @@
 
 #include "media/rtp_header.h"
 #include "media/rtp_sequence.h"
-#include "srtp/srtp_packet.h"
+#include "srtp/srtp.h"
 
 namespace sim {
 

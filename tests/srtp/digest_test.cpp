@@ -1,7 +1,7 @@
 #include <openssl/evp.h>
 #include <openssl/hmac.h>
 
-#include "srtp/hmac.h"
+#include "srtp/digest.h"
 #include "tests/srtp/octets.h"
 
 namespace {

@@ -6,7 +6,7 @@
 #include <random>
 
 #include "lib/bytes.h"
-#include "srtp/aes_tables.h"
+#include "srtp/aes.h"
 #include "srtp/srtp.h"
 #include "tests/support/bytes.h"
 

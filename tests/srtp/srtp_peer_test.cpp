@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "srtp/srtp_packet.h"
+#include "srtp/srtp.h"
 #include "tests/srtp/libsrtp_peer.h"
 #include "tests/srtp/octets.h"
 

@@ -2,7 +2,6 @@
 
 #include <climits>
 
-#include "srtp/srtp_packet.h"
 #include "tests/srtp/octets.h"
 
 namespace {

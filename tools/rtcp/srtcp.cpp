@@ -2,8 +2,8 @@
 
 #include <algorithm>
 
-#include "srtp/aes_tables.h"
-#include "srtp/srtp_packet.h"
+#include "srtp/aes.h"
+#include "srtp/srtp.h"
 
 namespace rtcp_view {
 namespace {

@@ -8,7 +8,9 @@
 #include "lib/str.h"
 #include "lib/wire.h"
 
-/// What MD5 and SHA-1 share: 64-byte blocks, a state of 32-bit words, and the padding with the length in bits.
+/// MD5, SHA-1, and HMAC over both.
+
+/// What the two share: 64-byte blocks, a state of 32-bit words, and the padding with the length in bits.
 ///
 /// The algorithm names its byte order and initial state and compresses one block; it is a struct with
 ///     static constexpr std::endian order;
@@ -93,3 +95,73 @@ void block_digest<algorithm>::finish(unsigned char* digest) {
     for (int i = 0; i < digest_bytes / 4; i++)
         store32<algorithm::order>(digest + 4 * i, state[i]);
 }
+
+// ---- MD5 and SHA-1
+
+/// MD5 (RFC 1321): 16 bytes.
+struct md5_algorithm {
+    static constexpr std::endian order = std::endian::little;
+    static constexpr std::uint32_t initial[] = {0x67452301, 0xEFCDAB89, 0x98BADCFE, 0x10325476};
+    static void compress(std::uint32_t* state, unsigned char const* block);
+};
+
+extern template class block_digest<md5_algorithm>;
+
+/// A running MD5. After final() or final_bin() the object is spent.
+class md5 : public block_digest<md5_algorithm> {
+public:
+    /// The raw digest of everything given to update().
+    str final_bin() { return finish(); }
+    /// The same 16 raw bytes.
+    str final() { return final_bin(); }
+    /// Runs one 64-byte block through the state, past buffer and length count; missing bytes are zero.
+    void transform(str const& block);
+    /// The first n bytes of words laid out in MD5's byte order, the least significant byte first.
+    static str encode(unsigned int* words, int n);
+};
+
+/// The digest of the data.
+str auth_md5_bin(str const& data);
+
+/// SHA-1 (FIPS 180-4): 20 bytes.
+struct sha1_algorithm {
+    static constexpr std::endian order = std::endian::big;
+    static constexpr std::uint32_t initial[] = {0x67452301, 0xEFCDAB89, 0x98BADCFE, 0x10325476, 0xC3D2E1F0};
+    static void compress(std::uint32_t* state, unsigned char const* block);
+};
+extern template class block_digest<sha1_algorithm>;
+using sha1 = block_digest<sha1_algorithm>;
+
+/// The digest of the data.
+str auth_sha1(str const& data);
+
+// ---- HMAC (RFC 2104), and the P_hash expansion built on it
+
+/// A running HMAC. Both key pads are absorbed when it is made, so a keyed object is worth keeping: every message
+/// starts from a copy of it and saves two of the compressions and all work on the key.
+template <typename digest>
+class hmac {
+public:
+    static constexpr int mac_bytes = digest::digest_bytes;
+
+    /// Any length of key; what is longer than 64 bytes is hashed first.
+    explicit hmac(str const& key = str());
+    void update(unsigned char const* data, int n) { inner.update(data, n); }
+    void update(str const& data) { inner.update(data); }
+    /// Writes mac_bytes. The object is spent afterwards.
+    void finish(unsigned char* mac);
+
+private:
+    digest inner, outer;
+};
+extern template class hmac<sha1>;
+extern template class hmac<md5>;
+
+/// 16 bytes.
+str hmac_md5(str const& key, str const& data);
+/// 20 bytes.
+str hmac_sha(str const& key, str const& data);
+
+/// P_hash (RFC 2246 section 5): at least `length` bytes, in whole blocks of the MAC; never cut.
+str hmac_md5_expand(str const& secret, str const& seed, int length);
+str hmac_sha_expand(str const& secret, str const& seed, int length);
