@@ -10,7 +10,6 @@
 #include <string>
 #include <vector>
 
-#include "dsp/tone_tables.h"
 #include "lib/log.h"
 #include "tests/support/bytes.h"
 
