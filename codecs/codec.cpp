@@ -78,6 +78,21 @@ str codec::decode(int number, str const& payload) {
     return (this->*find(number).decode)(payload);
 }
 
+codec::unit codec::unit_of(int number, int payload_bytes) {
+    switch (number) {
+        case linear: return {1, 1};
+#if FXSMEDIA_G729
+        case g729: return {g729a_frame_bytes, pcm::block_bytes};
+#endif
+        case gsm_full_rate:
+            return gsm_coder::holds_pairs(payload_bytes)
+                       ? unit{gsm_coder::pair_bytes, 2 * gsm_coder::frame_pcm_bytes}
+                       : unit{gsm_coder::frame_bytes, gsm_coder::frame_pcm_bytes};
+        case g726_32: return {1, 2 * pcm::sample_bytes};
+        default: return {1, pcm::sample_bytes};
+    }
+}
+
 str codec::pass(str const& bytes) {
     return bytes;
 }

@@ -60,6 +60,15 @@ public:
     /// the last duration.
     str decode(int number, str const& payload);
 
+    /// The smallest piece of a payload that gives its part of the audio by itself.
+    struct unit {
+        int payload_bytes;
+        int pcm_bytes;
+    };
+    /// Of a payload of this length. Decoding its whole units in pieces, 30 at most at a time, gives the same PCM as
+    /// decoding all of it. Not for telephone events, whose PCM depends on the events before.
+    static unit unit_of(int number, int payload_bytes);
+
 private:
     using coder = str (codec::*)(str const&);
     struct coder_pair {

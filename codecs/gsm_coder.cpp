@@ -61,7 +61,7 @@ str gsm_coder::encode(str const& pcm) {
 // In the pair format libgsm counts the halves itself. Pairs are always decoded whole, so that each begins with
 // a first half (32 bytes and 4 bits), whatever came before it.
 str gsm_coder::decode(str const& payload) {
-    int pair_format = payload.length() % frame_bytes != 0;
+    int pair_format = holds_pairs(payload.length());
     gsm_option(decoder, GSM_OPT_WAV49, &pair_format);
     int const unit_bytes = pair_format ? pair_bytes : frame_bytes;
     int const unit_frames = pair_format ? 2 : 1;

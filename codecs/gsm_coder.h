@@ -33,8 +33,9 @@ public:
     /// The frames that the remainder and `pcm` fill, 33 bytes each; what is left becomes the remainder.
     str encode(str const& pcm);
 
-    /// 320 bytes of PCM for each frame. A length that is a multiple of 33 holds plain frames, any other holds
-    /// pairs; incomplete pairs at the end are ignored. A plain frame without the magic gives silence.
+    /// Whether a payload of this length holds frame pairs: one that is a multiple of 33 holds plain frames.
+    static bool holds_pairs(int payload_bytes) { return payload_bytes % frame_bytes != 0; }
+    /// 320 bytes of PCM for each frame; incomplete pairs at the end are ignored. A plain frame without the magic gives silence.
     str decode(str const& payload);
 
 private:

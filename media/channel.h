@@ -63,7 +63,7 @@ public:
     void send_dtmf(int digit) { digits.add(digit); }
     /// Plays a call-progress tone when there is no other audio; false (and silence) for an unknown one.
     bool set_playback(int tone_set, int kind) { return player.set_tone(tone_set, kind); }
-    /// Queues PCM that is played ahead of the network's audio; its end is notified.
+    /// Queues PCM that is played ahead of the network's audio, up to 30 s of it; its end is notified.
     void add_playback(str const& pcm) { player.add_announcement(pcm); }
     /// Binds to a line device; an invalid index leaves the channel without one.
     void set_tdm_channel(int device);

@@ -16,6 +16,11 @@ constexpr unsigned char event_end_bit = 0x80;
 
 }  // namespace
 
+void digit_sender::add(int digit) {
+    if (queue.length() < most_digits)
+        queue += static_cast<unsigned char>(digit);
+}
+
 str digit_sender::event_payload(int collected_ms, int ptime_ms) const {
     int const blocks = std::max(ptime_ms / pcm::block_ms, 1);
     int const end_from = tone_until - end_packets * (collected_ms / pcm::block_ms);

@@ -8,8 +8,9 @@
 /// replaces captured audio. Gives payloads and PCM, knows no RTP header. A channel owns one.
 class digit_sender {
 public:
-    /// Queues a digit: a telephone-event code (0..11: 0-9, *, #).
-    void add(int digit) { queue += static_cast<unsigned char>(digit); }
+    /// Queues a digit: a telephone-event code (0..11: 0-9, *, #). While 1000 wait, which takes over eight minutes to
+    /// send, it is not taken.
+    void add(int digit);
     /// Whether a digit is being sent or waits.
     bool is_sending() const { return !queue.empty(); }
     /// Whether this step of 10 ms belongs to the tone of a digit.
@@ -29,6 +30,7 @@ private:
     static constexpr int tone_from = 6;
     static constexpr int tone_until = 44;
     static constexpr int last_step = 49;
+    static constexpr int most_digits = 1000;  // chosen: beyond what anybody dials
 
     static bool in_tone(int step) { return step >= tone_from && step < tone_until; }
     str next_block();

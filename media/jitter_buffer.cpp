@@ -7,6 +7,15 @@ constexpr int deepest = 16;               // packets
 constexpr int in_sequence_to_sink = 128;  // packets played in sequence that lower the depth by one
 constexpr int most_packets = 400;
 constexpr int oldest_ms = 3000;
+constexpr int most_payload_bytes = 128 * 1024;  // chosen: above 400 packets of 20 ms of linear PCM
+
+/// A payload that keeps a much larger block alive (a datagram of mostly header) goes on in a block of its own.
+str compact(str const& payload) {
+    constexpr int tolerated_bytes = 1024;
+    return payload.get_block_bytes() > 2 * payload.length() + tolerated_bytes
+               ? str(payload.cbuffer(), payload.length())
+               : payload;
+}
 
 }  // namespace
 
@@ -28,7 +37,8 @@ jitter_buffer::arrival jitter_buffer::put(std::uint32_t sequence, bool marker, p
     if (outgrown)
         start_over();
     if (!duplicate) {
-        packets.insert(key, entry)->second.first = first;
+        packets.insert(key, {entry.codec, entry.received, first, compact(entry.payload)});
+        payload_bytes += entry.payload.length();
         playing = true;
     }
     return {.thrown_away = outgrown};
@@ -44,6 +54,7 @@ jitter_buffer::departure jitter_buffer::take() {
     departure const taken{head->second, packets.size()};
     last_played = static_cast<std::uint32_t>(head->first);
     packets.erase(head);
+    payload_bytes -= taken.played.payload.length();
     if (next)
         count_in_sequence();
     else
@@ -51,8 +62,13 @@ jitter_buffer::departure jitter_buffer::take() {
     return taken;
 }
 
-void jitter_buffer::stop() {
+void jitter_buffer::clear() {
     packets.clear();
+    payload_bytes = 0;
+}
+
+void jitter_buffer::stop() {
+    clear();
     playing = false;
 }
 
@@ -84,5 +100,6 @@ void jitter_buffer::count_in_sequence() {
 bool jitter_buffer::has_outgrown(rtimestamp const& now) const {
     if (packets.empty())
         return false;
-    return packets.size() > most_packets || now.diff_ms(packets.begin()->second.received) > oldest_ms;
+    return packets.size() > most_packets || payload_bytes > most_payload_bytes ||
+           now.diff_ms(packets.begin()->second.received) > oldest_ms;
 }

@@ -38,7 +38,7 @@ public:
 
     /// Takes a packet in. One with the marker, and the first one after play-out stopped, starts a talk spurt. Of
     /// packets of one number the first stays. Before it stores, it throws away what it holds when that is more than
-    /// 400 packets, or when the oldest arrived more than 3 s before `entry`.
+    /// 400 packets or 128 KiB of payload, or when the oldest arrived more than 3 s before `entry`.
     arrival put(std::uint32_t sequence, bool marker, packet const& entry);
     /// Whether a packet is due.
     bool due() const;
@@ -46,7 +46,7 @@ public:
     departure take();
 
     /// Drops what is held; play-out goes on from where it is.
-    void clear() { packets.clear(); }
+    void clear();
     /// Another stream follows: drops what is held, play-out begins with the next packet.
     void stop();
     /// The packet of this number is the next one to be played.
@@ -67,8 +67,9 @@ private:
     bool has_outgrown(rtimestamp const& now) const;
 
     smap<int, packet> packets;
-    int depth = 1;        ///< packets that must wait before a gap is played over, 1..16
-    int in_sequence = 0;  ///< packets played in sequence since the depth changed, 0..127
+    int payload_bytes = 0;  ///< of all of them
+    int depth = 1;          ///< packets that must wait before a gap is played over, 1..16
+    int in_sequence = 0;    ///< packets played in sequence since the depth changed, 0..127
     std::uint32_t last_played = first_last_played;
     bool playing = false;
 };

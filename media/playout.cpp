@@ -1,13 +1,31 @@
 #include "media/playout.h"
 
+#include <algorithm>
+
 #include "lib/pcm.h"
 
+namespace {
+
+constexpr int piece_pcm_bytes = 40 * pcm::bytes_per_ms;  // chosen: a packet of the usual lengths is one piece
+constexpr int longest_pcm_bytes =
+    3000 * pcm::bytes_per_ms;  // as old as a packet may grow in the jitter buffer
+constexpr int longest_announcements_bytes = 30000 * pcm::bytes_per_ms;  // chosen: beyond any announcement
+
+}  // namespace
+
 bool playout::available(jitter_buffer const& received) const {
-    return !decoded.empty() || !announcement.empty() || !tone.empty() || received.due();
+    return !decoded.empty() || !pending.payload.empty() || !announcement.empty() || !tone.empty() ||
+           received.due();
+}
+
+void playout::add_announcement(str const& samples) {
+    announcement += samples.leftstr(longest_announcements_bytes - announcement.length());
 }
 
 playout::block playout::next(jitter_buffer& received, codec& decoder) {
     block out;
+    if (decoded.empty() && !pending.payload.empty())
+        decode_piece(decoder);
     if (decoded.empty())
         take_announcement(out);
     if (decoded.empty())
@@ -35,7 +53,31 @@ void playout::take_packet(jitter_buffer& received, codec& decoder, block& out) {
     if (!received.due())
         return;
     jitter_buffer::departure const taken = received.take();
-    decoded = decoder.decode(taken.played.codec, taken.played.payload);
-    out.starts_talk_spurt = taken.played.first;
-    out.buffered_ms = decoded.length() / pcm::bytes_per_ms * taken.held;
+    jitter_buffer::packet const& packet = taken.played;
+    int pcm_bytes = begin_long_packet(packet);
+    if (pcm_bytes > 0) {
+        decode_piece(decoder);
+    } else {
+        decoded = decoder.decode(packet.codec, packet.payload);
+        pcm_bytes = decoded.length();
+    }
+    out.starts_talk_spurt = packet.first;
+    out.buffered_ms = pcm_bytes / pcm::bytes_per_ms * taken.held;
+}
+
+/// Bytes of PCM of a packet that is to be decoded in pieces; 0: it is short.
+int playout::begin_long_packet(jitter_buffer::packet const& packet) {
+    codec::unit const unit = codec::unit_of(packet.codec, packet.payload.length());
+    int const units = packet.payload.length() / unit.payload_bytes;
+    if (units * unit.pcm_bytes <= piece_pcm_bytes || packet.codec == codec::telephone_event)
+        return 0;
+    int const played = std::min(units, longest_pcm_bytes / unit.pcm_bytes);
+    pending = {packet.codec, piece_pcm_bytes / unit.pcm_bytes * unit.payload_bytes,
+               packet.payload.leftstr(played * unit.payload_bytes)};
+    return units * unit.pcm_bytes;
+}
+
+void playout::decode_piece(codec& decoder) {
+    decoded = decoder.decode(pending.codec, pending.payload.leftstr(pending.piece_bytes));
+    pending.payload = pending.payload.substr(pending.piece_bytes);
 }

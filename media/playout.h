@@ -20,19 +20,28 @@ public:
 
     /// Whether next() has real audio to give.
     bool available(jitter_buffer const& received) const;
-    /// The next block, zeros when there is nothing to play. A remainder of less than 10 ms of a packet is dropped.
+    /// The next block, zeros when there is nothing to play. A remainder of less than 10 ms of a packet is dropped. A
+    /// packet of more than 40 ms is decoded piece by piece as it is played; what it holds beyond 3 s is dropped.
     block next(jitter_buffer& received, codec& decoder);
 
     /// Plays a call-progress tone when there is no other audio; false (and silence) for an unknown one.
     bool set_tone(int tone_set, int kind) { return tone.set_tone(tone_set, kind) != 0; }
-    /// Queues PCM that is played ahead of everything else.
-    void add_announcement(str const& samples) { announcement += samples; }
+    /// Queues PCM that is played ahead of everything else; what would make more than 30 s wait is not taken.
+    void add_announcement(str const& samples);
 
 private:
     void take_announcement(block& out);
     void take_packet(jitter_buffer& received, codec& decoder, block& out);
+    int begin_long_packet(jitter_buffer::packet const& packet);
+    void decode_piece(codec& decoder);
 
-    str decoded;       ///< not yet given to the line
+    str decoded;  ///< not yet given to the line
+    /// What is still to be decoded of a long packet, empty between packets.
+    struct {
+        int codec = 0;
+        int piece_bytes = 0;
+        str payload;
+    } pending;
     str announcement;  ///< PCM that goes first
     synth tone;
 };

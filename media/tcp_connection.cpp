@@ -3,6 +3,12 @@
 #include "lib/log.h"
 #include "lib/sockets.h"
 
+namespace {
+
+constexpr int most_waiting_bytes = 128 * 1024;  // chosen: minutes of reports; a peer that leaves them is gone
+
+}  // namespace
+
 bool tcp_connection::is_open() const {
     return utils::valid_socket(fd);
 }
@@ -49,6 +55,7 @@ void tcp_connection::send(str const& data) {
 void tcp_connection::queue(str const& data) {
     if (!is_open())
         return;
-    out += data;
+    if (out.length() <= most_waiting_bytes)
+        out += data;
     utils::send_tcp_packet(fd, out);
 }

@@ -21,7 +21,8 @@ public:
     str receive(char const* name);
     /// Sends what the socket takes at once; the rest is lost.
     void send(str const& data);
-    /// Appends to the queue and sends what the socket takes of it; nothing while closed.
+    /// Appends to the queue and sends what the socket takes of it; nothing while closed. While more than 128 KiB wait,
+    /// data are dropped whole.
     void queue(str const& data);
 
 private:
