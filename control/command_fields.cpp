@@ -9,6 +9,15 @@ tlv command_fields::last(int tag) const {
     return found;
 }
 
+str command_fields::secret(int tag) const {
+    str found;
+    each(tag, [&](str const& given) {
+        str shared = given;
+        found = shared.take_secret();
+    });
+    return found;
+}
+
 int command_fields::number(int tag, int fallback) const {
     tlv const found = last(tag);
     return found.tag == tag ? str2int16(found.value) : fallback;

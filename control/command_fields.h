@@ -31,6 +31,8 @@ public:
     int byte(int tag) const { return bytes(tag)[0]; }
     /// Empty when absent.
     str bytes(int tag) const { return last(tag).value; }
+    /// The same of a key; it is then gone from the command.
+    str secret(int tag) const;
     /// Empty when absent.
     ip_port endpoint(int tag) const { return last(tag).get_address(); }
 

@@ -189,6 +189,7 @@ bool from_control_peer(ip_port const& source) {
 void on_command(str const& data, ip_port const& source) {
     static str stream;
     stream += data;
+    stream.keep_secret();  // commands carry keys
     tlv message;
     while (message.take(stream))
         dispatch_command(message.tag, message.value, source);

@@ -12,6 +12,7 @@
 #include "lib/retry_pause.h"
 #include "lib/sockets.h"
 #include "lib/timeout.h"
+#include "lib/wipe.h"
 #include "media/channel.h"
 
 namespace {
@@ -98,7 +99,9 @@ int wait(descriptor_sets& sets, int delay_ms) {
 
 void process_command() {
     ip_port source;
-    str const data = utils::recv_udp_packet4(command_fd, source);
+    str data = utils::recv_udp_packet4(command_fd, source);
+    data.keep_secret();  // commands carry keys
+    wipe(utils::receive_buffer, static_cast<std::size_t>(data.length()));
     on_command(data, source);
 }
 

@@ -76,7 +76,7 @@ void apply_xr(channel& target, command_fields const& fields) {
 void apply_srtp(channel& target, command_fields const& fields) {
     if (fields.has(media::srtp_rx_key) || fields.has(media::srtp_tx_key) || fields.has(media::srtp_tag) ||
         fields.has(media::srtp_mki))
-        target.set_srtp(fields.bytes(media::srtp_rx_key), fields.bytes(media::srtp_tx_key),
+        target.set_srtp(fields.secret(media::srtp_rx_key), fields.secret(media::srtp_tx_key),
                         fields.byte(media::srtp_tag), fields.bytes(media::srtp_mki));
 }
 

@@ -5,6 +5,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "lib/wipe.h"
 #include "lib/wire.h"
 
 unsigned char str::nothing[16];
@@ -108,6 +109,14 @@ str::str(unsigned char a, unsigned char b, unsigned char c, unsigned char d) : s
 
 // ---- access
 
+str str::take_secret() {
+    str copy(cbuffer(), length());
+    copy.keep_secret();
+    if (ref)
+        wipe(ref->data() + start, bytes(length()));
+    return copy;
+}
+
 unsigned char* str::buffer() {
     if (!ref)
         return nothing;
@@ -142,6 +151,8 @@ void str::move_to_new_block(int n) {
     reference* const block = get_cstring(used + n);
     if (used > 0)
         std::memcpy(block->data(), cbuffer(), bytes(used));
+    if (ref)
+        block->flags |= ref->flags & flag_secret;
     drop();
     ref = block;
     start = 0;
@@ -165,6 +176,7 @@ str& str::operator+=(str const& other) {
     if (n > 0) {
         writable(n);
         std::memcpy(ref->data() + end - n, other.cbuffer(), bytes(n));  // right for x += x too
+        ref->flags |= other.ref->flags & flag_secret;
     }
     return *this;
 }
@@ -178,6 +190,8 @@ str str::operator+(str const& other) const {
         std::memcpy(sum.ref->data(), cbuffer(), bytes(length()));
     if (!other.empty())
         std::memcpy(sum.ref->data() + length(), other.cbuffer(), bytes(other.length()));
+    if (is_secret() || other.is_secret())
+        sum.keep_secret();
     return sum;
 }
 
@@ -210,6 +224,8 @@ str hex_of_bytes(str const& data, char const* digits) {
         *out++ = static_cast<unsigned char>(digits[in[i] >> 4]);
         *out++ = static_cast<unsigned char>(digits[in[i] & 15]);
     }
+    if (data.is_secret())
+        text.keep_secret();
     return text;
 }
 

@@ -37,6 +37,9 @@ public:
     /// The same when the caller asked for the array variant (all `operator new` calls do).
     static constexpr std::uint32_t flags_malloc_array = 13;
 
+    /// Holds a secret, see keep_secret().
+    static constexpr std::uint32_t flag_secret = 16;
+
     /// One row of the size-class table.
     struct size_class {
         std::int32_t size;     ///< bytes of the data area
@@ -108,6 +111,17 @@ public:
     char* c_str();
     /// Drops the buffer.
     void clear();
+    /// Whoever shares this string's block: its bytes are overwritten with zeros when the last one releases it. Blocks
+    /// into which they are copied by growing, writing, appending and concatenating are treated alike.
+    void keep_secret() {
+        if (ref)
+            ref->flags |= flag_secret;
+    }
+    /// Bytes of the block that this string keeps alive; 0 without one.
+    int get_block_bytes() const { return ref ? ref->capacity : 0; }
+    bool is_secret() const { return ref && ref->flags & flag_secret; }
+    /// A secret copy in a block of its own; this string's bytes become zeros for all who share them.
+    str take_secret();
     /// Consistency hook; does nothing.
     void check() const {}
 

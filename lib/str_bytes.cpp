@@ -125,6 +125,7 @@ void str::compress() {
     reference* const old = ref;
     reference* const block = get_cstring(used);
     std::memcpy(block->data(), old->data() + from, bytes(used));
+    block->flags |= old->flags & flag_secret;
     str* s = this;
     do {
         s->ref = block;

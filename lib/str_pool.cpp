@@ -4,6 +4,7 @@
 #include <new>
 
 #include "lib/str.h"
+#include "lib/wipe.h"
 
 #if defined(__SANITIZE_ADDRESS__)
 #define FXS_ADDRESS_SANITIZER 1
@@ -88,6 +89,8 @@ str::reference* str::get_cstring_static(int size, str* owner) {
 }
 
 void str::release_cstring(reference* block) {
+    if (block->flags & flag_secret)
+        wipe(block->data(), static_cast<std::size_t>(block->capacity));
     int const bin = find_bin(block->capacity);
     if (bin == class_count) {
         std::free(block);

@@ -19,10 +19,15 @@ void reception::set_keys(str const& material, srtp_trailer const& packet_trailer
     key_material = material;
     trailer = packet_trailer;
     verified = false;
+    if (!is_protected())
+        srtp_rx = srtp_ctx();
+    else if (!ssrc.empty() && !srtp_rx.initialised)
+        key();
 }
 
 void reception::key() {
-    srtp_key(srtp_rx, key_material, str::null);
+    if (is_protected())
+        srtp_key(srtp_rx, key_material, str::null);
 }
 
 reception::result reception::receive(str const& packet, position play, std::uint32_t now) {
@@ -64,18 +69,27 @@ void reception::take_ssrc(str const& new_ssrc) {
     ssrc = new_ssrc;
     any_accepted = false;
     highest_sequence = 0;
-    if (is_protected())
-        key();
+    key();
+}
+
+/// Null: none of the stream that is followed.
+std::uint32_t const* reception::get_verified_roc() const {
+    return !verified_ssrc.empty() && verified_ssrc == ssrc ? &verified_roc : nullptr;
 }
 
 /// Checks and decrypts; the sequence number gets the rollover counter that the tag proved. False: wrong tag.
 bool reception::unprotect(str const& packet, rtp_header const& header, result& out) {
-    if (!srtp_unprotect(srtp_rx, packet, header.bytes, out.sequence, out.payload, trailer)) {
+    if (!srtp_unprotect(srtp_rx, packet, header.bytes, out.sequence, out.payload, trailer,
+                        get_verified_roc())) {
         out.dropped_for_tag = ++mac_failures;
         return false;
     }
-    out.first_verified = trailer.tag_length > 0 && !verified;
-    verified = verified || out.first_verified;
+    if (trailer.tag_length > 0) {
+        out.first_verified = !verified;
+        verified = true;
+        verified_ssrc = header.ssrc;
+        verified_roc = srtp_rx.roc;
+    }
     return true;
 }
 

@@ -41,9 +41,9 @@ public:
     /// From received payload types to codec numbers, a byte each; 128 and above: not accepted.
     void set_payload_map(str const& map) { payload_map = map; }
     /// Master key and salt (30 bytes; empty: plain RTP is received) and the trailer of packets. A stream is keyed when
-    /// its SSRC is taken.
+    /// its SSRC is taken; one that is already followed, and was not keyed, at once.
     void set_keys(str const& material, srtp_trailer const& packet_trailer);
-    /// Keys the stream that is being received.
+    /// Keys the stream that is being received, if there is a key.
     void key();
     bool is_protected() const { return !key_material.empty(); }
 
@@ -64,6 +64,7 @@ public:
 private:
     bool follow(rtp_header const& header, position const& play, std::uint32_t now, stream& change);
     void take_ssrc(str const& new_ssrc);
+    std::uint32_t const* get_verified_roc() const;
     bool unprotect(str const& packet, rtp_header const& header, result& out);
     bool steps_back(std::uint32_t sequence, position const& play, std::uint32_t now) const;
     void count(std::uint32_t sequence, std::uint32_t now);
@@ -80,4 +81,9 @@ private:
     srtp_ctx srtp_rx;
     int mac_failures = 0;
     bool verified = false;  ///< a packet with a right tag came since the keys were set
+
+    /// SSRC and rollover counter of the newest packet whose tag was right, whatever key and stream came since. A forged
+    /// packet, or a new key in mid-call, sets the context's counter to 0; the right sender goes on from this one.
+    str verified_ssrc;
+    std::uint32_t verified_roc = 0;
 };

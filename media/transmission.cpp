@@ -38,6 +38,8 @@ void transmission::set_keys(str const& material, srtp_trailer const& packet_trai
     trailer = packet_trailer;
     if (is_protected())
         srtp_key(srtp_tx, material, ssrc);
+    else
+        srtp_tx = srtp_ctx();
 }
 
 void transmission::collect(str const& encoded, int ms) {

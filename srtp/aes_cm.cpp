@@ -23,7 +23,9 @@ str derive(aes_cm_context& context, str const& master_salt, unsigned char label,
     v128_copy_octet_string(&context.counter, master_salt);
     context.counter[7] ^= label;
     context.counter[14] = context.counter[15] = 0;
-    return aes_cm_encrypt_block(context, str('\0', n));
+    str derived = aes_cm_encrypt_block(context, str('\0', n));
+    derived.keep_secret();
+    return derived;
 }
 
 void derive_session(aes_cm_context& context, str const& master_salt, unsigned char key_label,

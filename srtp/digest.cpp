@@ -1,5 +1,7 @@
 #include "srtp/digest.h"
 
+#include "lib/wipe.h"
+
 #include <utility>
 
 // ---- MD5
@@ -175,6 +177,7 @@ hmac<digest>::hmac(str const& key) {
     for (unsigned char& octet : pad)
         octet ^= 0x36 ^ 0x5C;
     outer.update(pad, sizeof(pad));
+    wipe(pad, sizeof(pad));
 }
 
 template <typename digest>
@@ -183,6 +186,7 @@ void hmac<digest>::finish(unsigned char* mac) {
     inner.finish(hashed);
     outer.update(hashed, mac_bytes);
     outer.finish(mac);
+    wipe(this, sizeof *this);
 }
 
 template class hmac<sha1>;

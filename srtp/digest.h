@@ -148,7 +148,7 @@ public:
     explicit hmac(str const& key = str());
     void update(unsigned char const* data, int n) { inner.update(data, n); }
     void update(str const& data) { inner.update(data); }
-    /// Writes mac_bytes. The object is spent afterwards.
+    /// Writes mac_bytes. The object is spent afterwards: it keeps nothing of the key.
     void finish(unsigned char* mac);
 
 private:

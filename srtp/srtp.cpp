@@ -1,6 +1,7 @@
 #include "srtp/srtp.h"
 
 #include <algorithm>
+#include <initializer_list>
 
 #include "lib/bytes.h"
 #include "lib/wire.h"
@@ -37,13 +38,10 @@ void key_cipher(aes_cm_context& cipher, hmac_sha1& mac, void (*derive)(aes_cm_co
     mac = hmac_sha1(cipher.auth_key);
 }
 
-/// The HMAC over a packet with the rollover counter behind it (RFC 3711 section 4.2).
-void authenticate(srtp_ctx const& context, str const& packet, std::uint32_t roc,
-                  unsigned char (&result)[hmac_sha1::mac_bytes]) {
+/// Ends an HMAC over a packet with the rollover counter behind it (RFC 3711 section 4.2).
+void finish(hmac_sha1& mac, std::uint32_t roc, unsigned char (&result)[hmac_sha1::mac_bytes]) {
     unsigned char suffix[4];
     wire::put32(suffix, roc);
-    hmac_sha1 mac = context.rtp_mac;
-    mac.update(packet);
     mac.update(suffix, sizeof(suffix));
     mac.finish(result);
 }
@@ -56,6 +54,7 @@ void srtp_init(srtp_ctx& context, str const& master_key, str const& master_salt,
     context.roc = 0;
     key_cipher(context.rtp, context.rtp_mac, aes_cm_prf_rtp, master_key, master_salt);
     key_cipher(context.rtcp, context.rtcp_mac, aes_cm_prf_rtcp, master_key, master_salt);
+    wipe_stack();
 }
 
 void srtp_key(srtp_ctx& context, str const& material, str const& ssrc) {
@@ -105,22 +104,29 @@ str srtp_decrypt(srtp_ctx& context, str const& payload, unsigned int, str const&
 str srtp_get_tag(srtp_ctx& context, str const& packet, int tag_length) {
     if (tag_length == 0)
         return str();
-    unsigned char mac[hmac_sha1::mac_bytes];
-    authenticate(context, packet, context.roc, mac);
-    return str(mac, std::min(tag_length, hmac_sha1::mac_bytes));
+    unsigned char result[hmac_sha1::mac_bytes];
+    hmac_sha1 mac = context.rtp_mac;
+    mac.update(packet);
+    finish(mac, context.roc, result);
+    return str(result, std::min(tag_length, hmac_sha1::mac_bytes));
 }
 
-bool srtp_match_tag(srtp_ctx& context, str const& tag, str const& packet, int roc_step) {
-    std::uint32_t const guess =
-        roc_step == srtp_roc_restarted ? 0 : context.roc + static_cast<std::uint32_t>(roc_step);
-    unsigned char mac[hmac_sha1::mac_bytes];
+bool srtp_absorbed::matches(str const& tag, std::uint32_t roc) const {
     if (tag.length() > hmac_sha1::mac_bytes)
         return false;
-    authenticate(context, packet, guess, mac);
+    unsigned char result[hmac_sha1::mac_bytes];
+    hmac_sha1 own = mac;
+    finish(own, roc, result);
     int difference = 0;
     for (int i = 0; i < tag.length(); i++)
-        difference |= tag[i] ^ mac[i];
-    if (difference != 0)
+        difference |= tag[i] ^ result[i];
+    return difference == 0;
+}
+
+bool srtp_match_tag(srtp_ctx& context, str const& tag, srtp_absorbed const& packet, int roc_step) {
+    std::uint32_t const guess =
+        roc_step == srtp_roc_restarted ? 0 : context.roc + static_cast<std::uint32_t>(roc_step);
+    if (!packet.matches(tag, guess))
         return false;
     context.roc = guess;
     return true;
@@ -162,10 +168,17 @@ constexpr std::uint32_t encrypted_flag = 0x80000000;
 /// packet), two that were missed, and that of a sender that began anew.
 constexpr int roc_steps[] = {0, 1, -1, 2, 3, srtp_roc_restarted};
 
-bool find_roc(srtp_ctx& rx, str const& tag, str const& authenticated) {
+/// Finds the rollover counter under which the tag is right, and makes it the context's. The one that was verified last,
+/// if there is one, and its successor come behind the steps from ours.
+bool find_roc(srtp_ctx& rx, str const& tag, srtp_absorbed const& packet, std::uint32_t const* verified) {
     for (int const step : roc_steps)
-        if (srtp_match_tag(rx, tag, authenticated, step))
+        if (srtp_match_tag(rx, tag, packet, step))
             return true;
+    for (std::uint32_t const wrapped : {0u, 1u})
+        if (verified && packet.matches(tag, *verified + wrapped)) {
+            rx.roc = *verified + wrapped;
+            return true;
+        }
     return false;
 }
 
@@ -182,12 +195,15 @@ str srtp_protect(srtp_ctx& tx, str const& header, str& payload, std::uint32_t se
 }
 
 bool srtp_unprotect(srtp_ctx& rx, str const& packet, int header_bytes, std::uint32_t& sequence, str& payload,
-                    srtp_trailer const& trailer) {
+                    srtp_trailer const& trailer, std::uint32_t const* verified_roc) {
+    if (!rx.initialised)
+        return false;
     str authenticated = packet;
     if (trailer.tag_length > 0) {
         str const tag = packet.rightstr(trailer.tag_length);
         authenticated = packet.leftstr(packet.length() - tag.length() - trailer.mki.length());
-        if (tag.length() < trailer.tag_length || !find_roc(rx, tag, authenticated))
+        if (tag.length() < trailer.tag_length ||
+            !find_roc(rx, tag, srtp_absorbed(rx, authenticated), verified_roc))
             return false;
         sequence = rx.roc << 16 | (sequence & 0xFFFF);
     }

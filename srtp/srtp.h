@@ -3,6 +3,7 @@
 #include <cstdint>
 
 #include "lib/str.h"
+#include "lib/wipe.h"
 #include "srtp/aes_cm.h"
 #include "srtp/digest.h"
 
@@ -53,10 +54,25 @@ str srtp_encrypt(srtp_ctx& context, str const& payload, unsigned int seq, int ro
 str srtp_decrypt(srtp_ctx& context, str const& payload, unsigned int seq, str const& ssrc);
 /// The first tag_length bytes, 20 at most, of the HMAC over packet and rollover counter; empty for 0.
 str srtp_get_tag(srtp_ctx& context, str const& packet, int tag_length);
-/// Whether the tag (up to 20 bytes) is that of the packet (header and payload, no MKI) under the rollover counter
-/// plus roc_step, or under 0 when that is srtp_roc_restarted. If so, what was tried becomes the rollover counter;
-/// else nothing changes. Takes the same time whichever byte differs. An empty tag matches everything.
-bool srtp_match_tag(srtp_ctx& context, str const& tag, str const& packet, int roc_step);
+/// A received packet (header and payload, no MKI) as its tag sees it: absorbed once, under however many rollover
+/// counters the tag is then tried.
+class srtp_absorbed {
+public:
+    srtp_absorbed(srtp_ctx const& context, str const& packet) : mac(context.rtp_mac) { mac.update(packet); }
+    ~srtp_absorbed() { wipe(&mac, sizeof mac); }
+    srtp_absorbed(srtp_absorbed const&) = delete;
+    srtp_absorbed& operator=(srtp_absorbed const&) = delete;
+
+    /// Whether the tag (up to 20 bytes) is right under this rollover counter. Takes the same time whichever byte
+    /// differs. An empty tag always is.
+    bool matches(str const& tag, std::uint32_t roc) const;
+
+private:
+    hmac<sha1> mac;
+};
+/// Whether the tag is that of the packet under the rollover counter plus roc_step, or under 0 when that is
+/// srtp_roc_restarted. If so, what was tried becomes the rollover counter; else nothing changes.
+bool srtp_match_tag(srtp_ctx& context, str const& tag, srtp_absorbed const& packet, int roc_step);
 
 // ---- SRTCP
 /// What follows the first 8 bytes of a compound packet, encrypted and decrypted.
@@ -85,13 +101,14 @@ str srtp_protect(srtp_ctx& tx, str const& header, str& payload, std::uint32_t se
 
 /// Checks a packet whose header takes header_bytes (at least 12) and decrypts its payload. sequence: the extended
 /// number that its low 16 bits were taken for; gets the rollover counter that the tag proved. False: the tag fits
-/// none of the rollover counters tried (the current one, +1, -1, +2, +3, and 0), or the packet is shorter than a
-/// tag; nothing has changed then, in neither context nor arguments.
+/// none of the rollover counters tried (the current one, +1, -1, +2, +3, 0, and *verified_roc with its successor unless
+/// that is null), the packet is shorter than a tag, or the context was never keyed; nothing has changed then, in neither
+/// context nor arguments.
 ///
 /// Without authentication the rollover counter stays as it is, and so does the sequence; an MKI is not looked for
 /// and counts as payload.
 bool srtp_unprotect(srtp_ctx& rx, str const& packet, int header_bytes, std::uint32_t& sequence, str& payload,
-                    srtp_trailer const& trailer);
+                    srtp_trailer const& trailer, std::uint32_t const* verified_roc = nullptr);
 
 /// Encrypts and authenticates a compound packet. index: 0..65535.
 str srtcp_protect(srtp_ctx& tx, str const& packet, unsigned int index, str const& mki);

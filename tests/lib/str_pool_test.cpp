@@ -8,8 +8,10 @@
 #include <random>
 #include <vector>
 
+#include "lib/bytes.h"
 #include "lib/str.h"
 #include "tests/lib/pool_check.h"
+#include "tests/support/bytes.h"
 
 namespace {
 
@@ -72,6 +74,42 @@ TEST(pool_death, no_memory_ends_the_process) {
     [[maybe_unused]] void* volatile taken = nullptr;  // or the compiler leaves the request out
     EXPECT_DEATH(taken = ::operator new(SIZE_MAX / 2), "");
     EXPECT_DEATH(static_cast<void>(str::get_cstring_static(INT_MAX, nullptr)), "");
+}
+
+/// Whether a block that the pool gives out anew holds this.
+bool is_left_over(std::string const& what) {
+    std::vector<str> blocks;
+    for (int bin = 0; bin < 8; bin++)
+        for (int i = 0; i < 20; i++)
+            blocks.emplace_back(static_cast<unsigned char const*>(nullptr), str::get_bin_size(bin));
+    return std::ranges::any_of(
+        blocks, [&](str const& block) { return to_string(block).find(what) != std::string::npos; });
+}
+
+TEST(str_pool, a_secret_leaves_no_bytes_behind) {
+    std::string const key = "kEyMaTeRiAl";
+    str command = to_str("before " + key + " after");
+    str const neighbour = command.substr(0, 7);
+    str shown = command.substr(7, 11);
+    {
+        str own = shown.take_secret();
+        EXPECT_EQ(to_string(own), key);
+        EXPECT_EQ(to_string(command), "before " + std::string(11, '\0') + " after");
+        str grown = own;
+        for (int i = 0; i < 60; i++)
+            grown += str("0123456789");
+        str const joined = str("in front ") + own;
+        str appended("behind ");
+        appended += own;
+        str const written = str::sprintf("%h %s", arg_str(own), arg_str(appended));
+        EXPECT_TRUE(grown.is_secret() && joined.is_secret() && appended.is_secret() && written.is_secret());
+        grown = grown.leftstr(11);
+        grown.compress();
+    }
+    EXPECT_FALSE(is_left_over(key));
+    EXPECT_FALSE(is_left_over(to_string(utils::bin2hex(to_str(key), false))));
+    { str const open = to_str(key); }
+    EXPECT_TRUE(is_left_over(key)) << "what is no secret stays";
 }
 
 }  // namespace

@@ -168,6 +168,58 @@ TEST_F(secure, another_ssrc_takes_over) {
     EXPECT_EQ(heard(sender, 7, 6, 0xCCCC0003), 6);
 }
 
+/// A packet of 10 ms from a sender that has come this far.
+std::string packet_of(srtp_ctx& sender, std::uint32_t sequence, int name, bool marker = false) {
+    rtp_packet packet = named_packet(static_cast<std::uint16_t>(sequence), name);
+    packet.marker = marker;
+    std::string const plain = packet.build();
+    str payload = to_str(plain.substr(12));
+    sender.ssrc = to_str(be32(first_ssrc));
+    return to_string(srtp_protect(sender, to_str(plain.substr(0, 12)), payload, sequence, {10, str()}));
+}
+
+TEST_F(secure, nothing_is_accepted_without_a_key_of_this_call) {
+    key(9, 9);
+    start();  // a call before had keys
+    EXPECT_EQ(heard(named_packet(100, 1).build()), 1);
+    tested.set_srtp(material(1), str(), 10, str());
+    srtp_ctx unkeyed, old, right;
+    srtp_key(old, material(9), str());
+    srtp_key(right, material(1), str());
+    EXPECT_EQ(heard(packet_of(unkeyed, 101, 2)), 0);
+    EXPECT_EQ(heard(packet_of(old, 101, 3)), 0);
+    EXPECT_EQ(heard(packet_of(right, 101, 4)), 4) << "a stream that was plain is keyed at once";
+}
+
+// The sender's counter stands at 5, after 87 minutes of 50 packets a second.
+TEST_F(secure, the_rollover_counter_outlives_forged_packets_and_new_keys) {
+    srtp_ctx first, second, wrong;
+    srtp_key(first, material(1), str());
+    srtp_key(second, material(2), str());
+    srtp_key(wrong, material(3), str());
+    std::uint32_t number = 0x8000;
+    int name = 1;
+    auto const go_on = [&](srtp_ctx& sender, int packets) {
+        for (int i = 0; i < packets; i++, name++)
+            ASSERT_EQ(heard(packet_of(sender, ++number, name)), name) << std::hex << number;
+    };
+    key(1, 9);
+    while (number < 0x50000)
+        ASSERT_EQ(heard(packet_of(first, number += 0x3FFF, ++name, true)), name);
+    go_on(first, 20);
+    at_ms += 110;
+    EXPECT_EQ(heard(named_packet(7, 77, other_ssrc).build()), 0);
+    EXPECT_EQ(heard(packet_of(wrong, number + 1, 77)), 0);
+    go_on(first, 20);
+    number |= 0xFFFF;
+    at_ms += 110;
+    deliver(named_packet(7, 77, other_ssrc).build());
+    go_on(first, 3);  // and wraps meanwhile
+    key(2, 9);
+    EXPECT_EQ(heard(packet_of(first, number + 1, 77)), 0) << "under the old key";
+    go_on(second, 20);
+}
+
 TEST_F(secure, a_receive_key_alone_protects_reception_from_the_next_ssrc_on) {
     tested.set_srtp(material(1), str(), 10, str());
     libsrtp_peer sender(libsrtp_peer::sends, material(1), 10, str());
