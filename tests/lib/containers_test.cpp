@@ -91,29 +91,24 @@ TEST(smap, random_operations_like_std_map) {
 
 TEST(slist, random_operations_like_std_list) {
     compare<slist<item>, std::list<int>>(1, [](dice& random, int choice, slist<item>& list, auto& model) {
-        int const value = random.below(1000);
+        int const value = random.below(1000), n = random.below(std::max(list.size(), 1));
         if (choice < 28) {
             ASSERT_EQ(list.push_back(value)->value, value);
             model.push_back(value);
         } else if (choice < 50) {
             ASSERT_EQ((*list.push_front(value)).value, value);
             model.push_front(value);
-        } else if (model.empty()) {
-            list.pop_front();
-            list.pop_back();
-        } else if (choice < 65) {
-            list.pop_front();
-            model.pop_front();
-        } else if (choice < 80) {
-            list.pop_back();
-            model.pop_back();
+        } else if (choice < 80 || model.empty()) {
+            bool const front = choice < 65;
+            front ? list.pop_front() : list.pop_back();
+            if (!model.empty())
+                front ? model.pop_front() : model.pop_back();
         } else {
             auto at = list.begin();
-            auto m = model.begin();
-            for (int n = random.below(list.size()); n > 0; --n, ++m)
+            for (int i = 0; i < n; ++i)
                 ++at;
             list.erase(at);
-            model.erase(m);
+            model.erase(std::next(model.begin(), n));
         }
         slist<item> const& view = list;
         ASSERT_TRUE(model.empty() ||
