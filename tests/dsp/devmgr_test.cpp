@@ -9,15 +9,11 @@
 #include <gtest/gtest.h>
 
 #include "media/channel.h"
-#include "tests/support/bytes.h"
 #include "tests/support/media_fixture.h"
-#include "tests/support/rtp_builder.h"
 #include "tests/support/stepped_lines.h"
 #include "tests/support/udp_peer.h"
 
 namespace {
-
-using lines = std::vector<std::string>;
 
 /// Line 2 is tested. Channels 0 to 2 send each block that they are given to a far end of their own.
 class line_device : public media_fixture {
@@ -37,22 +33,32 @@ protected:
             blocks.push_back(rtp_packet::parse(datagram).payload);
         return blocks;
     }
-    void capture(std::string_view pcm) {
-        telephone.say(2, pcm);
-        tested.read_audio();
+    /// Registers (+n) and deregisters (-n) channels on a line where none was.
+    void register_as(std::string const& steps) {
+        tested.close();
+        tested.clear();
+        std::istringstream all(steps);
+        for (std::string step; all >> step;)
+            step[0] == '+' ? tested.register_channel(step[1] - '0')
+                           : tested.deregister_channel(step[1] - '0');
     }
     /// Channels that captured audio goes to, as digits.
     std::string listeners() {
         if (tested.get_fd() < 0)
             return "closed";
-        capture(pcm_of(77));
+        telephone.say(2, pcm_of(77));
+        tested.read_audio();
         std::string all;
         for (int i = 0; i < parties; i++)
             if (!sent(i).empty())
                 all += static_cast<char>('0' + i);
         return all;
     }
-    std::string opened() const { return "6 Open " + telephone.path(2); }
+    void play_on_line(int channel, int value, int samples) {
+        channels[channel].add_playback(to_str(pcm_of(value, samples)));
+        for (int i = 0; i < samples; i += 80)
+            tested.write_audio();
+    }
 
     static constexpr int parties = 3;
     stepped_lines telephone;
@@ -62,7 +68,7 @@ protected:
 
 TEST_F(line_device, places_are_taken_freed_and_passed_on) {
     struct {
-        char const* steps;  // +n registers, -n deregisters channel n
+        char const* steps;
         char const* listeners;
         char const* owner;  // whose audio is written at once
     } const table[] = {{"+0 +1", "01", "0"},          {"+0 +1 +2", "01", "0"},
@@ -70,37 +76,30 @@ TEST_F(line_device, places_are_taken_freed_and_passed_on) {
                        {"+0 +1 -0 -1", "closed", ""}, {"+0 +1 +2 -2 -0 -1", "closed", ""},
                        {"-0", "closed", ""}};
     for (auto const& [steps, expected_listeners, owner] : table) {
-        tested.close();
-        tested.clear();
-        std::istringstream all(steps);
-        for (std::string step; all >> step;)
-            if (step[0] == '+')
-                tested.register_channel(step[1] - '0');
-            else
-                tested.deregister_channel(step[1] - '0');
+        register_as(steps);
         EXPECT_EQ(listeners(), expected_listeners) << steps;
-        for (char const* c = owner; *c != 0; c++) {
-            channels[*c - '0'].add_playback(to_str(pcm_of(5)));
-            tested.write_audio();
+        if (*owner != 0) {
+            play_on_line(*owner - '0', 5, 80);
             EXPECT_TRUE(telephone.heard(2) == pcm_of(5)) << steps;
         }
     }
 }
 
 TEST_F(line_device, opens_once_and_closes_with_the_last_channel) {
-    std::filesystem::rename(telephone.path(2), telephone.path(9));
+    std::string const path = telephone.path(2), opened = "6 Open " + path;
+    std::filesystem::rename(path, telephone.path(9));
     channels[0].set_tdm_channel(2);
     EXPECT_EQ(tested.get_fd(), -1);
-    std::filesystem::rename(telephone.path(9), telephone.path(2));
+    std::filesystem::rename(telephone.path(9), path);
     channels[1].set_tdm_channel(2);
-    EXPECT_EQ(peer.transcript(), (lines{opened(), opened()})) << "tried again";
+    EXPECT_EQ(peer.transcript(), (lines{opened, opened})) << "tried again";
     channels[2].set_tdm_channel(2);
     channels[2].set_tdm_channel(0);
     EXPECT_EQ(peer.transcript(), lines{"6 Open " + telephone.path(0)});
     channels[0].set_tdm_channel(4);
     EXPECT_EQ(peer.transcript(), lines{});
     channels[1].init();
-    EXPECT_EQ(peer.transcript(), lines{"6 Close " + telephone.path(2)});
+    EXPECT_EQ(peer.transcript(), lines{"6 Close " + path});
 }
 
 TEST_F(line_device, a_new_destination_drops_the_capture_backlog) {
@@ -110,23 +109,49 @@ TEST_F(line_device, a_new_destination_drops_the_capture_backlog) {
         backlog += pcm_of(i);
     telephone.say(2, backlog);
     channels[0].set_destination(far_end[0].address(), ip_port(), false);
-    tested.read_audio();
-    tested.read_audio();
-    tested.read_audio();
+    for (int i = 0; i < 3; i++)
+        tested.read_audio();
     EXPECT_EQ(sent(0), (lines{pcm_of(1), pcm_of(9), pcm_of(10)}));
 }
 
 TEST_F(line_device, the_transmit_queue_is_cleared_before_the_first_write_ever) {
-    tested.register_channel(0);
-    for (int call = 0; call < 2; call++) {
+    for (lines const& logged : {lines{"7 Clear Tx"}, lines{}}) {
+        register_as("+0");
         peer.transcript();
-        channels[0].add_playback(to_str(pcm_of(1, 160)));
-        tested.write_audio();
-        tested.write_audio();
-        EXPECT_EQ(peer.log_lines(), call == 0 ? lines{"7 Clear Tx"} : lines{});
+        play_on_line(0, 1, 160);
+        EXPECT_EQ(peer.log_lines(), logged);
         EXPECT_TRUE(telephone.heard(2) == pcm_of(1, 160));
-        tested.deregister_channel(0);
-        tested.register_channel(0);
+    }
+}
+
+/// Whatever a read brings makes one block of 10 ms; what it does not reach is left from the blocks before.
+TEST_F(line_device, short_reads_and_failing_devices) {
+    channels[0].set_tdm_channel(2);
+    std::string block = pcm_of(1);
+    for (std::size_t const bytes : {160u, 158u, 80u, 1u}) {
+        std::string const said = pcm_of(0x0101 * static_cast<int>(bytes % 100)).substr(0, bytes);
+        telephone.say(2, said);
+        tested.read_audio();
+        EXPECT_EQ(sent(0), lines{block.replace(0, bytes, said)}) << bytes;
+    }
+    // Of devices that fail, what they are asked for is lost.
+    std::pair<char const*, lines> const table[] = {
+        {"/dev/full", {"7 Clear Tx"}},
+        {"/dev/null", {"7 TDM read returned 0", "7 Clear Tx"}},
+        {"/proc/self/mem", {"7 TDM read returned -1", "7 Clear Tx"}},
+        {"/", {}}};
+    for (auto const& [device, logged] : table) {
+        devmgrs.resize(devmgr_count);  // as at the start
+        devmgrs[2].init(2);
+        std::filesystem::remove(telephone.path(2));
+        std::filesystem::create_symlink(device, telephone.path(2));
+        channels[0].set_tdm_channel(2);
+        peer.log_lines();
+        devmgrs[2].read_audio();
+        channels[0].add_playback(to_str(pcm_of(5)));
+        devmgrs[2].write_audio();
+        EXPECT_EQ(peer.log_lines(), logged) << device;
+        channels[0].set_tdm_channel(4);
     }
 }
 
@@ -159,10 +184,7 @@ TEST(mixing, sums_are_saturated_as_far_as_the_shorter_one_reaches) {
 TEST_F(line_device, a_conference_queue_holds_three_blocks_and_then_starts_anew) {
     constexpr int held[] = {0, 1, 2, 3, 1, 2, 3, 1};
     for (int queued = 0; queued < 8; queued++) {
-        tested.close();
-        tested.clear();
-        tested.register_channel(0);
-        tested.register_channel(1);
+        register_as("+0 +1");
         for (int i = 1; i <= queued; i++)
             tested.send_device(1, to_str(pcm_of(i)));
         // On the line, and in what channel 0 sends.

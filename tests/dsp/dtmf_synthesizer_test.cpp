@@ -7,7 +7,8 @@
 #include <cmath>
 #include <cstring>
 #include <numbers>
-#include <random>
+
+#include "tests/support/seed.h"
 
 namespace {
 
@@ -29,31 +30,27 @@ long table(wave const& w, long position) {
 // Digits that change, stay, are none at all or are restarted, in random order, against the definition: one counter
 // for both groups, 64-bit arithmetic instead of wrapping.
 TEST(dtmf_synthesizer, any_digits_at_any_attenuation) {
-    std::mt19937 random(1);
+    dice random(1);
     dtmf_synthesizer generator;
     int digit = 0, last = 0;
     long position = 0;
     for (int i = 0; i < 40000; i++) {
-        unsigned const dice = random() % 16, attenuation = random() % 64;
-        if (dice == 0)
-            digit = static_cast<int>(random() % 12);
-        if (dice == 1) {
-            generator.clear();
-            position = 0;
-        }
+        int const what = random.below(16), attenuation = random.below(64);
+        if (what == 0)
+            digit = random.below(12);
+        if (what == 1)
+            generator.clear(), position = 0;
         constexpr int none[] = {INT_MIN, -1, 12, INT_MAX};
-        int const asked = dice == 2 ? none[random() % 4] : digit;
-        str const pcm = generator.get_samples(asked, attenuation);
+        int const asked = what == 2 ? none[random.below(4)] : digit;
+        if (what != 2 && asked != last)
+            last = asked, position = 0;
+        str const pcm = generator.get_samples(asked, static_cast<unsigned>(attenuation));
         ASSERT_EQ(pcm.length(), 160);
-        if (dice != 2 && asked != last) {
-            last = asked;
-            position = 0;
-        }
         std::int16_t block[80];
         std::memcpy(block, pcm.cbuffer(), sizeof block);
         for (std::int16_t const sample : block) {
             std::int64_t sum = 0;
-            if (dice != 2) {
+            if (what != 2) {
                 sum = table(lows[layout[asked][0]], position) + table(highs[layout[asked][1]], position);
                 position++;
             }
