@@ -18,7 +18,7 @@ class child {
 public:
     // args[0] is the path. `environment` holds "NAME=value" entries and is all the program gets.
     explicit child(std::vector<std::string> args, std::vector<std::string> environment = {}) {
-        const std::vector<char*> argv = c_strings(args), envp = c_strings(environment);
+        std::vector<char*> const argv = c_strings(args), envp = c_strings(environment);
         int ends[2][2];
         if (pipe2(ends[0], O_CLOEXEC) != 0 || pipe2(ends[1], O_CLOEXEC) != 0)
             throw std::runtime_error("pipe");
@@ -29,19 +29,19 @@ public:
             execve(argv[0], argv.data(), envp.data());
             _exit(127);
         }
-        for (const int i : {0, 1}) {
+        for (int const i : {0, 1}) {
             close(ends[i][1]);
             streams_[i] = {ends[i][0], POLLIN, 0};
         }
     }
-    child(const child&) = delete;
+    child(child const&) = delete;
     ~child() {
         if (pid_ > 0)
             end(SIGKILL);
     }
 
     // Reads until `text` stands in what was written to either stream. false after 60 s or at the end of both.
-    bool wait_for_text(const std::string& text) {
+    bool wait_for_text(std::string const& text) {
         return read_until([&] { return (out + "\n" + err).find(text) != std::string::npos; });
     }
 
@@ -80,13 +80,13 @@ private:
 
     template <class condition>
     bool read_until(condition done) {
-        const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+        auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
         while (!done() && std::max(streams_[0].fd, streams_[1].fd) >= 0 &&
                std::chrono::steady_clock::now() < deadline) {
             poll(streams_, 2, 1000);
-            for (const int i : {0, 1}) {
+            for (int const i : {0, 1}) {
                 char buffer[4096];
-                const ssize_t size =
+                ssize_t const size =
                     streams_[i].revents == 0 ? -1 : read(streams_[i].fd, buffer, sizeof buffer);
                 if (size > 0)
                     (i == 0 ? out : err).append(buffer, static_cast<std::size_t>(size));

@@ -10,15 +10,14 @@
 namespace fxsctl {
 namespace {
 
-[[noreturn]] void reject(const std::string& option, const std::string& text, const std::string& expected) {
+[[noreturn]] void reject(std::string const& option, std::string const& text, std::string const& expected) {
     throw failure(exit_code::usage, option + ": \"" + text + "\" is not " + expected);
 }
 
-std::string file_text(const std::string& option, const std::string& path) {
+std::string file_text(std::string const& option, std::string const& path) {
     std::ifstream in(path);
-    if (!in) {
+    if (!in)
         throw failure(exit_code::local, option + ": cannot read the file " + path);
-    }
     return {std::istreambuf_iterator<char>(in), {}};
 }
 
@@ -40,8 +39,8 @@ CLI::Range payload_type() {
     return {0, 127};
 }
 
-protocol::address address_value(const std::string& option, const std::string& text) {
-    const auto value = protocol::parse_address(text);
+protocol::address address_value(std::string const& option, std::string const& text) {
+    auto const value = protocol::parse_address(text);
     if (!value) {
         reject(option, text,
                "an address like 192.0.2.1:5004 or [2001:db8::1]:5004 (no host names, port 1 to 65535)");
@@ -49,34 +48,31 @@ protocol::address address_value(const std::string& option, const std::string& te
     return *value;
 }
 
-std::optional<protocol::address> rtcp_beside(const protocol::address& rtp) {
-    if (rtp.port == 65535) {
+std::optional<protocol::address> rtcp_beside(protocol::address const& rtp) {
+    if (rtp.port == 65535)
         return std::nullopt;
-    }
     return protocol::address{rtp.ip, static_cast<std::uint16_t>(rtp.port + 1)};
 }
 
-protocol::bytes ip_value(const std::string& option, const std::string& text) {
-    const auto value = protocol::parse_ip(text);
-    if (!value) {
+protocol::bytes ip_value(std::string const& option, std::string const& text) {
+    auto const value = protocol::parse_ip(text);
+    if (!value)
         reject(option, text, "an IPv4 or IPv6 address");
-    }
     return *value;
 }
 
-protocol::bytes hex_value(const std::string& option, const std::string& text) {
-    const auto value = protocol::from_hex(text);
-    if (!value || value->empty()) {
+protocol::bytes hex_value(std::string const& option, std::string const& text) {
+    auto const value = protocol::from_hex(text);
+    if (!value || value->empty())
         reject(option, text, "hexadecimal (an even number of digits, at least two)");
-    }
     return *value;
 }
 
-protocol::bytes secret_value(const std::string& option, const std::string& text, std::size_t length) {
-    const bool in_file = text.starts_with('@');
-    const auto value = protocol::from_hex(in_file ? file_text(option, text.substr(1)) : text);
+protocol::bytes secret_value(std::string const& option, std::string const& text, std::size_t length) {
+    bool const in_file = text.starts_with('@');
+    auto const value = protocol::from_hex(in_file ? file_text(option, text.substr(1)) : text);
     if (!value || value->size() != length) {
-        const std::string found =
+        std::string const found =
             value ? std::to_string(value->size()) + " bytes were given" : "the text is no hex";
         throw failure(exit_code::usage, option + ": " + std::to_string(length) + " bytes as " +
                                             std::to_string(2 * length) + " hexadecimal digits are needed, " +
@@ -85,28 +81,26 @@ protocol::bytes secret_value(const std::string& option, const std::string& text,
     return *value;
 }
 
-const protocol::codec_info& codec_value(const std::string& option, const std::string& text) {
-    const protocol::codec_info* codec = protocol::find_codec(text);
+protocol::codec_info const& codec_value(std::string const& option, std::string const& text) {
+    protocol::codec_info const* codec = protocol::find_codec(text);
     if (codec == nullptr) {
         std::string names;
-        for (const protocol::codec_info& known : protocol::codecs()) {
+        for (protocol::codec_info const& known : protocol::codecs())
             names += (names.empty() ? "" : ", ") + std::string(known.name);
-        }
         reject(option, text, "a codec: " + names + ", or a number 0 to 7");
     }
     return *codec;
 }
 
-protocol::codec_choice map_entry_value(const std::string& option, const std::string& text) {
-    const std::size_t equals = text.find('=');
-    const std::string number = text.substr(0, equals);
+protocol::codec_choice map_entry_value(std::string const& option, std::string const& text) {
+    std::size_t const equals = text.find('=');
+    std::string const number = text.substr(0, equals);
     protocol::codec_choice entry;
-    const auto [end, error] =
+    auto const [end, error] =
         std::from_chars(number.data(), number.data() + number.size(), entry.payload_type);
-    const bool is_number = error == std::errc() && end == number.data() + number.size();
-    if (equals == std::string::npos || !is_number || entry.payload_type > 127) {
+    bool const is_number = error == std::errc() && end == number.data() + number.size();
+    if (equals == std::string::npos || !is_number || entry.payload_type > 127)
         reject(option, text, "PT=CODEC with a payload type of 0 to 127, e.g. 8=pcma");
-    }
     entry.codec = codec_value(option, text.substr(equals + 1)).number;
     return entry;
 }

@@ -27,7 +27,7 @@ void add_codec_options(CLI::App& sub, codec_options& options) {
         ->check(CLI::Range(shortest_ptime_ms, longest_ptime_ms));
 }
 
-void apply(const codec_options& options, protocol::media_command& command) {
+void apply(codec_options const& options, protocol::media_command& command) {
     if (options.codec.empty()) {
         if (options.payload_type || options.event_payload_type || options.ptime_ms || !options.map.empty()) {
             throw failure(exit_code::usage,
@@ -37,22 +37,18 @@ void apply(const codec_options& options, protocol::media_command& command) {
         }
         return;
     }
-    const protocol::codec_info& codec = codec_value("--codec", options.codec);
-    if (codec.number == protocol::telephone_event_codec) {
+    protocol::codec_info const& codec = codec_value("--codec", options.codec);
+    if (codec.number == protocol::telephone_event_codec)
         throw failure(exit_code::usage, "--codec: telephone-event can only be received; use --event-pt");
-    }
-    if (options.ptime_ms.value_or(20) % 10 != 0) {
+    if (options.ptime_ms.value_or(20) % 10 != 0)
         throw failure(exit_code::usage, "--ptime: audio comes in blocks of 10 ms, give a multiple of 10");
-    }
     command.send = {codec.number, options.payload_type.value_or(codec.payload_type)};
     command.event_payload_type = options.event_payload_type;
     command.ptime_ms = options.ptime_ms;
-    for (const std::string& entry : options.map) {
+    for (std::string const& entry : options.map)
         command.map.push_back(map_entry_value("--map", entry));
-    }
-    if (options.map.empty()) {
+    if (options.map.empty())
         command.map.push_back(*command.send);
-    }
 }
 
 }  // namespace fxsctl

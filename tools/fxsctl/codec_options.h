@@ -22,6 +22,6 @@ struct codec_options {
 void add_codec_options(CLI::App& sub, codec_options& options);
 
 // Fills the codec group of the command; leaves it alone when no codec is named. Throws usage.
-void apply(const codec_options& options, protocol::media_command& command);
+void apply(codec_options const& options, protocol::media_command& command);
 
 }  // namespace fxsctl

@@ -26,19 +26,17 @@ struct call_options {
     std::optional<std::uint16_t> port_max;
 };
 
-void check_calls(const call_options& options) {
-    const std::size_t wanted = options.to.empty() ? 2 : 1;
+void check_calls(call_options const& options) {
+    std::size_t const wanted = options.to.empty() ? 2 : 1;
     if (options.calls.size() != wanted) {
         throw failure(exit_code::usage,
                       "give one call index and --to ADDR:PORT, or two call indexes to connect");
     }
-    if (wanted == 2 && options.calls[0] == options.calls[1]) {
+    if (wanted == 2 && options.calls[0] == options.calls[1])
         throw failure(exit_code::usage, "a call cannot be connected with itself");
-    }
-    if (wanted == 2 && (!options.rtcp.empty() || options.tcp)) {
+    if (wanted == 2 && (!options.rtcp.empty() || options.tcp))
         throw failure(exit_code::usage, "--rtcp and --tcp go with --to");
-    }
-    const bool both_keys = !options.srtp.rx_key.empty() && !options.srtp.tx_key.empty();
+    bool const both_keys = !options.srtp.rx_key.empty() && !options.srtp.tx_key.empty();
     if (wanted == 1 && options.srtp.draw && !both_keys && !options.show_keys) {
         throw failure(exit_code::usage,
                       "--srtp draws keys that the peer must be told: add --show-keys, or give both keys");
@@ -46,12 +44,11 @@ void check_calls(const call_options& options) {
 }
 
 // By default a call goes on the line of its own number.
-std::vector<std::uint16_t> lines_for(const call_options& options) {
-    if (!options.lines.empty() && options.lines.size() != options.calls.size()) {
+std::vector<std::uint16_t> lines_for(call_options const& options) {
+    if (!options.lines.empty() && options.lines.size() != options.calls.size())
         throw failure(exit_code::usage, "give as many lines as calls");
-    }
-    const std::vector<std::uint16_t> lines = options.lines.empty() ? options.calls : options.lines;
-    for (const std::uint16_t line : lines) {
+    std::vector<std::uint16_t> const lines = options.lines.empty() ? options.calls : options.lines;
+    for (std::uint16_t const line : lines) {
         if (line >= protocol::line_count) {
             throw failure(exit_code::usage,
                           "there is no line " + std::to_string(line) + "; choose with --line");
@@ -60,13 +57,13 @@ std::vector<std::uint16_t> lines_for(const call_options& options) {
     return lines;
 }
 
-protocol::open_command open_from(const call_options& options, std::uint16_t call) {
-    const std::string id = options.call_id.empty() ? "fxsctl-" + std::to_string(call) : options.call_id;
+protocol::open_command open_from(call_options const& options, std::uint16_t call) {
+    std::string const id = options.call_id.empty() ? "fxsctl-" + std::to_string(call) : options.call_id;
     return {call, options.port_min, options.port_max, std::nullopt, id};
 }
 
 // The keys of the first call; the second one has them crossed. Nothing else of the command is filled.
-protocol::media_command keys_from(const call_options& options) {
+protocol::media_command keys_from(call_options const& options) {
     protocol::media_command keys;
     apply(options.srtp, keys);
     return keys;
@@ -77,68 +74,63 @@ protocol::media_command crossed(protocol::media_command keys) {
     return keys;
 }
 
-protocol::media_command media_from(const call_options& options, std::uint16_t call,
-                                   const protocol::address& to, const protocol::media_command& keys) {
+protocol::media_command media_from(call_options const& options, std::uint16_t call,
+                                   protocol::address const& to, protocol::media_command const& keys) {
     protocol::media_command command = keys;
     command.call = call;
     apply(options.codec, command);
     command.rtp_dest = to;
     command.rtcp_dest = options.rtcp.empty() ? rtcp_beside(to) : address_value("--rtcp", options.rtcp);
-    if (options.tcp) {
+    if (options.tcp)
         command.tcp = true;
-    }
-    if (!options.xr_mode.empty()) {
+    if (!options.xr_mode.empty())
         command.xr_mode = xr_mode_text("--xr", options.xr_mode);
-    }
     return command;
 }
 
-void start_media(connection& link, const protocol::media_command& media, std::uint16_t line) {
+void start_media(connection& link, protocol::media_command const& media, std::uint16_t line) {
     protocol::bytes commands = protocol::encode(media);
-    const protocol::bytes tdm = protocol::encode(protocol::tdm_command{media.call, line});
+    protocol::bytes const tdm = protocol::encode(protocol::tdm_command{media.call, line});
     commands.insert(commands.end(), tdm.begin(), tdm.end());
     link.run(std::move(commands));
 }
 
-void print_call(const settings& global, const protocol::open_reply& ports, std::uint16_t line,
-                const protocol::media_command& media, bool show_keys) {
+void print_call(settings const& global, protocol::open_reply const& ports, std::uint16_t line,
+                protocol::media_command const& media, bool show_keys) {
     protocol::description d{"call",
                             {{"call", std::int64_t{ports.call}},
                              {"line", std::int64_t{line}},
                              {"rtp_port", std::int64_t{ports.rtp_port}},
                              {"rtcp_port", std::int64_t{ports.rtcp_port}},
                              {"remote", protocol::to_text(*media.rtp_dest)}}};
-    if (show_keys && media.srtp_rx_key) {
+    if (show_keys && media.srtp_rx_key)
         d.fields.push_back({"srtp_rx_key", protocol::to_hex(*media.srtp_rx_key)});
-    }
-    if (show_keys && media.srtp_tx_key) {
+    if (show_keys && media.srtp_tx_key)
         d.fields.push_back({"srtp_tx_key", protocol::to_hex(*media.srtp_tx_key)});
-    }
     print(global, origin::result, d);
 }
 
-void end_calls(connection& link, const std::vector<std::uint16_t>& calls) {
-    for (const std::uint16_t call : calls) {
+void end_calls(connection& link, std::vector<std::uint16_t> const& calls) {
+    for (std::uint16_t const call : calls)
         link.client().send(protocol::encode(protocol::end_command{call}));
-    }
 }
 
-void call_outside(const call_options& options, const std::vector<std::uint16_t>& lines, connection& link) {
-    const protocol::address to = address_value("--to", options.to);
-    const protocol::open_reply ports = open_call(link, open_from(options, options.calls[0]));
-    const protocol::media_command media = media_from(options, options.calls[0], to, keys_from(options));
+void call_outside(call_options const& options, std::vector<std::uint16_t> const& lines, connection& link) {
+    protocol::address const to = address_value("--to", options.to);
+    protocol::open_reply const ports = open_call(link, open_from(options, options.calls[0]));
+    protocol::media_command const media = media_from(options, options.calls[0], to, keys_from(options));
     start_media(link, media, lines[0]);
     print_call(link.global(), ports, lines[0], media, options.show_keys);
 }
 
-void connect_two(const call_options& options, const std::vector<std::uint16_t>& lines, connection& link) {
-    const protocol::bytes via = ip_value("--via", options.via);
-    const protocol::open_reply ports[2] = {open_call(link, open_from(options, options.calls[0])),
+void connect_two(call_options const& options, std::vector<std::uint16_t> const& lines, connection& link) {
+    protocol::bytes const via = ip_value("--via", options.via);
+    protocol::open_reply const ports[2] = {open_call(link, open_from(options, options.calls[0])),
                                            open_call(link, open_from(options, options.calls[1]))};
     protocol::media_command keys = keys_from(options);
     for (std::size_t i = 0; i < 2; ++i) {
-        const protocol::address remote{via, ports[1 - i].rtp_port};
-        const protocol::media_command media = media_from(options, options.calls[i], remote, keys);
+        protocol::address const remote{via, ports[1 - i].rtp_port};
+        protocol::media_command const media = media_from(options, options.calls[i], remote, keys);
         start_media(link, media, lines[i]);
         print_call(link.global(), ports[i], lines[i], media, options.show_keys);
         keys = crossed(keys);
@@ -146,22 +138,22 @@ void connect_two(const call_options& options, const std::vector<std::uint16_t>& 
 }
 
 // Finds wrong options before anything is opened.
-void check_values(const call_options& options) {
-    const protocol::bytes via = ip_value("--via", options.via);
-    const protocol::address to =
+void check_values(call_options const& options) {
+    protocol::bytes const via = ip_value("--via", options.via);
+    protocol::address const to =
         options.to.empty() ? protocol::address{via, 1} : address_value("--to", options.to);
     media_from(options, options.calls[0], to, keys_from(options));
 }
 
-void run_call(call_options options, const settings& global) {
+void run_call(call_options options, settings const& global) {
     check_calls(options);
     options.codec.codec = options.codec.codec.empty() ? "pcma" : options.codec.codec;
-    const std::vector<std::uint16_t> lines = lines_for(options);
+    std::vector<std::uint16_t> const lines = lines_for(options);
     check_values(options);
     connection link(global);
     try {
         (options.to.empty() ? connect_two : call_outside)(options, lines, link);
-    } catch (const failure&) {
+    } catch (failure const&) {
         end_calls(link, options.calls);  // half a call helps nobody
         throw;
     }
@@ -173,7 +165,7 @@ void add_call(CLI::App& app, program& p) {
     auto options = std::make_shared<call_options>();
     CLI::App* sub =
         add_command(app, p, "call", "Set a whole call up: to an address, or two calls of the process",
-                    [options](const settings& global) { run_call(*options, global); });
+                    [options](settings const& global) { run_call(*options, global); });
     sub->add_option("calls", options->calls, "One call index (with --to) or two to connect with each other")
         ->required()
         ->expected(1, 2)

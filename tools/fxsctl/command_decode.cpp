@@ -13,38 +13,35 @@ struct decode_options {
 };
 
 // Both return whether everything was understood.
-bool decode_commands(protocol::byte_view datagram, const settings& global) {
+bool decode_commands(protocol::byte_view datagram, settings const& global) {
     bool sound = true;
-    for (const protocol::description& message : protocol::describe_commands(datagram)) {
+    for (protocol::description const& message : protocol::describe_commands(datagram)) {
         print(global, origin::command, message);
         sound = sound && message.name != "undecodable";
     }
     return sound;
 }
 
-bool decode_reports(protocol::byte_view datagram, const settings& global) {
+bool decode_reports(protocol::byte_view datagram, settings const& global) {
     bool sound = true;
-    for (const protocol::report& message : protocol::parse_reports(datagram)) {
-        if (const auto* copy = std::get_if<protocol::rtcp_copy>(&message)) {
+    for (protocol::report const& message : protocol::parse_reports(datagram)) {
+        if (auto const* copy = std::get_if<protocol::rtcp_copy>(&message))
             print_rtcp(global, *copy, rtcp_reader().read(*copy), false);
-        } else {
+        else
             print(global, origin::report, protocol::describe(message));
-        }
         sound = sound && !std::holds_alternative<protocol::undecodable>(message);
     }
     return sound;
 }
 
-void run_decode(const decode_options& options, const settings& global) {
+void run_decode(decode_options const& options, settings const& global) {
     std::string text;
-    for (const std::string& piece : options.hex) {
+    for (std::string const& piece : options.hex)
         text += piece + " ";
-    }
-    const protocol::bytes datagram = hex_value("hex", text);
-    const bool sound = options.command ? decode_commands(datagram, global) : decode_reports(datagram, global);
-    if (!sound) {
+    protocol::bytes const datagram = hex_value("hex", text);
+    bool const sound = options.command ? decode_commands(datagram, global) : decode_reports(datagram, global);
+    if (!sound)
         throw failure(exit_code::refused, "not everything could be decoded");
-    }
 }
 
 }  // namespace
@@ -52,7 +49,7 @@ void run_decode(const decode_options& options, const settings& global) {
 void add_decode(CLI::App& app, program& p) {
     auto options = std::make_shared<decode_options>();
     CLI::App* sub = add_command(app, p, "decode", "Explain a captured datagram; needs no process",
-                                [options](const settings& global) { run_decode(*options, global); });
+                                [options](settings const& global) { run_decode(*options, global); });
     sub->add_option("hex", options->hex, "The datagram in hexadecimal")->required();
     sub->add_flag("--command", options->command, "It went to the process (default: it came from there)");
 }

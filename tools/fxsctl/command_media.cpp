@@ -20,7 +20,7 @@ struct media_options {
     std::optional<std::string> xr_mode;
 };
 
-void apply_destination(const media_options& options, protocol::media_command& command) {
+void apply_destination(media_options const& options, protocol::media_command& command) {
     if (options.rtp.empty()) {
         if (options.tcp || options.no_rtcp || !options.rtcp.empty()) {
             throw failure(
@@ -30,24 +30,21 @@ void apply_destination(const media_options& options, protocol::media_command& co
         return;
     }
     command.rtp_dest = address_value("--rtp", options.rtp);
-    if (!options.rtcp.empty()) {
+    if (!options.rtcp.empty())
         command.rtcp_dest = address_value("--rtcp", options.rtcp);
-    } else if (!options.no_rtcp) {
+    else if (!options.no_rtcp)
         command.rtcp_dest = rtcp_beside(*command.rtp_dest);
-    }
-    if (options.tcp) {
+    if (options.tcp)
         command.tcp = true;
-    }
 }
 
-protocol::media_command media_from(const media_options& options) {
+protocol::media_command media_from(media_options const& options) {
     protocol::media_command command;
     command.call = options.call;
     apply(options.codec, command);
     apply_destination(options, command);
-    if (options.xr_mode) {
+    if (options.xr_mode)
         command.xr_mode = xr_mode_text("--xr", *options.xr_mode);
-    }
     apply(options.srtp, command);
     if (!options.ssrc.empty()) {
         if (!command.send) {
@@ -57,9 +54,8 @@ protocol::media_command media_from(const media_options& options) {
         command.ssrc = secret_value("--ssrc", options.ssrc, 4);
     }
     if (!command.send && !command.rtp_dest && !command.xr_mode && !command.srtp_rx_key &&
-        !command.srtp_tx_key) {
+        !command.srtp_tx_key)
         throw failure(exit_code::usage, "nothing to set: give --codec, --rtp, --xr or a key");
-    }
     return command;
 }
 
@@ -68,8 +64,8 @@ protocol::media_command media_from(const media_options& options) {
 void add_media(CLI::App& app, program& p) {
     auto options = std::make_shared<media_options>();
     CLI::App* sub = add_command(app, p, "media", "Set codec, destination, RTCP XR and SRTP keys of a call",
-                                [options](const settings& global) {
-                                    const protocol::media_command command = media_from(*options);
+                                [options](settings const& global) {
+                                    protocol::media_command const command = media_from(*options);
                                     connection(global).run(protocol::encode(command));
                                 });
     sub->add_option("--call,-c", options->call, "Call index, 0 to 7")->required()->check(call_index());

@@ -49,7 +49,7 @@ void end_with_a_summary() {
 
 class monitor {
 public:
-    monitor(const settings& global, const monitor_options& options) : global_(global), options_(options) {
+    monitor(settings const& global, monitor_options const& options) : global_(global), options_(options) {
         protocol::media_command keys;
         apply(options.srtp, keys);
         reader_.use(keys);
@@ -63,7 +63,7 @@ public:
         end_with_a_summary();
         try {
             watch_process();
-        } catch (const failure&) {
+        } catch (failure const&) {
             print_quality(global_, quality_);
             throw;
         }
@@ -76,35 +76,33 @@ private:
         hub middle(link.client());
         open_hub(link, middle);
         set_log_level(link.client());
-        const clock::time_point start = clock::now();
-        const std::chrono::duration<double> limit(options_.duration_s);
+        clock::time_point const start = clock::now();
+        std::chrono::duration<double> const limit(options_.duration_s);
         while (end_asked_for == 0 && !counted_out() &&
                (options_.duration_s == 0 || clock::now() - start < limit)) {
             show_kept(link.client());
             pass_on(middle, longest_wait);
-            if (link.client().closed()) {
+            if (link.client().closed())
                 throw failure(exit_code::no_answer, "the monitor that this one went through has ended");
-            }
             watch(link);
         }
         pass_on(middle, std::chrono::milliseconds(0));  // what was there before the end
     }
 
     void pass_on(hub& middle, std::chrono::milliseconds longest) {
-        for (const hub::datagram& one : middle.pass_on(longest)) {
+        for (hub::datagram const& one : middle.pass_on(longest))
             show(one);
-        }
     }
 
     // A monitor that goes through another one is an observer only; the first one is the middle for everybody.
-    void open_hub(const connection& link, hub& middle) {
+    void open_hub(connection const& link, hub& middle) {
         if (options_.relay_port != 0 &&
             (link.through_monitor() || !middle.relay(options_.relay_port, options_.relay_peer_port))) {
             throw failure(exit_code::local, link.through_monitor()
                                                 ? "--relay: another monitor already holds the session"
                                                 : std::string("--relay: ") + std::strerror(errno));
         }
-        const bool is_hub = !link.through_monitor() && middle.listen(global_);
+        bool const is_hub = !link.through_monitor() && middle.listen(global_);
         std::cerr << "fxsctl: watching " << global_.host << ":" << global_.port
                   << (link.through_monitor() ? " through another monitor"
                       : is_hub               ? "; other runs of fxsctl go through this one"
@@ -113,62 +111,54 @@ private:
     }
 
     void set_log_level(protocol::control_client& client) const {
-        if (options_.log_level) {
+        if (options_.log_level)
             client.send(protocol::encode(protocol::log_level_command{*options_.log_level}));
-        }
     }
 
     void show_kept(protocol::control_client& client) {
-        for (const protocol::report& message : client.kept()) {
+        for (protocol::report const& message : client.kept())
             show(message);
-        }
         client.kept().clear();
     }
 
-    void show(const hub::datagram& one) {
+    void show(hub::datagram const& one) {
         if (one.command) {
             reader_.learn(one.data);
-            for (const protocol::description& message :
-                 protocol::describe_commands(one.data, key_display())) {
+            for (protocol::description const& message : protocol::describe_commands(one.data, key_display()))
                 show(origin::command, message);
-            }
             return;
         }
         last_sign_of_life_ = clock::now();
-        for (const protocol::report& message : protocol::parse_reports(one.data)) {
+        for (protocol::report const& message : protocol::parse_reports(one.data))
             show(message);
-        }
     }
 
-    void show(const protocol::report& message) {
-        if (const auto* opened = std::get_if<protocol::open_reply>(&message)) {
+    void show(protocol::report const& message) {
+        if (auto const* opened = std::get_if<protocol::open_reply>(&message))
             quality_.call_opened(opened->call);
-        }
-        const auto* copy = std::get_if<protocol::rtcp_copy>(&message);
+        auto const* copy = std::get_if<protocol::rtcp_copy>(&message);
         if (copy == nullptr) {
             show(origin::report, protocol::describe(message, key_display()));
             return;
         }
-        const rtcp_reading reading = reader_.read(*copy);
+        rtcp_reading const reading = reader_.read(*copy);
         quality_.add(observation(*copy, reading, now_ms()));
-        if (may_print(origin::report, "rtcp")) {
+        if (may_print(origin::report, "rtcp"))
             print_rtcp(global_, *copy, reading, true);
-        }
     }
 
-    void show(origin from, const protocol::description& message) {
-        if (may_print(from, message.name)) {
+    void show(origin from, protocol::description const& message) {
+        if (may_print(from, message.name))
             print(global_, from, message, true);
-        }
     }
 
     // Whether a message of this name is to be printed; then it counts.
-    bool may_print(origin from, const std::string& message) {
-        const bool is_command = from == origin::command && !is_small_talk(message);
-        const std::string name = is_command ? "command" : message;
-        const bool asked_for = options_.filter.empty() ? !is_small_talk(message)
+    bool may_print(origin from, std::string const& message) {
+        bool const is_command = from == origin::command && !is_small_talk(message);
+        std::string const name = is_command ? "command" : message;
+        bool const asked_for = options_.filter.empty() ? !is_small_talk(message)
                                                        : std::ranges::count(options_.filter, name) != 0;
-        const bool shows = asked_for && !options_.quiet && !counted_out();
+        bool const shows = asked_for && !options_.quiet && !counted_out();
         shown_ += shows ? 1 : 0;
         return shows;
     }
@@ -178,14 +168,14 @@ private:
     }
 
     // Heartbeats and the session commands that confirm other commands; --filter shows them.
-    static bool is_small_talk(const std::string& name) { return name == "heartbeat" || name == "session"; }
+    static bool is_small_talk(std::string const& name) { return name == "heartbeat" || name == "session"; }
 
     bool counted_out() const { return options_.count != 0 && shown_ >= options_.count; }
 
     // The process has no memory: after a restart it reports to its default peer until somebody takes the session.
     void watch(connection& link) {
-        const clock::time_point now = clock::now();
-        const bool silent = now - last_sign_of_life_ > silence_limit;
+        clock::time_point const now = clock::now();
+        bool const silent = now - last_sign_of_life_ > silence_limit;
         if (silent && !was_silent_) {
             std::cerr << "fxsctl: no heartbeat for " << silence_limit.count() << " s" << std::endl;
         } else if (!silent && was_silent_) {
@@ -199,8 +189,8 @@ private:
         was_silent_ = silent;
     }
 
-    const settings& global_;
-    const monitor_options& options_;
+    settings const& global_;
+    monitor_options const& options_;
     rtcp_reader reader_;
     rtcp_view::quality_tracker quality_;
     std::uint64_t shown_ = 0;
@@ -216,7 +206,7 @@ void add_monitor(CLI::App& app, program& p) {
     CLI::App* sub =
         add_command(app, p, "monitor",
                     "Print everything the process sends; other runs of fxsctl then go through this one",
-                    [options](const settings& global) { monitor(global, *options).run(); });
+                    [options](settings const& global) { monitor(global, *options).run(); });
     std::vector<std::string> names = protocol::report_names();
     names.insert(names.end(), {"command", "session"});
     sub->add_option("--duration,-t", options->duration_s, "End after this many seconds")

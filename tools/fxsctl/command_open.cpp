@@ -6,12 +6,11 @@
 namespace fxsctl {
 namespace {
 
-void check_range(const protocol::open_command& command) {
+void check_range(protocol::open_command const& command) {
     constexpr int default_min = 49152;
-    const int min = command.port_min.value_or(default_min);
-    if (command.port_max && *command.port_max <= min) {
+    int const min = command.port_min.value_or(default_min);
+    if (command.port_max && *command.port_max <= min)
         throw failure(exit_code::usage, "--port-max must be above --port-min (" + std::to_string(min) + ")");
-    }
 }
 
 }  // namespace
@@ -20,7 +19,7 @@ void add_open(CLI::App& app, program& p) {
     auto command = std::make_shared<protocol::open_command>();
     CLI::App* sub =
         add_command(app, p, "open", "Open a call: bind its RTP and RTCP ports and print them",
-                    [command](const settings& global) {
+                    [command](settings const& global) {
                         check_range(*command);
                         connection link(global);
                         print(global, origin::report, protocol::describe(open_call(link, *command)));

@@ -6,11 +6,11 @@
 namespace fxsctl {
 namespace {
 
-void run_session(const settings& global) {
+void run_session(settings const& global) {
     connection link(global);
-    const auto start = std::chrono::steady_clock::now();
+    auto const start = std::chrono::steady_clock::now();
     link.run({});  // only the session command that follows every other one
-    const auto took = std::chrono::steady_clock::now() - start;
+    auto const took = std::chrono::steady_clock::now() - start;
     print(global, origin::result,
           {"session",
            {{"process", global.host + ":" + std::to_string(global.port)},
@@ -30,7 +30,7 @@ void add_process(CLI::App& app, program& p) {
     auto level = std::make_shared<protocol::log_level_command>();
     CLI::App* sub = add_command(
         app, p, "log-level", "Set which log lines the process sends (see them with `fxsctl monitor`)",
-        [level](const settings& global) { connection(global).run(protocol::encode(*level)); });
+        [level](settings const& global) { connection(global).run(protocol::encode(*level)); });
     sub->add_option(
            "level", level->level,
            "0 failures, 1 life events, 3 transport, 4 security, 5 media (shows SRTP keys!), 6 resources, "
@@ -41,12 +41,12 @@ void add_process(CLI::App& app, program& p) {
     auto offset = std::make_shared<protocol::ntp_offset_command>();
     sub =
         add_command(app, p, "ntp-offset", "Correct the clock in RTCP by seconds",
-                    [offset](const settings& global) { connection(global).run(protocol::encode(*offset)); });
+                    [offset](settings const& global) { connection(global).run(protocol::encode(*offset)); });
     sub->add_option("seconds", offset->seconds, "Added to the system clock, may be negative")->required();
 
     add_command(
         app, p, "dump", "Have the process compose its channel dump (which it sends nowhere)",
-        [](const settings& global) { connection(global).run(protocol::encode(protocol::dump_command{})); });
+        [](settings const& global) { connection(global).run(protocol::encode(protocol::dump_command{})); });
 }
 
 }  // namespace fxsctl

@@ -19,19 +19,18 @@ struct quality_options {
 };
 
 // "2024-05-01T12:00:00.123Z" as milliseconds since 1970; 0 for anything else.
-std::int64_t time_of(const std::string& text) {
+std::int64_t time_of(std::string const& text) {
     std::tm utc{};
-    const char* rest = strptime(text.c_str(), "%Y-%m-%dT%H:%M:%S", &utc);
-    if (rest == nullptr) {
+    char const* rest = strptime(text.c_str(), "%Y-%m-%dT%H:%M:%S", &utc);
+    if (rest == nullptr)
         return 0;
-    }
-    const double fraction_s = std::strtod(rest, nullptr);
+    double const fraction_s = std::strtod(rest, nullptr);
     return std::int64_t{timegm(&utc)} * 1000 + static_cast<std::int64_t>(fraction_s * 1000 + 0.5);
 }
 
-protocol::rtcp_copy copy_from(const json& line) {
+protocol::rtcp_copy copy_from(json const& line) {
     // What the monitor decrypted needs no key any more.
-    const std::string hex = line.value("plain", line.at("data").get<std::string>());
+    std::string const hex = line.value("plain", line.at("data").get<std::string>());
     return {line.at("call").get<std::uint16_t>(), line.at("call_id").get<std::string>(),
             line.at("direction").get<std::string>() == "received",
             protocol::from_hex(hex).value_or(protocol::bytes())};
@@ -39,33 +38,33 @@ protocol::rtcp_copy copy_from(const json& line) {
 
 class line_reader {
 public:
-    explicit line_reader(const rtcp_reader& reader) : reader_(reader) {}
+    explicit line_reader(rtcp_reader const& reader) : reader_(reader) {}
 
     // false: the line is not one of a monitor.
-    bool take(const std::string& text) {
+    bool take(std::string const& text) {
         try {
-            const json line = json::parse(text);
-            const std::string report = line.value("report", "");
+            json const line = json::parse(text);
+            std::string const report = line.value("report", "");
             if (report == "open") {
                 tracker_.call_opened(line.at("call").get<unsigned>());
             } else if (report == "rtcp") {
-                const protocol::rtcp_copy copy = copy_from(line);
+                protocol::rtcp_copy const copy = copy_from(line);
                 tracker_.add(observation(copy, reader_.read(copy), time_of(line.value("time", ""))));
             }
             return true;
-        } catch (const json::exception&) {
+        } catch (json::exception const&) {
             return false;
         }
     }
 
-    const rtcp_view::quality_tracker& tracker() const { return tracker_; }
+    rtcp_view::quality_tracker const& tracker() const { return tracker_; }
 
 private:
-    const rtcp_reader& reader_;
+    rtcp_reader const& reader_;
     rtcp_view::quality_tracker tracker_;
 };
 
-void run_quality(const quality_options& options, const settings& global) {
+void run_quality(quality_options const& options, settings const& global) {
     protocol::media_command keys;
     apply(options.srtp, keys);
     rtcp_reader reader;
@@ -73,18 +72,15 @@ void run_quality(const quality_options& options, const settings& global) {
     std::ifstream file;
     if (options.file != "-") {
         file.open(options.file);
-        if (!file) {
+        if (!file)
             throw failure(exit_code::local, "cannot read the file " + options.file);
-        }
     }
     line_reader lines(reader);
     std::size_t skipped = 0;
-    for (std::string line; std::getline(options.file == "-" ? std::cin : file, line);) {
+    for (std::string line; std::getline(options.file == "-" ? std::cin : file, line);)
         skipped += lines.take(line) ? 0 : 1;
-    }
-    if (skipped != 0) {
+    if (skipped != 0)
         std::cerr << "fxsctl: skipped " << skipped << " lines that are not a monitor's" << std::endl;
-    }
     print_quality(global, lines.tracker());
 }
 
@@ -94,7 +90,7 @@ void add_quality(CLI::App& app, program& p) {
     auto options = std::make_shared<quality_options>();
     CLI::App* sub = add_command(app, p, "quality",
                                 "Sum up the calls in the output of `fxsctl --json monitor`; needs no process",
-                                [options](const settings& global) { run_quality(*options, global); });
+                                [options](settings const& global) { run_quality(*options, global); });
     sub->add_option("file", options->file, "The monitor's lines (default \"-\": standard input)");
     add_srtp_options(*sub, options->srtp);
 }

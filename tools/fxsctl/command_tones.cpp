@@ -13,15 +13,14 @@ struct play_options {
     std::string kind;
 };
 
-protocol::playback_command playback_from(const play_options& options) {
+protocol::playback_command playback_from(play_options const& options) {
     if (options.set == "stop") {
-        if (!options.kind.empty()) {
+        if (!options.kind.empty())
             throw failure(exit_code::usage, "play stop takes no kind of tone");
-        }
         return {options.call, 0, 0};
     }
-    const auto set = find_tone_set(options.set);
-    const auto kind = find_tone_kind(options.kind);
+    auto const set = find_tone_set(options.set);
+    auto const kind = find_tone_kind(options.kind);
     if (!set) {
         throw failure(exit_code::usage, "tone set: \"" + options.set +
                                             "\" is neither 1 to 16 nor a name; `fxsctl tones` lists them");
@@ -33,8 +32,8 @@ protocol::playback_command playback_from(const play_options& options) {
     return {options.call, *set, *kind};
 }
 
-void list_tones(const settings& global) {
-    for (const tone_set& set : tone_sets()) {
+void list_tones(settings const& global) {
+    for (tone_set const& set : tone_sets()) {
         print(global, origin::result,
               {"tone-set",
                {{"set", std::int64_t{set.number}},
@@ -42,7 +41,7 @@ void list_tones(const settings& global) {
                 {"ringback", std::string(set.ring_back)},
                 {"dial", std::string(set.dial)}}});
     }
-    for (const tone_kind& kind : tone_kinds()) {
+    for (tone_kind const& kind : tone_kinds()) {
         print(global, origin::result,
               {"tone-kind",
                {{"kind", std::int64_t{kind.number}},
@@ -57,11 +56,11 @@ struct dtmf_options {
     std::vector<std::uint16_t> codes;
 };
 
-protocol::bytes digits_from(const dtmf_options& options) {
+protocol::bytes digits_from(dtmf_options const& options) {
     static constexpr std::string_view keys = "0123456789*#ABCD";  // the event codes of RFC 4733 section 3.2
     std::vector<std::uint16_t> codes;
-    for (const char c : options.digits) {
-        const std::size_t code = keys.find(c);
+    for (char const c : options.digits) {
+        std::size_t const code = keys.find(c);
         if (code == std::string_view::npos) {
             throw failure(exit_code::usage,
                           "digits: '" + std::string(1, c) + "' is none of 0 to 9, *, #, A to D");
@@ -69,12 +68,11 @@ protocol::bytes digits_from(const dtmf_options& options) {
         codes.push_back(static_cast<std::uint16_t>(code));
     }
     codes.insert(codes.end(), options.codes.begin(), options.codes.end());
-    if (codes.empty()) {
+    if (codes.empty())
         throw failure(exit_code::usage, "no digits were given");
-    }
     protocol::bytes commands;
-    for (const std::uint16_t code : codes) {
-        const protocol::bytes one = protocol::encode(protocol::dtmf_command{options.call, code});
+    for (std::uint16_t const code : codes) {
+        protocol::bytes const one = protocol::encode(protocol::dtmf_command{options.call, code});
         commands.insert(commands.end(), one.begin(), one.end());
     }
     return commands;
@@ -85,8 +83,8 @@ protocol::bytes digits_from(const dtmf_options& options) {
 void add_tones(CLI::App& app, program& p) {
     auto play = std::make_shared<play_options>();
     CLI::App* sub = add_command(app, p, "play", "Play a tone to the line of a call, or stop it (`play stop`)",
-                                [play](const settings& global) {
-                                    const protocol::playback_command command = playback_from(*play);
+                                [play](settings const& global) {
+                                    protocol::playback_command const command = playback_from(*play);
                                     connection(global).run(protocol::encode(command));
                                 });
     sub->add_option("--call,-c", play->call, "Call index, 0 to 7")->required()->check(call_index());
@@ -98,8 +96,8 @@ void add_tones(CLI::App& app, program& p) {
 
     auto dtmf = std::make_shared<dtmf_options>();
     sub = add_command(app, p, "dtmf", "Send digits to the peer, one every 500 ms",
-                      [dtmf](const settings& global) {
-                          const protocol::bytes commands = digits_from(*dtmf);
+                      [dtmf](settings const& global) {
+                          protocol::bytes const commands = digits_from(*dtmf);
                           connection(global).run(commands);
                       });
     sub->add_option("--call,-c", dtmf->call, "Call index, 0 to 7")->required()->check(call_index());

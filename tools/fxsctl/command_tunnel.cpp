@@ -13,21 +13,18 @@ struct tunnel_options {
     bool tcp = false;
 };
 
-protocol::tunnel_command tunnel_from(const tunnel_options& options) {
-    if (options.rtp.empty() == options.rtcp.empty()) {
+protocol::tunnel_command tunnel_from(tunnel_options const& options) {
+    if (options.rtp.empty() == options.rtcp.empty())
         throw failure(exit_code::usage, "give either --rtp or --rtcp: the port the bytes leave from");
-    }
     protocol::tunnel_command command;
     command.call = options.call;
     command.tcp = options.tcp;
-    if (!options.to.empty()) {
+    if (!options.to.empty())
         command.to = address_value("--to", options.to);
-    }
-    if (!options.rtp.empty()) {
+    if (!options.rtp.empty())
         command.rtp_data = hex_value("--rtp", options.rtp);
-    } else {
+    else
         command.rtcp_data = hex_value("--rtcp", options.rtcp);
-    }
     return command;
 }
 
@@ -36,8 +33,8 @@ protocol::tunnel_command tunnel_from(const tunnel_options& options) {
 void add_tunnel(CLI::App& app, program& p) {
     auto options = std::make_shared<tunnel_options>();
     CLI::App* sub = add_command(app, p, "tunnel", "Send bytes (STUN, ZRTP, ...) from a media port of a call",
-                                [options](const settings& global) {
-                                    const protocol::tunnel_command command = tunnel_from(*options);
+                                [options](settings const& global) {
+                                    protocol::tunnel_command const command = tunnel_from(*options);
                                     connection(global).run(protocol::encode(command));
                                 });
     sub->add_option("--call,-c", options->call, "Call index, 0 to 7")->required()->check(call_index());

@@ -16,14 +16,14 @@ constexpr int loudest_trouble_level =
 
 }  // namespace
 
-connection::connection(const settings& global) : global_(global) {
+connection::connection(settings const& global) : global_(global) {
     if (global_.port == 0) {
         throw failure(
             exit_code::usage,
             "which process? Give its control port with --port or in the environment variable FXSMEDIA_PORT");
     }
-    const bool may_share = global_.local_port == 0 && !global_.no_session;
-    const int shared = may_share ? connect_to_hub(global_) : -1;
+    bool const may_share = global_.local_port == 0 && !global_.no_session;
+    int const shared = may_share ? connect_to_hub(global_) : -1;
     if (shared < 0) {
         open_direct();
         return;
@@ -39,26 +39,23 @@ connection::connection(const settings& global) : global_(global) {
 void connection::open_direct() {
     client_ = protocol::control_client::connect_udp(global_.host, global_.port, global_.local_port);
     if (!client_.valid()) {
-        const std::string port =
+        std::string const port =
             global_.local_port != 0 ? " (local port " + std::to_string(global_.local_port) + ")" : "";
         throw failure(exit_code::local, "cannot open the control socket" + port + ": " + client_.error());
     }
-    if (!global_.no_session && !client_.start_session(global_.timeout())) {
+    if (!global_.no_session && !client_.start_session(global_.timeout()))
         fail_without_answer();
-    }
 }
 
 void connection::send(protocol::bytes commands) {
-    while (const auto earlier = client_.receive(std::chrono::milliseconds(0))) {
+    while (auto const earlier = client_.receive(std::chrono::milliseconds(0)))
         remark(*earlier);  // what came before the command does not answer it
-    }
     if (!global_.no_session) {
-        const protocol::bytes session = protocol::encode(protocol::session_command{});
+        protocol::bytes const session = protocol::encode(protocol::session_command{});
         commands.insert(commands.end(), session.begin(), session.end());
     }
-    if (!client_.send(commands)) {
+    if (!client_.send(commands))
         throw failure(exit_code::local, "cannot send the command: " + client_.error());
-    }
 }
 
 void connection::run(protocol::bytes commands) {
@@ -67,29 +64,25 @@ void connection::run(protocol::bytes commands) {
 }
 
 void connection::wait_until_handled() {
-    if (global_.no_session) {
+    if (global_.no_session)
         return;
-    }
     bool alive = false;
-    const auto is_heartbeat = [](const protocol::report& message) {
+    auto const is_heartbeat = [](protocol::report const& message) {
         return std::holds_alternative<protocol::heartbeat>(message);
     };
-    if (!wait_for(is_heartbeat, alive)) {
+    if (!wait_for(is_heartbeat, alive))
         fail_without_answer();
-    }
 }
 
-bool connection::wait_for(const std::function<bool(const protocol::report&)>& wanted, bool& alive) {
+bool connection::wait_for(std::function<bool(protocol::report const&)> const& wanted, bool& alive) {
     clock::time_point deadline = clock::now() + global_.timeout();
     for (;;) {
-        const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - clock::now());
-        const auto message = client_.receive(std::max(left, std::chrono::milliseconds(0)));
-        if (!message) {
+        auto const left = std::chrono::ceil<std::chrono::milliseconds>(deadline - clock::now());
+        auto const message = client_.receive(std::max(left, std::chrono::milliseconds(0)));
+        if (!message)
             return false;
-        }
-        if (wanted(*message)) {
+        if (wanted(*message))
             return true;
-        }
         if (std::holds_alternative<protocol::heartbeat>(*message)) {
             alive = true;
             deadline = std::min(deadline, clock::now() + grace_after_heartbeat);
@@ -98,19 +91,17 @@ bool connection::wait_for(const std::function<bool(const protocol::report&)>& wa
     }
 }
 
-void connection::remark(const protocol::report& message) const {
-    const auto* line = std::get_if<protocol::log_line>(&message);
-    const bool trouble = line != nullptr && line->level <= loudest_trouble_level;
-    if (trouble || (global_.verbose && !std::holds_alternative<protocol::heartbeat>(message))) {
+void connection::remark(protocol::report const& message) const {
+    auto const* line = std::get_if<protocol::log_line>(&message);
+    bool const trouble = line != nullptr && line->level <= loudest_trouble_level;
+    if (trouble || (global_.verbose && !std::holds_alternative<protocol::heartbeat>(message)))
         std::cerr << "fxsctl: " << text_line(protocol::describe(message)) << std::endl;
-    }
 }
 
 void connection::fail_without_answer() const {
-    const std::string process = global_.host + ":" + std::to_string(global_.port);
-    if (client_.closed()) {
+    std::string const process = global_.host + ":" + std::to_string(global_.port);
+    if (client_.closed())
         throw failure(exit_code::no_answer, "the monitor that this command went through has ended");
-    }
     if (client_.refused()) {
         throw failure(exit_code::no_answer, "nothing listens on " + process +
                                                 ": is fxsmedia running with --port " +

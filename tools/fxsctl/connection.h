@@ -17,7 +17,7 @@ namespace fxsctl {
 class connection {
 public:
     // Throws `failure`: usage without a port, local when a socket cannot be had, no_answer when nobody answers.
-    explicit connection(const settings& global);
+    explicit connection(settings const& global);
 
     // Sends the commands (whole ones, back to back) and waits until they were handled. Throws no_answer.
     void run(protocol::bytes commands);
@@ -25,18 +25,18 @@ public:
     // Sends the commands and waits for the report of type T that `wanted` accepts. Throws no_answer when nothing comes,
     // refused with `what` when the process answers but sends no such report.
     template <class T>
-    T request(protocol::bytes commands, const std::string& what, const std::function<bool(const T&)>& wanted);
+    T request(protocol::bytes commands, std::string const& what, std::function<bool(T const&)> const& wanted);
 
     bool through_monitor() const { return through_monitor_; }
     protocol::control_client& client() { return client_; }
-    const settings& global() const { return global_; }
+    settings const& global() const { return global_; }
 
 private:
     static constexpr std::chrono::milliseconds grace_after_heartbeat{300};
 
     void open_direct();
     void send(protocol::bytes commands);
-    void remark(const protocol::report& message) const;  // tells the user what came besides the answer
+    void remark(protocol::report const& message) const;  // tells the user what came besides the answer
     [[noreturn]] void fail_without_answer() const;
 
     // Waits for the empty answer. A heartbeat looks the same; one that comes in just this moment is taken for it.
@@ -44,7 +44,7 @@ private:
 
     // Takes reports until `wanted` holds for one. A heartbeat shortens the wait: it may be the answer to the session
     // command behind ours, then ours is already handled and its own answer must be close.
-    bool wait_for(const std::function<bool(const protocol::report&)>& wanted, bool& alive);
+    bool wait_for(std::function<bool(protocol::report const&)> const& wanted, bool& alive);
 
     settings global_;
     bool through_monitor_ = false;
@@ -52,25 +52,23 @@ private:
 };
 
 template <class T>
-T connection::request(protocol::bytes commands, const std::string& what,
-                      const std::function<bool(const T&)>& wanted) {
+T connection::request(protocol::bytes commands, std::string const& what,
+                      std::function<bool(T const&)> const& wanted) {
     T answer;
     bool alive = false;
     send(std::move(commands));
-    const bool found = wait_for(
-        [&](const protocol::report& message) {
-            const T* candidate = std::get_if<T>(&message);
-            const bool fits = candidate != nullptr && wanted(*candidate);
+    bool const found = wait_for(
+        [&](protocol::report const& message) {
+            T const* candidate = std::get_if<T>(&message);
+            bool const fits = candidate != nullptr && wanted(*candidate);
             answer = fits ? *candidate : answer;
             return fits;
         },
         alive);
-    if (!found && alive) {
+    if (!found && alive)
         throw failure(exit_code::refused, what);
-    }
-    if (!found) {
+    if (!found)
         fail_without_answer();
-    }
     wait_until_handled();  // takes the answer to our session command too, so that it confirms nothing later
     return answer;
 }

@@ -16,7 +16,7 @@ enum class exit_code {
 
 class failure : public std::runtime_error {
 public:
-    failure(exit_code code, const std::string& message) : std::runtime_error(message), code_(code) {}
+    failure(exit_code code, std::string const& message) : std::runtime_error(message), code_(code) {}
     exit_code code() const { return code_; }
 
 private:

@@ -25,26 +25,23 @@ sockaddr_in loopback(std::uint16_t port) {
 }  // namespace
 
 hub::~hub() {
-    for (const int fd : clients_) {
+    for (int const fd : clients_)
         close(fd);
-    }
-    for (const int fd : {listening_, relay_}) {
-        if (fd >= 0) {
+    for (int const fd : {listening_, relay_})
+        if (fd >= 0)
             close(fd);
-        }
-    }
 }
 
-bool hub::listen(const settings& global) {
+bool hub::listen(settings const& global) {
     listening_ = listen_as_hub(global);
     return listening_ >= 0;
 }
 
 bool hub::relay(std::uint16_t port, std::uint16_t peer_port) {
-    const sockaddr_in local = loopback(port);
+    sockaddr_in const local = loopback(port);
     relay_peer_ = loopback(peer_port);
     relay_ = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    return relay_ >= 0 && bind(relay_, reinterpret_cast<const sockaddr*>(&local), sizeof local) == 0;
+    return relay_ >= 0 && bind(relay_, reinterpret_cast<sockaddr const*>(&local), sizeof local) == 0;
 }
 
 void hub::forward(protocol::byte_view data, std::vector<datagram>& passed) {
@@ -54,25 +51,23 @@ void hub::forward(protocol::byte_view data, std::vector<datagram>& passed) {
 
 void hub::accept_clients() {
     int fd = -1;
-    while (listening_ >= 0 && (fd = accept4(listening_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0) {
-        if (trusted_peer(fd)) {
+    while (listening_ >= 0 && (fd = accept4(listening_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0)
+        if (trusted_peer(fd))
             clients_.push_back(fd);
-        } else {
+        else
             close(fd);
-        }
-    }
 }
 
 void hub::take_from_process(std::vector<datagram>& passed) {
     while (std::optional<protocol::bytes> data = process_.receive_datagram(std::chrono::milliseconds(0))) {
         accept_clients();  // whoever was connected when the report left must not miss it
-        for (const int fd : clients_) {
+        for (int const fd : clients_) {
             // A client that does not read loses reports; the others must not wait for it.
             send(fd, data->data(), data->size(), MSG_DONTWAIT | MSG_NOSIGNAL);
         }
         if (relay_ >= 0) {
             sendto(relay_, data->data(), data->size(), MSG_DONTWAIT,
-                   reinterpret_cast<const sockaddr*>(&relay_peer_), sizeof relay_peer_);
+                   reinterpret_cast<sockaddr const*>(&relay_peer_), sizeof relay_peer_);
         }
         passed.push_back({false, std::move(*data)});
     }
@@ -80,10 +75,9 @@ void hub::take_from_process(std::vector<datagram>& passed) {
 
 bool hub::take_from_client(int fd, std::vector<datagram>& passed) {
     std::vector<std::uint8_t> buffer(largest_datagram_bytes);
-    const ssize_t size = recv(fd, buffer.data(), buffer.size(), MSG_DONTWAIT);
-    if (size <= 0) {
+    ssize_t const size = recv(fd, buffer.data(), buffer.size(), MSG_DONTWAIT);
+    if (size <= 0)
         return size < 0 && (errno == EAGAIN || errno == EINTR);
-    }
     forward(protocol::byte_view(buffer).first(static_cast<std::size_t>(size)), passed);
     return true;
 }
@@ -92,7 +86,7 @@ void hub::take_from_relay(std::vector<datagram>& passed) {
     std::vector<std::uint8_t> buffer(largest_datagram_bytes);
     sockaddr_in sender{};
     socklen_t sender_size = sizeof sender;
-    const ssize_t size = recvfrom(relay_, buffer.data(), buffer.size(), MSG_DONTWAIT,
+    ssize_t const size = recvfrom(relay_, buffer.data(), buffer.size(), MSG_DONTWAIT,
                                   reinterpret_cast<sockaddr*>(&sender), &sender_size);
     if (size > 0) {
         relay_peer_ = sender;
@@ -103,28 +97,23 @@ void hub::take_from_relay(std::vector<datagram>& passed) {
 std::vector<hub::datagram> hub::pass_on(std::chrono::milliseconds timeout) {
     std::vector<pollfd> ready{{process_.fd(), POLLIN, 0}, {listening_, POLLIN, 0}, {relay_, POLLIN, 0}};
     constexpr std::size_t first_client = 3;
-    for (const int fd : clients_) {
+    for (int const fd : clients_)
         ready.push_back({fd, POLLIN, 0});
-    }
     std::vector<datagram> passed;
-    if (poll(ready.data(), ready.size(), static_cast<int>(timeout.count())) <= 0) {
+    if (poll(ready.data(), ready.size(), static_cast<int>(timeout.count())) <= 0)
         return passed;
-    }
     for (std::size_t i = first_client; i < ready.size(); ++i) {
         if (ready[i].revents != 0 && !take_from_client(ready[i].fd, passed)) {
             std::erase(clients_, ready[i].fd);
             close(ready[i].fd);
         }
     }
-    if (ready[0].revents != 0) {
+    if (ready[0].revents != 0)
         take_from_process(passed);
-    }
-    if (ready[1].revents != 0) {
+    if (ready[1].revents != 0)
         accept_clients();
-    }
-    if (ready[2].revents != 0) {
+    if (ready[2].revents != 0)
         take_from_relay(passed);
-    }
     return passed;
 }
 

@@ -24,11 +24,11 @@ public:
 
     // `process` must outlive the hub.
     explicit hub(protocol::control_client& process) : process_(process) {}
-    hub(const hub&) = delete;
+    hub(hub const&) = delete;
     ~hub();
 
     // Starts to accept other runs of fxsctl. false (errno set): another monitor holds the name.
-    bool listen(const settings& global);
+    bool listen(settings const& global);
 
     // Stands in for the process on 127.0.0.1:port. Reports go to `peer_port` of 127.0.0.1 until somebody sends a
     // command, then to that sender. false (errno set) when the port cannot be bound.

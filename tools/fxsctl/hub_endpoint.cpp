@@ -18,11 +18,11 @@ struct endpoint {
     socklen_t size = 0;
 };
 
-endpoint hub_name(const settings& global) {
-    const std::string name = "fxsctl/" + global.host + ":" + std::to_string(global.port);
+endpoint hub_name(settings const& global) {
+    std::string const name = "fxsctl/" + global.host + ":" + std::to_string(global.port);
     endpoint result;
     result.address.sun_family = AF_UNIX;  // sun_path[0] stays 0: the abstract namespace, unix(7)
-    const std::size_t length = std::min(name.size(), sizeof result.address.sun_path - 1);
+    std::size_t const length = std::min(name.size(), sizeof result.address.sun_path - 1);
     std::copy_n(name.begin(), length, result.address.sun_path + 1);
     result.size = static_cast<socklen_t>(offsetof(sockaddr_un, sun_path) + 1 + length);
     return result;
@@ -30,32 +30,29 @@ endpoint hub_name(const settings& global) {
 
 // Keeps errno over the close.
 int give_up(int fd) {
-    const int reason = errno;
-    if (fd >= 0) {
+    int const reason = errno;
+    if (fd >= 0)
         close(fd);
-    }
     errno = reason;
     return -1;
 }
 
 }  // namespace
 
-int connect_to_hub(const settings& global) {
-    const endpoint name = hub_name(global);
-    const int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
-    if (fd < 0 || connect(fd, reinterpret_cast<const sockaddr*>(&name.address), name.size) != 0) {
+int connect_to_hub(settings const& global) {
+    endpoint const name = hub_name(global);
+    int const fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0);
+    if (fd < 0 || connect(fd, reinterpret_cast<sockaddr const*>(&name.address), name.size) != 0)
         return give_up(fd);
-    }
     return fd;
 }
 
-int listen_as_hub(const settings& global) {
-    const endpoint name = hub_name(global);
-    const int fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    if (fd < 0 || bind(fd, reinterpret_cast<const sockaddr*>(&name.address), name.size) != 0 ||
-        listen(fd, backlog) != 0) {
+int listen_as_hub(settings const& global) {
+    endpoint const name = hub_name(global);
+    int const fd = socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (fd < 0 || bind(fd, reinterpret_cast<sockaddr const*>(&name.address), name.size) != 0 ||
+        listen(fd, backlog) != 0)
         return give_up(fd);
-    }
     return fd;
 }
 

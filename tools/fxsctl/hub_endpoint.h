@@ -13,8 +13,8 @@
 namespace fxsctl {
 
 // Both return a descriptor, or -1 with errno set: connect fails when no monitor runs, listen (EADDRINUSE) when one does.
-int connect_to_hub(const settings& global);
-int listen_as_hub(const settings& global);
+int connect_to_hub(settings const& global);
+int listen_as_hub(settings const& global);
 
 // Whether the program at the other end of a connected hub socket is ours or root's.
 bool trusted_peer(int fd);

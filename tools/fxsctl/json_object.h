@@ -9,9 +9,9 @@
 namespace fxsctl {
 
 // What json_line() of output.h prints, without the time.
-nlohmann::ordered_json json_object(origin from, const protocol::description& message);
+nlohmann::ordered_json json_object(origin from, protocol::description const& message);
 
 // One line without line end; `time` as there.
-std::string json_line(nlohmann::ordered_json object, const std::string& time);
+std::string json_line(nlohmann::ordered_json object, std::string const& time);
 
 }  // namespace fxsctl

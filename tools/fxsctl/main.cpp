@@ -7,7 +7,7 @@
 
 namespace {
 
-constexpr const char* footer =
+constexpr char const* footer =
     "The process obeys one peer at a time: whoever sent the last session command. Each run of fxsctl takes "
     "the\n"
     "session and so cuts off the one before it, unless `fxsctl monitor` runs: then all go through the "
@@ -44,21 +44,19 @@ int main(int argc, char** argv) {
     app.require_subcommand(
         0, 1);  // that there is one is checked below: an unknown word then gets its own message
     add_shared_options(app, program.global);
-    for (const auto add : {fxsctl::add_session, fxsctl::add_monitor, fxsctl::add_call, fxsctl::add_open,
+    for (auto const add : {fxsctl::add_session, fxsctl::add_monitor, fxsctl::add_call, fxsctl::add_open,
                            fxsctl::add_media, fxsctl::add_line, fxsctl::add_tones, fxsctl::add_process,
-                           fxsctl::add_tunnel, fxsctl::add_device, fxsctl::add_decode, fxsctl::add_quality}) {
+                           fxsctl::add_tunnel, fxsctl::add_device, fxsctl::add_decode, fxsctl::add_quality})
         add(app, program);
-    }
     try {
         app.parse(argc, argv);
-        if (!program.action) {
+        if (!program.action)
             throw fxsctl::failure(fxsctl::exit_code::usage, "no command given; see fxsctl --help");
-        }
         program.action(program.global);
-    } catch (const CLI::ParseError& error) {
-        const bool asked_for_help = app.exit(error) == 0;
+    } catch (CLI::ParseError const& error) {
+        bool const asked_for_help = app.exit(error) == 0;
         return static_cast<int>(asked_for_help ? fxsctl::exit_code::ok : fxsctl::exit_code::usage);
-    } catch (const fxsctl::failure& failed) {
+    } catch (fxsctl::failure const& failed) {
         std::cerr << "fxsctl: " << failed.what() << std::endl;
         return static_cast<int>(failed.code());
     }

@@ -9,15 +9,14 @@
 namespace fxsctl {
 
 // Opens command.call (which must be set). Throws refused when the process could bind no ports.
-inline protocol::open_reply open_call(connection& link, const protocol::open_command& command) {
-    const std::uint16_t call = command.call.value_or(0);
-    const std::string name = "call " + std::to_string(call);
-    const auto reply = link.request<protocol::open_reply>(
+inline protocol::open_reply open_call(connection& link, protocol::open_command const& command) {
+    std::uint16_t const call = command.call.value_or(0);
+    std::string const name = "call " + std::to_string(call);
+    auto const reply = link.request<protocol::open_reply>(
         protocol::encode(command), "the process did not answer the opening of " + name,
-        [call](const protocol::open_reply& candidate) { return candidate.call == call; });
-    if (reply.rtp_port == 0) {
+        [call](protocol::open_reply const& candidate) { return candidate.call == call; });
+    if (reply.rtp_port == 0)
         throw failure(exit_code::refused, name + ": the process found no free pair of ports in the range");
-    }
     return reply;
 }
 

@@ -4,34 +4,32 @@
 
 namespace fxsctl {
 
-nlohmann::ordered_json json_object(origin from, const protocol::description& message) {
-    static constexpr std::array<const char*, 3> origins{"report", "command", "result"};
+nlohmann::ordered_json json_object(origin from, protocol::description const& message) {
+    static constexpr std::array<char const*, 3> origins{"report", "command", "result"};
     nlohmann::ordered_json line;
     line[origins[static_cast<std::size_t>(from)]] = message.name;
-    for (const protocol::described_field& field : message.fields) {
+    for (protocol::described_field const& field : message.fields) {
         std::visit(
-            [&](const auto& value) {
-                if (!line.contains(field.name)) {
+            [&](auto const& value) {
+                if (!line.contains(field.name))
                     line[field.name] = value;
-                } else if (line[field.name].is_array()) {
+                else if (line[field.name].is_array())
                     line[field.name].push_back(value);
-                } else {  // a sub-field that stands several times becomes an array
+                else  // a sub-field that stands several times becomes an array
                     line[field.name] = {line[field.name], value};
-                }
             },
             field.value);
     }
     return line;
 }
 
-std::string json_line(nlohmann::ordered_json object, const std::string& time) {
-    if (!time.empty()) {
+std::string json_line(nlohmann::ordered_json object, std::string const& time) {
+    if (!time.empty())
         object["time"] = time;
-    }
     return object.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }
 
-std::string json_line(origin from, const protocol::description& message, const std::string& time) {
+std::string json_line(origin from, protocol::description const& message, std::string const& time) {
     return json_line(json_object(from, message), time);
 }
 

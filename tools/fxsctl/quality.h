@@ -10,10 +10,10 @@ namespace fxsctl {
 // Milliseconds since 1970.
 std::int64_t now_ms();
 
-rtcp_view::rtcp_observation observation(const protocol::rtcp_copy& copy, const rtcp_reading& reading,
+rtcp_view::rtcp_observation observation(protocol::rtcp_copy const& copy, rtcp_reading const& reading,
                                         std::int64_t time_ms);
 
 // Text: a table. JSON: a line for each call, {"result":"quality","call":0,...}.
-void print_quality(const settings& global, const rtcp_view::quality_tracker& tracker);
+void print_quality(settings const& global, rtcp_view::quality_tracker const& tracker);
 
 }  // namespace fxsctl

@@ -10,71 +10,59 @@ namespace {
 using protocol::bytes;
 namespace field = protocol::field;
 
-const bytes* find(const protocol::tlv_list& fields, std::uint16_t tag) {
-    const bytes* found = nullptr;
-    for (const protocol::tlv& one : fields.elements) {
+bytes const* find(protocol::tlv_list const& fields, std::uint16_t tag) {
+    bytes const* found = nullptr;
+    for (protocol::tlv const& one : fields.elements)
         found = one.tag == tag ? &one.value : found;
-    }
     return found;
 }
 
-std::optional<std::uint16_t> call_of(const protocol::tlv_list& fields) {
-    const bytes* value = find(fields, field::call);
-    if (value == nullptr || value->size() != 2) {
+std::optional<std::uint16_t> call_of(protocol::tlv_list const& fields) {
+    bytes const* value = find(fields, field::call);
+    if (value == nullptr || value->size() != 2)
         return std::nullopt;
-    }
     return static_cast<std::uint16_t>((*value)[0] << 8 | (*value)[1]);
 }
 
 // Both directions' keys: a peer may be another call of the same process, which has them crossed.
-std::vector<rtcp_view::srtcp_key> keys_of(const protocol::tlv_list& fields) {
-    const bytes* mki = find(fields, field::srtp_mki);
+std::vector<rtcp_view::srtcp_key> keys_of(protocol::tlv_list const& fields) {
+    bytes const* mki = find(fields, field::srtp_mki);
     std::vector<rtcp_view::srtcp_key> found;
-    for (const std::uint16_t tag : {field::srtp_rx_key, field::srtp_tx_key}) {
-        if (const bytes* key = find(fields, tag)) {
+    for (std::uint16_t const tag : {field::srtp_rx_key, field::srtp_tx_key})
+        if (bytes const* key = find(fields, tag))
             found.push_back({*key, mki != nullptr ? *mki : bytes()});
-        }
-    }
     return found;
 }
 
 }  // namespace
 
-void rtcp_reader::use(const protocol::media_command& keys) {
-    for (const std::optional<bytes>& key : {keys.srtp_rx_key, keys.srtp_tx_key}) {
-        if (key) {
+void rtcp_reader::use(protocol::media_command const& keys) {
+    for (std::optional<bytes> const& key : {keys.srtp_rx_key, keys.srtp_tx_key})
+        if (key)
             for_all_.push_back({*key, keys.srtp_mki.value_or(bytes())});
-        }
-    }
 }
 
 void rtcp_reader::learn(protocol::byte_view commands) {
-    for (const protocol::tlv& command : protocol::split_tlvs(commands).elements) {
-        const protocol::tlv_list fields = protocol::split_tlvs(command.value);
-        const std::optional<std::uint16_t> call = call_of(fields);
+    for (protocol::tlv const& command : protocol::split_tlvs(commands).elements) {
+        protocol::tlv_list const fields = protocol::split_tlvs(command.value);
+        std::optional<std::uint16_t> const call = call_of(fields);
         key_list found = keys_of(fields);
-        if (call && command.tag == protocol::command_tag::media && !found.empty()) {
+        if (call && command.tag == protocol::command_tag::media && !found.empty())
             by_call_[*call] = std::move(found);
-        }
     }
 }
 
-rtcp_reading rtcp_reader::read(const protocol::rtcp_copy& copy) const {
+rtcp_reading rtcp_reader::read(protocol::rtcp_copy const& copy) const {
     key_list candidates;
-    if (const auto own = by_call_.find(copy.call); copy.received && own != by_call_.end()) {
+    if (auto const own = by_call_.find(copy.call); copy.received && own != by_call_.end())
         candidates = own->second;
-    }
-    if (copy.received) {
+    if (copy.received)
         candidates.insert(candidates.end(), for_all_.begin(), for_all_.end());
-    }
-    for (const rtcp_view::srtcp_key& key : candidates) {
-        if (const auto plain = rtcp_view::open_srtcp(key, copy.packet)) {
+    for (rtcp_view::srtcp_key const& key : candidates)
+        if (auto const plain = rtcp_view::open_srtcp(key, copy.packet))
             return {"decrypted", *plain, rtcp_view::parse_compound(*plain)};
-        }
-    }
-    if (copy.received && rtcp_view::looks_encrypted(copy.packet)) {
+    if (copy.received && rtcp_view::looks_encrypted(copy.packet))
         return {candidates.empty() ? "no key" : "wrong key", copy.packet, {}};
-    }
     return {"none", copy.packet, rtcp_view::parse_compound(copy.packet)};
 }
 

@@ -13,7 +13,7 @@ namespace fxsctl {
 
 struct rtcp_reading {
     // "none": it was not encrypted; "decrypted"; "no key", "wrong key": it is encrypted and stays so.
-    const char* srtcp = "none";
+    char const* srtcp = "none";
     protocol::bytes plain;                   // the compound packet; as copied when it cannot be read
     std::vector<rtcp_view::packet> packets;  // none when it cannot be read
     bool readable() const { return !packets.empty(); }
@@ -22,13 +22,13 @@ struct rtcp_reading {
 class rtcp_reader {
 public:
     // The keys of a media command, for every call.
-    void use(const protocol::media_command& keys);
+    void use(protocol::media_command const& keys);
 
     // Looks for keys in commands on their way to the process. A call's keys stay until others replace them: its last
     // reports come after its end, and a key that is not the packet's own is noticed by the tag.
     void learn(protocol::byte_view commands);
 
-    rtcp_reading read(const protocol::rtcp_copy& copy) const;
+    rtcp_reading read(protocol::rtcp_copy const& copy) const;
 
 private:
     using key_list = std::vector<rtcp_view::srtcp_key>;

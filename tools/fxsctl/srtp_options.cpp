@@ -16,9 +16,8 @@ constexpr std::size_t longest_mki_bytes = 128;  // RFC 4568 6.1
 protocol::bytes random_key() {
     std::random_device source;
     protocol::bytes key(key_and_salt_bytes);
-    for (std::uint8_t& byte : key) {
+    for (std::uint8_t& byte : key)
         byte = static_cast<std::uint8_t>(source());
-    }
     return key;
 }
 
@@ -35,30 +34,26 @@ void add_srtp_options(CLI::App& sub, srtp_options& options) {
     sub.add_option("--srtp-mki", options.mki, "Master key identifier in hexadecimal (default: none)");
 }
 
-void apply(const srtp_options& options, protocol::media_command& command) {
-    const bool keyed = options.draw || !options.rx_key.empty() || !options.tx_key.empty();
+void apply(srtp_options const& options, protocol::media_command& command) {
+    bool const keyed = options.draw || !options.rx_key.empty() || !options.tx_key.empty();
     if (!keyed) {
-        if (options.tag_bytes || !options.mki.empty()) {
+        if (options.tag_bytes || !options.mki.empty())
             throw failure(exit_code::usage, "--srtp-tag and --srtp-mki need --srtp-rx-key or --srtp-tx-key");
-        }
         return;
     }
-    if (!options.rx_key.empty()) {
+    if (!options.rx_key.empty())
         command.srtp_rx_key = secret_value("--srtp-rx-key", options.rx_key, key_and_salt_bytes);
-    } else if (options.draw) {
+    else if (options.draw)
         command.srtp_rx_key = random_key();
-    }
-    if (!options.tx_key.empty()) {
+    if (!options.tx_key.empty())
         command.srtp_tx_key = secret_value("--srtp-tx-key", options.tx_key, key_and_salt_bytes);
-    } else if (options.draw) {
+    else if (options.draw)
         command.srtp_tx_key = random_key();
-    }
     command.srtp_tag_bytes = options.tag_bytes.value_or(default_tag_bytes);
     if (!options.mki.empty()) {
         command.srtp_mki = hex_value("--srtp-mki", options.mki);
-        if (command.srtp_mki->size() > longest_mki_bytes) {
+        if (command.srtp_mki->size() > longest_mki_bytes)
             throw failure(exit_code::usage, "--srtp-mki: at most 128 bytes");
-        }
     }
 }
 

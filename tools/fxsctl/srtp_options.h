@@ -21,6 +21,6 @@ struct srtp_options {
 void add_srtp_options(CLI::App& sub, srtp_options& options);
 
 // Fills the SRTP group of the command; leaves it alone when no key is given or drawn. Throws usage or local.
-void apply(const srtp_options& options, protocol::media_command& command);
+void apply(srtp_options const& options, protocol::media_command& command);
 
 }  // namespace fxsctl

@@ -11,12 +11,12 @@ namespace fxsctl {
 // Filled while the command line is parsed. `action` does what was asked; it throws `failure`.
 struct program {
     settings global;
-    std::function<void(const settings&)> action;
+    std::function<void(settings const&)> action;
 };
 
 // Adds a subcommand that runs `action` once the whole command line is understood.
-inline CLI::App* add_command(CLI::App& app, program& p, const std::string& name, const std::string& help,
-                             std::function<void(const settings&)> action) {
+inline CLI::App* add_command(CLI::App& app, program& p, std::string const& name, std::string const& help,
+                             std::function<void(settings const&)> action) {
     CLI::App* sub = app.add_subcommand(name, help);
     sub->fallthrough();  // the shared options may stand behind the subcommand too
     sub->callback([&p, action = std::move(action)] { p.action = action; });

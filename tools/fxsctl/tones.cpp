@@ -33,22 +33,20 @@ constexpr std::array<tone_kind, 4> kinds{{
 }};
 
 template <class Table>
-std::optional<std::uint8_t> find(const Table& table, std::string_view text) {
-    for (const auto& entry : table) {
-        if ((!text.empty() && entry.name == text) || std::to_string(entry.number) == text) {
+std::optional<std::uint8_t> find(Table const& table, std::string_view text) {
+    for (auto const& entry : table)
+        if ((!text.empty() && entry.name == text) || std::to_string(entry.number) == text)
             return entry.number;
-        }
-    }
     return std::nullopt;
 }
 
 }  // namespace
 
-std::span<const tone_set> tone_sets() {
+std::span<tone_set const> tone_sets() {
     return sets;
 }
 
-std::span<const tone_kind> tone_kinds() {
+std::span<tone_kind const> tone_kinds() {
     return kinds;
 }
 

@@ -22,8 +22,8 @@ struct tone_kind {
     std::string_view meaning;
 };
 
-std::span<const tone_set> tone_sets();
-std::span<const tone_kind> tone_kinds();
+std::span<tone_set const> tone_sets();
+std::span<tone_kind const> tone_kinds();
 
 // By name or number; nullopt when there is none.
 std::optional<std::uint8_t> find_tone_set(std::string_view name_or_number);

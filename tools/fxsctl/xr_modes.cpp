@@ -10,8 +10,8 @@ namespace fxsctl {
 namespace {
 
 struct mode {
-    const char* name;
-    const char* word;  // of the process
+    char const* name;
+    char const* word;  // of the process
     bool has_size;
 };
 
@@ -22,16 +22,16 @@ constexpr std::array<mode, 6> modes{{{"loss-rle", "pkt-loss-rle", true},
                                      {"stat-summary", "stat-summary", false},
                                      {"voip-metrics", "voip-metrics", false}}};
 
-bool is_size(const std::string& text) {
+bool is_size(std::string const& text) {
     return !text.empty() && text.size() <= 5 && text.find_first_not_of("0123456789") == std::string::npos;
 }
 
-std::string word_for(const std::string& option, const std::string& asked) {
-    const std::size_t equals = asked.find('=');
-    const std::string name = asked.substr(0, equals);
-    const auto known =
-        std::ranges::find_if(modes, [&](const mode& m) { return name == m.name || name == m.word; });
-    const bool sized = equals != std::string::npos;
+std::string word_for(std::string const& option, std::string const& asked) {
+    std::size_t const equals = asked.find('=');
+    std::string const name = asked.substr(0, equals);
+    auto const known =
+        std::ranges::find_if(modes, [&](mode const& m) { return name == m.name || name == m.word; });
+    bool const sized = equals != std::string::npos;
     if (known == modes.end() || (sized && (!known->has_size || !is_size(asked.substr(equals + 1))))) {
         throw failure(exit_code::usage, option + ": \"" + asked +
                                             "\" is none of loss-rle[=BYTES], dup-rle[=BYTES], "
@@ -42,23 +42,21 @@ std::string word_for(const std::string& option, const std::string& asked) {
 
 }  // namespace
 
-const char* const xr_help =
+char const* const xr_help =
     "RTCP XR blocks, separated by commas: loss-rle[=BYTES] dup-rle[=BYTES] rcpt-times[=BYTES] rcvr-rtt "
     "stat-summary voip-metrics, or all; \"\" switches them off";
 
-std::string xr_mode_text(const std::string& option, const std::string& names) {
+std::string xr_mode_text(std::string const& option, std::string const& names) {
     std::string separated = names;
     std::ranges::replace(separated, ',', ' ');
     std::istringstream words(separated);
     std::string text;
-    const auto append = [&](const std::string& word) { text += (text.empty() ? "" : " ") + word; };
-    for (std::string asked; words >> asked;) {
-        if (asked == "all") {
-            std::ranges::for_each(modes, [&](const mode& m) { append(m.word); });
-        } else {
+    auto const append = [&](std::string const& word) { text += (text.empty() ? "" : " ") + word; };
+    for (std::string asked; words >> asked;)
+        if (asked == "all")
+            std::ranges::for_each(modes, [&](mode const& m) { append(m.word); });
+        else
             append(word_for(option, asked));
-        }
-    }
     return text;
 }
 

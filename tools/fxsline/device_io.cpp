@@ -16,33 +16,31 @@ constexpr size_t sample_bytes = sizeof(int16_t);
 }  // namespace
 
 void device_io::read(fuse_req_t request, size_t bytes, bool nonblocking) {
-    if (bytes < sample_bytes) {
+    if (bytes < sample_bytes)
         fuse_reply_err(request, EINVAL);
-    } else if (line_.readable() && reads_.empty()) {
+    else if (line_.readable() && reads_.empty())
         answer_read(request, bytes);
-    } else {
+    else
         wait(reads_, {request, bytes}, nonblocking);
-    }
 }
 
 void device_io::write(fuse_req_t request, std::string_view bytes, bool nonblocking) {
     // More than a block is queued only as far as there is room, so no more need ever be kept than the queue holds.
-    const size_t count = std::min(bytes.size() / sample_bytes, line_.play_capacity());
+    size_t const count = std::min(bytes.size() / sample_bytes, line_.play_capacity());
     if (count == 0) {
         fuse_reply_err(request, EINVAL);
         return;
     }
     std::vector<int16_t> samples(count);
     std::memcpy(samples.data(), bytes.data(), count * sample_bytes);
-    if (line_.fits(count) && writes_.empty()) {
+    if (line_.fits(count) && writes_.empty())
         answer_write(request, samples);
-    } else {
+    else
         wait(writes_, {request, std::move(samples)}, nonblocking);
-    }
 }
 
 void device_io::poll(fuse_req_t request, uint64_t file, uint32_t wanted, fuse_pollhandle* notify) {
-    const uint32_t now = ready();
+    uint32_t const now = ready();
     if (notify != nullptr) {
         closed(file);
         pollers_.push_back({file, wanted, notify, (now & wanted) == 0});
@@ -51,20 +49,19 @@ void device_io::poll(fuse_req_t request, uint64_t file, uint32_t wanted, fuse_po
 }
 
 void device_io::closed(uint64_t file) {
-    const auto found = std::ranges::find(pollers_, file, &poller::file);
-    if (found != pollers_.end()) {
+    auto const found = std::ranges::find(pollers_, file, &poller::file);
+    if (found != pollers_.end())
         drop_poller(found);
-    }
 }
 
 void device_io::serve_waiting() {
     while (!reads_.empty() && line_.readable()) {
-        const waiting_read first = reads_.front();
+        waiting_read const first = reads_.front();
         reads_.pop_front();
         answer_read(first.request, first.bytes);
     }
     while (!writes_.empty() && line_.fits(writes_.front().samples.size())) {
-        const waiting_write first = std::move(writes_.front());
+        waiting_write const first = std::move(writes_.front());
         writes_.pop_front();
         answer_write(first.request, first.samples);
     }
@@ -77,12 +74,10 @@ void device_io::serve_waiting() {
 }
 
 void device_io::abandon() {
-    for (const waiting_read& read : std::exchange(reads_, {})) {
+    for (waiting_read const& read : std::exchange(reads_, {}))
         fuse_reply_err(read.request, ENODEV);
-    }
-    for (const waiting_write& write : std::exchange(writes_, {})) {
+    for (waiting_write const& write : std::exchange(writes_, {}))
         fuse_reply_err(write.request, ENODEV);
-    }
     while (!pollers_.empty()) {
         fuse_lowlevel_notify_poll(pollers_.back().notify);
         drop_poller(pollers_.end() - 1);
@@ -90,22 +85,21 @@ void device_io::abandon() {
 }
 
 bool device_io::reader_sleeps() const {
-    return !reads_.empty() || std::ranges::any_of(pollers_, [](const poller& one) {
+    return !reads_.empty() || std::ranges::any_of(pollers_, [](poller const& one) {
         return one.asleep && (one.wanted & POLLIN) != 0;
     });
 }
 
 void device_io::interrupted(fuse_req_t request, void* self) {
     auto& io = *static_cast<device_io*>(self);
-    const auto is_it = [request](const auto& waiting) { return waiting.request == request; };
-    if (std::erase_if(io.reads_, is_it) + std::erase_if(io.writes_, is_it) > 0) {
+    auto const is_it = [request](auto const& waiting) { return waiting.request == request; };
+    if (std::erase_if(io.reads_, is_it) + std::erase_if(io.writes_, is_it) > 0)
         fuse_reply_err(request, EINTR);
-    }
 }
 
 template <class T>
 void device_io::wait(std::list<T>& waiting, T item, bool nonblocking) {
-    const fuse_req_t request = item.request;
+    fuse_req_t const request = item.request;
     if (nonblocking || fuse_req_interrupted(request)) {
         fuse_reply_err(request, nonblocking ? EAGAIN : EINTR);
         return;
@@ -116,11 +110,11 @@ void device_io::wait(std::list<T>& waiting, T item, bool nonblocking) {
 
 void device_io::answer_read(fuse_req_t request, size_t bytes) {
     std::vector<int16_t> samples(std::min(bytes / sample_bytes, line_.samples_to_read()));
-    const size_t count = line_.read(samples);
-    fuse_reply_buf(request, reinterpret_cast<const char*>(samples.data()), count * sample_bytes);
+    size_t const count = line_.read(samples);
+    fuse_reply_buf(request, reinterpret_cast<char const*>(samples.data()), count * sample_bytes);
 }
 
-void device_io::answer_write(fuse_req_t request, std::span<const int16_t> samples) {
+void device_io::answer_write(fuse_req_t request, std::span<int16_t const> samples) {
     fuse_reply_write(request, line_.write(samples) * sample_bytes);
 }
 
@@ -131,12 +125,10 @@ void device_io::drop_poller(std::vector<poller>::iterator which) {
 
 uint32_t device_io::ready() const {
     uint32_t events = 0;
-    if (line_.readable() && reads_.empty()) {
+    if (line_.readable() && reads_.empty())
         events |= POLLIN | POLLRDNORM;
-    }
-    if (line_.writable() && writes_.empty()) {
+    if (line_.writable() && writes_.empty())
         events |= POLLOUT | POLLWRNORM;
-    }
     return events;
 }
 

@@ -16,7 +16,7 @@ namespace fxsline {
 class device_io {
 public:
     explicit device_io(simulated_line& line) : line_(line) {}
-    device_io(const device_io&) = delete;
+    device_io(device_io const&) = delete;
     ~device_io() { abandon(); }
 
     // Answers `request` with up to `bytes` bytes of the backlog. While there is nothing: EAGAIN when
@@ -66,7 +66,7 @@ private:
     template <class T>
     void wait(std::list<T>& waiting, T item, bool nonblocking);
     void answer_read(fuse_req_t request, size_t bytes);
-    void answer_write(fuse_req_t request, std::span<const int16_t> samples);
+    void answer_write(fuse_req_t request, std::span<int16_t const> samples);
     void drop_poller(std::vector<poller>::iterator which);
     uint32_t ready() const;
 

@@ -12,21 +12,19 @@ std::string driver_links::create(links_config config) {
     script_ = std::move(config.script);
     std::ranges::stable_sort(script_, {}, &scripted_text::time_ms);
     std::string error = config.pipe.empty() ? "" : pipe_.create(config.pipe);
-    if (error.empty() && !config.signal.empty()) {
+    if (error.empty() && !config.signal.empty())
         error = signal_.create(config.signal);
-    }
     return error;
 }
 
 void driver_links::tick() {
-    const uint64_t now_ms = bank_.ticks() * tick_ms;
-    for (; next_text_ < script_.size() && script_[next_text_].time_ms <= now_ms; next_text_++) {
+    uint64_t const now_ms = bank_.ticks() * tick_ms;
+    for (; next_text_ < script_.size() && script_[next_text_].time_ms <= now_ms; next_text_++)
         say(script_[next_text_].bytes);
-    }
 }
 
 int driver_links::say(std::string_view bytes) {
-    const int error = pipe_.send(bytes);
+    int const error = pipe_.send(bytes);
     if (error == 0) {
         bank_.report_link(event_kind::driver_line, std::string(bytes));
     } else {
@@ -37,26 +35,23 @@ int driver_links::say(std::string_view bytes) {
 }
 
 int driver_links::signal(std::string_view hex) {
-    const auto bytes = protocol::from_hex(hex);
+    auto const bytes = protocol::from_hex(hex);
     if (!bytes || bytes->empty()) {
         bank_.report_link(event_kind::signal_refused, "not hexadecimal text");
         return EINVAL;
     }
-    const size_t sent = signal_.send(*bytes);
-    if (sent > 0) {
+    size_t const sent = signal_.send(*bytes);
+    if (sent > 0)
         bank_.report_link(event_kind::signal_to_process, protocol::to_hex(std::span(*bytes).first(sent)));
-    }
-    if (sent < bytes->size()) {
+    if (sent < bytes->size())
         bank_.report_link(event_kind::signal_refused, "the process reads nothing, the device is full");
-    }
     return sent == bytes->size() ? 0 : EAGAIN;
 }
 
 void driver_links::receive_signal() {
-    const auto bytes = signal_.receive();
-    if (!bytes.empty()) {
+    auto const bytes = signal_.receive();
+    if (!bytes.empty())
         bank_.report_link(event_kind::signal_from_process, protocol::to_hex(bytes));
-    }
 }
 
 }  // namespace fxsline

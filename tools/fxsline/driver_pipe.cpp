@@ -12,7 +12,7 @@ namespace fxsline {
 
 namespace {
 
-bool is_pipe(const std::string& path) {
+bool is_pipe(std::string const& path) {
     struct stat status {};
     return lstat(path.c_str(), &status) == 0 && S_ISFIFO(status.st_mode);
 }
@@ -20,20 +20,17 @@ bool is_pipe(const std::string& path) {
 }  // namespace
 
 driver_pipe::~driver_pipe() {
-    for (const std::string& path : paths_) {
+    for (std::string const& path : paths_)
         unlink(path.c_str());
-    }
-    if (fd_ >= 0) {
+    if (fd_ >= 0)
         close(fd_);
-    }
 }
 
-std::string driver_pipe::create(const std::string& base) {
-    for (const char* digit : {"0", "1"}) {
-        const std::string path = base + digit;
-        if (mkfifo(path.c_str(), 0666) != 0 && !is_pipe(path)) {
+std::string driver_pipe::create(std::string const& base) {
+    for (char const* digit : {"0", "1"}) {
+        std::string const path = base + digit;
+        if (mkfifo(path.c_str(), 0666) != 0 && !is_pipe(path))
             return "can't create the pipe " + path + ": " + std::strerror(errno);
-        }
         paths_.push_back(path);
     }
     // For reading, too: opening for writing alone fails while there is no reader, and the text would be lost with it.
@@ -42,9 +39,8 @@ std::string driver_pipe::create(const std::string& base) {
 }
 
 int driver_pipe::send(std::string_view bytes) {
-    if (bytes.size() > PIPE_BUF) {
+    if (bytes.size() > PIPE_BUF)
         return EMSGSIZE;
-    }
     return write(fd_, bytes.data(), bytes.size()) < 0 ? errno : 0;
 }
 

@@ -11,12 +11,12 @@ namespace fxsline {
 class driver_pipe {
 public:
     driver_pipe() = default;
-    driver_pipe(const driver_pipe&) = delete;
+    driver_pipe(driver_pipe const&) = delete;
     ~driver_pipe();
 
     // Creates the pipes; those that are there already, as a killed run leaves them, are taken over. An empty text, or
     // what went wrong. Never waits for the process to open its end.
-    std::string create(const std::string& base);
+    std::string create(std::string const& base);
 
     bool is_open() const { return fd_ >= 0; }
 

@@ -9,39 +9,36 @@ namespace {
 
 using json = nlohmann::ordered_json;
 
-void print(const std::string& line) {
+void print(std::string const& line) {
     std::puts(line.c_str());
     std::fflush(stdout);
 }
 
-std::string as_text(const json& object) {
+std::string as_text(json const& object) {
     return object.dump(-1, ' ', false, json::error_handler_t::replace);
 }
 
 }  // namespace
 
-void event_printer::serving(const std::string& mountpoint, unsigned lines) const {
-    if (style_ == style::json) {
+void event_printer::serving(std::string const& mountpoint, unsigned lines) const {
+    if (style_ == style::json)
         print(as_text({{"time_ms", 0}, {"event", "serving"}, {"mountpoint", mountpoint}, {"lines", lines}}));
-    } else if (style_ == style::text) {
+    else if (style_ == style::text)
         print("serving " + mountpoint + "/sdt0 to sdt" + std::to_string(lines - 1));
-    }
 }
 
-void event_printer::event(const line_event& event) const {
-    if (style_ != style::quiet) {
+void event_printer::event(line_event const& event) const {
+    if (style_ != style::quiet)
         print(style_ == style::json ? event_json(event) : event_text(event));
-    }
 }
 
 void event_printer::totals(line_bank& bank) const {
     for (unsigned index = 0; index < bank.lines() && style_ != style::quiet; index++) {
-        const line_counters& count = bank.line(index).counters();
-        if (count.opens == 0) {
+        line_counters const& count = bank.line(index).counters();
+        if (count.opens == 0)
             continue;
-        }
-        const uint64_t read = count.samples_read / block_samples;
-        const uint64_t written = count.samples_written / block_samples;
+        uint64_t const read = count.samples_read / block_samples;
+        uint64_t const written = count.samples_written / block_samples;
         if (style_ == style::json) {
             print(as_text({{"time_ms", bank.ticks() * tick_ms},
                            {"line", index},
@@ -60,21 +57,19 @@ void event_printer::totals(line_bank& bank) const {
     std::fflush(stdout);
 }
 
-void event_printer::led(const line_bank& bank) const {
-    const auto& commands = bank.led_commands().commands();
-    if (commands.empty() || style_ == style::quiet) {
+void event_printer::led(line_bank const& bank) const {
+    auto const& commands = bank.led_commands().commands();
+    if (commands.empty() || style_ == style::quiet)
         return;
-    }
     if (style_ == style::text) {
         std::printf("call LED, then a drawing with a character for 50 ms:\n%s", bank.led_text().c_str());
         std::fflush(stdout);
         return;
     }
     json list = json::array();
-    for (const led_command& command : commands) {
+    for (led_command const& command : commands)
         list.push_back({{"time_ms", command.time_ms}, {"on", command.on}});
-    }
-    const uint64_t now_ms = bank.ticks() * tick_ms;
+    uint64_t const now_ms = bank.ticks() * tick_ms;
     print(as_text({{"time_ms", now_ms},
                    {"event", "led_timeline"},
                    {"commands", std::move(list)},

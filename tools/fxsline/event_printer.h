@@ -14,15 +14,15 @@ public:
     explicit event_printer(style how) : style_(how) {}
 
     // The files are there.
-    void serving(const std::string& mountpoint, unsigned lines) const;
+    void serving(std::string const& mountpoint, unsigned lines) const;
 
-    void event(const line_event& event) const;
+    void event(line_event const& event) const;
 
     // The counters of every line whose device was ever opened.
     void totals(line_bank& bank) const;
 
     // The commands to the call LED and a drawing of them; nothing without a command.
-    void led(const line_bank& bank) const;
+    void led(line_bank const& bank) const;
 
 private:
     style style_;

@@ -28,7 +28,7 @@ struct stat status_of(uint64_t inode, mode_t mode) {
     return status;
 }
 
-struct stat status_of(const mount_file& file) {
+struct stat status_of(mount_file const& file) {
     return status_of(file.inode, S_IFREG | file.mode);
 }
 
@@ -40,40 +40,34 @@ file_server::file_server(line_bank& bank, driver_links* links, bool stepped, std
       stepped_(stepped),
       mountpoint_(std::move(mountpoint)),
       files_(bank.lines(), links != nullptr && links->has_pipe(), links != nullptr && links->has_signal()) {
-    for (unsigned line = 0; line < bank.lines(); line++) {
+    for (unsigned line = 0; line < bank.lines(); line++)
         devices_.emplace_back(bank.line(line));
-    }
 }
 
 void file_server::advance(uint64_t ticks) {
     for (; ticks > 0; ticks--) {
         bank_.tick();
-        if (links_ != nullptr) {
+        if (links_ != nullptr)
             links_->tick();
-        }
-        for (device_io& device : devices_) {
+        for (device_io& device : devices_)
             device.serve_waiting();
-        }
     }
 }
 
 void file_server::abandon() {
-    for (device_io& device : devices_) {
+    for (device_io& device : devices_)
         device.abandon();
-    }
 }
 
 bool file_server::settled() {
-    for (unsigned line = 0; line < bank_.lines(); line++) {
-        if (bank_.line(line).is_open() && (bank_.line(line).readable() || !devices_[line].reader_sleeps())) {
+    for (unsigned line = 0; line < bank_.lines(); line++)
+        if (bank_.line(line).is_open() && (bank_.line(line).readable() || !devices_[line].reader_sleeps()))
             return false;
-        }
-    }
     return true;
 }
 
 void file_server::lookup(fuse_req_t request, std::string_view name) {
-    const mount_file* file = files_.find(name);
+    mount_file const* file = files_.find(name);
     if (file == nullptr) {
         fuse_reply_err(request, ENOENT);
         return;
@@ -87,8 +81,8 @@ void file_server::lookup(fuse_req_t request, std::string_view name) {
 }
 
 void file_server::attributes(fuse_req_t request, uint64_t inode) {
-    const mount_file* file = files_.find(inode);
-    const struct stat status = file != nullptr ? status_of(*file) : status_of(inode, S_IFDIR | 0755);
+    mount_file const* file = files_.find(inode);
+    struct stat const status = file != nullptr ? status_of(*file) : status_of(inode, S_IFDIR | 0755);
     fuse_reply_attr(request, &status, forever_s);
 }
 
@@ -96,32 +90,29 @@ void file_server::list(fuse_req_t request, size_t bytes, off_t offset) {
     std::vector<char> page(bytes);
     size_t used = 0;
     for (size_t i = static_cast<size_t>(offset); i < files_.all().size(); i++) {
-        const mount_file& file = files_.all()[i];
-        const struct stat status = status_of(file);
-        const size_t length = fuse_add_direntry(request, page.data() + used, bytes - used, file.name.c_str(),
+        mount_file const& file = files_.all()[i];
+        struct stat const status = status_of(file);
+        size_t const length = fuse_add_direntry(request, page.data() + used, bytes - used, file.name.c_str(),
                                                 &status, static_cast<off_t>(i + 1));
-        if (length > bytes - used) {
+        if (length > bytes - used)
             break;
-        }
         used += length;
     }
     fuse_reply_buf(request, page.data(), used);
 }
 
-void file_server::open(fuse_req_t request, const mount_file& file, fuse_file_info& info) {
+void file_server::open(fuse_req_t request, mount_file const& file, fuse_file_info& info) {
     info.fh = next_open_file_++;
     info.direct_io = 1;
     info.nonseekable = file.kind == file_kind::device;
-    if (file.kind == file_kind::device) {
+    if (file.kind == file_kind::device)
         bank_.open_device(file.line);
-    }
     if (fuse_reply_open(request, &info) ==
-        -ENOENT) {  // whoever opened it is gone already: no release will come
+        -ENOENT)  // whoever opened it is gone already: no release will come
         release(file, info);
-    }
 }
 
-void file_server::release(const mount_file& file, const fuse_file_info& info) {
+void file_server::release(mount_file const& file, fuse_file_info const& info) {
     snapshots_.erase(info.fh);
     if (file.kind == file_kind::device) {
         devices_[file.line].closed(info.fh);
@@ -129,23 +120,22 @@ void file_server::release(const mount_file& file, const fuse_file_info& info) {
     }
 }
 
-void file_server::read(fuse_req_t request, const mount_file& file, size_t bytes, off_t offset,
-                       const fuse_file_info& info) {
+void file_server::read(fuse_req_t request, mount_file const& file, size_t bytes, off_t offset,
+                       fuse_file_info const& info) {
     if (file.kind == file_kind::device) {
         devices_[file.line].read(request, bytes, (info.flags & O_NONBLOCK) != 0);
         return;
     }
     std::string& text = snapshots_[info.fh];
-    if (offset == 0) {
+    if (offset == 0)
         text = text_of(file);
-    }
-    const std::string_view rest =
+    std::string_view const rest =
         std::string_view(text).substr(std::min(text.size(), static_cast<size_t>(offset)));
     fuse_reply_buf(request, rest.data(), std::min(rest.size(), bytes));
 }
 
-void file_server::write(fuse_req_t request, const mount_file& file, std::string_view bytes,
-                        const fuse_file_info& info) {
+void file_server::write(fuse_req_t request, mount_file const& file, std::string_view bytes,
+                        fuse_file_info const& info) {
     int error = EACCES;
     switch (file.kind) {
         case file_kind::device:
@@ -158,38 +148,34 @@ void file_server::write(fuse_req_t request, const mount_file& file, std::string_
         case file_kind::stats:
         case file_kind::led: break;
     }
-    if (error == 0) {
+    if (error == 0)
         fuse_reply_write(request, bytes.size());
-    } else {
+    else
         fuse_reply_err(request, error);
-    }
 }
 
-void file_server::poll(fuse_req_t request, const mount_file& file, const fuse_file_info& info,
+void file_server::poll(fuse_req_t request, mount_file const& file, fuse_file_info const& info,
                        fuse_pollhandle* notify) {
     if (file.kind == file_kind::device) {
         devices_[file.line].poll(request, info.fh, info.poll_events, notify);
         return;
     }
-    if (notify != nullptr) {
+    if (notify != nullptr)
         fuse_pollhandle_destroy(notify);
-    }
     fuse_reply_poll(request, POLLIN | POLLRDNORM | POLLOUT | POLLWRNORM);
 }
 
-void file_server::ioctl(fuse_req_t request, const mount_file& file, uint32_t number) {
-    const int result = file.kind == file_kind::device ? bank_.request(file.line, number) : -ENOTTY;
-    if (result < 0) {
+void file_server::ioctl(fuse_req_t request, mount_file const& file, uint32_t number) {
+    int const result = file.kind == file_kind::device ? bank_.request(file.line, number) : -ENOTTY;
+    if (result < 0)
         fuse_reply_err(request, -result);
-    } else {
+    else
         fuse_reply_ioctl(request, result, nullptr, 0);
-    }
-    if (number == request_tx_clear && result == 0) {
+    if (number == request_tx_clear && result == 0)
         devices_[file.line].serve_waiting();
-    }
 }
 
-std::string file_server::text_of(const mount_file& file) {
+std::string file_server::text_of(mount_file const& file) {
     switch (file.kind) {
         case file_kind::device:
         case file_kind::driver_say:
@@ -203,10 +189,10 @@ std::string file_server::text_of(const mount_file& file) {
 }
 
 int file_server::say(unsigned line, std::string_view command) {
-    const size_t space = std::min(command.find(' '), command.size());
-    const std::filesystem::path path(command.substr(std::min(space + 1, command.size())));
+    size_t const space = std::min(command.find(' '), command.size());
+    std::filesystem::path const path(command.substr(std::min(space + 1, command.size())));
     std::error_code unknown_directory;
-    const std::string target = std::filesystem::absolute(path, unknown_directory).lexically_normal().string();
+    std::string const target = std::filesystem::absolute(path, unknown_directory).lexically_normal().string();
     if (target.starts_with(mountpoint_ + "/")) {
         bank_.refuse_to_say(line, target + " lies in this mount");
         return EINVAL;
@@ -215,17 +201,14 @@ int file_server::say(unsigned line, std::string_view command) {
 }
 
 int file_server::step(std::string_view number) {
-    if (!stepped_) {
+    if (!stepped_)
         return EPERM;
-    }
-    if (number.ends_with('\n')) {
+    if (number.ends_with('\n'))
         number.remove_suffix(1);
-    }
     uint64_t ticks = 0;
-    const auto [end, error] = std::from_chars(number.data(), number.data() + number.size(), ticks);
-    if (error != std::errc() || end != number.data() + number.size() || ticks > max_step_ticks) {
+    auto const [end, error] = std::from_chars(number.data(), number.data() + number.size(), ticks);
+    if (error != std::errc() || end != number.data() + number.size() || ticks > max_step_ticks)
         return EINVAL;
-    }
     advance(ticks);
     return 0;
 }

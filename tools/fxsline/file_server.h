@@ -27,7 +27,7 @@ public:
     file_server(line_bank& bank, driver_links* links, bool stepped, std::string mountpoint);
 
     // For fuse_session_new, whose user data is the file_server.
-    static const fuse_lowlevel_ops& operations();
+    static fuse_lowlevel_ops const& operations();
 
     // Lets `ticks` ticks pass, each with all that it brings to waiting requests.
     void advance(uint64_t ticks);
@@ -47,17 +47,17 @@ private:
     void lookup(fuse_req_t request, std::string_view name);
     void attributes(fuse_req_t request, uint64_t inode);
     void list(fuse_req_t request, size_t bytes, off_t offset);
-    void open(fuse_req_t request, const mount_file& file, fuse_file_info& info);
-    void release(const mount_file& file, const fuse_file_info& info);
-    void read(fuse_req_t request, const mount_file& file, size_t bytes, off_t offset,
-              const fuse_file_info& info);
-    void write(fuse_req_t request, const mount_file& file, std::string_view bytes,
-               const fuse_file_info& info);
-    void poll(fuse_req_t request, const mount_file& file, const fuse_file_info& info,
+    void open(fuse_req_t request, mount_file const& file, fuse_file_info& info);
+    void release(mount_file const& file, fuse_file_info const& info);
+    void read(fuse_req_t request, mount_file const& file, size_t bytes, off_t offset,
+              fuse_file_info const& info);
+    void write(fuse_req_t request, mount_file const& file, std::string_view bytes,
+               fuse_file_info const& info);
+    void poll(fuse_req_t request, mount_file const& file, fuse_file_info const& info,
               fuse_pollhandle* notify);
-    void ioctl(fuse_req_t request, const mount_file& file, uint32_t number);
+    void ioctl(fuse_req_t request, mount_file const& file, uint32_t number);
 
-    std::string text_of(const mount_file& file);
+    std::string text_of(mount_file const& file);
     int say(unsigned line, std::string_view command);
     int step(std::string_view number);
 

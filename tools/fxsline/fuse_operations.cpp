@@ -12,7 +12,7 @@ struct operations_table {
     }
 
     // The kernel names only inodes that it was given, and opens, reads, ... no directory through these.
-    static const mount_file& file(fuse_req_t request, fuse_ino_t inode) {
+    static mount_file const& file(fuse_req_t request, fuse_ino_t inode) {
         return *server(request).files_.find(inode);
     }
 
@@ -23,7 +23,7 @@ struct operations_table {
         connection->max_readahead = 0;
     }
 
-    static void lookup(fuse_req_t request, fuse_ino_t, const char* name) {
+    static void lookup(fuse_req_t request, fuse_ino_t, char const* name) {
         server(request).lookup(request, name);
     }
 
@@ -53,7 +53,7 @@ struct operations_table {
         server(request).read(request, file(request, inode), bytes, offset, *info);
     }
 
-    static void write(fuse_req_t request, fuse_ino_t inode, const char* bytes, size_t count, off_t,
+    static void write(fuse_req_t request, fuse_ino_t inode, char const* bytes, size_t count, off_t,
                       fuse_file_info* info) {
         server(request).write(request, file(request, inode), {bytes, count}, *info);
     }
@@ -65,17 +65,16 @@ struct operations_table {
     // The driver's requests have no argument. Their numbers, made for MIPS, read on a PC as "no direction, 8192
     // bytes"; without a direction the kernel copies nothing, so the argument is ignored on every machine.
     static void ioctl(fuse_req_t request, fuse_ino_t inode, unsigned number, void*, fuse_file_info*,
-                      unsigned flags, const void*, size_t, size_t) {
-        if ((flags & FUSE_IOCTL_DIR) != 0) {
+                      unsigned flags, void const*, size_t, size_t) {
+        if ((flags & FUSE_IOCTL_DIR) != 0)
             fuse_reply_err(request, ENOTTY);
-        } else {
+        else
             server(request).ioctl(request, file(request, inode), number);
-        }
     }
 };
 
-const fuse_lowlevel_ops& file_server::operations() {
-    static const fuse_lowlevel_ops table = [] {
+fuse_lowlevel_ops const& file_server::operations() {
+    static fuse_lowlevel_ops const table = [] {
         fuse_lowlevel_ops ops{};
         ops.init = operations_table::init;
         ops.lookup = operations_table::lookup;

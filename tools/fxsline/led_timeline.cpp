@@ -6,23 +6,20 @@ namespace fxsline {
 
 void led_timeline::add(led_command command) {
     commands_.push_back(command);
-    if (commands_.size() > most_commands) {
+    if (commands_.size() > most_commands)
         commands_.pop_front();
-    }
 }
 
 std::string led_timeline::drawing(uint64_t now_ms) const {
-    if (commands_.empty()) {
+    if (commands_.empty())
         return {};
-    }
     std::string columns;
     auto next = commands_.begin();
     bool on = false;
-    const uint64_t begin_ms = std::max(next->time_ms, now_ms - std::min(now_ms, drawn_ms));
+    uint64_t const begin_ms = std::max(next->time_ms, now_ms - std::min(now_ms, drawn_ms));
     for (uint64_t time_ms = begin_ms; time_ms + column_ms <= now_ms; time_ms += column_ms) {
-        for (; next != commands_.end() && next->time_ms <= time_ms + column_ms / 2; ++next) {
+        for (; next != commands_.end() && next->time_ms <= time_ms + column_ms / 2; ++next)
             on = next->on;
-        }
         columns += on ? '#' : '.';
     }
     return columns;
@@ -30,9 +27,8 @@ std::string led_timeline::drawing(uint64_t now_ms) const {
 
 std::string led_timeline::text(uint64_t now_ms) const {
     std::string rows;
-    for (const led_command& command : commands_) {
+    for (led_command const& command : commands_)
         rows += std::to_string(command.time_ms) + (command.on ? " on\n" : " off\n");
-    }
     return rows.empty() ? rows : rows + drawing(now_ms) + "\n";
 }
 

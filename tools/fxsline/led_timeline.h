@@ -26,7 +26,7 @@ public:
     bool lit() const { return !commands_.empty() && commands_.back().on; }
 
     // Oldest first; a command that changes nothing is one, too.
-    const std::deque<led_command>& commands() const { return commands_; }
+    std::deque<led_command> const& commands() const { return commands_; }
 
     // "#####.....": a character for every whole 50 ms from the first command (or the last minute's begin) to
     // `now_ms`, # where the LED is lit in its middle. Empty without a command.

@@ -6,7 +6,7 @@
 
 namespace fxsline {
 
-void level_meter::add(const block& samples) {
+void level_meter::add(block const& samples) {
     uint64_t energy = 0;
     for (int sample : samples) {
         energy += static_cast<uint64_t>(sample * sample);
@@ -18,11 +18,10 @@ void level_meter::add(const block& samples) {
 }
 
 double level_meter::dbfs() const {
-    if (energy_ == 0) {
+    if (energy_ == 0)
         return silence_dbfs;
-    }
-    const double samples = static_cast<double>(std::min<uint64_t>(blocks_, energies_.size()) * block_samples);
-    const double full_scale_energy = samples * 32767.0 * 32767.0 / 2;
+    double const samples = static_cast<double>(std::min<uint64_t>(blocks_, energies_.size()) * block_samples);
+    double const full_scale_energy = samples * 32767.0 * 32767.0 / 2;
     return 10 * std::log10(static_cast<double>(energy_) / full_scale_energy);
 }
 

@@ -13,7 +13,7 @@ class level_meter {
 public:
     static constexpr double silence_dbfs = -99;  // shown for digital silence, which has no logarithm
 
-    void add(const block& samples);
+    void add(block const& samples);
 
     // 0 dBFS is the level of a sine whose peak is 32767. Before the first full second: over what there is.
     double dbfs() const;

@@ -9,37 +9,31 @@ namespace fxsline {
 
 line_bank::line_bank(bank_config config, event_sink events)
     : base_answers_(std::move(config.base_answers)), events_(std::move(events)) {
-    for (line_config& line : config.lines) {
+    for (line_config& line : config.lines)
         lines_.emplace_back(std::move(line));
-    }
 }
 
 void line_bank::tick() {
     ticks_++;
     for (unsigned index = 0; index < lines(); index++) {
-        const tick_report happened = lines_[index].tick();
-        if (happened.underrun) {
+        tick_report const happened = lines_[index].tick();
+        if (happened.underrun)
             report(event_kind::underrun, index);
-        }
-        if (happened.overrun_began) {
+        if (happened.overrun_began)
             report(event_kind::overrun, index);
-        }
-        if (happened.speech_ended) {
+        if (happened.speech_ended)
             report(event_kind::speech_ended, index);
-        }
     }
 }
 
 void line_bank::open_device(unsigned index) {
-    if (lines_[index].open_device()) {
+    if (lines_[index].open_device())
         report(event_kind::device_opened, index);
-    }
 }
 
 void line_bank::close_device(unsigned index) {
-    if (lines_[index].close_device()) {
+    if (lines_[index].close_device())
         report(event_kind::device_closed, index);
-    }
 }
 
 int line_bank::request(unsigned index, uint32_t number) {
@@ -52,12 +46,11 @@ int line_bank::request(unsigned index, uint32_t number) {
         report(led() ? event_kind::led_on : event_kind::led_off, index);
         return 0;
     }
-    if ((number & ~0xfffU) != request_base) {
+    if ((number & ~0xfffU) != request_base)
         return -ENOTTY;
-    }
-    const unsigned command = number & 0xfff;
-    const auto found = base_answers_.find(command);
-    const int answer = found == base_answers_.end() ? 0 : found->second;
+    unsigned const command = number & 0xfff;
+    auto const found = base_answers_.find(command);
+    int const answer = found == base_answers_.end() ? 0 : found->second;
     report(event_kind::base_command, index, command, answer);
     return answer;
 }
@@ -74,9 +67,9 @@ bool line_bank::say(unsigned index, std::string_view command) {
 }
 
 std::string line_bank::stats(unsigned index) {
-    const simulated_line& line = lines_[index];
-    const line_counters& count = line.counters();
-    const char* progress = !line.speech_started() ? "waiting" : line.says().ended() ? "ended" : "playing";
+    simulated_line const& line = lines_[index];
+    line_counters const& count = line.counters();
+    char const* progress = !line.speech_started() ? "waiting" : line.says().ended() ? "ended" : "playing";
     std::ostringstream text;
     text << "time_ms " << ticks_ * tick_ms << "\ndevice " << (line.is_open() ? "open" : "closed") << "\nsays "
          << line.says().describe() << "\nspeech " << progress << "\nopens " << count.opens << "\nblocks_read "
@@ -90,9 +83,8 @@ std::string line_bank::stats(unsigned index) {
 }
 
 void line_bank::report(event_kind kind, unsigned index, int64_t number, int64_t answer, std::string text) {
-    if (events_) {
+    if (events_)
         events_({kind, index, ticks_ * tick_ms, number, answer, std::move(text)});
-    }
 }
 
 }  // namespace fxsline

@@ -45,7 +45,7 @@ public:
     // Carries out a driver request; returns what ioctl returns, or -ENOTTY for a request the driver doesn't know.
     int request(unsigned index, uint32_t number);
     bool led() const { return led_.lit(); }
-    const led_timeline& led_commands() const { return led_; }
+    led_timeline const& led_commands() const { return led_; }
     std::string led_text() const { return led_.text(ticks_ * tick_ms); }
 
     // Lets the telephone say something else (see parse_speech); false, with an event that says why, if it can't.

@@ -12,10 +12,10 @@ namespace {
 enum class carries { nothing, number, number_and_answer, text, bytes };
 
 struct kind_names {
-    const char* json;
-    const char* text;
+    char const* json;
+    char const* text;
     carries what;
-    const char* source = nullptr;  // of events that concern no line
+    char const* source = nullptr;  // of events that concern no line
 };
 
 constexpr kind_names names[] = {
@@ -37,15 +37,15 @@ constexpr kind_names names[] = {
     {"signal_refused", "can't send:", carries::text, "signal"},
 };
 
-const kind_names& names_of(event_kind kind) {
+kind_names const& names_of(event_kind kind) {
     return names[static_cast<size_t>(kind)];
 }
 
 }  // namespace
 
-std::string event_text(const line_event& event) {
-    const kind_names& kind = names_of(event.kind);
-    const std::string source = kind.source != nullptr ? kind.source : "line " + std::to_string(event.line);
+std::string event_text(line_event const& event) {
+    kind_names const& kind = names_of(event.kind);
+    std::string const source = kind.source != nullptr ? kind.source : "line " + std::to_string(event.line);
     char head[64];
     std::snprintf(head, sizeof head, "%8llu ms  %s  ", static_cast<unsigned long long>(event.time_ms),
                   source.c_str());
@@ -61,22 +61,18 @@ std::string event_text(const line_event& event) {
     return text;
 }
 
-std::string event_json(const line_event& event) {
-    const kind_names& kind = names_of(event.kind);
+std::string event_json(line_event const& event) {
+    kind_names const& kind = names_of(event.kind);
     nlohmann::ordered_json json{{"time_ms", event.time_ms}};
-    if (kind.source == nullptr) {
+    if (kind.source == nullptr)
         json["line"] = event.line;
-    }
     json["event"] = kind.json;
-    if (kind.what == carries::number || kind.what == carries::number_and_answer) {
+    if (kind.what == carries::number || kind.what == carries::number_and_answer)
         json["number"] = event.number;
-    }
-    if (kind.what == carries::number_and_answer) {
+    if (kind.what == carries::number_and_answer)
         json["answer"] = event.answer;
-    }
-    if (kind.what == carries::text || kind.what == carries::bytes) {
+    if (kind.what == carries::text || kind.what == carries::bytes)
         json["text"] = event.text;
-    }
     return json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
 }
 

@@ -36,14 +36,14 @@ struct line_event {
     std::string text = {};
 };
 
-using event_sink = std::function<void(const line_event&)>;
+using event_sink = std::function<void(line_event const&)>;
 
 // "    1230 ms  line 0  base command 3, answer 0", without line feed. Bytes of the driver that can't be printed appear
 // as \xNN.
-std::string event_text(const line_event& event);
+std::string event_text(line_event const& event);
 
 // {"time_ms":1230,"line":0,"event":"base_command","number":3,"answer":0}, without line feed; line, number, answer and
 // text only where the kind has them.
-std::string event_json(const line_event& event);
+std::string event_json(line_event const& event);
 
 }  // namespace fxsline

@@ -19,22 +19,20 @@ namespace {
 // libfuse explains failures only through its log, which is the process's: the last line of it.
 std::string last_log_line;
 
-void keep_log_line(fuse_log_level, const char* format, va_list arguments) {
+void keep_log_line(fuse_log_level, char const* format, va_list arguments) {
     char line[256];
     std::vsnprintf(line, sizeof line, format, arguments);
     last_log_line = line;
-    while (last_log_line.ends_with('\n')) {
+    while (last_log_line.ends_with('\n'))
         last_log_line.pop_back();
-    }
 }
 
-fuse_session* new_session(const mount_config& config, file_server& files) {
+fuse_session* new_session(mount_config const& config, file_server& files) {
     std::string name = "fxsline";
     std::string option = "-o";
     std::string options = "fsname=fxsline,subtype=fxsline";
-    if (config.allow_other) {
+    if (config.allow_other)
         options += ",allow_other";
-    }
     char* arguments[] = {name.data(), option.data(), options.data(), nullptr};
     fuse_args list{};
     list.argc = 3;
@@ -47,12 +45,11 @@ fuse_session* new_session(const mount_config& config, file_server& files) {
 
 }  // namespace
 
-mount_error line_mount::open(const mount_config& config) {
+mount_error line_mount::open(mount_config const& config) {
     error_ = fuse_obstacle();
-    if (!error_.empty()) {
+    if (!error_.empty())
         return mount_error::no_fuse;
-    }
-    const auto directory = prepare_mount_point(config.mountpoint);
+    auto const directory = prepare_mount_point(config.mountpoint);
     if (!directory.value) {
         error_ = directory.error;
         return mount_error::bad_mountpoint;
@@ -69,7 +66,7 @@ mount_error line_mount::open(const mount_config& config) {
         return mount_error::no_fuse;
     }
     // A request may vanish between poll and read (whoever made it was killed): the read must not wait then.
-    const int fd = fuse_session_fd(session_);
+    int const fd = fuse_session_fd(session_);
     fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
     wake_fd_ = eventfd(0, EFD_CLOEXEC);
     return mount_error::none;
@@ -82,40 +79,36 @@ void line_mount::serve(tick_clock* clock, int stop_fd) {
                       {wake_fd_, POLLIN, 0},
                       {stop_fd, POLLIN, 0},
                       {links_ != nullptr ? links_->signal_fd() : -1, POLLIN, 0}};
-    const auto& [requests, ticks, woken, stopped, signal] = waits;
+    auto const& [requests, ticks, woken, stopped, signal] = waits;
     while (poll(waits, std::size(waits), -1) >= 0 || errno == EINTR) {
-        if ((woken.revents | stopped.revents) != 0) {
+        if ((woken.revents | stopped.revents) != 0)
             break;
-        }
-        if (ticks.revents != 0) {
+        if (ticks.revents != 0)
             advance(clock->due());
-        }
-        if (signal.revents != 0) {
+        if (signal.revents != 0)
             receive_signal();
-        }
-        if (requests.revents != 0 && !serve_request(buffer)) {
+        if (requests.revents != 0 && !serve_request(buffer))
             break;
-        }
     }
     std::free(buffer.mem);
 }
 
 bool line_mount::serve_request(fuse_buf& buffer) {
-    const int result = fuse_session_receive_buf(session_, &buffer);
+    int const result = fuse_session_receive_buf(session_, &buffer);
     if (result > 0) {
         {
-            const std::lock_guard guard(mutex_);
+            std::lock_guard const guard(mutex_);
             fuse_session_process_buf(session_, &buffer);
         }
         served_.notify_all();
     }
-    const bool connected = result > 0 || result == -EAGAIN || result == -EINTR;
+    bool const connected = result > 0 || result == -EAGAIN || result == -EINTR;
     return connected && fuse_session_exited(session_) == 0;
 }
 
 void line_mount::receive_signal() {
     {
-        const std::lock_guard guard(mutex_);
+        std::lock_guard const guard(mutex_);
         links_->receive_signal();
     }
     served_.notify_all();
@@ -126,9 +119,8 @@ void line_mount::start(tick_clock* clock) {
 }
 
 void line_mount::stop() {
-    if (session_ == nullptr) {
+    if (session_ == nullptr)
         return;
-    }
     if (thread_.joinable()) {
         eventfd_write(wake_fd_, 1);
         thread_.join();
@@ -141,11 +133,11 @@ void line_mount::stop() {
 }
 
 void line_mount::advance(uint64_t ticks) {
-    const std::lock_guard guard(mutex_);
+    std::lock_guard const guard(mutex_);
     files_->advance(ticks);
 }
 
-bool line_mount::wait_until(const std::function<bool()>& condition, std::chrono::milliseconds limit) {
+bool line_mount::wait_until(std::function<bool()> const& condition, std::chrono::milliseconds limit) {
     std::unique_lock guard(mutex_);
     return served_.wait_for(guard, limit, condition);
 }

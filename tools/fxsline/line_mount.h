@@ -35,12 +35,12 @@ class line_mount {
 public:
     // Bank and links (nullptr: none) stay the caller's and must outlive the mount.
     explicit line_mount(line_bank& bank, driver_links* links = nullptr) : bank_(bank), links_(links) {}
-    line_mount(const line_mount&) = delete;
+    line_mount(line_mount const&) = delete;
     ~line_mount() { stop(); }
 
     // Mounts. On failure error() says why in a sentence.
-    mount_error open(const mount_config& config);
-    const std::string& error() const { return error_; }
+    mount_error open(mount_config const& config);
+    std::string const& error() const { return error_; }
 
     // Answers requests, reports what comes over the links, and lets time pass with `clock` if there is one, until `stop_fd` is readable (-1: no such
     // descriptor), stop() is called or the directory is unmounted from outside.
@@ -58,12 +58,12 @@ public:
     // Calls `function` while no request is served and no time passes.
     template <class F>
     auto locked(F function) {
-        const std::lock_guard guard(mutex_);
+        std::lock_guard const guard(mutex_);
         return function();
     }
 
     // Waits until `condition` holds, which is checked after every request and signal, locked. False when `limit` passed first.
-    bool wait_until(const std::function<bool()>& condition, std::chrono::milliseconds limit = patience);
+    bool wait_until(std::function<bool()> const& condition, std::chrono::milliseconds limit = patience);
 
     // Waits until every open device has been read empty and its reader sleeps in select, poll or read until there is
     // more: the processes under test have done what the last tick gave them to do with audio.

@@ -23,27 +23,25 @@ int end_signals() {
     signal(SIGPIPE, SIG_IGN);  // a reader of our events that goes away must not leave the mount behind
     sigset_t signals;
     sigemptyset(&signals);
-    for (int number : {SIGINT, SIGTERM, SIGHUP}) {
+    for (int number : {SIGINT, SIGTERM, SIGHUP})
         sigaddset(&signals, number);
-    }
     sigprocmask(SIG_BLOCK, &signals, nullptr);
     return signalfd(-1, &signals, SFD_CLOEXEC);
 }
 
-int failure(const std::string& error, int status) {
+int failure(std::string const& error, int status) {
     std::fprintf(stderr, "fxsline: %s\n", error.c_str());
     return status;
 }
 
-event_printer::style print_style(const program_options& options) {
-    if (options.quiet) {
+event_printer::style print_style(program_options const& options) {
+    if (options.quiet)
         return event_printer::style::quiet;
-    }
     return options.json ? event_printer::style::json : event_printer::style::text;
 }
 
 // Prints or writes what is shown at the end; false if it could not be written.
-bool conclude(const program_options& options, const event_printer& printer, line_bank& bank) {
+bool conclude(program_options const& options, event_printer const& printer, line_bank& bank) {
     printer.totals(bank);
     if (options.led_file.empty()) {
         printer.led(bank);
@@ -54,32 +52,28 @@ bool conclude(const program_options& options, const event_printer& printer, line
     return file.good();
 }
 
-int run(const program_options& options) {
-    const event_printer printer(print_style(options));
-    line_bank bank(options.bank, [&printer](const line_event& event) { printer.event(event); });
-    const int stop_fd = end_signals();
+int run(program_options const& options) {
+    event_printer const printer(print_style(options));
+    line_bank bank(options.bank, [&printer](line_event const& event) { printer.event(event); });
+    int const stop_fd = end_signals();
     driver_links links(bank);
     std::string error = links.create(options.links);
-    if (!error.empty()) {
+    if (!error.empty())
         return failure(error, exit_no_links);
-    }
     line_mount mount(bank, &links);
-    const mount_error result = mount.open(options.mount);
-    if (result != mount_error::none) {
+    mount_error const result = mount.open(options.mount);
+    if (result != mount_error::none)
         return failure(mount.error(), result == mount_error::no_fuse ? exit_no_fuse : exit_bad_mountpoint);
-    }
     recordings files;
     error = files.create(options.heard_files, options.said_files, bank);
-    if (!error.empty()) {
+    if (!error.empty())
         return failure(error, exit_not_recorded);
-    }
     printer.serving(options.mount.mountpoint, bank.lines());
-    const auto clock = options.mount.stepped ? nullptr : std::make_unique<tick_clock>();
+    auto const clock = options.mount.stepped ? nullptr : std::make_unique<tick_clock>();
     mount.serve(clock.get(), stop_fd);
     mount.stop();
-    if (!conclude(options, printer, bank)) {
+    if (!conclude(options, printer, bank))
         return failure("can't write " + options.led_file, exit_not_recorded);
-    }
     return files.finish() ? exit_ended
                           : failure("a recording could not be written completely", exit_not_recorded);
 }
@@ -87,6 +81,6 @@ int run(const program_options& options) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    const parsed_options parsed = parse_options(argc, argv);
+    parsed_options const parsed = parse_options(argc, argv);
     return parsed.options ? run(*parsed.options) : parsed.status;
 }

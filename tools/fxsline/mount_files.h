@@ -35,10 +35,10 @@ public:
     mount_files(unsigned lines, bool pipe, bool signal);
 
     // nullptr when there is no such file.
-    const mount_file* find(std::string_view name) const;
-    const mount_file* find(uint64_t inode) const;
+    mount_file const* find(std::string_view name) const;
+    mount_file const* find(uint64_t inode) const;
 
-    const std::vector<mount_file>& all() const { return files_; }
+    std::vector<mount_file> const& all() const { return files_; }
 
 private:
     void add(std::string name, file_kind kind, unsigned line, unsigned mode);

@@ -20,26 +20,22 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* fuse_device = "/dev/fuse";
+constexpr char const* fuse_device = "/dev/fuse";
 
-bool mounted_by_us(const std::string& directory) {
-    const std::unique_ptr<FILE, int (*)(FILE*)> table(setmntent("/proc/self/mounts", "re"), endmntent);
-    if (!table) {
+bool mounted_by_us(std::string const& directory) {
+    std::unique_ptr<FILE, int (*)(FILE*)> const table(setmntent("/proc/self/mounts", "re"), endmntent);
+    if (!table)
         return false;
-    }
-    while (const mntent* entry = getmntent(table.get())) {
-        if (directory == entry->mnt_dir && std::strcmp(entry->mnt_type, mount_type) == 0) {
+    while (mntent const* entry = getmntent(table.get()))
+        if (directory == entry->mnt_dir && std::strcmp(entry->mnt_type, mount_type) == 0)
             return true;
-        }
-    }
     return false;
 }
 
 // Detaches the topmost mount on `directory`: by ourselves as root, else with fusermount3.
-bool detach(const std::string& directory) {
-    if (umount2(directory.c_str(), MNT_DETACH | UMOUNT_NOFOLLOW) == 0) {
+bool detach(std::string const& directory) {
+    if (umount2(directory.c_str(), MNT_DETACH | UMOUNT_NOFOLLOW) == 0)
         return true;
-    }
     std::string program = "fusermount3";
     std::string options = "-uzq";
     std::string target = directory;
@@ -51,20 +47,19 @@ bool detach(const std::string& directory) {
 }
 
 // The absolute path without a look at the directory itself, which may be a dead mount.
-std::string absolute_path(const std::string& directory) {
+std::string absolute_path(std::string const& directory) {
     fs::path path = fs::absolute(directory).lexically_normal();
-    if (!path.has_filename()) {
+    if (!path.has_filename())
         path = path.parent_path();  // "dir/"
-    }
     std::error_code ignored;
-    const fs::path parent = fs::canonical(path.parent_path(), ignored);
+    fs::path const parent = fs::canonical(path.parent_path(), ignored);
     return parent.empty() ? path.string() : (parent / path.filename()).string();
 }
 
 }  // namespace
 
-outcome<std::string> prepare_mount_point(const std::string& directory) {
-    const std::string path = absolute_path(directory);
+outcome<std::string> prepare_mount_point(std::string const& directory) {
+    std::string const path = absolute_path(directory);
     struct statfs ignored {};  // always asks the file system, where stat may answer from the kernel's cache
     while (statfs(path.c_str(), &ignored) != 0 && errno == ENOTCONN) {
         if (!detach(path)) {
@@ -73,25 +68,20 @@ outcome<std::string> prepare_mount_point(const std::string& directory) {
         }
     }
     struct stat status {};
-    if (stat(path.c_str(), &status) != 0) {
+    if (stat(path.c_str(), &status) != 0)
         return outcome<std::string>::failed("can't mount on " + path + ": " + std::strerror(errno));
-    }
-    if (!S_ISDIR(status.st_mode)) {
+    if (!S_ISDIR(status.st_mode))
         return outcome<std::string>::failed("can't mount on " + path + ": it is no directory");
-    }
-    if (mounted_by_us(path)) {
+    if (mounted_by_us(path))
         return outcome<std::string>::failed("another fxsline serves " + path);
-    }
     return {path, {}};
 }
 
 std::string fuse_obstacle() {
-    if (access(fuse_device, F_OK) != 0) {
+    if (access(fuse_device, F_OK) != 0)
         return "there is no /dev/fuse: the kernel lacks FUSE, or 'modprobe fuse' is needed";
-    }
-    if (access(fuse_device, R_OK | W_OK) != 0) {
+    if (access(fuse_device, R_OK | W_OK) != 0)
         return "no permission to use /dev/fuse: run as root, or let this user read and write it";
-    }
     return {};
 }
 

@@ -9,12 +9,12 @@
 namespace fxsline {
 
 // Type of our mounts in the mount table.
-inline constexpr const char* mount_type = "fuse.fxsline";
+inline constexpr char const* mount_type = "fuse.fxsline";
 
 // Makes `directory` ready to be mounted on: detaches a mount that a killed run left ("Transport endpoint is not
 // connected"). Gives its absolute path, or says why it can't be mounted on: no directory, or served by another
 // running fxsline.
-outcome<std::string> prepare_mount_point(const std::string& directory);
+outcome<std::string> prepare_mount_point(std::string const& directory);
 
 // What keeps this user from mounting FUSE file systems, or an empty string.
 std::string fuse_obstacle();

@@ -11,11 +11,11 @@ namespace fxsline {
 
 namespace {
 
-constexpr const char* description =
+constexpr char const* description =
     "Simulated telephone lines: serves MOUNTPOINT/sdt0 to sdt3, which behave as a line driver's audio "
     "devices.";
 
-constexpr const char* footer = R"(
+constexpr char const* footer = R"(
 Files in MOUNTPOINT:
   sdtN         audio device of line N: 16-bit samples, 8 kHz, blocks of 160 bytes
   lineN.say    write "wav PATH", "loop PATH", "tone HZ[+HZ] DBFS" or "silence"
@@ -82,8 +82,8 @@ void declare(CLI::App& app, program_options& options, raw_options& raw) {
 }
 
 // Splits "N=VALUE"; N must be below `limit`.
-std::pair<unsigned, std::string> numbered(const std::string& text, unsigned limit) {
-    const size_t equals = text.find('=');
+std::pair<unsigned, std::string> numbered(std::string const& text, unsigned limit) {
+    size_t const equals = text.find('=');
     unsigned number = 0;
     if (equals == text.npos || !CLI::detail::lexical_cast(text.substr(0, equals), number) ||
         number >= limit) {
@@ -94,7 +94,7 @@ std::pair<unsigned, std::string> numbered(const std::string& text, unsigned limi
 }
 
 template <class T>
-T to_number(const std::string& text, T lowest, T highest) {
+T to_number(std::string const& text, T lowest, T highest) {
     T number{};
     if (!CLI::detail::lexical_cast(text, number) || number < lowest || number > highest) {
         throw CLI::ValidationError("'" + text + "' is not a number from " + std::to_string(lowest) + " to " +
@@ -105,31 +105,29 @@ T to_number(const std::string& text, T lowest, T highest) {
 
 template <class T>
 T checked(outcome<T> made) {
-    if (!made.value) {
+    if (!made.value)
         throw CLI::ValidationError(made.error);
-    }
     return std::move(*made.value);
 }
 
-void fill_speech(bank_config& bank, const raw_options& raw) {
-    const auto lines = static_cast<unsigned>(bank.lines.size());
-    const auto loops = [&raw](unsigned line) { return std::ranges::count(raw.loop, line) > 0; };
-    for (const std::string& text : raw.say) {
-        const auto [line, file] = numbered(text, lines);
+void fill_speech(bank_config& bank, raw_options const& raw) {
+    auto const lines = static_cast<unsigned>(bank.lines.size());
+    auto const loops = [&raw](unsigned line) { return std::ranges::count(raw.loop, line) > 0; };
+    for (std::string const& text : raw.say) {
+        auto const [line, file] = numbered(text, lines);
         bank.lines[line].says = checked(load_speech(file, loops(line)));
     }
-    for (const std::string& text : raw.tone) {
+    for (std::string const& text : raw.tone) {
         auto [line, tone] = numbered(text, lines);
         std::ranges::replace(tone, ',', ' ');
         bank.lines[line].says = checked(parse_speech("tone " + tone));
     }
-    for (const std::string& text : raw.delay) {
-        const auto [line, delay] = numbered(text, lines);
+    for (std::string const& text : raw.delay) {
+        auto const [line, delay] = numbered(text, lines);
         bank.lines[line].delay_ms = to_number(delay, 0U, 86400000U);
     }
-    for (unsigned line : raw.from_start) {
+    for (unsigned line : raw.from_start)
         bank.lines[line].from_clock_start = true;
-    }
     for (unsigned line : raw.loop) {
         if (!bank.lines[line].says.describe().starts_with("loop")) {
             throw CLI::ValidationError("--loop " + std::to_string(line) + " needs --say " +
@@ -138,44 +136,39 @@ void fill_speech(bank_config& bank, const raw_options& raw) {
     }
 }
 
-void fill_script(links_config& links, const raw_options& raw, unsigned lines) {
-    if (links.pipe.empty() && !(raw.pipe_script.empty() && raw.hook.empty())) {
+void fill_script(links_config& links, raw_options const& raw, unsigned lines) {
+    if (links.pipe.empty() && !(raw.pipe_script.empty() && raw.hook.empty()))
         throw CLI::ValidationError("--pipe-script and --hook need --pipe");
-    }
     if (!raw.pipe_script.empty()) {
         std::ifstream file(raw.pipe_script, std::ios::binary);
-        const std::string rows{std::istreambuf_iterator<char>(file), {}};
-        if (!file) {
+        std::string const rows{std::istreambuf_iterator<char>(file), {}};
+        if (!file)
             throw CLI::ValidationError("can't read " + raw.pipe_script);
-        }
         links.script = checked(parse_pipe_script(rows));
     }
-    for (const std::string& text : raw.hook) {
-        const auto [line, times] = numbered(text, lines);
+    for (std::string const& text : raw.hook) {
+        auto const [line, times] = numbered(text, lines);
         std::vector<unsigned> times_ms;
-        for (const std::string& time : CLI::detail::split(times, ',')) {
+        for (std::string const& time : CLI::detail::split(times, ','))
             times_ms.push_back(to_number(time, 0U, 86400000U));
-        }
         std::ranges::copy(hook_changes(line, times_ms), std::back_inserter(links.script));
     }
 }
 
-void fill(program_options& options, const raw_options& raw) {
-    const auto lines = static_cast<unsigned>(options.bank.lines.size());
+void fill(program_options& options, raw_options const& raw) {
+    auto const lines = static_cast<unsigned>(options.bank.lines.size());
     for (line_config& line : options.bank.lines) {
         line.backlog_blocks = raw.backlog_blocks;
         line.play_queue_blocks = raw.room_blocks;
     }
     fill_speech(options.bank, raw);
     fill_script(options.links, raw, lines);
-    for (const std::string& text : raw.hear) {
+    for (std::string const& text : raw.hear)
         options.heard_files.insert_or_assign(numbered(text, lines).first, numbered(text, lines).second);
-    }
-    for (const std::string& text : raw.said) {
+    for (std::string const& text : raw.said)
         options.said_files.insert_or_assign(numbered(text, lines).first, numbered(text, lines).second);
-    }
-    for (const std::string& text : raw.answer) {
-        const auto [command, value] = numbered(text, 4096);
+    for (std::string const& text : raw.answer) {
+        auto const [command, value] = numbered(text, 4096);
         options.bank.base_answers[command] = to_number(value, -4095, 0x7fffffff);
     }
 }
@@ -191,7 +184,7 @@ parsed_options parse_options(int argc, char** argv) {
     try {
         app.parse(argc, argv);
         fill(options, raw);
-    } catch (const CLI::ParseError& error) {
+    } catch (CLI::ParseError const& error) {
         return {std::nullopt, app.exit(error) == 0 ? exit_ended : exit_bad_options};
     }
     return {std::move(options), exit_ended};

@@ -22,18 +22,16 @@ std::optional<std::string> unescaped(std::string_view text) {
             bytes += text[i];
             continue;
         }
-        const char kind = ++i < text.size() ? text[i] : '\0';
-        if (kind == 'c' && i + 1 == text.size()) {
+        char const kind = ++i < text.size() ? text[i] : '\0';
+        if (kind == 'c' && i + 1 == text.size())
             return bytes;
-        }
         if (kind == 'r' || kind == 'n' || kind == '\\') {
             bytes += kind == 'r' ? '\r' : kind == 'n' ? '\n' : '\\';
             continue;
         }
-        const auto byte = kind == 'x' ? protocol::from_hex(text.substr(i + 1, 2)) : std::nullopt;
-        if (!byte || byte->size() != 1) {
+        auto const byte = kind == 'x' ? protocol::from_hex(text.substr(i + 1, 2)) : std::nullopt;
+        if (!byte || byte->size() != 1)
             return std::nullopt;
-        }
         bytes += static_cast<char>(byte->front());
         i += 2;
     }
@@ -42,11 +40,10 @@ std::optional<std::string> unescaped(std::string_view text) {
 
 std::optional<scripted_text> parse_row(std::string_view row) {
     uint64_t time_ms = 0;
-    const auto [end, error] = std::from_chars(row.data(), row.data() + row.size(), time_ms);
-    const auto text = row.substr(static_cast<size_t>(end - row.data()));
-    if (error != std::errc() || time_ms > longest_ms || !text.starts_with(' ')) {
+    auto const [end, error] = std::from_chars(row.data(), row.data() + row.size(), time_ms);
+    auto const text = row.substr(static_cast<size_t>(end - row.data()));
+    if (error != std::errc() || time_ms > longest_ms || !text.starts_with(' '))
         return std::nullopt;
-    }
     auto bytes = unescaped(text.substr(1));
     return bytes ? std::optional(scripted_text{time_ms, std::move(*bytes)}) : std::nullopt;
 }
@@ -56,15 +53,13 @@ std::optional<scripted_text> parse_row(std::string_view row) {
 outcome<pipe_script> parse_pipe_script(std::string_view rows) {
     pipe_script script;
     for (unsigned number = 1; !rows.empty(); number++) {
-        const size_t end = std::min(rows.find('\n'), rows.size());
+        size_t const end = std::min(rows.find('\n'), rows.size());
         std::string_view row = rows.substr(0, end);
         rows.remove_prefix(std::min(end + 1, rows.size()));
-        if (row.ends_with('\r')) {
+        if (row.ends_with('\r'))
             row.remove_suffix(1);
-        }
-        if (row.empty() || row.starts_with('#')) {
+        if (row.empty() || row.starts_with('#'))
             continue;
-        }
         auto parsed = parse_row(row);
         if (!parsed) {
             return outcome<pipe_script>::failed("row " + std::to_string(number) +
@@ -75,10 +70,10 @@ outcome<pipe_script> parse_pipe_script(std::string_view rows) {
     return {std::move(script), {}};
 }
 
-pipe_script hook_changes(unsigned line, const std::vector<unsigned>& times_ms) {
+pipe_script hook_changes(unsigned line, std::vector<unsigned> const& times_ms) {
     pipe_script script;
     for (size_t i = 0; i < times_ms.size(); i++) {
-        const std::string text = (i % 2 == 0 ? "off-hook " : "on-hook ") + std::to_string(line);
+        std::string const text = (i % 2 == 0 ? "off-hook " : "on-hook ") + std::to_string(line);
         script.push_back({times_ms[i], text + std::string(line_end)});
     }
     return script;

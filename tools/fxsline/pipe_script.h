@@ -22,6 +22,6 @@ using pipe_script = std::vector<scripted_text>;
 outcome<pipe_script> parse_pipe_script(std::string_view rows);
 
 // The telephone of `line` goes off-hook ("off-hook N") at the first time, on-hook at the second, and so on.
-pipe_script hook_changes(unsigned line, const std::vector<unsigned>& times_ms);
+pipe_script hook_changes(unsigned line, std::vector<unsigned> const& times_ms);
 
 }  // namespace fxsline

@@ -14,15 +14,15 @@ namespace fxsline {
 class recordings {
 public:
     // Creates the files (path by line) and lets the lines of `bank` feed them. An empty text, or what went wrong.
-    std::string create(const std::map<unsigned, std::string>& heard_files,
-                       const std::map<unsigned, std::string>& said_files, line_bank& bank);
+    std::string create(std::map<unsigned, std::string> const& heard_files,
+                       std::map<unsigned, std::string> const& said_files, line_bank& bank);
 
     // Completes the files; false if anything could not be written.
     bool finish();
 
 private:
     // What feeds a new file at `path`; empty, with error_ set, if it can't be created.
-    simulated_line::tap add(const std::string& path);
+    simulated_line::tap add(std::string const& path);
 
     std::list<wav_recorder> recorders_;
     std::string error_;

@@ -18,18 +18,16 @@ public:
     size_t room() const { return ring_.size() - size_; }
 
     // Appends `samples`, which must not be more than room().
-    void push(std::span<const int16_t> samples) {
-        for (int16_t sample : samples) {
+    void push(std::span<int16_t const> samples) {
+        for (int16_t sample : samples)
             ring_[(first_ + size_++) % ring_.size()] = sample;
-        }
     }
 
     // Moves the oldest samples to `out`, as many as there are and fit; returns their number.
     size_t pop(std::span<int16_t> out) {
-        const size_t count = std::min(out.size(), size_);
-        for (size_t i = 0; i < count; i++) {
+        size_t const count = std::min(out.size(), size_);
+        for (size_t i = 0; i < count; i++)
             out[i] = ring_[(first_ + i) % ring_.size()];
-        }
         discard(count);
         return count;
     }

@@ -23,7 +23,7 @@ void make_raw(int fd) {
     tcsetattr(fd, TCSANOW, &settings);
 }
 
-bool leads_to_terminal(const std::string& link) {
+bool leads_to_terminal(std::string const& link) {
     std::error_code error;
     return std::filesystem::read_symlink(link, error).string().starts_with("/dev/pts/");
 }
@@ -31,44 +31,38 @@ bool leads_to_terminal(const std::string& link) {
 }  // namespace
 
 signal_device::~signal_device() {
-    if (!link_.empty()) {
+    if (!link_.empty())
         unlink(link_.c_str());
-    }
-    for (int fd : {slave_, master_}) {
-        if (fd >= 0) {
+    for (int fd : {slave_, master_})
+        if (fd >= 0)
             close(fd);
-        }
-    }
 }
 
-std::string signal_device::create(const std::string& link) {
+std::string signal_device::create(std::string const& link) {
     master_ = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
     char slave[64];
     if (master_ < 0 || grantpt(master_) != 0 || unlockpt(master_) != 0 ||
         ptsname_r(master_, slave, sizeof slave) != 0 ||
-        (slave_ = open(slave, O_RDWR | O_NOCTTY | O_CLOEXEC)) < 0) {
+        (slave_ = open(slave, O_RDWR | O_NOCTTY | O_CLOEXEC)) < 0)
         return std::string("can't make a pseudo-terminal: ") + std::strerror(errno);
-    }
     make_raw(slave_);
-    if (leads_to_terminal(link)) {
+    if (leads_to_terminal(link))
         unlink(link.c_str());
-    }
-    if (symlink(slave, link.c_str()) != 0) {
+    if (symlink(slave, link.c_str()) != 0)
         return "can't create the link " + link + ": " + std::strerror(errno);
-    }
     link_ = link;
     return {};
 }
 
 std::vector<uint8_t> signal_device::receive() {
     std::vector<uint8_t> bytes(most_bytes);
-    const ssize_t count = read(master_, bytes.data(), bytes.size());
+    ssize_t const count = read(master_, bytes.data(), bytes.size());
     bytes.resize(count > 0 ? static_cast<size_t>(count) : 0);
     return bytes;
 }
 
-size_t signal_device::send(std::span<const uint8_t> bytes) {
-    const ssize_t count = write(master_, bytes.data(), bytes.size());
+size_t signal_device::send(std::span<uint8_t const> bytes) {
+    ssize_t const count = write(master_, bytes.data(), bytes.size());
     return count > 0 ? static_cast<size_t>(count) : 0;
 }
 

@@ -12,12 +12,12 @@ namespace fxsline {
 class signal_device {
 public:
     signal_device() = default;
-    signal_device(const signal_device&) = delete;
+    signal_device(signal_device const&) = delete;
     ~signal_device();
 
     // Makes the terminal and the link to it. A link to a terminal that is there already, as a killed run leaves it,
     // is replaced. An empty text, or what went wrong.
-    std::string create(const std::string& link);
+    std::string create(std::string const& link);
 
     // Readable (for poll) when the process has written; -1 before create().
     int fd() const { return master_; }
@@ -26,7 +26,7 @@ public:
     std::vector<uint8_t> receive();
 
     // Returns how many of `bytes` the terminal took: all, unless the process has left several kB unread.
-    size_t send(std::span<const uint8_t> bytes);
+    size_t send(std::span<uint8_t const> bytes);
 
 private:
     int master_ = -1;

@@ -18,9 +18,8 @@ bool simulated_line::open_device() {
 }
 
 bool simulated_line::close_device() {
-    if (--open_count_ > 0) {
+    if (--open_count_ > 0)
         return false;
-    }
     backlog_.discard(backlog_.size());
     flowing_ = false;
     overrunning_ = false;
@@ -28,21 +27,21 @@ bool simulated_line::close_device() {
 }
 
 size_t simulated_line::read(std::span<int16_t> out) {
-    const size_t count = backlog_.pop(out);
+    size_t const count = backlog_.pop(out);
     counters_.samples_read += count;
     overrunning_ = false;
     return count;
 }
 
-size_t simulated_line::write(std::span<const int16_t> samples) {
-    const size_t count = std::min(samples.size(), to_play_.room());
+size_t simulated_line::write(std::span<int16_t const> samples) {
+    size_t const count = std::min(samples.size(), to_play_.room());
     to_play_.push(samples.first(count));
     counters_.samples_written += count;
     return count;
 }
 
 size_t simulated_line::clear_tx() {
-    const size_t count = to_play_.size();
+    size_t const count = to_play_.size();
     to_play_.discard(count);
     counters_.tx_clears++;
     flowing_ = false;
@@ -64,14 +63,13 @@ tick_report simulated_line::tick() {
 
 void simulated_line::play(tick_report& report) {
     block heard{};
-    const bool whole = to_play_.pop(heard) == heard.size();
+    bool const whole = to_play_.pop(heard) == heard.size();
     report.underrun = flowing_ && !whole;
     counters_.underruns += report.underrun;
     flowing_ = whole && is_open();
     heard_level_.add(heard);
-    if (heard_tap_) {
+    if (heard_tap_)
         heard_tap_(heard);
-    }
 }
 
 void simulated_line::speak(tick_report& report) {
@@ -80,19 +78,17 @@ void simulated_line::speak(tick_report& report) {
     if (started_ && delay_ticks_ > 0) {
         delay_ticks_--;
     } else if (started_) {
-        const bool ended_before = says_.ended();
+        bool const ended_before = says_.ended();
         says_.next(said);
         report.speech_ended = says_.ended() && !ended_before;
     }
-    if (said_tap_) {
+    if (said_tap_)
         said_tap_(said);
-    }
-    if (is_open()) {
+    if (is_open())
         keep_for_reader(said, report);
-    }
 }
 
-void simulated_line::keep_for_reader(const block& said, tick_report& report) {
+void simulated_line::keep_for_reader(block const& said, tick_report& report) {
     if (backlog_.room() < said.size()) {
         backlog_.discard(said.size() - backlog_.room());
         counters_.overruns++;

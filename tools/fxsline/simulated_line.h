@@ -44,7 +44,7 @@ struct tick_report {
 class simulated_line {
 public:
     // Receives the 80 samples of each tick.
-    using tap = std::function<void(const block&)>;
+    using tap = std::function<void(block const&)>;
 
     explicit simulated_line(line_config config);
 
@@ -67,28 +67,28 @@ public:
     // Takes the oldest unread samples, as many as there are and fit; returns their number.
     size_t read(std::span<int16_t> out);
     // Queues the first samples, as many as there is room for; returns their number.
-    size_t write(std::span<const int16_t> samples);
+    size_t write(std::span<int16_t const> samples);
     // Forgets what was written and not yet played; returns its number of samples.
     size_t clear_tx();
 
     // Says something else from the next tick on, without delay.
     void say(speech what);
-    const speech& says() const { return says_; }
+    speech const& says() const { return says_; }
     bool speech_started() const { return started_ && delay_ticks_ == 0; }
 
     // 10 ms pass: one block is played to the ear, one is said.
     tick_report tick();
 
-    const line_counters& counters() const { return counters_; }
+    line_counters const& counters() const { return counters_; }
     size_t samples_to_read() const { return backlog_.size(); }
     size_t samples_to_play() const { return to_play_.size(); }
     size_t play_capacity() const { return to_play_.size() + to_play_.room(); }  // samples
-    const level_meter& heard_level() const { return heard_level_; }
+    level_meter const& heard_level() const { return heard_level_; }
 
 private:
     void play(tick_report& report);
     void speak(tick_report& report);
-    void keep_for_reader(const block& said, tick_report& report);
+    void keep_for_reader(block const& said, tick_report& report);
 
     speech says_;
     bool started_;          // the delay runs or has run

@@ -30,58 +30,52 @@ int16_t to_sample(double value) {
     return static_cast<int16_t>(std::clamp(std::lround(value), -32768L, 32767L));
 }
 
-outcome<std::vector<double>> parse_frequencies(const std::string& text) {
+outcome<std::vector<double>> parse_frequencies(std::string const& text) {
     outcome<std::vector<double>> result;
     result.value.emplace();
     std::istringstream stream(text + '+');
     std::string one;
     while (std::getline(stream, one, '+')) {
         char* end = nullptr;
-        const double hz = std::strtod(one.c_str(), &end);
-        if (one.empty() || *end != '\0' || !(hz >= lowest_hz && hz <= highest_hz)) {
+        double const hz = std::strtod(one.c_str(), &end);
+        if (one.empty() || *end != '\0' || !(hz >= lowest_hz && hz <= highest_hz))
             return {std::nullopt, "a frequency is 100 to 3900 Hz, not '" + one + "'"};
-        }
         result.value->push_back(hz);
     }
     return result;
 }
 
-outcome<speech> parse_tone(const std::string& arguments) {
+outcome<speech> parse_tone(std::string const& arguments) {
     std::istringstream words(arguments);
     std::string frequencies;
     std::string level;
     std::string excess;
-    if (!(words >> frequencies >> level) || (words >> excess)) {
+    if (!(words >> frequencies >> level) || (words >> excess))
         return outcome<speech>::failed("a tone needs frequency and level, as in 'tone 440 -20'");
-    }
     auto parsed = parse_frequencies(frequencies);
-    if (!parsed.value) {
+    if (!parsed.value)
         return outcome<speech>::failed(parsed.error);
-    }
     char* end = nullptr;
-    const double dbfs = std::strtod(level.c_str(), &end);
-    if (*end != '\0' || !(dbfs >= lowest_dbfs && dbfs <= 0)) {
+    double const dbfs = std::strtod(level.c_str(), &end);
+    if (*end != '\0' || !(dbfs >= lowest_dbfs && dbfs <= 0))
         return outcome<speech>::failed("a level is -90 to 0 dBFS, not '" + level + "'");
-    }
     return {speech::tone(std::move(*parsed.value), dbfs), {}};
 }
 
 using sound_file = std::unique_ptr<SNDFILE, int (*)(SNDFILE*)>;
 
 // Opens a regular file only: a pipe or device would stop the clock until somebody wrote to it.
-outcome<sound_file> open_sound(const std::string& path, SF_INFO& info) {
-    const int fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+outcome<sound_file> open_sound(std::string const& path, SF_INFO& info) {
+    int const fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     struct stat status {};
     if (fd < 0 || fstat(fd, &status) != 0 || !S_ISREG(status.st_mode)) {
-        if (fd >= 0) {
+        if (fd >= 0)
             close(fd);
-        }
         return outcome<sound_file>::failed("can't open the file " + path);
     }
     sound_file sound(sf_open_fd(fd, SFM_READ, &info, SF_TRUE), sf_close);
-    if (!sound) {
+    if (!sound)
         return outcome<sound_file>::failed(path + ": " + sf_strerror(nullptr));
-    }
     if (info.samplerate != static_cast<int>(sample_rate_hz)) {
         return outcome<sound_file>::failed(
             path + " has " + std::to_string(info.samplerate) +
@@ -98,8 +92,8 @@ std::vector<int16_t> read_mono(SNDFILE* sound, size_t channels) {
     std::vector<float> frames(4096 * channels);  // full scale is 1; 16-bit samples come through unchanged
     for (sf_count_t count; (count = sf_readf_float(sound, frames.data(), 4096)) > 0;) {
         for (size_t frame = 0; frame < static_cast<size_t>(count); frame++) {
-            const float* first = &frames[frame * channels];
-            const float sum = std::accumulate(first, first + channels, 0.0F);
+            float const* first = &frames[frame * channels];
+            float const sum = std::accumulate(first, first + channels, 0.0F);
             samples.push_back(to_sample(32768.0 * sum / static_cast<double>(channels)));
         }
     }
@@ -145,46 +139,38 @@ bool speech::ended() const {
 }
 
 std::string speech::describe() const {
-    if (!samples_.empty()) {
+    if (!samples_.empty())
         return (loop_ ? "loop " : "wav ") + name_;
-    }
     std::string text;
-    for (double hz : frequencies_hz_) {
+    for (double hz : frequencies_hz_)
         text += (text.empty() ? "tone " : "+") + shortest(hz);
-    }
     return text.empty() ? "silence" : text + " " + shortest(level_dbfs_);
 }
 
-outcome<speech> load_speech(const std::string& path, bool loop) {
+outcome<speech> load_speech(std::string const& path, bool loop) {
     SF_INFO info{};
     auto opened = open_sound(path, info);
-    if (!opened.value) {
+    if (!opened.value)
         return outcome<speech>::failed(opened.error);
-    }
     SNDFILE* sound = opened.value->get();
     std::vector<int16_t> samples = read_mono(sound, static_cast<size_t>(info.channels));
-    if (samples.empty()) {
+    if (samples.empty())
         return outcome<speech>::failed(path + " has no samples");
-    }
     return {speech::recording(std::move(samples), loop, path), {}};
 }
 
 outcome<speech> parse_speech(std::string_view command) {
-    if (command.ends_with('\n')) {
+    if (command.ends_with('\n'))
         command.remove_suffix(1);
-    }
-    const size_t space = command.find(' ');
-    const std::string_view verb = command.substr(0, space);
-    const std::string arguments(space == command.npos ? std::string_view() : command.substr(space + 1));
-    if (verb == "silence" && arguments.empty()) {
+    size_t const space = command.find(' ');
+    std::string_view const verb = command.substr(0, space);
+    std::string const arguments(space == command.npos ? std::string_view() : command.substr(space + 1));
+    if (verb == "silence" && arguments.empty())
         return {speech(), {}};
-    }
-    if (verb == "tone") {
+    if (verb == "tone")
         return parse_tone(arguments);
-    }
-    if ((verb == "wav" || verb == "loop") && !arguments.empty()) {
+    if ((verb == "wav" || verb == "loop") && !arguments.empty())
         return load_speech(arguments, verb == "loop");
-    }
     return outcome<speech>::failed("not a speech command: '" + std::string(command) +
                                    "' (silence, tone HZ DBFS, wav PATH, loop PATH)");
 }

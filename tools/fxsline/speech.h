@@ -48,7 +48,7 @@ private:
 
 // Loads a whole WAV file (any format that libsndfile reads from a regular file). It must have 8000 samples a second;
 // several channels are averaged to one.
-outcome<speech> load_speech(const std::string& path, bool loop);
+outcome<speech> load_speech(std::string const& path, bool loop);
 
 // Makes speech from a command, the last line feed of which may be missing:
 //   silence

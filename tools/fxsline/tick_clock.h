@@ -9,7 +9,7 @@ namespace fxsline {
 class tick_clock {
 public:
     tick_clock();  // the first tick is 10 ms away
-    tick_clock(const tick_clock&) = delete;
+    tick_clock(tick_clock const&) = delete;
     ~tick_clock();
 
     // Readable (for poll) when a tick is due.

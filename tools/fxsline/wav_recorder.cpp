@@ -6,22 +6,20 @@
 
 namespace fxsline {
 
-outcome<wav_recorder> wav_recorder::create(const std::string& path) {
+outcome<wav_recorder> wav_recorder::create(std::string const& path) {
     SF_INFO info{};
     info.samplerate = static_cast<int>(sample_rate_hz);
     info.channels = 1;
     info.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
     sound_file sound(sf_open(path.c_str(), SFM_WRITE, &info), sf_close);
-    if (!sound) {
+    if (!sound)
         return outcome<wav_recorder>::failed("can't write " + path + ": " + sf_strerror(nullptr));
-    }
     return {wav_recorder(std::move(sound)), {}};
 }
 
-void wav_recorder::add(std::span<const int16_t> samples) {
-    if (!sound_) {
+void wav_recorder::add(std::span<int16_t const> samples) {
+    if (!sound_)
         return;
-    }
     unwritten_.insert(unwritten_.end(), samples.begin(), samples.end());
     if (unwritten_.size() >= sample_rate_hz) {
         write_out();
@@ -38,7 +36,7 @@ bool wav_recorder::finish() {
 }
 
 void wav_recorder::write_out() {
-    const auto count = static_cast<sf_count_t>(unwritten_.size());
+    auto const count = static_cast<sf_count_t>(unwritten_.size());
     failed_ |= sf_write_short(sound_.get(), unwritten_.data(), count) != count;
     unwritten_.clear();
 }

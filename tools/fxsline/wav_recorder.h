@@ -18,13 +18,13 @@ namespace fxsline {
 class wav_recorder {
 public:
     // Creates or replaces the file `path`.
-    static outcome<wav_recorder> create(const std::string& path);
+    static outcome<wav_recorder> create(std::string const& path);
 
     wav_recorder(wav_recorder&&) = default;
     wav_recorder& operator=(wav_recorder&&) = delete;
     ~wav_recorder() { finish(); }
 
-    void add(std::span<const int16_t> samples);
+    void add(std::span<int16_t const> samples);
 
     // Writes what is left and closes the file; later calls do nothing. False if anything could not be written.
     bool finish();

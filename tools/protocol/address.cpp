@@ -8,51 +8,46 @@
 namespace protocol {
 
 std::optional<bytes> parse_ip(std::string_view text) {
-    const bool bracketed = text.size() > 2 && text.front() == '[' && text.back() == ']';
-    const std::string plain(bracketed ? text.substr(1, text.size() - 2) : text);
+    bool const bracketed = text.size() > 2 && text.front() == '[' && text.back() == ']';
+    std::string const plain(bracketed ? text.substr(1, text.size() - 2) : text);
     bytes v4(4);
     bytes v6(16);
-    if (!bracketed && inet_pton(AF_INET, plain.c_str(), v4.data()) == 1) {
+    if (!bracketed && inet_pton(AF_INET, plain.c_str(), v4.data()) == 1)
         return v4;
-    }
-    if (inet_pton(AF_INET6, plain.c_str(), v6.data()) == 1) {
+    if (inet_pton(AF_INET6, plain.c_str(), v6.data()) == 1)
         return v6;
-    }
     return std::nullopt;
 }
 
 std::optional<address> parse_address(std::string_view text) {
-    const std::size_t colon = text.rfind(':');
-    if (colon == std::string_view::npos) {
+    std::size_t const colon = text.rfind(':');
+    if (colon == std::string_view::npos)
         return std::nullopt;
-    }
-    const std::string_view host = text.substr(0, colon);
-    const std::string_view port_text = text.substr(colon + 1);
+    std::string_view const host = text.substr(0, colon);
+    std::string_view const port_text = text.substr(colon + 1);
     address endpoint;
-    const auto [end, error] =
+    auto const [end, error] =
         std::from_chars(port_text.data(), port_text.data() + port_text.size(), endpoint.port);
-    const std::optional<bytes> ip = parse_ip(host);
-    const bool complete = error == std::errc() && end == port_text.data() + port_text.size();
-    const bool bare_ipv6 = ip && ip->size() == 16 && host.front() != '[';
-    if (!ip || bare_ipv6 || !complete || endpoint.port == 0) {
+    std::optional<bytes> const ip = parse_ip(host);
+    bool const complete = error == std::errc() && end == port_text.data() + port_text.size();
+    bool const bare_ipv6 = ip && ip->size() == 16 && host.front() != '[';
+    if (!ip || bare_ipv6 || !complete || endpoint.port == 0)
         return std::nullopt;
-    }
     endpoint.ip = *ip;
     return endpoint;
 }
 
-std::string to_text(const address& endpoint) {
+std::string to_text(address const& endpoint) {
     char text[INET6_ADDRSTRLEN] = "";
-    const bool v4 = endpoint.ip.size() == 4;
-    if (!v4 && endpoint.ip.size() != 16) {
+    bool const v4 = endpoint.ip.size() == 4;
+    if (!v4 && endpoint.ip.size() != 16)
         return "none";
-    }
     inet_ntop(v4 ? AF_INET : AF_INET6, endpoint.ip.data(), text, sizeof text);
-    const std::string port = std::to_string(endpoint.port);
+    std::string const port = std::to_string(endpoint.port);
     return v4 ? std::string(text) + ":" + port : "[" + std::string(text) + "]:" + port;
 }
 
-bytes encode_address(const address& endpoint) {
+bytes encode_address(address const& endpoint) {
     bytes value(2 + endpoint.ip.size());
     value[0] = static_cast<std::uint8_t>(endpoint.port >> 8);
     value[1] = static_cast<std::uint8_t>(endpoint.port & 0xFF);
@@ -61,9 +56,8 @@ bytes encode_address(const address& endpoint) {
 }
 
 std::optional<address> decode_address(byte_view value) {
-    if (value.size() != 6 && value.size() != 18) {
+    if (value.size() != 6 && value.size() != 18)
         return std::nullopt;
-    }
     address endpoint;
     endpoint.port = static_cast<std::uint16_t>(value[0] << 8 | value[1]);
     endpoint.ip.assign(value.begin() + 2, value.end());

@@ -32,30 +32,25 @@ constexpr std::array<other_name, 9> aliases{{{"l16", "linear"},
 
 std::string lower_case(std::string_view text) {
     std::string lower(text);
-    for (char& c : lower) {
+    for (char& c : lower)
         c = c >= 'A' && c <= 'Z' ? static_cast<char>(c | 0x20) : c;
-    }
     return lower;
 }
 
 }  // namespace
 
-std::span<const codec_info> codecs() {
+std::span<codec_info const> codecs() {
     return table;
 }
 
-const codec_info* find_codec(std::string_view name_or_number) {
+codec_info const* find_codec(std::string_view name_or_number) {
     std::string name = lower_case(name_or_number);
-    for (const other_name& other : aliases) {
-        if (other.alias == name) {
+    for (other_name const& other : aliases)
+        if (other.alias == name)
             name = other.name;
-        }
-    }
-    for (const codec_info& codec : table) {
-        if (codec.name == name || std::to_string(codec.number) == name) {
+    for (codec_info const& codec : table)
+        if (codec.name == name || std::to_string(codec.number) == name)
             return &codec;
-        }
-    }
     return nullptr;
 }
 

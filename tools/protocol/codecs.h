@@ -17,10 +17,10 @@ struct codec_info {
 
 inline constexpr std::uint8_t telephone_event_codec = 7;  // can only be received
 
-std::span<const codec_info> codecs();
+std::span<codec_info const> codecs();
 
 // By name (either case; "g711a", "g711u" and "event" work too) or by number "0" to "7". nullptr when there is
 // none.
-const codec_info* find_codec(std::string_view name_or_number);
+codec_info const* find_codec(std::string_view name_or_number);
 
 }  // namespace protocol

@@ -100,20 +100,20 @@ struct led_command {
 };
 
 // One whole datagram each. Datagrams may be appended to one another and sent as one.
-bytes encode(const end_command& command);
-bytes encode(const log_level_command& command);
-bytes encode(const signal_command& command);
-bytes encode(const dtmf_command& command);
-bytes encode(const reset_base_command& command);
-bytes encode(const playback_command& command);
-bytes encode(const ntp_offset_command& command);
-bytes encode(const tunnel_command& command);
-bytes encode(const open_command& command);
-bytes encode(const media_command& command);
-bytes encode(const tdm_command& command);
-bytes encode(const session_command& command);
-bytes encode(const dump_command& command);
-bytes encode(const loopback_test_command& command);
-bytes encode(const led_command& command);
+bytes encode(end_command const& command);
+bytes encode(log_level_command const& command);
+bytes encode(signal_command const& command);
+bytes encode(dtmf_command const& command);
+bytes encode(reset_base_command const& command);
+bytes encode(playback_command const& command);
+bytes encode(ntp_offset_command const& command);
+bytes encode(tunnel_command const& command);
+bytes encode(open_command const& command);
+bytes encode(media_command const& command);
+bytes encode(tdm_command const& command);
+bytes encode(session_command const& command);
+bytes encode(dump_command const& command);
+bytes encode(loopback_test_command const& command);
+bytes encode(led_command const& command);
 
 }  // namespace protocol

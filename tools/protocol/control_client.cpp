@@ -25,7 +25,7 @@ sockaddr_in socket_address(std::uint16_t port) {
 }
 
 int milliseconds_until(std::chrono::steady_clock::time_point deadline) {
-    const auto left =
+    auto const left =
         std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now()).count();
     return static_cast<int>(std::clamp<std::int64_t>(left, 0, 1'000'000'000));
 }
@@ -59,11 +59,11 @@ void control_client::close_socket() {
     }
 }
 
-void control_client::note_error(const char* what) {
+void control_client::note_error(char const* what) {
     error_ = std::string(what) + ": " + std::strerror(errno);
 }
 
-control_client control_client::connect_udp(const std::string& host, std::uint16_t port,
+control_client control_client::connect_udp(std::string const& host, std::uint16_t port,
                                            std::uint16_t local_port) {
     control_client client;
     sockaddr_in remote = socket_address(port);
@@ -72,15 +72,14 @@ control_client control_client::connect_udp(const std::string& host, std::uint16_
         return client;
     }
     client.fd_ = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    const sockaddr_in local = socket_address(local_port);
-    const char* failed = nullptr;
-    if (client.fd_ < 0) {
+    sockaddr_in const local = socket_address(local_port);
+    char const* failed = nullptr;
+    if (client.fd_ < 0)
         failed = "socket";
-    } else if (bind(client.fd_, reinterpret_cast<const sockaddr*>(&local), sizeof local) != 0) {
+    else if (bind(client.fd_, reinterpret_cast<sockaddr const*>(&local), sizeof local) != 0)
         failed = "bind";
-    } else if (connect(client.fd_, reinterpret_cast<const sockaddr*>(&remote), sizeof remote) != 0) {
+    else if (connect(client.fd_, reinterpret_cast<sockaddr const*>(&remote), sizeof remote) != 0)
         failed = "connect";
-    }
     if (failed != nullptr) {
         client.note_error(failed);
         client.close_socket();
@@ -91,7 +90,7 @@ control_client control_client::connect_udp(const std::string& host, std::uint16_
 std::uint16_t control_client::local_port() const {
     sockaddr_in local{};
     socklen_t size = sizeof local;
-    const bool known = getsockname(fd_, reinterpret_cast<sockaddr*>(&local), &size) == 0;
+    bool const known = getsockname(fd_, reinterpret_cast<sockaddr*>(&local), &size) == 0;
     return known && local.sin_family == AF_INET ? ntohs(local.sin_port) : std::uint16_t{0};
 }
 
@@ -111,7 +110,7 @@ bool control_client::send(byte_view datagram) {
 
 bool control_client::take_datagram(bytes& datagram) {
     datagram.resize(largest_datagram_bytes);
-    const ssize_t size = recv(fd_, datagram.data(), datagram.size(), MSG_DONTWAIT);
+    ssize_t const size = recv(fd_, datagram.data(), datagram.size(), MSG_DONTWAIT);
     if (size < 0) {
         refused_ = refused_ || errno == ECONNREFUSED;
         closed_ = closed_ || errno == ECONNRESET;
@@ -129,49 +128,45 @@ bool control_client::take_datagram(bytes& datagram) {
 }
 
 std::optional<bytes> control_client::receive_datagram(milliseconds timeout) {
-    const clock::time_point deadline = clock::now() + timeout;
+    clock::time_point const deadline = clock::now() + timeout;
     bytes datagram;
     while (valid() && !closed_) {
-        if (take_datagram(datagram)) {
+        if (take_datagram(datagram))
             return datagram;
-        }
-        const int wait_ms = milliseconds_until(deadline);
+        int const wait_ms = milliseconds_until(deadline);
         pollfd ready{fd_, POLLIN, 0};
-        if (closed_ || wait_ms == 0) {
+        if (closed_ || wait_ms == 0)
             break;
-        }
         poll(&ready, 1, wait_ms);
     }
     return std::nullopt;
 }
 
 bool control_client::keep_next_datagram(clock::time_point deadline) {
-    const auto left = std::chrono::ceil<milliseconds>(deadline - clock::now());
-    const std::optional<bytes> datagram = receive_datagram(std::max(left, milliseconds(0)));
+    auto const left = std::chrono::ceil<milliseconds>(deadline - clock::now());
+    std::optional<bytes> const datagram = receive_datagram(std::max(left, milliseconds(0)));
     if (datagram) {
-        const std::vector<report> reports = parse_reports(*datagram);
+        std::vector<report> const reports = parse_reports(*datagram);
         kept_.insert(kept_.end(), reports.begin(), reports.end());
     }
     return datagram.has_value();
 }
 
 std::optional<report> control_client::receive(milliseconds timeout) {
-    if (kept_.empty() && !keep_next_datagram(clock::now() + timeout)) {
+    if (kept_.empty() && !keep_next_datagram(clock::now() + timeout))
         return std::nullopt;
-    }
     std::optional<report> oldest = std::move(kept_.front());
     kept_.pop_front();
     return oldest;
 }
 
 bool control_client::start_session(milliseconds timeout) {
-    const clock::time_point deadline = clock::now() + timeout;
+    clock::time_point const deadline = clock::now() + timeout;
     do {
-        const auto left = std::chrono::ceil<milliseconds>(deadline - clock::now());
+        auto const left = std::chrono::ceil<milliseconds>(deadline - clock::now());
         send(encode(session_command{}));
-        if (wait_for<heartbeat>(std::clamp(left, milliseconds(0), session_retry))) {
+        if (wait_for<heartbeat>(std::clamp(left, milliseconds(0), session_retry)))
             return true;
-        }
     } while (clock::now() < deadline && valid() && !closed_);
     return false;
 }

@@ -30,13 +30,13 @@ public:
 
     // A UDP socket connected to the process's control port, so that datagrams of anybody else don't get in.
     // host: IPv4 text. local_port 0: any. Check valid(); on failure error() says why.
-    static control_client connect_udp(const std::string& host, std::uint16_t port,
+    static control_client connect_udp(std::string const& host, std::uint16_t port,
                                       std::uint16_t local_port = 0);
 
     bool valid() const { return fd_ >= 0; }
     int fd() const { return fd_; }
     std::uint16_t local_port() const;                    // 0 when there is none
-    const std::string& error() const { return error_; }  // of the last failure
+    std::string const& error() const { return error_; }  // of the last failure
 
     // The other end said (ICMP) that nobody listens there; cleared by the next datagram that arrives.
     bool refused() const { return refused_; }
@@ -60,7 +60,7 @@ public:
     // `timeout`. It is taken out; all others are kept, in order.
     template <class T>
     std::optional<T> wait_for(
-        milliseconds timeout, const std::function<bool(const T&)>& wanted = [](const T&) { return true; });
+        milliseconds timeout, std::function<bool(T const&)> const& wanted = [](T const&) { return true; });
 
     // Reports that nobody has taken yet, oldest first; the caller may take or clear them.
     std::deque<report>& kept() { return kept_; }
@@ -69,7 +69,7 @@ private:
     using clock = std::chrono::steady_clock;
 
     void close_socket();
-    void note_error(const char* what);
+    void note_error(char const* what);
     bool take_datagram(bytes& datagram);  // false: none there
     bool keep_next_datagram(clock::time_point deadline);
 
@@ -81,12 +81,12 @@ private:
 };
 
 template <class T>
-std::optional<T> control_client::wait_for(milliseconds timeout, const std::function<bool(const T&)>& wanted) {
-    const clock::time_point deadline = clock::now() + timeout;
+std::optional<T> control_client::wait_for(milliseconds timeout, std::function<bool(T const&)> const& wanted) {
+    clock::time_point const deadline = clock::now() + timeout;
     std::size_t looked_at = 0;
     do {
         for (; looked_at < kept_.size(); ++looked_at) {
-            const auto candidate = kept_.begin() + static_cast<std::ptrdiff_t>(looked_at);
+            auto const candidate = kept_.begin() + static_cast<std::ptrdiff_t>(looked_at);
             if (T* found = std::get_if<T>(&*candidate); found != nullptr && wanted(*found)) {
                 T result = std::move(*found);
                 kept_.erase(candidate);

@@ -13,14 +13,14 @@ enum class kind { number, seconds, text, data, endpoint, send_codec, codec_map, 
 
 struct field_shape {
     std::uint16_t tag;
-    const char* name;
+    char const* name;
     kind shape;
 };
 
 struct command_shape {
     std::uint16_t tag;
-    const char* name;
-    std::span<const field_shape> fields;
+    char const* name;
+    std::span<field_shape const> fields;
 };
 
 constexpr field_shape call{field::call, "call", kind::number};
@@ -82,9 +82,8 @@ std::string codec_name(std::uint8_t number) {
 
 std::int64_t big_endian(byte_view value) {
     std::int64_t number = 0;
-    for (const std::uint8_t byte : value) {
+    for (std::uint8_t const byte : value)
         number = number << 8 | byte;
-    }
     return number;
 }
 
@@ -103,10 +102,9 @@ bool fits(kind shape, std::size_t length) {
     return false;
 }
 
-described_field describe_field(const field_shape& shape, byte_view value, keys show) {
-    if (!fits(shape.shape, value.size())) {
+described_field describe_field(field_shape const& shape, byte_view value, keys show) {
+    if (!fits(shape.shape, value.size()))
         return {std::string(shape.name) + "_malformed", to_hex(value)};
-    }
     switch (shape.shape) {
         case kind::number: return {shape.name, big_endian(value)};
         case kind::seconds: return {shape.name, std::int64_t{static_cast<std::int32_t>(big_endian(value))}};
@@ -116,30 +114,26 @@ described_field describe_field(const field_shape& shape, byte_view value, keys s
         case kind::send_codec: return {shape.name, std::to_string(value[0]) + "=" + codec_name(value[1])};
         case kind::codec_map: return {shape.name, std::to_string(value[1]) + "=" + codec_name(value[0])};
         case kind::secret:
-            if (show == keys::shown) {
+            if (show == keys::shown)
                 return {shape.name, to_hex(value)};
-            }
             break;
     }
     return {std::string(shape.name) + "_bytes", static_cast<std::int64_t>(value.size())};
 }
 
-description undecodable_command(const char* reason, byte_view data) {
+description undecodable_command(char const* reason, byte_view data) {
     return {"undecodable", {{"reason", std::string(reason)}, {"data", to_hex(data)}}};
 }
 
-description describe_command(const tlv& element, keys show) {
-    for (const command_shape& command : shapes) {
-        if (command.tag != element.tag) {
+description describe_command(tlv const& element, keys show) {
+    for (command_shape const& command : shapes) {
+        if (command.tag != element.tag)
             continue;
-        }
         description result{command.name, {}};
-        for (const tlv& sub : split_tlvs(element.value).elements) {
-            for (const field_shape& shape : command.fields) {
-                if (shape.tag == sub.tag) {
+        for (tlv const& sub : split_tlvs(element.value).elements) {
+            for (field_shape const& shape : command.fields)
+                if (shape.tag == sub.tag)
                     result.fields.push_back(describe_field(shape, sub.value, show));
-                }
-            }
         }
         return result;
     }
@@ -151,14 +145,12 @@ description describe_command(const tlv& element, keys show) {
 }  // namespace
 
 std::vector<description> describe_commands(byte_view datagram, keys show) {
-    const tlv_list list = split_tlvs(datagram);
+    tlv_list const list = split_tlvs(datagram);
     std::vector<description> commands;
-    for (const tlv& element : list.elements) {
+    for (tlv const& element : list.elements)
         commands.push_back(describe_command(element, show));
-    }
-    if (!list.rest.empty()) {
+    if (!list.rest.empty())
         commands.push_back(undecodable_command("element is cut off", list.rest));
-    }
     return commands;
 }
 

@@ -24,10 +24,10 @@ struct description {
 // Whether key material is shown, or only its length: in media commands, and in the log line about them.
 enum class keys { hidden, shown };
 
-description describe(const report& message, keys show = keys::hidden);
+description describe(report const& message, keys show = keys::hidden);
 
 // Every name that describe() can give, in the order of their tags.
-const std::vector<std::string>& report_names();
+std::vector<std::string> const& report_names();
 
 // Every command in the datagram, in order. Whatever is not a command, or cut off, comes out under
 // "undecodable".

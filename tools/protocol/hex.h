@@ -11,7 +11,7 @@
 namespace protocol {
 
 using bytes = std::vector<std::uint8_t>;
-using byte_view = std::span<const std::uint8_t>;
+using byte_view = std::span<std::uint8_t const>;
 
 // Two lower-case digits per byte, nothing in between.
 std::string to_hex(byte_view data);

@@ -7,6 +7,6 @@ namespace protocol {
 
 // Every byte that is no printable ASCII as \xNN, quotes and backslashes behind a backslash; in quotes when that changed
 // anything, or when the text is empty or holds blanks or "=".
-std::string quoted(const std::string& text);
+std::string quoted(std::string const& text);
 
 }  // namespace protocol

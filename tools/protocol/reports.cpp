@@ -13,15 +13,14 @@ namespace {
 class field_reader {
 public:
     explicit field_reader(byte_view value) : list_(split_tlvs(value)) {
-        if (!list_.rest.empty()) {
+        if (!list_.rest.empty())
             trouble_ = "a sub-field is cut off";
-        }
     }
 
     bool has(std::uint16_t tag) const { return find(tag) != nullptr; }
 
     std::uint16_t number(std::uint16_t tag) {
-        const bytes& value = required(tag);
+        bytes const& value = required(tag);
         if (value.size() != 2) {
             note("sub-field " + std::to_string(tag) + " is no 16-bit number");
             return 0;
@@ -32,37 +31,33 @@ public:
     bytes raw(std::uint16_t tag) { return required(tag); }
 
     std::string string(std::uint16_t tag) {
-        const bytes& value = required(tag);
+        bytes const& value = required(tag);
         return {value.begin(), value.end()};
     }
 
     address endpoint(std::uint16_t tag) {
-        const std::optional<address> value = decode_address(required(tag));
-        if (!value) {
+        std::optional<address> const value = decode_address(required(tag));
+        if (!value)
             note("sub-field " + std::to_string(tag) + " is no address");
-        }
         return value.value_or(address{});
     }
 
-    const std::string& trouble() const { return trouble_; }
+    std::string const& trouble() const { return trouble_; }
     void note(std::string_view what) { trouble_ = trouble_.empty() ? std::string(what) : trouble_; }
 
 private:
-    const bytes* find(std::uint16_t tag) const {
-        for (const tlv& element : list_.elements) {
-            if (element.tag == tag) {
+    bytes const* find(std::uint16_t tag) const {
+        for (tlv const& element : list_.elements)
+            if (element.tag == tag)
                 return &element.value;
-            }
-        }
         return nullptr;
     }
 
-    const bytes& required(std::uint16_t tag) {
-        static const bytes none;
-        const bytes* value = find(tag);
-        if (value == nullptr) {
+    bytes const& required(std::uint16_t tag) {
+        static bytes const none;
+        bytes const* value = find(tag);
+        if (value == nullptr)
             note("sub-field " + std::to_string(tag) + " is missing");
-        }
         return value != nullptr ? *value : none;
     }
 
@@ -89,16 +84,15 @@ report read_driver_result(field_reader& in) {
 }
 
 report read_rtcp_copy(field_reader& in) {
-    const bool received = in.has(field::rtcp_received);
+    bool const received = in.has(field::rtcp_received);
     return rtcp_copy{in.number(field::call), in.string(field::call_id), received,
                      in.raw(received ? field::rtcp_received : field::rtcp_sent)};
 }
 
 report read_tunnel(field_reader& in) {
     tunnel_data data{in.number(field::call), in.endpoint(field::address), in.has(field::rtcp_data), {}, {}};
-    if (in.has(field::tcp)) {
+    if (in.has(field::tcp))
         data.tcp = in.number(field::tcp) != 0;
-    }
     data.data = in.raw(data.rtcp ? field::rtcp_data : field::rtp_data);
     return data;
 }
@@ -113,9 +107,8 @@ report read_zrtp(field_reader& in) {
 
 report read_new_ssrc(field_reader& in) {
     new_ssrc event{in.number(field::call), in.endpoint(field::address), in.raw(field::remote_ssrc)};
-    if (event.ssrc.size() != 4) {
+    if (event.ssrc.size() != 4)
         in.note("the SSRC has not 4 bytes");
-    }
     return event;
 }
 
@@ -144,21 +137,20 @@ constexpr std::array<report_reader, 11> readers{{{report_tag::log_line, read_log
                                                  {report_tag::srtp_verified, read_srtp_verified},
                                                  {report_tag::playback_empty, read_playback_empty}}};
 
-undecodable cannot_decode(const tlv& element, std::string reason) {
+undecodable cannot_decode(tlv const& element, std::string reason) {
     undecodable result{std::move(reason), {}};
     append_tlv(result.data, element.tag, element.value);
     return result;
 }
 
-report parse_report(const tlv& element) {
-    if (element.tag == report_tag::driver_line) {  // a plain text line, no sub-fields
+report parse_report(tlv const& element) {
+    if (element.tag == report_tag::driver_line)  // a plain text line, no sub-fields
         return driver_line{std::string(element.value.begin(), element.value.end())};
-    }
     if (element.tag == report_tag::heartbeat) {
         return element.value.empty() ? report(heartbeat{})
                                      : cannot_decode(element, "a heartbeat is not empty");
     }
-    for (const report_reader& reader : readers) {
+    for (report_reader const& reader : readers) {
         if (reader.tag == element.tag) {
             field_reader in(element.value);
             report result = reader.read(in);
@@ -171,11 +163,10 @@ report parse_report(const tlv& element) {
 }  // namespace
 
 std::vector<report> parse_reports(byte_view datagram) {
-    const tlv_list list = split_tlvs(datagram);
+    tlv_list const list = split_tlvs(datagram);
     std::vector<report> reports;
-    for (const tlv& element : list.elements) {
+    for (tlv const& element : list.elements)
         reports.push_back(parse_report(element));
-    }
     if (!list.rest.empty() || list.elements.empty()) {
         reports.push_back(
             undecodable{list.rest.empty() ? "empty datagram" : "element is cut off", list.rest});

@@ -42,11 +42,10 @@ void append_long(bytes& out, std::uint16_t tag, std::uint32_t value) {
 tlv_list split_tlvs(byte_view data) {
     tlv_list list;
     while (data.size() >= header_bytes) {
-        const std::size_t length = read_u16(data.subspan(2));
-        if (data.size() < header_bytes + length) {
+        std::size_t const length = read_u16(data.subspan(2));
+        if (data.size() < header_bytes + length)
             break;
-        }
-        const byte_view value = data.subspan(header_bytes, length);
+        byte_view const value = data.subspan(header_bytes, length);
         list.elements.push_back({read_u16(data), bytes(value.begin(), value.end())});
         data = data.subspan(header_bytes + length);
     }

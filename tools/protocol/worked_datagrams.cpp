@@ -12,31 +12,29 @@ constexpr std::string_view fence = "```";
 constexpr std::string_view opening = "```hex ";
 
 // Reads the words after "```hex ". false when the direction or an attribute is not understood.
-bool read_heading(const std::string& words, worked_datagram& datagram) {
+bool read_heading(std::string const& words, worked_datagram& datagram) {
     std::istringstream in(words);
     std::string direction;
     std::string attribute;
     in >> datagram.name >> direction;
     datagram.is_command = direction == "command";
     while (in >> attribute) {
-        const bool is_reply = attribute.starts_with("reply=");
-        if (!is_reply && !attribute.starts_with("needs=")) {
+        bool const is_reply = attribute.starts_with("reply=");
+        if (!is_reply && !attribute.starts_with("needs="))
             return false;
-        }
         (is_reply ? datagram.reply : datagram.needs) = attribute.substr(6);
     }
     return datagram.is_command || direction == "report";
 }
 
-bool append_line(const std::string& line, worked_datagram& datagram) {
+bool append_line(std::string const& line, worked_datagram& datagram) {
     std::istringstream in(line.substr(0, line.find('#')));
     std::string pair;
     while (in >> pair) {
-        const bool any = pair == "??";
-        const std::optional<bytes> byte = any ? bytes{0} : from_hex(pair);
-        if (!byte || byte->size() != 1) {
+        bool const any = pair == "??";
+        std::optional<bytes> const byte = any ? bytes{0} : from_hex(pair);
+        if (!byte || byte->size() != 1)
             return false;
-        }
         datagram.data.push_back(byte->front());
         datagram.any_byte.push_back(any);
     }
@@ -46,18 +44,15 @@ bool append_line(const std::string& line, worked_datagram& datagram) {
 }  // namespace
 
 bool worked_datagram::matches(byte_view datagram) const {
-    if (datagram.size() != data.size()) {
+    if (datagram.size() != data.size())
         return false;
-    }
-    for (std::size_t i = 0; i < data.size(); ++i) {
-        if (!any_byte[i] && data[i] != datagram[i]) {
+    for (std::size_t i = 0; i < data.size(); ++i)
+        if (!any_byte[i] && data[i] != datagram[i])
             return false;
-        }
-    }
     return true;
 }
 
-std::vector<worked_datagram> load_worked_datagrams(const std::string& path) {
+std::vector<worked_datagram> load_worked_datagrams(std::string const& path) {
     std::ifstream in(path);
     std::vector<worked_datagram> datagrams;
     std::optional<worked_datagram> open;
@@ -74,13 +69,11 @@ std::vector<worked_datagram> load_worked_datagrams(const std::string& path) {
             open.emplace();
             sound = read_heading(line.substr(opening.size()), *open);
         }
-        if (!sound) {
+        if (!sound)
             throw std::runtime_error(path + ":" + std::to_string(number) + ": malformed worked datagram");
-        }
     }
-    if (datagrams.empty() || open) {
+    if (datagrams.empty() || open)
         throw std::runtime_error(path + ": no worked datagrams, or one without an end");
-    }
     return datagrams;
 }
 

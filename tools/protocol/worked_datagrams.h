@@ -32,6 +32,6 @@ struct worked_datagram {
 
 // In the page's order. Throws std::runtime_error with file and line when the page cannot be read or is
 // malformed, or holds none at all: a test must not pass because nothing was found.
-std::vector<worked_datagram> load_worked_datagrams(const std::string& path);
+std::vector<worked_datagram> load_worked_datagrams(std::string const& path);
 
 }  // namespace protocol

@@ -24,27 +24,26 @@ public:
     // The next `count` bytes, or those that are left.
     protocol::byte_view take(std::size_t count) {
         ran_out_ = ran_out_ || count > rest_.size();
-        const protocol::byte_view taken = rest_.first(std::min(count, rest_.size()));
+        protocol::byte_view const taken = rest_.first(std::min(count, rest_.size()));
         rest_ = rest_.subspan(taken.size());
         return taken;
     }
     protocol::bytes take_bytes(std::size_t count) {
-        const protocol::byte_view taken = take(count);
+        protocol::byte_view const taken = take(count);
         return {taken.begin(), taken.end()};
     }
     protocol::bytes take_rest() { return take_bytes(rest_.size()); }
     std::string take_text(std::size_t count) {
-        const protocol::byte_view taken = take(count);
+        protocol::byte_view const taken = take(count);
         return {taken.begin(), taken.end()};
     }
 
 private:
     std::uint32_t number(std::size_t count) {
-        const protocol::byte_view taken = take(count);
+        protocol::byte_view const taken = take(count);
         std::uint32_t value = 0;
-        for (std::size_t i = 0; i < count; ++i) {
+        for (std::size_t i = 0; i < count; ++i)
             value = value << 8 | (i < taken.size() ? taken[i] : 0U);
-        }
         return value;
     }
 

@@ -9,20 +9,19 @@ namespace {
 constexpr std::size_t remembered_reports = 16;
 
 // A peer may report on several streams; only what it says of ours counts. Our own reports have one stream only.
-bool about_us(std::uint32_t ssrc, bool received, const std::optional<std::uint32_t>& ours) {
+bool about_us(std::uint32_t ssrc, bool received, std::optional<std::uint32_t> const& ours) {
     return !received || ssrc == ours;
 }
 
 }  // namespace
 
-quality_tracker::tracked& quality_tracker::find(const rtcp_observation& seen) {
-    const auto same = [&](const tracked& one) {
+quality_tracker::tracked& quality_tracker::find(rtcp_observation const& seen) {
+    auto const same = [&](tracked const& one) {
         return !one.over && one.quality.call == seen.call && one.quality.call_id == seen.call_id;
     };
-    const auto known = std::ranges::find_if(calls_, same);
-    if (known != calls_.end()) {
+    auto const known = std::ranges::find_if(calls_, same);
+    if (known != calls_.end())
         return *known;
-    }
     tracked& fresh = calls_.emplace_back();
     fresh.quality.call = seen.call;
     fresh.quality.call_id = seen.call_id;
@@ -30,85 +29,73 @@ quality_tracker::tracked& quality_tracker::find(const rtcp_observation& seen) {
 }
 
 void quality_tracker::call_opened(unsigned call) {
-    for (tracked& one : calls_) {
+    for (tracked& one : calls_)
         one.over = one.over || one.quality.call == call;
-    }
 }
 
-void quality_tracker::add(const rtcp_observation& seen) {
+void quality_tracker::add(rtcp_observation const& seen) {
     tracked& one = find(seen);
     ++(seen.received ? one.quality.reports_received : one.quality.reports_sent);
     if (!seen.readable) {
         ++one.quality.reports_unreadable;
         return;
     }
-    for (const packet& part : seen.packets) {
-        if (const auto* r = std::get_if<report>(&part.body)) {
+    for (packet const& part : seen.packets)
+        if (auto const* r = std::get_if<report>(&part.body))
             add_report(one, *r, seen);
-        } else if (const auto* x = std::get_if<extended_report>(&part.body)) {
+        else if (auto const* x = std::get_if<extended_report>(&part.body))
             add_blocks(one, *x, seen.received);
-        }
-    }
 }
 
-void quality_tracker::add_report(tracked& one, const report& r, const rtcp_observation& seen) {
-    if (r.sender) {
+void quality_tracker::add_report(tracked& one, report const& r, rtcp_observation const& seen) {
+    if (r.sender)
         (seen.received ? one.quality.peer_sent : one.quality.sent) = r.sender;
-    }
     if (!seen.received && r.sender) {
         one.ssrc = r.ssrc;
         one.sent.push_back({r.sender->sent.middle(), seen.time_ms});
-        if (one.sent.size() > remembered_reports) {
+        if (one.sent.size() > remembered_reports)
             one.sent.pop_front();
-        }
     }
-    for (const report_block& block : r.blocks) {
+    for (report_block const& block : r.blocks) {
         if (about_us(block.ssrc, seen.received, one.ssrc)) {
             (seen.received ? one.quality.peer : one.quality.own).reported = block;
-            if (seen.received) {
+            if (seen.received)
                 note_round_trip(one, block, seen.time_ms);
-            }
         }
     }
 }
 
 // RFC 3550 section 6.4.1, but by the times of the two copies instead of the NTP times: no clock needs to be right.
-void quality_tracker::note_round_trip(tracked& one, const report_block& block, std::int64_t arrival_ms) {
-    const auto answered = std::ranges::find(one.sent, block.last_sr, &sent_report::ntp_middle);
-    if (block.last_sr == 0 || answered == one.sent.end()) {
+void quality_tracker::note_round_trip(tracked& one, report_block const& block, std::int64_t arrival_ms) {
+    auto const answered = std::ranges::find(one.sent, block.last_sr, &sent_report::ntp_middle);
+    if (block.last_sr == 0 || answered == one.sent.end())
         return;
-    }
-    const double away_ms = static_cast<double>(arrival_ms - answered->time_ms);
-    const double trip_ms = std::max(0.0, away_ms - block.delay * 1000.0 / 65536);
+    double const away_ms = static_cast<double>(arrival_ms - answered->time_ms);
+    double const trip_ms = std::max(0.0, away_ms - block.delay * 1000.0 / 65536);
     one.quality.round_trip_ms = trip_ms;
     one.quality.round_trip_max_ms = std::max(one.quality.round_trip_max_ms.value_or(0), trip_ms);
 }
 
-void quality_tracker::add_blocks(tracked& one, const extended_report& x, bool received) {
+void quality_tracker::add_blocks(tracked& one, extended_report const& x, bool received) {
     reception_quality& side = received ? one.quality.peer : one.quality.own;
-    for (const xr_block& block : x.blocks) {
-        if (const auto* metrics = std::get_if<voip_metrics>(&block.content);
-            metrics != nullptr && about_us(metrics->ssrc, received, one.ssrc)) {
+    for (xr_block const& block : x.blocks) {
+        if (auto const* metrics = std::get_if<voip_metrics>(&block.content);
+            metrics != nullptr && about_us(metrics->ssrc, received, one.ssrc))
             side.metrics = *metrics;
-        }
-        const auto* summary = std::get_if<statistics_summary>(&block.content);
-        if (summary == nullptr || !about_us(summary->range.ssrc, received, one.ssrc)) {
+        auto const* summary = std::get_if<statistics_summary>(&block.content);
+        if (summary == nullptr || !about_us(summary->range.ssrc, received, one.ssrc))
             continue;
-        }
-        if ((summary->flags & statistics_summary::has_loss) != 0) {
+        if ((summary->flags & statistics_summary::has_loss) != 0)
             side.lost = side.lost.value_or(0) + summary->lost;
-        }
-        if ((summary->flags & statistics_summary::has_duplicates) != 0) {
+        if ((summary->flags & statistics_summary::has_duplicates) != 0)
             side.duplicates = side.duplicates.value_or(0) + summary->duplicates;
-        }
     }
 }
 
 std::vector<call_quality> quality_tracker::calls() const {
     std::vector<call_quality> all;
-    for (const tracked& one : calls_) {
+    for (tracked const& one : calls_)
         all.push_back(one.quality);
-    }
     return all;
 }
 

@@ -47,7 +47,7 @@ struct rtcp_observation {
 
 class quality_tracker {
 public:
-    void add(const rtcp_observation& seen);
+    void add(rtcp_observation const& seen);
 
     // The call index was opened anew: what comes now is another call, even if its identifier is the same.
     void call_opened(unsigned call);
@@ -67,10 +67,10 @@ private:
         std::deque<sent_report> sent;       // the last few, for the round trip
     };
 
-    tracked& find(const rtcp_observation& seen);
-    static void add_report(tracked& one, const report& r, const rtcp_observation& seen);
-    static void add_blocks(tracked& one, const extended_report& x, bool received);
-    static void note_round_trip(tracked& one, const report_block& block, std::int64_t arrival_ms);
+    tracked& find(rtcp_observation const& seen);
+    static void add_report(tracked& one, report const& r, rtcp_observation const& seen);
+    static void add_blocks(tracked& one, extended_report const& x, bool received);
+    static void note_round_trip(tracked& one, report_block const& block, std::int64_t arrival_ms);
 
     std::vector<tracked> calls_;
 };

@@ -21,19 +21,18 @@ void parse_run_lengths(byte_reader& in, xr_block& out) {
     block.duplicates = out.type == duplicate_rle;
     block.range = take_range(in, out.specific & 0x0F);
     while (in.left() >= 2) {
-        const std::uint16_t chunk = in.u16();
-        if (chunk != 0) {
+        std::uint16_t const chunk = in.u16();
+        if (chunk != 0)
             block.chunks.push_back(chunk);
-        }
     }
     out.content = std::move(block);
 }
 
 // How many numbers of begin .. end - 1 (modulo 2^16) are multiples of 2^thinning.
 std::size_t count_reported(std::uint16_t begin, std::uint16_t end, std::uint8_t thinning) {
-    const std::size_t step = std::size_t{1} << thinning;
-    const std::size_t span = static_cast<std::uint16_t>(end - begin);
-    const std::size_t first = (step - begin % step) % step;
+    std::size_t const step = std::size_t{1} << thinning;
+    std::size_t const span = static_cast<std::uint16_t>(end - begin);
+    std::size_t const first = (step - begin % step) % step;
     return span > first ? (span - first + step - 1) / step : 0;
 }
 
@@ -46,12 +45,10 @@ void parse_receipt_times(byte_reader& in, xr_block& out) {
         group.begin = in.u16();
         group.end = in.u16();
         for (std::size_t n = count_reported(group.begin, group.end, block.thinning); n > 0 && !in.ran_out();
-             --n) {
+             --n)
             group.times.push_back(in.u32());
-        }
-        if (in.ran_out() && !group.times.empty()) {
+        if (in.ran_out() && !group.times.empty())
             group.times.pop_back();  // that one was not there
-        }
         block.groups.push_back(std::move(group));
     }
     out.content = std::move(block);
@@ -68,8 +65,8 @@ void parse_reference_answers(byte_reader& in, xr_block& out) {
     constexpr std::size_t answer_bytes = 12;
     reference_answers block;
     while (in.left() >= answer_bytes) {
-        const std::uint32_t ssrc = in.u32();
-        const std::uint32_t last_rr = in.u32();
+        std::uint32_t const ssrc = in.u32();
+        std::uint32_t const last_rr = in.u32();
         block.answers.push_back({ssrc, last_rr, in.u32()});
     }
     out.content = std::move(block);
@@ -81,12 +78,10 @@ void parse_statistics(byte_reader& in, xr_block& out) {
     block.range = take_range(in, 0);
     block.lost = in.u32();
     block.duplicates = in.u32();
-    for (std::uint32_t& value : block.jitter) {
+    for (std::uint32_t& value : block.jitter)
         value = in.u32();
-    }
-    for (std::uint8_t& value : block.ttl) {
+    for (std::uint8_t& value : block.ttl)
         value = in.u8();
-    }
     out.content = block;
 }
 
@@ -94,21 +89,17 @@ void parse_voip_metrics(byte_reader& in, xr_block& out) {
     voip_metrics block;
     block.ssrc = in.u32();
     for (std::uint8_t* value :
-         {&block.loss_rate, &block.discard_rate, &block.burst_density, &block.gap_density}) {
+         {&block.loss_rate, &block.discard_rate, &block.burst_density, &block.gap_density})
         *value = in.u8();
-    }
     for (std::uint16_t* value :
-         {&block.burst_ms, &block.gap_ms, &block.round_trip_ms, &block.end_system_delay_ms}) {
+         {&block.burst_ms, &block.gap_ms, &block.round_trip_ms, &block.end_system_delay_ms})
         *value = in.u16();
-    }
     for (std::uint8_t* value : {&block.levels[0], &block.levels[1], &block.levels[2], &block.gmin,
-                                &block.scores[0], &block.scores[1], &block.scores[2], &block.scores[3]}) {
+                                &block.scores[0], &block.scores[1], &block.scores[2], &block.scores[3]})
         *value = in.u8();
-    }
     for (std::uint16_t* value :
-         {&block.configuration, &block.jb_nominal_ms, &block.jb_maximum, &block.jb_absolute_ms}) {
+         {&block.configuration, &block.jb_nominal_ms, &block.jb_maximum, &block.jb_absolute_ms})
         *value = in.u16();
-    }
     out.content = block;
 }
 
@@ -124,7 +115,7 @@ constexpr known_block known_blocks[] = {
 
 void parse_content(byte_view body, xr_block& out) {
     byte_reader in(body);
-    const std::size_t index = static_cast<std::size_t>(out.type) - 1;
+    std::size_t const index = static_cast<std::size_t>(out.type) - 1;
     if (index >= std::size(known_blocks)) {
         out.content = opaque{in.take_rest()};
     } else if (body.size() < known_blocks[index].smallest) {
@@ -150,11 +141,10 @@ std::vector<xr_block> parse_xr_blocks(byte_view data) {
         }
         block.type = data[0];
         block.specific = data[1];
-        const std::size_t says = (static_cast<std::size_t>(data[2] << 8 | data[3]) + 1) * 4;
-        const std::size_t length = std::min(says, data.size());
-        if (says > length) {
+        std::size_t const says = (static_cast<std::size_t>(data[2] << 8 | data[3]) + 1) * 4;
+        std::size_t const length = std::min(says, data.size());
+        if (says > length)
             block.problem = std::to_string(length) + " of " + std::to_string(says) + " bytes";
-        }
         parse_content(data.subspan(block_header_bytes, length - block_header_bytes), block);
         blocks.push_back(std::move(block));
         data = data.subspan(length);

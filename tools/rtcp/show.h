@@ -13,12 +13,12 @@ namespace rtcp_view {
 // report "block" ("loss-rle", "dup-rle", "rcpt-times", "rrtr", "dlrr", "stat-summary", "voip-metrics", "unknown").
 // SSRCs, LSR, LRR and bytes are hexadecimal text, shares are in percent, times in ms where the name says so. Something
 // wrong stands in "problem", bytes that were not understood in "unread". Metrics that were not measured are null.
-nlohmann::ordered_json to_json(const packet& shown);
-nlohmann::ordered_json to_json(const std::vector<packet>& compound);
+nlohmann::ordered_json to_json(packet const& shown);
+nlohmann::ordered_json to_json(std::vector<packet> const& compound);
 
 // The same as lines: one for each packet, below it one for each block, "name=value" in each. Every line starts with
 // `indent` blanks and ends with a line end.
-std::string to_text(const std::vector<packet>& compound, unsigned indent);
+std::string to_text(std::vector<packet> const& compound, unsigned indent);
 
 // 1/256 as percent and 1/65536 s as milliseconds, with one digit behind the point.
 double percent(unsigned part_of_256);

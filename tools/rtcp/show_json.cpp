@@ -23,22 +23,22 @@ std::string hex16(std::uint16_t value) {
 }
 
 // In UTC; the 32 bits of seconds are taken as the years 1970 to 2106.
-std::string calendar(const ntp_time& time) {
-    const std::time_t seconds = static_cast<std::uint32_t>(time.seconds - ntp_of_1970);
+std::string calendar(ntp_time const& time) {
+    std::time_t const seconds = static_cast<std::uint32_t>(time.seconds - ntp_of_1970);
     std::tm utc{};
     gmtime_r(&seconds, &utc);
     std::array<char, 32> text{};
     std::strftime(text.data(), text.size(), "%Y-%m-%dT%H:%M:%S", &utc);
-    const auto ms = static_cast<std::uint32_t>(std::uint64_t{time.fraction} * 1000 >> 32);
+    auto const ms = static_cast<std::uint32_t>(std::uint64_t{time.fraction} * 1000 >> 32);
     return std::string(text.data()) + "." + std::to_string(1000 + ms).substr(1) + "Z";
 }
 
-void add_time(ordered_json& out, const ntp_time& time) {
+void add_time(ordered_json& out, ntp_time const& time) {
     out["ntp"] = calendar(time);
     out["ntp_hex"] = hex32(time.seconds) + hex32(time.fraction);
 }
 
-ordered_json shown_block(const report_block& b) {
+ordered_json shown_block(report_block const& b) {
     return {{"ssrc", hex32(b.ssrc)},
             {"loss_percent", percent(b.fraction_lost)},
             {"lost", b.lost},
@@ -49,17 +49,15 @@ ordered_json shown_block(const report_block& b) {
 }
 
 std::string run_text(std::uint16_t chunk) {
-    if ((chunk & 0x8000) == 0) {
+    if ((chunk & 0x8000) == 0)
         return std::to_string(chunk & 0x3FFF) + ((chunk & 0x4000) != 0 ? "x1" : "x0");
-    }
     std::string bits;
-    for (unsigned bit = 0x4000; bit != 0; bit >>= 1) {
+    for (unsigned bit = 0x4000; bit != 0; bit >>= 1)
         bits += (chunk & bit) != 0 ? '1' : '0';
-    }
     return bits;
 }
 
-void add_range(ordered_json& out, const sequence_range& range) {
+void add_range(ordered_json& out, sequence_range const& range) {
     out["ssrc"] = hex32(range.ssrc);
     out["thinning"] = range.thinning;
     out["begin"] = range.begin;
@@ -77,58 +75,52 @@ ordered_json measured_dbm(unsigned value) {
 struct block_shower {
     ordered_json& out;
 
-    void operator()(const opaque& o) const { out["data"] = protocol::to_hex(o.data); }
-    void operator()(const run_lengths& r) const {
+    void operator()(opaque const& o) const { out["data"] = protocol::to_hex(o.data); }
+    void operator()(run_lengths const& r) const {
         add_range(out, r.range);
         ordered_json chunks = ordered_json::array();
-        for (const std::uint16_t chunk : r.chunks) {
+        for (std::uint16_t const chunk : r.chunks)
             chunks.push_back(run_text(chunk));
-        }
         out["chunks"] = std::move(chunks);
     }
-    void operator()(const receipt_times& r) const {
+    void operator()(receipt_times const& r) const {
         out["ssrc"] = hex32(r.ssrc);
         out["thinning"] = r.thinning;
         ordered_json groups = ordered_json::array();
-        for (const receipt_times::group& group : r.groups) {
+        for (receipt_times::group const& group : r.groups)
             groups.push_back({{"begin", group.begin}, {"end", group.end}, {"times", group.times}});
-        }
         out["groups"] = std::move(groups);
     }
-    void operator()(const reference_time& r) const { add_time(out, r.sent); }
-    void operator()(const reference_answers& r) const {
+    void operator()(reference_time const& r) const { add_time(out, r.sent); }
+    void operator()(reference_answers const& r) const {
         ordered_json answers = ordered_json::array();
-        for (const auto& one : r.answers) {
+        for (auto const& one : r.answers) {
             answers.push_back({{"ssrc", hex32(one.ssrc)},
                                {"lrr", hex32(one.last_rr)},
                                {"dlrr_ms", ms_of_delay(one.delay)}});
         }
         out["answers"] = std::move(answers);
     }
-    void operator()(const statistics_summary& s) const;
-    void operator()(const voip_metrics& v) const;
+    void operator()(statistics_summary const& s) const;
+    void operator()(voip_metrics const& v) const;
 };
 
-void block_shower::operator()(const statistics_summary& s) const {
-    static constexpr std::array<const char*, 4> parts{"min", "max", "mean", "deviation"};
+void block_shower::operator()(statistics_summary const& s) const {
+    static constexpr std::array<char const*, 4> parts{"min", "max", "mean", "deviation"};
     out["ssrc"] = hex32(s.range.ssrc);
     out["begin"] = s.range.begin;
     out["end"] = s.range.end;
-    if ((s.flags & s.has_loss) != 0) {
+    if ((s.flags & s.has_loss) != 0)
         out["lost"] = s.lost;
-    }
-    if ((s.flags & s.has_duplicates) != 0) {
+    if ((s.flags & s.has_duplicates) != 0)
         out["duplicates"] = s.duplicates;
-    }
-    for (std::size_t i = 0; i < parts.size() && (s.flags & s.has_jitter) != 0; ++i) {
+    for (std::size_t i = 0; i < parts.size() && (s.flags & s.has_jitter) != 0; ++i)
         out[std::string("jitter_") + parts[i]] = s.jitter[i];
-    }
-    for (std::size_t i = 0; i < parts.size() && (s.flags & s.has_ttl) != 0; ++i) {
+    for (std::size_t i = 0; i < parts.size() && (s.flags & s.has_ttl) != 0; ++i)
         out[std::string("ttl_") + parts[i]] = s.ttl[i];
-    }
 }
 
-void block_shower::operator()(const voip_metrics& v) const {
+void block_shower::operator()(voip_metrics const& v) const {
     out.update({{"ssrc", hex32(v.ssrc)},
                 {"loss_percent", percent(v.loss_rate)},
                 {"discard_percent", percent(v.discard_rate)},
@@ -146,35 +138,32 @@ void block_shower::operator()(const voip_metrics& v) const {
                 {"external_r_factor", measured(v.scores[1])},
                 {"mos_lq_tenths", measured(v.scores[2])},
                 {"mos_cq_tenths", measured(v.scores[3])}});
-    if (v.by_fxsmedia()) {
+    if (v.by_fxsmedia())
         out["round_trip_again_ms"] = v.configuration;
-    } else {
+    else
         out["configuration"] = hex16(v.configuration);
-    }
     out["jb_nominal_ms"] = v.jb_nominal_ms;
     out["jb_maximum_ms"] = v.jb_maximum_ms();
     out["jb_maximum_order"] = v.by_fxsmedia() ? "low byte first" : "high byte first";
     out["jb_absolute_ms"] = v.jb_absolute_ms;
 }
 
-const char* block_name(std::uint8_t type) {
-    static constexpr std::array<const char*, 8> names{"unknown", "loss-rle", "dup-rle",      "rcpt-times",
+char const* block_name(std::uint8_t type) {
+    static constexpr std::array<char const*, 8> names{"unknown", "loss-rle", "dup-rle",      "rcpt-times",
                                                       "rrtr",    "dlrr",     "stat-summary", "voip-metrics"};
     return type < names.size() ? names[type] : names[0];
 }
 
-void add_trouble(ordered_json& out, const std::string& problem, const protocol::bytes& unread) {
-    if (!problem.empty()) {
+void add_trouble(ordered_json& out, std::string const& problem, protocol::bytes const& unread) {
+    if (!problem.empty())
         out["problem"] = problem;
-    }
-    if (!unread.empty()) {
+    if (!unread.empty())
         out["unread"] = protocol::to_hex(unread);
-    }
 }
 
-ordered_json shown_block(const xr_block& block) {
+ordered_json shown_block(xr_block const& block) {
     ordered_json out{{"block", block_name(block.type)}};
-    const auto* bytes = std::get_if<opaque>(&block.content);
+    auto const* bytes = std::get_if<opaque>(&block.content);
     if (bytes == nullptr) {
         std::visit(block_shower{out}, block.content);
     } else if (!bytes->data.empty() || block.problem.empty()) {
@@ -187,7 +176,7 @@ ordered_json shown_block(const xr_block& block) {
 }
 
 std::string item_name(std::uint8_t type) {
-    static constexpr std::array<const char*, 9> names{"",    "cname", "name", "email", "phone",
+    static constexpr std::array<char const*, 9> names{"",    "cname", "name", "email", "phone",
                                                       "loc", "tool",  "note", "priv"};
     return type > 0 && type < names.size() ? names[type] : "item" + std::to_string(type);
 }
@@ -195,49 +184,44 @@ std::string item_name(std::uint8_t type) {
 struct body_shower {
     ordered_json& out;
 
-    void operator()(const opaque& o) const {
-        if (!o.data.empty()) {
+    void operator()(opaque const& o) const {
+        if (!o.data.empty())
             out["data"] = protocol::to_hex(o.data);
-        }
     }
-    void operator()(const report& r) const;
-    void operator()(const source_description& s) const {
+    void operator()(report const& r) const;
+    void operator()(source_description const& s) const {
         ordered_json chunks = ordered_json::array();
-        for (const sdes_chunk& chunk : s.chunks) {
+        for (sdes_chunk const& chunk : s.chunks) {
             ordered_json shown{{"ssrc", hex32(chunk.ssrc)}};
-            for (const sdes_item& item : chunk.items) {
+            for (sdes_item const& item : chunk.items)
                 shown[item_name(item.type)] = item.text;
-            }
             chunks.push_back(std::move(shown));
         }
         out["chunks"] = std::move(chunks);
     }
-    void operator()(const bye& b) const {
+    void operator()(bye const& b) const {
         ordered_json sources = ordered_json::array();
-        for (const std::uint32_t ssrc : b.sources) {
+        for (std::uint32_t const ssrc : b.sources)
             sources.push_back(hex32(ssrc));
-        }
         out["sources"] = std::move(sources);
-        if (b.reason) {
+        if (b.reason)
             out["reason"] = *b.reason;
-        }
     }
-    void operator()(const application& a) const {
+    void operator()(application const& a) const {
         out.update({{"ssrc", hex32(a.ssrc)},
                     {"name", a.name},
                     {"subtype", a.subtype},
                     {"data", protocol::to_hex(a.data)}});
     }
-    void operator()(const extended_report& x) const {
+    void operator()(extended_report const& x) const {
         out["ssrc"] = hex32(x.ssrc);
         out["blocks"] = ordered_json::array();
-        for (const xr_block& block : x.blocks) {
+        for (xr_block const& block : x.blocks)
             out["blocks"].push_back(shown_block(block));
-        }
     }
 };
 
-void body_shower::operator()(const report& r) const {
+void body_shower::operator()(report const& r) const {
     out["ssrc"] = hex32(r.ssrc);
     if (r.sender) {
         add_time(out, r.sender->sent);
@@ -252,12 +236,10 @@ void body_shower::operator()(const report& r) const {
         out["dlsr_ms"] = ms_of_delay(r.blockless->delay);
     }
     out["blocks"] = ordered_json::array();
-    for (const report_block& block : r.blocks) {
+    for (report_block const& block : r.blocks)
         out["blocks"].push_back(shown_block(block));
-    }
-    if (!r.extension.empty()) {
+    if (!r.extension.empty())
         out["extension"] = protocol::to_hex(r.extension);
-    }
 }
 
 }  // namespace
@@ -274,18 +256,17 @@ double ms_of_delay(std::uint32_t delay) {
     return one_digit(delay * 1000.0 / 65536);
 }
 
-ordered_json to_json(const packet& shown) {
+ordered_json to_json(packet const& shown) {
     ordered_json out{{"type", shown.type == 0 ? "malformed" : type_name(shown.type)}};
     std::visit(body_shower{out}, shown.body);
     add_trouble(out, shown.problem, shown.unread);
     return out;
 }
 
-ordered_json to_json(const std::vector<packet>& compound) {
+ordered_json to_json(std::vector<packet> const& compound) {
     ordered_json out = ordered_json::array();
-    for (const packet& one : compound) {
+    for (packet const& one : compound)
         out.push_back(to_json(one));
-    }
     return out;
 }
 

@@ -10,9 +10,9 @@
 namespace rtcp_view {
 
 // One flat object; docs/man/fxsctl.1 explains the names. What nobody reported is null.
-nlohmann::ordered_json to_json(const call_quality& call);
+nlohmann::ordered_json to_json(call_quality const& call);
 
 // A table with a column for each call; the rows are those of to_json() that are known for at least one call. Empty without calls.
-std::string to_table(const std::vector<call_quality>& calls);
+std::string to_table(std::vector<call_quality> const& calls);
 
 }  // namespace rtcp_view

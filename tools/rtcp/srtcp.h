@@ -14,6 +14,6 @@ struct srtcp_key {
 
 // The RTCP packet inside, without index, MKI and tag; also when it is only authenticated. nullopt: the tag is not this
 // key's (10 bytes, whatever length SRTP's has: RFC 4568 section 6.2), or the index is above 65535 (36 hours of reports), which the cipher does not reach. Not thread-safe.
-std::optional<protocol::bytes> open_srtcp(const srtcp_key& key, protocol::byte_view packet);
+std::optional<protocol::bytes> open_srtcp(srtcp_key const& key, protocol::byte_view packet);
 
 }  // namespace rtcp_view

@@ -10,21 +10,21 @@
 
 namespace {
 
-const std::string key = "e1f97a0d3e018be0d64fa32c06de41390ec675ad498afeebb6960b3aabe6";
+std::string const key = "e1f97a0d3e018be0d64fa32c06de41390ec675ad498afeebb6960b3aabe6";
 
 // Everything but session commands, one behind the other, without blanks.
-void expect_sent(const std::string& arguments, fake_process& process, std::string hex) {
-    const outcome run = run_fxsctl(arguments, &process);
+void expect_sent(std::string const& arguments, fake_process& process, std::string hex) {
+    outcome const run = run_fxsctl(arguments, &process);
     EXPECT_EQ(run.exit_code, 0) << arguments << ": " << run.err;
     std::string sent;
-    for (const std::string& command : process.commands())
+    for (std::string const& command : process.commands())
         sent += command;
     std::erase(hex, ' ');
     EXPECT_EQ(sent, hex) << arguments;
 }
 
 TEST(subcommands, send_the_worked_datagrams_of_the_page) {
-    const std::map<std::string, std::string> arguments{
+    std::map<std::string, std::string> const arguments{
         {"open", "open -c 0 --port-min 16400 --port-max 16402 --tos 184 --call-id demo-0"},
         {"open-anywhere", "open --call 1"},
         {"media", "media -c 0 --codec pcma --event-pt 101 --ptime 20 --ssrc 12345678 --rtp 127.0.0.1:20000"},
@@ -50,14 +50,14 @@ TEST(subcommands, send_the_worked_datagrams_of_the_page) {
         {"loopback-test", "loopback-test"},
         {"dump", "dump"},
     };
-    const std::vector<protocol::worked_datagram> page = protocol::load_worked_datagrams(PROTOCOL_PAGE);
+    std::vector<protocol::worked_datagram> const page = protocol::load_worked_datagrams(PROTOCOL_PAGE);
     std::size_t commands = 0;
-    for (const protocol::worked_datagram& worked : page) {
+    for (protocol::worked_datagram const& worked : page) {
         if (!worked.is_command)
             continue;
         commands++;
         fake_process process;
-        for (const protocol::worked_datagram& reply : page)
+        for (protocol::worked_datagram const& reply : page)
             if (!worked.needs.empty() && !reply.is_command && reply.name == worked.reply)
                 process.answer(protocol::to_hex(reply.data));
         ASSERT_TRUE(arguments.contains(worked.name)) << worked.name;
@@ -70,9 +70,9 @@ TEST(subcommands, send_the_worked_datagrams_of_the_page) {
 }
 
 TEST(subcommands, send_these_datagrams) {
-    const std::string key_file = testing::TempDir() + "fxsctl_key_" + std::to_string(getpid());
+    std::string const key_file = testing::TempDir() + "fxsctl_key_" + std::to_string(getpid());
     std::ofstream(key_file) << key << "\n";
-    const std::pair<std::string, std::string> cases[] = {
+    std::pair<std::string, std::string> const cases[] = {
         {"open -c 0 --tos 0", "0010000c 000400020000 001f00020000"},
         {"media -c 1 --codec 6 --pt 98 --event-pt 101 --map 98=g726 --map 8=pcma --ptime 30 --ssrc DEADBEEF",
          "0011002b 000400020001 000600026206 0013000165 001000020662 001000020208 00110002001e "
@@ -96,7 +96,7 @@ TEST(subcommands, send_these_datagrams) {
         {"led 65535", "00160006 001b0002ffff"},
         {"signal 01:02 ff --text hi", "00080011 000f00020102 000f0001ff 000f00026869"},
     };
-    for (const auto& [arguments, hex] : cases) {
+    for (auto const& [arguments, hex] : cases) {
         fake_process process;
         expect_sent(arguments, process, hex);
     }
@@ -104,7 +104,7 @@ TEST(subcommands, send_these_datagrams) {
 }
 
 // A command, then what must not follow it, each with a part of the complaint behind ">".
-const std::string wrong_arguments = R"(
+std::string const wrong_arguments = R"(
 |> no command|frobnicate > frobnicate|end > --all|reset-base 256 > 0 to 255|call 4 5 > --line|decode 0 > hexadecimal
 open|> --call|-c 8 > 0 to 7|-c -1 > 0 to 7
 open -c 0|--tos 256 > 0 to 255|--port-min 5000 --port-max 5000 > --port-max|--port-max 4000 > 49152
@@ -129,14 +129,14 @@ ping|--port 70000 > 65535|--timeout 0 > --timeout
 TEST(subcommands, wrong_arguments_end_with_2_and_send_nothing) {
     fake_process process;
     int count = 0;
-    for (const std::string& row : split(wrong_arguments.substr(1), '\n')) {
-        const std::vector<std::string> cases = split(row, '|');
+    for (std::string const& row : split(wrong_arguments.substr(1), '\n')) {
+        std::vector<std::string> const cases = split(row, '|');
         for (std::size_t i = 1; i < cases.size(); i++, count++) {
-            const std::size_t mark = cases[i].find("> ");
+            std::size_t const mark = cases[i].find("> ");
             std::string arguments = cases[0] + " " + cases[i].substr(0, mark);
-            if (const std::size_t at = arguments.find("KEY"); at != std::string::npos)
+            if (std::size_t const at = arguments.find("KEY"); at != std::string::npos)
                 arguments.replace(at, 3, key);
-            const outcome run = run_fxsctl(arguments, &process);
+            outcome const run = run_fxsctl(arguments, &process);
             EXPECT_EQ(run.exit_code, 2) << arguments;
             EXPECT_NE(run.err.find(cases[i].substr(mark + 2)), std::string::npos)
                 << arguments << ": " << run.err;
@@ -149,14 +149,14 @@ TEST(subcommands, wrong_arguments_end_with_2_and_send_nothing) {
 
 TEST(runs, end_with_this_code_and_print_this) {
     fake_process taken;
-    const std::string free_port = std::to_string(fake_process().port());
-    const std::string taken_port = std::to_string(taken.port());  // the any-address clashes with 127.0.0.1
-    const struct {
+    std::string const free_port = std::to_string(fake_process().port());
+    std::string const taken_port = std::to_string(taken.port());  // the any-address clashes with 127.0.0.1
+    struct {
         std::string arguments;
         int exit_code;
         std::string out, err;          // all of the one, a part of the other
         std::string answer = "usual";  // to any command but session, in hexadecimal
-    } cases[] = {
+    } const cases[] = {
         {"open -c 1", 0, "open call=1 rtp_port=40002 rtcp_port=40003\n", ""},
         {"--json open -c 1", 0, "{\"report\":\"open\",\"call\":1,\"rtp_port\":40002,\"rtcp_port\":40003}\n",
          ""},
@@ -183,13 +183,13 @@ TEST(runs, end_with_this_code_and_print_this) {
          "000b000c 001b00020003 000f0002ffff"},
         {"-w 50000 loopback-test", 4, "loopback found=no\n", "did not come back", "00150006 000900020000"},
     };
-    const auto start = std::chrono::steady_clock::now();
-    for (const auto& one : cases) {
+    auto const start = std::chrono::steady_clock::now();
+    for (auto const& one : cases) {
         SCOPED_TRACE(one.arguments + " " + one.answer);
         fake_process process;
         if (one.answer != "usual")
             process.answer(one.answer);
-        const outcome run = run_fxsctl(one.arguments, &process);
+        outcome const run = run_fxsctl(one.arguments, &process);
         EXPECT_EQ(run.exit_code, one.exit_code);
         EXPECT_EQ(run.out, one.out);
         EXPECT_NE(run.err.find(one.err), std::string::npos) << run.err;
@@ -200,13 +200,13 @@ TEST(runs, end_with_this_code_and_print_this) {
 }
 
 TEST(runs, without_a_port_or_an_answer) {
-    const outcome no_port = run_fxsctl("ping");
+    outcome const no_port = run_fxsctl("ping");
     EXPECT_EQ(no_port.exit_code, 2);
     EXPECT_NE(no_port.err.find("FXSMEDIA_PORT"), std::string::npos) << no_port.err;
     EXPECT_EQ(run_fxsctl("call --help").exit_code, 0);
     fake_process silent;
     silent.be_silent();
-    const outcome unanswered = run_fxsctl("--timeout 50 open -c 0", &silent);
+    outcome const unanswered = run_fxsctl("--timeout 50 open -c 0", &silent);
     EXPECT_EQ(unanswered.exit_code, 3);
     EXPECT_NE(unanswered.err.find("within 50 ms"), std::string::npos) << unanswered.err;
     EXPECT_TRUE(silent.commands().empty()) << "commands before the session was answered";

@@ -7,12 +7,12 @@
 namespace {
 
 TEST(call, these_words_make_these_commands) {
-    const std::string rx(60, 'a'), tx(60, 'b');
-    const struct {
+    std::string const rx(60, 'a'), tx(60, 'b');
+    struct {
         std::string arguments;
         std::string printed;                                      // a part of it
         std::vector<std::pair<std::size_t, std::string>> sent{};  // number of the command, parts of it
-    } cases[] = {
+    } const cases[] = {
         {"1 --line 0 --to 127.0.0.1:20000 --codec pcmu",
          "call call=1 line=0 rtp_port=40002 rtcp_port=40003 remote=127.0.0.1:20000\n",
          {{0, "001000120004000200010016000866787363746c2d31"},  // call identifier fxsctl-1
@@ -38,27 +38,27 @@ TEST(call, these_words_make_these_commands) {
          "srtp_tx_key=" + tx,
          {{1, "0017001e 0018001e" + tx}}},
     };
-    for (const auto& one : cases) {
+    for (auto const& one : cases) {
         SCOPED_TRACE(one.arguments);
         fake_process process;
-        const outcome run = run_fxsctl("call " + one.arguments, &process);
+        outcome const run = run_fxsctl("call " + one.arguments, &process);
         EXPECT_EQ(run.exit_code, 0) << run.err;
         EXPECT_NE(run.out.find(one.printed), std::string::npos) << run.out;
         EXPECT_EQ(run.out.find(tx), one.printed.ends_with(tx) ? run.out.rfind(tx) : std::string::npos);
-        const std::vector<std::string> commands = process.commands();
+        std::vector<std::string> const commands = process.commands();
         ASSERT_EQ(commands.size(), one.arguments.find("--to") == std::string::npos ? 6U : 3U);
-        for (const auto& [number, parts] : one.sent)
-            for (const std::string& part : split(parts, ' '))
+        for (auto const& [number, parts] : one.sent)
+            for (std::string const& part : split(parts, ' '))
                 EXPECT_NE(commands[number].find(part), std::string::npos) << number << ": " << part;
     }
 }
 
 TEST(call, keys_drawn_for_two_calls_cross_over) {
     fake_process process;
-    const outcome run = run_fxsctl("call 0 1 --srtp", &process);
-    const std::vector<std::string> commands = process.commands();
+    outcome const run = run_fxsctl("call 0 1 --srtp", &process);
+    std::vector<std::string> const commands = process.commands();
     ASSERT_EQ(commands.size(), 6U) << run.err;
-    const auto key_of = [&](std::size_t command, const char* header) {
+    auto const key_of = [&](std::size_t command, char const* header) {
         return commands[command].substr(commands[command].find(header) + 8, 60);
     };
     EXPECT_EQ(key_of(2, "0017001e"), key_of(4, "0018001e"));

@@ -15,11 +15,11 @@ TEST(control_client, reports_that_nobody_asked_for_yet_are_kept_in_order) {
     fake_process process;
     control_client client = control_client::connect_udp("127.0.0.1", process.port());
     ASSERT_TRUE(client.start_session(soon));
-    for (const char* report : {"001c0006000400020001 001c0006000400020002", "ff", "001b0006000400020003"})
+    for (char const* report : {"001c0006000400020001 001c0006000400020002", "ff", "001b0006000400020003"})
         process.report(report);
     EXPECT_EQ(client.wait_for<srtp_verified>(soon)->call, 3);
-    const auto second =
-        client.wait_for<playback_empty>(soon, [](const playback_empty& r) { return r.call == 2; });
+    auto const second =
+        client.wait_for<playback_empty>(soon, [](playback_empty const& r) { return r.call == 2; });
     EXPECT_EQ(second->call, 2);
     EXPECT_EQ(client.kept().size(), 2U);
     EXPECT_EQ(std::get<playback_empty>(*client.receive(soon)).call, 1);
@@ -28,7 +28,7 @@ TEST(control_client, reports_that_nobody_asked_for_yet_are_kept_in_order) {
 }
 
 TEST(control_client, waits_for_a_process_that_starts_late) {
-    const std::uint16_t port = fake_process().port();
+    std::uint16_t const port = fake_process().port();
     control_client client = control_client::connect_udp("127.0.0.1", port);
     EXPECT_FALSE(client.start_session(milliseconds(30)));
     EXPECT_TRUE(client.refused());

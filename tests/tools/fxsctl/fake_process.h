@@ -25,13 +25,13 @@ public:
     explicit fake_process(std::uint16_t port = 0) {
         sockaddr_in local = loopback(port);
         socklen_t size = sizeof local;
-        if (bind(fd_, reinterpret_cast<const sockaddr*>(&local), size) != 0)
+        if (bind(fd_, reinterpret_cast<sockaddr const*>(&local), size) != 0)
             throw std::runtime_error("the stand-in cannot bind its port");
-        const timeval look_around{0, 20000};
+        timeval const look_around{0, 20000};
         setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &look_around, sizeof look_around);
         getsockname(fd_, reinterpret_cast<sockaddr*>(&local), &size);
         port_ = ntohs(local.sin_port);
-        thread_ = std::jthread([this](const std::stop_token& stop) { serve(stop); });
+        thread_ = std::jthread([this](std::stop_token const& stop) { serve(stop); });
     }
     ~fake_process() {
         thread_ = {};
@@ -44,20 +44,20 @@ public:
     void be_silent() { silent_ = true; }
 
     // From now on every command but session is answered with these bytes (none: with nothing) instead of the usual.
-    void answer(const std::string& hex) {
-        const std::lock_guard lock(mutex_);
+    void answer(std::string const& hex) {
+        std::lock_guard const lock(mutex_);
         answer_ = protocol::from_hex(hex).value();
     }
 
     // Sends to the peer as it is.
-    void report(const std::string& hex) {
-        const std::lock_guard lock(mutex_);
+    void report(std::string const& hex) {
+        std::lock_guard const lock(mutex_);
         send_to_peer(protocol::from_hex(hex).value());
     }
 
     // Every command obeyed so far but session, in hexadecimal with its header.
     std::vector<std::string> commands() {
-        const std::lock_guard lock(mutex_);
+        std::lock_guard const lock(mutex_);
         return commands_;
     }
     bool wait_for_commands(std::size_t count) {
@@ -67,7 +67,7 @@ public:
 
     // Local ports that sent session commands.
     std::set<std::uint16_t> peers() {
-        const std::lock_guard lock(mutex_);
+        std::lock_guard const lock(mutex_);
         return peers_;
     }
 
@@ -76,19 +76,19 @@ private:
         return {AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
     }
 
-    void serve(const std::stop_token& stop) {
+    void serve(std::stop_token const& stop) {
         protocol::bytes datagram(65536);
         while (!stop.stop_requested()) {
             sockaddr_in from{};
             socklen_t from_size = sizeof from;
-            const ssize_t size = recvfrom(fd_, datagram.data(), datagram.size(), 0,
+            ssize_t const size = recvfrom(fd_, datagram.data(), datagram.size(), 0,
                                           reinterpret_cast<sockaddr*>(&from), &from_size);
             if (size < 0)
                 continue;  // time to look around
             take_your_time();
-            const std::lock_guard lock(mutex_);
-            const auto received = protocol::byte_view(datagram).first(static_cast<std::size_t>(size));
-            for (const protocol::tlv& element : protocol::split_tlvs(received).elements)
+            std::lock_guard const lock(mutex_);
+            auto const received = protocol::byte_view(datagram).first(static_cast<std::size_t>(size));
+            for (protocol::tlv const& element : protocol::split_tlvs(received).elements)
                 take(element, ntohs(from.sin_port));
             changed_.notify_all();
         }
@@ -96,7 +96,7 @@ private:
 
     static void take_your_time() { std::this_thread::sleep_for(std::chrono::milliseconds(15)); }
 
-    void take(const protocol::tlv& element, std::uint16_t from) {
+    void take(protocol::tlv const& element, std::uint16_t from) {
         using namespace protocol;
         if (element.tag == command_tag::session) {
             take_your_time();
@@ -113,15 +113,15 @@ private:
     }
 
     static protocol::bytes open_answer(std::uint8_t call) {
-        const auto low = static_cast<std::uint8_t>(0x40 + 2 * call),
+        auto const low = static_cast<std::uint8_t>(0x40 + 2 * call),
                    next = static_cast<std::uint8_t>(low + 1);
         return {0, 6, 0, 18, 0, 4, 0, 2, 0, call, 0, 13, 0, 2, 0x9c, low, 0, 14, 0, 2, 0x9c, next};
     }
 
-    void send_to_peer(const protocol::bytes& datagram) {
-        const sockaddr_in to = loopback(peer_);
+    void send_to_peer(protocol::bytes const& datagram) {
+        sockaddr_in const to = loopback(peer_);
         if (!silent_ && !datagram.empty())
-            sendto(fd_, datagram.data(), datagram.size(), 0, reinterpret_cast<const sockaddr*>(&to),
+            sendto(fd_, datagram.data(), datagram.size(), 0, reinterpret_cast<sockaddr const*>(&to),
                    sizeof to);
     }
 

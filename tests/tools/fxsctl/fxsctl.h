@@ -7,7 +7,7 @@
 #include "tests/tools/child.h"
 #include "tests/tools/fxsctl/fake_process.h"
 
-inline std::vector<std::string> split(const std::string& text, char separator) {
+inline std::vector<std::string> split(std::string const& text, char separator) {
     std::istringstream in(text);
     std::vector<std::string> parts;
     for (std::string part; std::getline(in, part, separator);)
@@ -16,7 +16,7 @@ inline std::vector<std::string> split(const std::string& text, char separator) {
 }
 
 // fxsctl, started with these arguments (quotation marks hold words together) for this process, if any.
-inline child start_fxsctl(const std::string& arguments, const fake_process* process = nullptr) {
+inline child start_fxsctl(std::string const& arguments, fake_process const* process = nullptr) {
     std::istringstream in(arguments);
     std::vector<std::string> words{FXSCTL}, environment;
     for (std::string word; in >> std::quoted(word);)
@@ -32,8 +32,8 @@ struct outcome {
 };
 
 // The same to its end.
-inline outcome run_fxsctl(const std::string& arguments, const fake_process* process = nullptr) {
+inline outcome run_fxsctl(std::string const& arguments, fake_process const* process = nullptr) {
     child run = start_fxsctl(arguments, process);
-    const int exit_code = run.wait();
+    int const exit_code = run.wait();
     return {exit_code, run.out, run.err};
 }

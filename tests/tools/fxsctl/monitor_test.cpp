@@ -17,7 +17,7 @@ TEST(monitor, every_report_is_one_json_line) {
     fake_process process;
     child monitor = start_fxsctl("--json monitor --count 4", &process);
     ASSERT_TRUE(monitor.wait_for_text("watching"));
-    for (const char* report :
+    for (char const* report :
          {"00130000",                                         // not shown
           "00020012 000100020001 00020008 6f68ff0a22c3a421",  // no UTF-8, quotes, line end
           "00180018 000400020003 0005000613887f000001 0020000412345678", "ff00", "00190000",
@@ -25,7 +25,7 @@ TEST(monitor, every_report_is_one_json_line) {
         process.report(report);
     EXPECT_EQ(monitor.wait(), 0);
     std::vector<nlohmann::json> seen;
-    for (const std::string& line : split(monitor.out, '\n')) {
+    for (std::string const& line : split(monitor.out, '\n')) {
         seen.push_back(nlohmann::json::parse(line));
         EXPECT_EQ(seen.back()["time"].get<std::string>().size(), 24U);
     }
@@ -47,7 +47,7 @@ TEST(monitor, other_runs_go_through_it_and_both_see_the_reports) {
     EXPECT_TRUE(monitor.wait_for_text("> open call=3\n"));
     EXPECT_TRUE(monitor.wait_for_text("< open call=3 rtp_port=40006 rtcp_port=40007\n"));
     EXPECT_EQ(process.peers().size(), 1U) << "the session must have stayed with the monitor";
-    const std::uint16_t port = fake_process().port();
+    std::uint16_t const port = fake_process().port();
     EXPECT_EQ(run_fxsctl("--local-port " + std::to_string(port) + " ping", &process).exit_code, 0);
     EXPECT_TRUE(process.peers().contains(port)) << "a local port goes past it";
 }
@@ -64,7 +64,7 @@ TEST(monitor, a_killed_one_leaves_nothing_behind) {
     monitor.end(SIGKILL);
     EXPECT_EQ(observer.wait(), 3);
     EXPECT_NE(observer.err.find("has ended"), std::string::npos) << observer.err;
-    const outcome direct = run_fxsctl("--json ping", &process);
+    outcome const direct = run_fxsctl("--json ping", &process);
     EXPECT_EQ(direct.exit_code, 0) << direct.err;
     EXPECT_NE(direct.out.find("\"through_monitor\":false"), std::string::npos) << direct.out;
     EXPECT_TRUE(start_fxsctl("monitor", &process).wait_for_text("other runs of fxsctl go through this one"));
@@ -72,9 +72,9 @@ TEST(monitor, a_killed_one_leaves_nothing_behind) {
 
 TEST(monitor, relay_stands_in_for_the_process) {
     fake_process process;
-    const std::uint16_t port = fake_process().port();
+    std::uint16_t const port = fake_process().port();
     control_client call_control = control_client::connect_udp("127.0.0.1", port);
-    const std::string relay = "monitor --relay " + std::to_string(port);
+    std::string const relay = "monitor --relay " + std::to_string(port);
     child monitor =
         start_fxsctl(relay + " --relay-peer " + std::to_string(call_control.local_port()), &process);
     ASSERT_TRUE(monitor.wait_for_text("watching"));
@@ -82,20 +82,20 @@ TEST(monitor, relay_stands_in_for_the_process) {
     EXPECT_TRUE(call_control.wait_for<playback_empty>(soon));
     ASSERT_TRUE(call_control.start_session(soon));
     ASSERT_TRUE(call_control.send(encode(open_command{4, {}, {}, {}, {}})));
-    const auto reply = call_control.wait_for<open_reply>(soon);
+    auto const reply = call_control.wait_for<open_reply>(soon);
     ASSERT_TRUE(reply);
     EXPECT_EQ(reply->rtp_port, 40008);
     EXPECT_TRUE(monitor.wait_for_text("< open call=4 rtp_port=40008"));
     EXPECT_EQ(process.peers().size(), 1U);
     control_client next = control_client::connect_udp("127.0.0.1", port);
     EXPECT_TRUE(next.start_session(soon)) << "whoever spoke last is informed";
-    const std::string own_port = "--local-port " + std::to_string(fake_process().port()) + " ";
+    std::string const own_port = "--local-port " + std::to_string(fake_process().port()) + " ";
     EXPECT_EQ(run_fxsctl(own_port + relay, &process).exit_code, 5) << "the relay's port is taken";
 }
 
 TEST(monitor, takes_the_session_again_when_the_process_restarts) {
     auto process = std::make_unique<fake_process>();
-    const std::uint16_t port = process->port();
+    std::uint16_t const port = process->port();
     child monitor = start_fxsctl("monitor --log-level 7", process.get());
     ASSERT_TRUE(process->wait_for_commands(1));
     process.reset();

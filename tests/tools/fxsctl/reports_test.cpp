@@ -12,7 +12,7 @@ namespace {
 
 TEST(reports, odd_ones_in_any_company) {
     // Behind "!" why the whole is undecodable.
-    const std::pair<std::string, std::string> cases[] = {
+    std::pair<std::string, std::string> const cases[] = {
         {"", "!empty datagram"},
         {"0013", "!element is cut off"},
         {"001300", "!element is cut off"},
@@ -37,10 +37,10 @@ TEST(reports, odd_ones_in_any_company) {
         {"000f0015 000400020001 000500061388 7f000001 000e0001 aa",
          "tunnel call=1 from=127.0.0.1:5000 rtcp=1 data=aa"},  // RTCP side: field 14, no TCP flag
     };
-    for (const auto& [hex, understood] : cases) {
-        const bytes datagram = from_hex(hex).value();
+    for (auto const& [hex, understood] : cases) {
+        bytes const datagram = from_hex(hex).value();
         std::string text;
-        for (const report& one : parse_reports(datagram))
+        for (report const& one : parse_reports(datagram))
             text += "\n" + summary(describe(one));
         EXPECT_EQ(text.substr(1), understood[0] != '!' ? understood
                                                        : "undecodable reason=" + understood.substr(1) +
@@ -49,15 +49,15 @@ TEST(reports, odd_ones_in_any_company) {
 }
 
 TEST(rtcp_copy, names_of_the_packets) {
-    const std::pair<const char*, const char*> cases[] = {
+    std::pair<char const*, char const*> const cases[] = {
         {"80c80001 12345678 81ca0001 12345678 80cf0001 12345678", "SR SDES XR"},
         {"80c80001 12345678 aabbccdd eeff0011", "SR"},  // SRTCP: the rest is not readable
         {"80c8ffff 12345678", "SR"},
         {"40c80001 12345678", ""},
         {"80c80001", ""},
     };
-    for (const auto& [packet, names] : cases) {
-        const description d = describe(rtcp_copy{0, "id", true, from_hex(packet).value()});
+    for (auto const& [packet, names] : cases) {
+        description const d = describe(rtcp_copy{0, "id", true, from_hex(packet).value()});
         EXPECT_EQ(std::get<std::string>(d.fields.at(3).value), names) << packet;
     }
 }

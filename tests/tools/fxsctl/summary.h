@@ -3,12 +3,12 @@
 
 #include "tools/protocol/description.h"
 
-inline std::string summary(const protocol::description& message) {
+inline std::string summary(protocol::description const& message) {
     std::string text = message.name;
-    for (const protocol::described_field& one : message.fields) {
+    for (protocol::described_field const& one : message.fields) {
         text += " " + one.name + "=";
-        const auto* const words = std::get_if<std::string>(&one.value);
-        const auto* const number = std::get_if<std::int64_t>(&one.value);
+        auto const* const words = std::get_if<std::string>(&one.value);
+        auto const* const number = std::get_if<std::int64_t>(&one.value);
         text += words ? *words : std::to_string(number ? *number : std::get<bool>(one.value));
     }
     return text;

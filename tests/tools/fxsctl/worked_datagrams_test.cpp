@@ -18,7 +18,7 @@ using namespace protocol;
 namespace {
 
 // The reports, all of them, and the commands that say most.
-const std::map<std::string, std::string> understood{
+std::map<std::string, std::string> const understood{
     {"session report", "heartbeat"},
     {"open report", "open call=0 rtp_port=16400 rtcp_port=16401"},
     {"open-anywhere report", "open call=1 rtp_port=0 rtcp_port=0"},
@@ -49,12 +49,12 @@ const std::map<std::string, std::string> understood{
 
 TEST(protocol_page, worked_datagrams_are_understood) {
     std::map<std::string, std::string> seen;
-    for (const worked_datagram& worked : load_worked_datagrams(PROTOCOL_PAGE)) {
-        const std::string name = worked.name + (worked.is_command ? " command" : " report");
+    for (worked_datagram const& worked : load_worked_datagrams(PROTOCOL_PAGE)) {
+        std::string const name = worked.name + (worked.is_command ? " command" : " report");
         EXPECT_TRUE(worked.reply.empty() || understood.contains(worked.reply + " report")) << name;
         if (worked.is_command && !understood.contains(name))
             continue;
-        const description said = worked.is_command ? describe_commands(worked.data).at(0)
+        description const said = worked.is_command ? describe_commands(worked.data).at(0)
                                                    : describe(parse_reports(worked.data).at(0));
         EXPECT_TRUE(seen.emplace(name, summary(said)).second) << name << " twice in the page";
     }
@@ -62,13 +62,13 @@ TEST(protocol_page, worked_datagrams_are_understood) {
 }
 
 struct page {
-    explicit page(const std::string& text) { std::ofstream(path) << text; }
+    explicit page(std::string const& text) { std::ofstream(path) << text; }
     ~page() { std::remove(path.c_str()); }
     std::string path = testing::TempDir() + "page_" + std::to_string(getpid()) + ".md";
 };
 
 TEST(protocol_page, malformed_pages_fail_loudly) {
-    for (const char* text : {"", "no blocks", "```hex a command\n00 1\n```\n", "```hex a command\n0g\n```\n",
+    for (char const* text : {"", "no blocks", "```hex a command\n00 1\n```\n", "```hex a command\n0g\n```\n",
                              "```hex a neither\n00\n```\n", "```hex a command foo=1\n00\n```\n",
                              "```hex a command\n```\n", "```hex a command\n00\n"})
         EXPECT_THROW(load_worked_datagrams(page(text).path), std::runtime_error) << text;
@@ -76,9 +76,9 @@ TEST(protocol_page, malformed_pages_fail_loudly) {
 }
 
 TEST(protocol_page, wildcards_match_any_byte_of_the_same_length) {
-    const worked_datagram worked =
+    worked_datagram const worked =
         load_worked_datagrams(page("```hex a report\n01 ??  # remark\n```\n").path).at(0);
-    for (const auto& [datagram, matches] :
+    for (auto const& [datagram, matches] :
          {std::pair{bytes{1, 200}, true}, {bytes{2, 200}, false}, {bytes{1}, false}, {bytes{1, 2, 3}, false}})
         EXPECT_EQ(worked.matches(datagram), matches) << to_hex(datagram);
 }

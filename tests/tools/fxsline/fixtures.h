@@ -22,7 +22,7 @@ public:
         std::error_code ignored;
         std::filesystem::remove_all(path_, ignored);
     }
-    std::string path(const std::string& name) const { return path_ + "/" + name; }
+    std::string path(std::string const& name) const { return path_ + "/" + name; }
 
 private:
     char name_[32] = "/tmp/fxsline_test_XXXXXX";
@@ -35,14 +35,14 @@ inline long result_of(ssize_t returned) {
 }
 
 // Writes with one system call.
-inline long write_text(const std::string& path, const std::string& text) {
-    const int fd = open(path.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC);
-    const long result = result_of(write(fd, text.data(), text.size()));
+inline long write_text(std::string const& path, std::string const& text) {
+    int const fd = open(path.c_str(), O_WRONLY | O_TRUNC | O_CLOEXEC);
+    long const result = result_of(write(fd, text.data(), text.size()));
     close(fd);
     return result;
 }
 
-inline std::string contents(const std::string& path) {
+inline std::string contents(std::string const& path) {
     std::ifstream file(path, std::ios::binary);
     return {std::istreambuf_iterator<char>(file), {}};
 }

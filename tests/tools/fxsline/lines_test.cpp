@@ -16,7 +16,7 @@
 namespace fxsline {
 namespace {
 
-void write_wav(const std::string& path, int rate, int channels, const std::vector<float>& values) {
+void write_wav(std::string const& path, int rate, int channels, std::vector<float> const& values) {
     SF_INFO info{.samplerate = rate, .channels = channels, .format = SF_FORMAT_WAV | SF_FORMAT_FLOAT};
     SNDFILE* file = sf_open(path.c_str(), SFM_WRITE, &info);
     sf_write_float(file, values.data(), static_cast<sf_count_t>(values.size()));
@@ -29,13 +29,13 @@ TEST(SimulatedLine, SpeechStartsWithItsDeviceOrTheClockAfterItsDelay) {
         unsigned delay_ms, opened_before_tick, first_word_at_tick;
     } const cases[] = {
         {false, 0, 5, 5}, {false, 20, 5, 7}, {false, 21, 0, 3}, {true, 0, 5, 0}, {true, 90, 5, 9}};
-    for (const auto& c : cases) {
+    for (auto const& c : cases) {
         simulated_line line({.says = speech::recording({1000}, false, "test"),
                              .from_clock_start = c.from_clock_start,
                              .delay_ms = c.delay_ms});
         unsigned tick = 0;
         unsigned first_word_at = 99;
-        line.tap_said([&](const block& said) { first_word_at = said[0] == 1000 ? tick : first_word_at; });
+        line.tap_said([&](block const& said) { first_word_at = said[0] == 1000 ? tick : first_word_at; });
         for (; tick < 12; tick++) {
             if (tick == c.opened_before_tick)
                 line.open_device();
@@ -50,7 +50,7 @@ TEST(SimulatedLine, UnderrunIsTheEndOfAFlow) {
     simulated_line line({});
     line.open_device();
     std::string seen;
-    for (const char step : std::string("twtttwtctwtott")) {  // tick, write one block and a half, clear, close
+    for (char const step : std::string("twtttwtctwtott")) {  // tick, write one block and a half, clear, close
         switch (step) {
             case 'w': line.write(counting(120)); break;
             case 'c': EXPECT_EQ(line.clear_tx(), 40U); break;
@@ -64,7 +64,7 @@ TEST(SimulatedLine, UnderrunIsTheEndOfAFlow) {
 
 // Random operations against two plain queues and two lists of samples.
 TEST(SimulatedLine, AgreesWithAModelOverRandomOperations) {
-    const unsigned seed = std::random_device()();
+    unsigned const seed = std::random_device()();
     SCOPED_TRACE(testing::Message() << "seed " << seed);
     std::mt19937 random(seed);
     simulated_line line({.says = speech::recording(counting(30000), true, ""),
@@ -72,7 +72,7 @@ TEST(SimulatedLine, AgreesWithAModelOverRandomOperations) {
                          .backlog_blocks = 3,
                          .play_queue_blocks = 2});
     samples heard, heard_model;
-    line.tap_heard([&](const block& b) { heard.insert(heard.end(), b.begin(), b.end()); });
+    line.tap_heard([&](block const& b) { heard.insert(heard.end(), b.begin(), b.end()); });
     std::deque<int16_t> backlog, queue;
     unsigned opens = 0;
     size_t spoken = 0;
@@ -92,7 +92,7 @@ TEST(SimulatedLine, AgreesWithAModelOverRandomOperations) {
                 break;
             case 2: {
                 samples out(random() % 300);
-                const auto end = backlog.begin() + std::min(std::ssize(out), std::ssize(backlog));
+                auto const end = backlog.begin() + std::min(std::ssize(out), std::ssize(backlog));
                 out.resize(line.read(out));
                 ASSERT_EQ(out, samples(backlog.begin(), end));
                 backlog.erase(backlog.begin(), end);
@@ -100,8 +100,8 @@ TEST(SimulatedLine, AgreesWithAModelOverRandomOperations) {
                 break;
             }
             case 3: {
-                const samples in = counting(random() % 200, static_cast<int16_t>(random()));
-                const auto taken = std::min(std::ssize(in), 160 - std::ssize(queue));
+                samples const in = counting(random() % 200, static_cast<int16_t>(random()));
+                auto const taken = std::min(std::ssize(in), 160 - std::ssize(queue));
                 ASSERT_EQ(static_cast<long>(line.write(in)), taken);
                 queue.insert(queue.end(), in.begin(), in.begin() + taken);
                 break;
@@ -117,7 +117,7 @@ TEST(SimulatedLine, AgreesWithAModelOverRandomOperations) {
                 for (int i = 0; i < 80; i++, spoken++)
                     if (opens > 0)
                         backlog.push_back(static_cast<int16_t>(spoken % 30000 + 1));
-                const bool overrun = backlog.size() > 240;
+                bool const overrun = backlog.size() > 240;
                 ASSERT_EQ(line.tick().overrun_began, overrun && !losing);
                 overruns += overrun;
                 losing |= overrun;
@@ -138,8 +138,8 @@ TEST(Speech, ToneHasItsFrequenciesAndLevelForAMinute) {
         block said;
         tone.next(said);
         meter.add(said);
-        for (const int16_t sample : said) {
-            const double angle = 2 * std::numbers::pi * i++ / 8000;
+        for (int16_t const sample : said) {
+            double const angle = 2 * std::numbers::pi * i++ / 8000;
             ASSERT_NEAR(sample, 3276.7 * (std::sin(440.5 * angle) + std::sin(1000 * angle)), 0.51) << i;
         }
     }
@@ -148,12 +148,12 @@ TEST(Speech, ToneHasItsFrequenciesAndLevelForAMinute) {
 }
 
 TEST(Speech, CommandsAreTakenOrRefusedWithAReason) {
-    const temporary_directory directory;
+    temporary_directory const directory;
     write_wav(directory.path("stereo float"), 8000, 2, {0.5F, 0.25F, -0.75F, -0.25F});
     write_wav(directory.path("wide"), 16000, 1, {0});
     write_wav(directory.path("empty"), 8000, 1, {});
     ASSERT_EQ(mkfifo(directory.path("pipe").c_str(), 0600), 0);
-    const std::pair<std::string, std::vector<std::string>> cases[] = {
+    std::pair<std::string, std::vector<std::string>> const cases[] = {
         {"", {"silence", "tone 3900+697.5 -90", "loop " + directory.path("stereo float")}},  // taken
         {"not a speech command", {"silence 1", "wav"}},
         {"frequency and level", {"tone 440 -20 x"}},
@@ -162,9 +162,9 @@ TEST(Speech, CommandsAreTakenOrRefusedWithAReason) {
         {"16000 samples a second", {"wav " + directory.path("wide")}},
         {"no samples", {"wav " + directory.path("empty")}},
         {"can't open", {"wav " + directory.path("pipe")}}};
-    for (const auto& [error, commands] : cases)
-        for (const std::string& command : commands) {
-            const auto parsed = parse_speech(command);
+    for (auto const& [error, commands] : cases)
+        for (std::string const& command : commands) {
+            auto const parsed = parse_speech(command);
             ASSERT_EQ(parsed.value.has_value(), error.empty()) << command << ": " << parsed.error;
             EXPECT_NE(parsed.error.find(error), std::string::npos) << parsed.error;
             EXPECT_EQ(error.empty() ? parsed.value->describe() : command, command);
@@ -176,21 +176,21 @@ TEST(Speech, CommandsAreTakenOrRefusedWithAReason) {
 
 TEST(LineBank, RequestsAnswerAndReport) {
     std::string log, json;
-    line_bank bank({.base_answers = {{3, 17}, {4, -EIO}}}, [&](const line_event& event) {
+    line_bank bank({.base_answers = {{3, 17}, {4, -EIO}}}, [&](line_event const& event) {
         log += event_text(event).substr(2) + "\n";
         json += event_json(event);
     });
-    const std::pair<uint32_t, int> requests[] = {
+    std::pair<uint32_t, int> const requests[] = {
         {0x20003003, 17}, {0x20003004, -EIO},    {0x20003fff, 0},       {0x20003005, 0},      {0x20003006, 0},
         {0x20003007, 0},  {0x20004003, -ENOTTY}, {0x30003003, -ENOTTY}, {0x20007003, -ENOTTY}};
     bank.tick();
     bank.line(1).write(counting(100));
-    for (const auto& [number, result] : requests) {
+    for (auto const& [number, result] : requests) {
         EXPECT_EQ(bank.request(1, number), result) << std::hex << number;
         EXPECT_EQ(bank.led(), number == 0x20003006);
     }
     EXPECT_FALSE(bank.say(2, "wav \xff\""));
-    for (const char* const part :
+    for (char const* const part :
          {R"({"time_ms":10,"line":1,"event":"base_command","number":4,"answer":-5})",
           "\"event\":\"say_refused\",\"text\":\"can't open the file \xEF\xBF\xBD\\\"\"}"})
         EXPECT_NE(json.find(part), std::string::npos) << json;
@@ -209,7 +209,7 @@ TEST(LineBank, RequestsAnswerAndReport) {
 TEST(LedTimeline, DrawsFlashesThatComeATickEarlyOrLate) {
     led_timeline led;
     EXPECT_EQ(led.text(1000), "");
-    for (const uint64_t on_ms : {120U, 220U, 330U, 1000U}) {
+    for (uint64_t const on_ms : {120U, 220U, 330U, 1000U}) {
         led.add({on_ms, true});
         led.add({on_ms + (on_ms == 220 ? 40 : 50), false});
     }
@@ -228,20 +228,20 @@ TEST(LedTimeline, DrawsFlashesThatComeATickEarlyOrLate) {
 
 TEST(PipeScript, RowsBecomeBytesOrAreRefused) {
     using namespace std::string_literals;
-    const std::pair<std::string, std::string> cases[] = {
+    std::pair<std::string, std::string> const cases[] = {
         // sent: "TIME:BYTES" each
         {"20 off-hook 1\n# no\n\n10 A\\r\\nB\\n\\c", "20:off-hook 1\r\n10:A\r\nB\n"},
         {"0 \r\n", "0:\r\n"},
         {"86400000  \\\\\\x41\\x00", "86400000: \\A\0\r\n"s}};
-    for (const auto& [rows, expected] : cases) {
-        const auto parsed = parse_pipe_script(rows);
+    for (auto const& [rows, expected] : cases) {
+        auto const parsed = parse_pipe_script(rows);
         std::string sent;
-        for (const scripted_text& text : parsed.value.value_or(pipe_script{}))
+        for (scripted_text const& text : parsed.value.value_or(pipe_script{}))
             sent += std::to_string(text.time_ms) + ":" + text.bytes;
         EXPECT_EQ(sent, expected) << rows << parsed.error;
     }
-    for (const char* row : {"86400001 x", "x 1", "-1 x", "10", "10 \\q", "10 \\x4", "10 \\", "10 \\cx"}) {
-        const auto parsed = parse_pipe_script(row);
+    for (char const* row : {"86400001 x", "x 1", "-1 x", "10", "10 \\q", "10 \\x4", "10 \\", "10 \\cx"}) {
+        auto const parsed = parse_pipe_script(row);
         EXPECT_TRUE(!parsed.value && parsed.error.starts_with("row 1 ")) << row << ": " << parsed.error;
     }
 }

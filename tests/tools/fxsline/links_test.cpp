@@ -14,21 +14,21 @@ using namespace std::string_literals;
 class Links : public testing::Test {
 protected:
     static std::string event(child& program) {
-        const auto event = nlohmann::json::parse(program.line());
+        auto const event = nlohmann::json::parse(program.line());
         return std::to_string(event["time_ms"].get<int>()) + " " + event["event"].get<std::string>() + " " +
                event.value("text", "");
     }
     // 0 or -errno
-    long say(const std::string& name, const std::string& bytes) {
+    long say(std::string const& name, std::string const& bytes) {
         return std::min(0L, write_text(mount.path(name), bytes));
     }
     // As the process opens its end; closed at the end of the test program.
-    static int opened(const std::string& path) {
+    static int opened(std::string const& path) {
         return open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
     }
     static std::string read_from(int fd) {
         char bytes[8192];
-        const ssize_t count = read(fd, bytes, sizeof bytes);
+        ssize_t const count = read(fd, bytes, sizeof bytes);
         return {bytes, count > 0 ? static_cast<size_t>(count) : 0};
     }
 
@@ -36,14 +36,14 @@ protected:
 };
 
 TEST_F(Links, DriverSpeaksOverThePipeByScriptByHookAndByFile) {
-    const std::string base = directory.path("fxs");
+    std::string const base = directory.path("fxs");
     ASSERT_EQ(mkfifo((base + "0").c_str(), 0600), 0);  // left by a killed run
     std::ofstream(directory.path("script")) << "35 second\n5 first\\c\n";
     child program = start_fxsline({mount.path(""), "--stepped", "--json", "--pipe", base, "--pipe-script",
                                    directory.path("script"), "--hook", "2=20,50"});
     EXPECT_EQ(event(program), "0 serving ");
     EXPECT_EQ(say("clock", "1"), 0);  // waits for the process in the pipe
-    const int pipe = opened(base + "0");
+    int const pipe = opened(base + "0");
     EXPECT_GE(opened(base + "1"), 0);
     EXPECT_EQ(read_from(pipe), "first");
     EXPECT_EQ(say("clock", "2"), 0);
@@ -55,7 +55,7 @@ TEST_F(Links, DriverSpeaksOverThePipeByScriptByHookAndByFile) {
     while (write(pipe, "x", 1) == 1) {
     }
     EXPECT_EQ(say("driver.say", "x"), -EAGAIN) << "a full pipe refuses, and nobody waits";
-    for (const char* expected :
+    for (char const* expected :
          {"10 driver_line first", "20 driver_line off-hook 2\r\n", "40 driver_line second\r\n",
           "50 driver_line on-hook 2\r\n", "50 driver_line A\r\nB", "50 driver_line_refused too long",
           "50 driver_line_refused the process reads nothing, the pipe is full"})
@@ -65,12 +65,12 @@ TEST_F(Links, DriverSpeaksOverThePipeByScriptByHookAndByFile) {
 }
 
 TEST_F(Links, SignallingDeviceRelaysEveryByteBothWays) {
-    const std::string link = directory.path("line");
+    std::string const link = directory.path("line");
     std::filesystem::create_symlink("/dev/pts/4242", link);  // left by a killed run
     child program = start_fxsline({mount.path(""), "--stepped", "--json", "--signal", link});
     EXPECT_EQ(event(program), "0 serving ");
     EXPECT_EQ(say("signal.say", "0a 0D 03:04 11 13 7f ff00\n"), 0);  // before the process comes
-    const int device = opened(link);
+    int const device = opened(link);
     std::string heard;
     for (int tries = 0; heard.size() < 9 && tries < 1000; tries++, usleep(10000))
         heard += read_from(device);
@@ -79,7 +79,7 @@ TEST_F(Links, SignallingDeviceRelaysEveryByteBothWays) {
     EXPECT_EQ(write(device, "\x0a\x0d\x03\x00\xff", 5), 5);
     EXPECT_EQ(event(program), "0 signal_from_process 0a0d0300ff") << "and no echo of what was sent";
     close(device);
-    for (const char* refused : {"", "0", "xy", "0 0"}) {
+    for (char const* refused : {"", "0", "xy", "0 0"}) {
         EXPECT_EQ(say("signal.say", refused + "\n"s), -EINVAL) << refused;
         EXPECT_EQ(event(program), "0 signal_refused not hexadecimal text");
     }
@@ -90,22 +90,22 @@ TEST_F(Links, SignallingDeviceRelaysEveryByteBothWays) {
 }
 
 TEST_F(Links, CallLedIsShownAtAnyTimeAndAtTheEnd) {
-    const std::string text = "0 on\n500 off\n##########..........\n", file = directory.path("led");
-    for (const bool to_file : {false, true}) {
+    std::string const text = "0 on\n500 off\n##########..........\n", file = directory.path("led");
+    for (bool const to_file : {false, true}) {
         child program =
             start_fxsline(to_file ? std::vector{mount.path(""), "--stepped"s, "--led-timeline"s, file}
                                   : std::vector{mount.path(""), "--stepped"s, "--json"s});
         program.line();
-        const int device = opened(mount.path("sdt0"));
+        int const device = opened(mount.path("sdt0"));
         EXPECT_EQ(contents(mount.path("led")), "");
-        for (const unsigned request : {0x20003006U, 0x20003007U}) {
+        for (unsigned const request : {0x20003006U, 0x20003007U}) {
             EXPECT_EQ(ioctl(device, request, 0), 0);
             EXPECT_EQ(say("clock", "50"), 0);
         }
         EXPECT_EQ(contents(mount.path("led")), text);
         close(device);
         EXPECT_EQ(program.end(SIGTERM), 0);
-        const char* const shown =
+        char const* const shown =
             R"({"time_ms":1000,"event":"led_timeline","commands":[{"time_ms":0,"on":true},)";
         EXPECT_EQ(program.out.find(shown) != std::string::npos, !to_file) << program.out;
         EXPECT_EQ(contents(file), to_file ? text : "");

@@ -13,9 +13,9 @@
 class mount_guard {
 public:
     // Before the mount is served. `mountpoint` is absolute.
-    explicit mount_guard(const std::string& mountpoint) {
+    explicit mount_guard(std::string const& mountpoint) {
         constexpr unsigned limit_seconds = 60;
-        const pid_t test = getpid();
+        pid_t const test = getpid();
         child_ = fork();
         if (child_ != 0)
             return;
@@ -26,7 +26,7 @@ public:
         umount2(mountpoint.c_str(), MNT_DETACH);
         _exit(0);
     }
-    mount_guard(const mount_guard&) = delete;
+    mount_guard(mount_guard const&) = delete;
     ~mount_guard() {
         kill(child_, SIGKILL);
         waitpid(child_, nullptr, 0);

@@ -19,12 +19,12 @@ namespace fxsline {
 namespace {
 
 long read_into(int fd, samples& out) {
-    const long result = result_of(read(fd, out.data(), out.size() * 2));
+    long const result = result_of(read(fd, out.data(), out.size() * 2));
     out.resize(result > 0 ? static_cast<size_t>(result) / 2 : 0);
     return result;
 }
 
-long write_from(int fd, const samples& in) {
+long write_from(int fd, samples const& in) {
     return result_of(write(fd, in.data(), in.size() * 2));
 }
 
@@ -36,8 +36,8 @@ protected:
             config.lines[static_cast<size_t>(line)].says =
                 speech::recording(counting(8000, static_cast<int16_t>(line * 8000)), true, "test");
         bank.emplace(config,
-                     [this](const line_event& event) { events += event_text(event).substr(13) + "\n"; });
-        bank->line(0).tap_heard([this](const block& b) { heard.insert(heard.end(), b.begin(), b.end()); });
+                     [this](line_event const& event) { events += event_text(event).substr(13) + "\n"; });
+        bank->line(0).tap_heard([this](block const& b) { heard.insert(heard.end(), b.begin(), b.end()); });
         mount.emplace(*bank);
     }
     void SetUp() override {
@@ -45,17 +45,17 @@ protected:
         mount->start();
     }
     void TearDown() override {
-        for (const int fd : descriptors)
+        for (int const fd : descriptors)
             close(fd);
     }
 
-    int open_file(const std::string& name, int flags = O_RDWR) {
+    int open_file(std::string const& name, int flags = O_RDWR) {
         descriptors.push_back(open(directory.path(name).c_str(), flags | O_CLOEXEC));
         EXPECT_GE(descriptors.back(), 0) << name << ": " << strerror(errno);
         return descriptors.back();
     }
-    std::string text_of(const std::string& name) { return contents(directory.path(name)); }
-    long say(const std::string& name, const std::string& text) {
+    std::string text_of(std::string const& name) { return contents(directory.path(name)); }
+    long say(std::string const& name, std::string const& text) {
         return write_text(directory.path(name), text);
     }
 
@@ -69,7 +69,7 @@ protected:
 };
 
 TEST_F(LineMount, ReadsTakeWhatIsThereOrWait) {
-    const int fd = open_file("sdt1"), impatient = open_file("sdt1", O_RDONLY | O_NONBLOCK);
+    int const fd = open_file("sdt1"), impatient = open_file("sdt1", O_RDONLY | O_NONBLOCK);
     samples in(80), got(640);
     EXPECT_EQ(read_into(impatient, in), -EAGAIN);
     auto waiting = std::async(std::launch::async, [&] { return read_into(fd, got); });
@@ -88,8 +88,8 @@ TEST_F(LineMount, ReadsTakeWhatIsThereOrWait) {
 }
 
 TEST_F(LineMount, WritesFillTheRoomOrWaitForIt) {
-    const int fd = open_file("sdt0"), impatient = open_file("sdt0", O_WRONLY | O_NONBLOCK);
-    const auto write_later = [fd] { return write_from(fd, counting(80, 500)); };
+    int const fd = open_file("sdt0"), impatient = open_file("sdt0", O_WRONLY | O_NONBLOCK);
+    auto const write_later = [fd] { return write_from(fd, counting(80, 500)); };
     EXPECT_EQ(result_of(write(fd, "x", 1)), -EINVAL);
     EXPECT_EQ(write_from(fd, counting(250, 0)), 320);
     EXPECT_EQ(write_from(impatient, samples(80)), -EAGAIN);
@@ -116,7 +116,7 @@ TEST_F(LineMount, WritesFillTheRoomOrWaitForIt) {
 TEST_F(LineMount, ControlFiles) {
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory.path("")), {}), 14);
     struct {
-        const char *file, *text;
+        char const *file, *text;
         long result;
     } const writes[] = {{"clock", "12", 2},
                         {"clock", "-1", -EINVAL},
@@ -126,7 +126,7 @@ TEST_F(LineMount, ControlFiles) {
                         {"line0.stats", "1", -EACCES},
                         {"line0.say", "hello", -EINVAL},
                         {"line0.say", "tone 440 -20\n", 13}};
-    for (const auto& one : writes)
+    for (auto const& one : writes)
         EXPECT_EQ(say(one.file, one.text), one.result) << one.file << " " << one.text;
     EXPECT_EQ(say("line0.say", "wav " + directory.path("x/../sdt0")), -EINVAL);
     EXPECT_TRUE(mount->wait_until([this] { return events.find("lies in this mount") != events.npos; }));
@@ -142,14 +142,14 @@ TEST_F(LineMount, SignalInterruptsAWaitingRead) {
     struct sigaction action {};
     action.sa_handler = [](int) {};  // without SA_RESTART
     sigaction(SIGUSR1, &action, nullptr);
-    const int fd = open_file("sdt0");
+    int const fd = open_file("sdt0");
     samples in(80);
     std::promise<pthread_t> reader;
     auto waiting = std::async(std::launch::async, [&] {
         reader.set_value(pthread_self());
         return read_into(fd, in);
     });
-    const pthread_t thread = reader.get_future().get();
+    pthread_t const thread = reader.get_future().get();
     ASSERT_TRUE(mount->settle());
     pthread_kill(thread, SIGUSR1);
     EXPECT_EQ(waiting.get(), -EINTR);
@@ -159,7 +159,7 @@ TEST_F(LineMount, SignalInterruptsAWaitingRead) {
 }
 
 TEST_F(LineMount, StopLeavesNobodyWaiting) {
-    const int reader = open_file("sdt0"), polled = open_file("sdt1"), writer = open_file("sdt0");
+    int const reader = open_file("sdt0"), polled = open_file("sdt1"), writer = open_file("sdt0");
     samples in(80);
     EXPECT_EQ(write_from(writer, samples(160)), 320);
     auto writing = std::async(std::launch::async, [&] { return write_from(writer, samples(80)); });

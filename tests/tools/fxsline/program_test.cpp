@@ -11,14 +11,14 @@ namespace {
 using json = nlohmann::json;
 
 TEST(Program, RecordsBothWaysOnOneTimeAxisAndReportsEvents) {
-    const temporary_directory directory, mount;
-    const auto step = [&mount](const char* ticks) { std::ofstream(mount.path("clock")) << ticks; };
+    temporary_directory const directory, mount;
+    auto const step = [&mount](char const* ticks) { std::ofstream(mount.path("clock")) << ticks; };
     child program =
         start_fxsline({mount.path(""), "--stepped", "--json", "--tone", "1=1000,-6", "--delay", "1=20",
                        "--hear", "1=" + directory.path("heard"), "--said", "1=" + directory.path("said")});
     EXPECT_EQ(json::parse(program.line())["event"], "serving");
     step("1");
-    const int device = open(mount.path("sdt1").c_str(), O_RDWR | O_CLOEXEC);
+    int const device = open(mount.path("sdt1").c_str(), O_RDWR | O_CLOEXEC);
     for (int tick = 0; tick < 5; tick++) {
         step("1\n");
         char block[160];
@@ -30,12 +30,12 @@ TEST(Program, RecordsBothWaysOnOneTimeAxisAndReportsEvents) {
     EXPECT_EQ(json::parse(program.line()), (json{{"time_ms", 60}, {"line", 1}, {"event", "device_closed"}}));
     step("2");
     EXPECT_EQ(program.end(SIGTERM), 0);
-    const json totals = json::parse(program.line());
+    json const totals = json::parse(program.line());
     EXPECT_EQ(totals["blocks_read"], 5);
     EXPECT_EQ(totals["blocks_written"], 5);
     EXPECT_TRUE(std::filesystem::is_empty(mount.path("")));
-    const std::string said = contents(directory.path("said")).substr(44);
-    const std::string heard = contents(directory.path("heard")).substr(44), quiet(160, '\0');
+    std::string const said = contents(directory.path("said")).substr(44);
+    std::string const heard = contents(directory.path("heard")).substr(44), quiet(160, '\0');
     ASSERT_EQ(said.size(), 8 * 160U);
     ASSERT_EQ(heard.size(), 8 * 160U);
     EXPECT_EQ(said.substr(0, 3 * 160), quiet + quiet + quiet);
@@ -45,7 +45,7 @@ TEST(Program, RecordsBothWaysOnOneTimeAxisAndReportsEvents) {
 }
 
 TEST(Program, TakesOverTheMountOfAKilledRunButNotOfALivingOne) {
-    const temporary_directory directory;
+    temporary_directory const directory;
     child killed = start_fxsline({directory.path("")});
     EXPECT_TRUE(killed.line().starts_with("serving "));
     EXPECT_EQ(start_fxsline({directory.path("")}).wait(), 3);
@@ -59,8 +59,8 @@ TEST(Program, TakesOverTheMountOfAKilledRunButNotOfALivingOne) {
 }
 
 TEST(Program, SaysWhyItCanNotRun) {
-    const temporary_directory directory;
-    const std::string script = directory.path("script");
+    temporary_directory const directory;
+    std::string const script = directory.path("script");
     std::ofstream(script) << "10 a\nb\n";
     struct {
         std::vector<std::string> arguments;
@@ -80,7 +80,7 @@ TEST(Program, SaysWhyItCanNotRun) {
         {{directory.path(""), "--hear", "0=/nonexistent/heard.wav"}, 4, "can't write /nonexistent"},
         {{directory.path(""), "--pipe", "/nonexistent/p"}, 5, "can't create the pipe /nonexistent/p0"},
         {{directory.path(""), "--signal", script}, 5, "can't create the link"}};
-    for (const auto& c : cases) {
+    for (auto const& c : cases) {
         child program = start_fxsline(c.arguments);
         EXPECT_EQ(program.wait(), c.status) << c.text;
         EXPECT_NE(program.err.find(c.text), std::string::npos) << c.text << ": " << program.err;

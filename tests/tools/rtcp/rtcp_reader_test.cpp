@@ -13,9 +13,9 @@ using protocol::bytes;
 
 namespace {
 
-const bytes key = protocol::from_hex("e1f97a0d3e018be0d64fa32c06de4139 0ec675ad498afeebb6960b3aabe6").value();
+bytes const key = protocol::from_hex("e1f97a0d3e018be0d64fa32c06de4139 0ec675ad498afeebb6960b3aabe6").value();
 
-str to_str(const bytes& data) {
+str to_str(bytes const& data) {
     return str(data.data(), static_cast<int>(data.size()));
 }
 
@@ -26,28 +26,28 @@ bytes protect(libsrtp_peer& peer) {
 }
 
 TEST(srtcp, opens_what_libsrtp2_protected_and_nothing_else) {
-    for (const bytes& mki : {bytes{}, bytes{1, 2, 3}}) {
+    for (bytes const& mki : {bytes{}, bytes{1, 2, 3}}) {
         libsrtp_peer peer(libsrtp_peer::sends, to_str(key), 4, to_str(mki));
-        const bytes packet = protect(peer);
+        bytes const packet = protect(peer);
         ASSERT_EQ(packet.size(), whole_compound().size() + 14 + mki.size());
         EXPECT_EQ(rtcp_view::open_srtcp({key, mki}, packet), whole_compound());
         for (std::size_t length = 0; length < packet.size(); ++length)
             EXPECT_EQ(rtcp_view::open_srtcp({key, mki}, protocol::byte_view(packet).first(length)),
                       std::nullopt);
-        for (const std::size_t at : {std::size_t{0}, std::size_t{9}, packet.size() - 1}) {
+        for (std::size_t const at : {std::size_t{0}, std::size_t{9}, packet.size() - 1}) {
             bytes forged = packet;
             forged[at] ^= 1;
             EXPECT_EQ(rtcp_view::open_srtcp({key, mki}, forged), std::nullopt) << at;
         }
-        for (const std::size_t key_bytes : {30U, 16U})
+        for (std::size_t const key_bytes : {30U, 16U})
             EXPECT_EQ(rtcp_view::open_srtcp({bytes(key_bytes), mki}, packet), std::nullopt) << key_bytes;
     }
 }
 
 TEST(rtcp_reader, keys_by_command_by_option_or_missing) {
     libsrtp_peer peer(libsrtp_peer::sends, to_str(key), 4, str());
-    const protocol::rtcp_copy copy{2, "id", true, protect(peer)};
-    const auto media = [](std::uint16_t call, const bytes& rx, const bytes& mki = {}) {
+    protocol::rtcp_copy const copy{2, "id", true, protect(peer)};
+    auto const media = [](std::uint16_t call, bytes const& rx, bytes const& mki = {}) {
         protocol::media_command command;
         command.call = call;
         command.srtp_rx_key = rx;
@@ -56,12 +56,12 @@ TEST(rtcp_reader, keys_by_command_by_option_or_missing) {
     };
     protocol::media_command option;
     option.srtp_tx_key = key;  // the other call's
-    const struct {
-        const char* what;
+    struct {
+        char const* what;
         std::vector<bytes> commands;
         protocol::media_command option;
-        const char* srtcp;
-    } cases[] = {
+        char const* srtcp;
+    } const cases[] = {
         {"nothing", {}, {}, "no key"},
         {"this call's", {media(2, key)}, {}, "decrypted"},
         {"another call's", {media(1, key)}, {}, "no key"},
@@ -70,18 +70,18 @@ TEST(rtcp_reader, keys_by_command_by_option_or_missing) {
         {"wrong identifier", {media(2, key, {9})}, {}, "wrong key"},
         {"option", {}, option, "decrypted"},
     };
-    for (const auto& one : cases) {
+    for (auto const& one : cases) {
         SCOPED_TRACE(one.what);
         rtcp_reader reader;
         reader.use(one.option);
-        for (const bytes& command : one.commands)
+        for (bytes const& command : one.commands)
             reader.learn(command);
-        const rtcp_reading reading = reader.read(copy);
+        rtcp_reading const reading = reader.read(copy);
         EXPECT_STREQ(reading.srtcp, one.srtcp);
-        const bool opened = reading.srtcp == std::string("decrypted");
+        bool const opened = reading.srtcp == std::string("decrypted");
         EXPECT_EQ(reading.plain, opened ? whole_compound() : copy.packet);
         EXPECT_EQ(reading.packets.size(), opened ? 3U : 0U);
-        for (const bool received : {true, false})
+        for (bool const received : {true, false})
             EXPECT_EQ(reader.read({2, "id", received, whole_compound()}).packets.size(), 3U) << "plain";
     }
 }
@@ -89,7 +89,7 @@ TEST(rtcp_reader, keys_by_command_by_option_or_missing) {
 TEST(rtcp_reader, an_encrypted_packet_is_never_shown_as_nonsense) {
     libsrtp_peer peer(libsrtp_peer::sends, to_str(key), 10, str());
     for (int n = 0; n < 2000; ++n) {
-        const bytes data = protect(peer);
+        bytes const data = protect(peer);
         ASSERT_STREQ(rtcp_reader().read({0, "id", true, data}).srtcp, "no key") << protocol::to_hex(data);
     }
 }

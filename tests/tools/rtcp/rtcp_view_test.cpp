@@ -14,7 +14,7 @@ using protocol::bytes;
 namespace {
 
 // After each ">" the bytes, below them what they are shown as.
-const std::string shown_as = R"(
+std::string const shown_as = R"(
 >WHOLE
 SR ssrc=11111111 ntp=1970-01-01T00:00:00.500Z ntp_hex=83aa7e8080000000 rtp_timestamp=1000 packets=100 octets=16000 announced_blocks=1
   block ssrc=22222222 loss_percent=25.0 lost=-1 highest_sequence=65541 jitter=80 lsr=7e808000 dlsr_ms=1000.0
@@ -88,9 +88,9 @@ TEST(rtcp_view, packets_with_every_block_and_malformed_ones) {
     std::istringstream cases(shown_as.substr(2));
     int count = 0;
     for (std::string one; std::getline(cases, one, '>'); ++count) {
-        const std::size_t end = one.find('\n');
-        const std::string hex = one.substr(0, end);
-        const bytes data = hex == "WHOLE" ? whole_compound() : protocol::from_hex(hex).value();
+        std::size_t const end = one.find('\n');
+        std::string const hex = one.substr(0, end);
+        bytes const data = hex == "WHOLE" ? whole_compound() : protocol::from_hex(hex).value();
         EXPECT_EQ(to_text(parse_compound(data), 0), one.substr(end + 1)) << one;
     }
     EXPECT_EQ(count, 22);
@@ -100,8 +100,8 @@ TEST(rtcp_view, every_truncation_says_so) {
     bytes cut = whole_compound();
     while (!cut.empty()) {
         cut.pop_back();
-        const bool between_packets = cut.empty() || cut.size() == 52 || cut.size() == 68;
-        const std::vector<packet> packets = parse_compound(cut);
+        bool const between_packets = cut.empty() || cut.size() == 52 || cut.size() == 68;
+        std::vector<packet> const packets = parse_compound(cut);
         EXPECT_EQ(packets.empty() || packets.back().problem.empty(), between_packets) << cut.size();
         EXPECT_EQ(to_json(packets).size(), packets.size());
         EXPECT_FALSE(looks_encrypted(cut)) << cut.size();
