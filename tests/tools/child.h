@@ -22,8 +22,8 @@ public:
         int ends[2][2];
         if (pipe2(ends[0], O_CLOEXEC) != 0 || pipe2(ends[1], O_CLOEXEC) != 0)
             throw std::runtime_error("pipe");
-        pid_ = fork();
-        if (pid_ == 0) {
+        pid = fork();
+        if (pid == 0) {
             dup2(ends[0][1], STDOUT_FILENO);
             dup2(ends[1][1], STDERR_FILENO);
             execve(argv[0], argv.data(), envp.data());
@@ -31,12 +31,12 @@ public:
         }
         for (int const i : {0, 1}) {
             close(ends[i][1]);
-            streams_[i] = {ends[i][0], POLLIN, 0};
+            streams[i] = {ends[i][0], POLLIN, 0};
         }
     }
     child(child const&) = delete;
     ~child() {
-        if (pid_ > 0)
+        if (pid > 0)
             end(SIGKILL);
     }
 
@@ -55,14 +55,14 @@ public:
 
     // Reads to the end and returns the exit code, or the signal that ended it, negated (SIGKILL after 60 s).
     int wait() {
-        if (!read_until([this] { return std::max(streams_[0].fd, streams_[1].fd) < 0; }))
-            ::kill(pid_, SIGKILL);
+        if (!read_until([this] { return std::max(streams[0].fd, streams[1].fd) < 0; }))
+            ::kill(pid, SIGKILL);
         int status = 0;
-        waitpid(std::exchange(pid_, -1), &status, 0);
+        waitpid(std::exchange(pid, -1), &status, 0);
         return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
     }
     int end(int signal_number) {
-        ::kill(pid_, signal_number);
+        ::kill(pid, signal_number);
         return wait();
     }
 
@@ -81,22 +81,22 @@ private:
     template <class condition>
     bool read_until(condition done) {
         auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);
-        while (!done() && std::max(streams_[0].fd, streams_[1].fd) >= 0 &&
+        while (!done() && std::max(streams[0].fd, streams[1].fd) >= 0 &&
                std::chrono::steady_clock::now() < deadline) {
-            poll(streams_, 2, 1000);
+            poll(streams, 2, 1000);
             for (int const i : {0, 1}) {
                 char buffer[4096];
                 ssize_t const size =
-                    streams_[i].revents == 0 ? -1 : read(streams_[i].fd, buffer, sizeof buffer);
+                    streams[i].revents == 0 ? -1 : read(streams[i].fd, buffer, sizeof buffer);
                 if (size > 0)
                     (i == 0 ? out : err).append(buffer, static_cast<std::size_t>(size));
-                else if (streams_[i].revents != 0)
-                    close(std::exchange(streams_[i].fd, -1));
+                else if (streams[i].revents != 0)
+                    close(std::exchange(streams[i].fd, -1));
             }
         }
         return done();
     }
 
-    pid_t pid_ = -1;
-    pollfd streams_[2];
+    pid_t pid = -1;
+    pollfd streams[2];
 };

@@ -49,14 +49,14 @@ void end_with_a_summary() {
 
 class monitor {
 public:
-    monitor(settings const& global, monitor_options const& options) : global_(global), options_(options) {
+    monitor(settings const& global, monitor_options const& asked) : chosen(global), options(asked) {
         protocol::media_command keys;
-        apply(options.srtp, keys);
-        reader_.use(keys);
+        apply(asked.srtp, keys);
+        reader.use(keys);
     }
 
     void run() {
-        if (!options_.summary) {
+        if (!options.summary) {
             watch_process();
             return;
         }
@@ -64,22 +64,22 @@ public:
         try {
             watch_process();
         } catch (failure const&) {
-            print_quality(global_, quality_);
+            print_quality(chosen, quality);
             throw;
         }
-        print_quality(global_, quality_);
+        print_quality(chosen, quality);
     }
 
 private:
     void watch_process() {
-        connection link(global_);
+        connection link(chosen);
         hub middle(link.client());
         open_hub(link, middle);
         set_log_level(link.client());
         clock::time_point const start = clock::now();
-        std::chrono::duration<double> const limit(options_.duration_s);
+        std::chrono::duration<double> const limit(options.duration_s);
         while (end_asked_for == 0 && !counted_out() &&
-               (options_.duration_s == 0 || clock::now() - start < limit)) {
+               (options.duration_s == 0 || clock::now() - start < limit)) {
             show_kept(link.client());
             pass_on(middle, longest_wait);
             if (link.client().closed())
@@ -96,14 +96,14 @@ private:
 
     // A monitor that goes through another one is an observer only; the first one is the middle for everybody.
     void open_hub(connection const& link, hub& middle) {
-        if (options_.relay_port != 0 &&
-            (link.through_monitor() || !middle.relay(options_.relay_port, options_.relay_peer_port))) {
+        if (options.relay_port != 0 &&
+            (link.through_monitor() || !middle.relay(options.relay_port, options.relay_peer_port))) {
             throw failure(exit_code::local, link.through_monitor()
                                                 ? "--relay: another monitor already holds the session"
                                                 : std::string("--relay: ") + std::strerror(errno));
         }
-        bool const is_hub = !link.through_monitor() && middle.listen(global_);
-        std::cerr << "fxsctl: watching " << global_.host << ":" << global_.port
+        bool const is_hub = !link.through_monitor() && middle.listen(chosen);
+        std::cerr << "fxsctl: watching " << chosen.host << ":" << chosen.port
                   << (link.through_monitor() ? " through another monitor"
                       : is_hub               ? "; other runs of fxsctl go through this one"
                                              : "; other runs of fxsctl take the session away")
@@ -111,8 +111,8 @@ private:
     }
 
     void set_log_level(protocol::control_client& client) const {
-        if (options_.log_level)
-            client.send(protocol::encode(protocol::log_level_command{*options_.log_level}));
+        if (options.log_level)
+            client.send(protocol::encode(protocol::log_level_command{*options.log_level}));
     }
 
     void show_kept(protocol::control_client& client) {
@@ -123,80 +123,80 @@ private:
 
     void show(hub::datagram const& one) {
         if (one.command) {
-            reader_.learn(one.data);
+            reader.learn(one.data);
             for (protocol::description const& message : protocol::describe_commands(one.data, key_display()))
                 show(origin::command, message);
             return;
         }
-        last_sign_of_life_ = clock::now();
+        last_sign_of_life = clock::now();
         for (protocol::report const& message : protocol::parse_reports(one.data))
             show(message);
     }
 
     void show(protocol::report const& message) {
         if (auto const* opened = std::get_if<protocol::open_reply>(&message))
-            quality_.call_opened(opened->call);
+            quality.call_opened(opened->call);
         auto const* copy = std::get_if<protocol::rtcp_copy>(&message);
         if (copy == nullptr) {
             show(origin::report, protocol::describe(message, key_display()));
             return;
         }
-        rtcp_reading const reading = reader_.read(*copy);
-        quality_.add(observation(*copy, reading, now_ms()));
+        rtcp_reading const reading = reader.read(*copy);
+        quality.add(observation(*copy, reading, now_ms()));
         if (may_print(origin::report, "rtcp"))
-            print_rtcp(global_, *copy, reading, true);
+            print_rtcp(chosen, *copy, reading, true);
     }
 
     void show(origin from, protocol::description const& message) {
         if (may_print(from, message.name))
-            print(global_, from, message, true);
+            print(chosen, from, message, true);
     }
 
     // Whether a message of this name is to be printed; then it counts.
     bool may_print(origin from, std::string const& message) {
         bool const is_command = from == origin::command && !is_small_talk(message);
         std::string const name = is_command ? "command" : message;
-        bool const asked_for = options_.filter.empty() ? !is_small_talk(message)
-                                                       : std::ranges::count(options_.filter, name) != 0;
-        bool const shows = asked_for && !options_.quiet && !counted_out();
-        shown_ += shows ? 1 : 0;
+        bool const asked_for =
+            options.filter.empty() ? !is_small_talk(message) : std::ranges::count(options.filter, name) != 0;
+        bool const shows = asked_for && !options.quiet && !counted_out();
+        shown += shows ? 1 : 0;
         return shows;
     }
 
     protocol::keys key_display() const {
-        return options_.show_keys ? protocol::keys::shown : protocol::keys::hidden;
+        return options.show_keys ? protocol::keys::shown : protocol::keys::hidden;
     }
 
     // Heartbeats and the session commands that confirm other commands; --filter shows them.
     static bool is_small_talk(std::string const& name) { return name == "heartbeat" || name == "session"; }
 
-    bool counted_out() const { return options_.count != 0 && shown_ >= options_.count; }
+    bool counted_out() const { return options.count != 0 && shown >= options.count; }
 
     // The process has no memory: after a restart it reports to its default peer until somebody takes the session.
     void watch(connection& link) {
         clock::time_point const now = clock::now();
-        bool const silent = now - last_sign_of_life_ > silence_limit;
-        if (silent && !was_silent_) {
+        bool const silent = now - last_sign_of_life > silence_limit;
+        if (silent && !was_silent) {
             std::cerr << "fxsctl: no heartbeat for " << silence_limit.count() << " s" << std::endl;
-        } else if (!silent && was_silent_) {
+        } else if (!silent && was_silent) {
             std::cerr << "fxsctl: the process is back" << std::endl;
             set_log_level(link.client());
         }
-        if (silent && !link.through_monitor() && now - last_retry_ > std::chrono::seconds(1)) {
+        if (silent && !link.through_monitor() && now - last_retry > std::chrono::seconds(1)) {
             link.client().send(protocol::encode(protocol::session_command{}));
-            last_retry_ = now;
+            last_retry = now;
         }
-        was_silent_ = silent;
+        was_silent = silent;
     }
 
-    settings const& global_;
-    monitor_options const& options_;
-    rtcp_reader reader_;
-    rtcp_view::quality_tracker quality_;
-    std::uint64_t shown_ = 0;
-    bool was_silent_ = false;
-    clock::time_point last_sign_of_life_ = clock::now();
-    clock::time_point last_retry_ = clock::now();
+    settings const& chosen;
+    monitor_options const& options;
+    rtcp_reader reader;
+    rtcp_view::quality_tracker quality;
+    std::uint64_t shown = 0;
+    bool was_silent = false;
+    clock::time_point last_sign_of_life = clock::now();
+    clock::time_point last_retry = clock::now();
 };
 
 }  // namespace

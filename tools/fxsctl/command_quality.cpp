@@ -38,7 +38,7 @@ protocol::rtcp_copy copy_from(json const& line) {
 
 class line_reader {
 public:
-    explicit line_reader(rtcp_reader const& reader) : reader_(reader) {}
+    explicit line_reader(rtcp_reader const& with) : reader(with) {}
 
     // false: the line is not one of a monitor.
     bool take(std::string const& text) {
@@ -46,10 +46,10 @@ public:
             json const line = json::parse(text);
             std::string const report = line.value("report", "");
             if (report == "open") {
-                tracker_.call_opened(line.at("call").get<unsigned>());
+                quality.call_opened(line.at("call").get<unsigned>());
             } else if (report == "rtcp") {
                 protocol::rtcp_copy const copy = copy_from(line);
-                tracker_.add(observation(copy, reader_.read(copy), time_of(line.value("time", ""))));
+                quality.add(observation(copy, reader.read(copy), time_of(line.value("time", ""))));
             }
             return true;
         } catch (json::exception const&) {
@@ -57,11 +57,11 @@ public:
         }
     }
 
-    rtcp_view::quality_tracker const& tracker() const { return tracker_; }
+    rtcp_view::quality_tracker const& tracker() const { return quality; }
 
 private:
-    rtcp_reader const& reader_;
-    rtcp_view::quality_tracker tracker_;
+    rtcp_reader const& reader;
+    rtcp_view::quality_tracker quality;
 };
 
 void run_quality(quality_options const& options, settings const& global) {

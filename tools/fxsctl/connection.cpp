@@ -16,46 +16,46 @@ constexpr int loudest_trouble_level =
 
 }  // namespace
 
-connection::connection(settings const& global) : global_(global) {
-    if (global_.port == 0) {
+connection::connection(settings const& global) : chosen(global) {
+    if (chosen.port == 0) {
         throw failure(
             exit_code::usage,
             "which process? Give its control port with --port or in the environment variable FXSMEDIA_PORT");
     }
-    bool const may_share = global_.local_port == 0 && !global_.no_session;
-    int const shared = may_share ? connect_to_hub(global_) : -1;
-    if (shared < 0) {
+    bool const may_share = chosen.local_port == 0 && !chosen.no_session;
+    int const monitor = may_share ? connect_to_hub(chosen) : -1;
+    if (monitor < 0) {
         open_direct();
         return;
     }
-    client_ = protocol::control_client(shared);
-    through_monitor_ = true;
-    if (!trusted_peer(shared)) {
+    process = protocol::control_client(monitor);
+    shared = true;
+    if (!trusted_peer(monitor)) {
         throw failure(exit_code::local,
                       "a monitor of another user holds the session; --local-port takes it away from there");
     }
 }
 
 void connection::open_direct() {
-    client_ = protocol::control_client::connect_udp(global_.host, global_.port, global_.local_port);
-    if (!client_.valid()) {
+    process = protocol::control_client::connect_udp(chosen.host, chosen.port, chosen.local_port);
+    if (!process.valid()) {
         std::string const port =
-            global_.local_port != 0 ? " (local port " + std::to_string(global_.local_port) + ")" : "";
-        throw failure(exit_code::local, "cannot open the control socket" + port + ": " + client_.error());
+            chosen.local_port != 0 ? " (local port " + std::to_string(chosen.local_port) + ")" : "";
+        throw failure(exit_code::local, "cannot open the control socket" + port + ": " + process.error());
     }
-    if (!global_.no_session && !client_.start_session(global_.timeout()))
+    if (!chosen.no_session && !process.start_session(chosen.timeout()))
         fail_without_answer();
 }
 
 void connection::send(protocol::bytes commands) {
-    while (auto const earlier = client_.receive(std::chrono::milliseconds(0)))
+    while (auto const earlier = process.receive(std::chrono::milliseconds(0)))
         remark(*earlier);  // what came before the command does not answer it
-    if (!global_.no_session) {
+    if (!chosen.no_session) {
         protocol::bytes const session = protocol::encode(protocol::session_command{});
         commands.insert(commands.end(), session.begin(), session.end());
     }
-    if (!client_.send(commands))
-        throw failure(exit_code::local, "cannot send the command: " + client_.error());
+    if (!process.send(commands))
+        throw failure(exit_code::local, "cannot send the command: " + process.error());
 }
 
 void connection::run(protocol::bytes commands) {
@@ -64,7 +64,7 @@ void connection::run(protocol::bytes commands) {
 }
 
 void connection::wait_until_handled() {
-    if (global_.no_session)
+    if (chosen.no_session)
         return;
     bool alive = false;
     auto const is_heartbeat = [](protocol::report const& message) {
@@ -75,10 +75,10 @@ void connection::wait_until_handled() {
 }
 
 bool connection::wait_for(std::function<bool(protocol::report const&)> const& wanted, bool& alive) {
-    clock::time_point deadline = clock::now() + global_.timeout();
+    clock::time_point deadline = clock::now() + chosen.timeout();
     for (;;) {
         auto const left = std::chrono::ceil<std::chrono::milliseconds>(deadline - clock::now());
-        auto const message = client_.receive(std::max(left, std::chrono::milliseconds(0)));
+        auto const message = process.receive(std::max(left, std::chrono::milliseconds(0)));
         if (!message)
             return false;
         if (wanted(*message))
@@ -94,21 +94,21 @@ bool connection::wait_for(std::function<bool(protocol::report const&)> const& wa
 void connection::remark(protocol::report const& message) const {
     auto const* line = std::get_if<protocol::log_line>(&message);
     bool const trouble = line != nullptr && line->level <= loudest_trouble_level;
-    if (trouble || (global_.verbose && !std::holds_alternative<protocol::heartbeat>(message)))
+    if (trouble || (chosen.verbose && !std::holds_alternative<protocol::heartbeat>(message)))
         std::cerr << "fxsctl: " << text_line(protocol::describe(message)) << std::endl;
 }
 
 void connection::fail_without_answer() const {
-    std::string const process = global_.host + ":" + std::to_string(global_.port);
-    if (client_.closed())
+    std::string const where = chosen.host + ":" + std::to_string(chosen.port);
+    if (process.closed())
         throw failure(exit_code::no_answer, "the monitor that this command went through has ended");
-    if (client_.refused()) {
-        throw failure(exit_code::no_answer, "nothing listens on " + process +
+    if (process.refused()) {
+        throw failure(exit_code::no_answer, "nothing listens on " + where +
                                                 ": is fxsmedia running with --port " +
-                                                std::to_string(global_.port) + "?");
+                                                std::to_string(chosen.port) + "?");
     }
     throw failure(exit_code::no_answer,
-                  "no answer from " + process + " within " + std::to_string(global_.timeout_ms) + " ms");
+                  "no answer from " + where + " within " + std::to_string(chosen.timeout_ms) + " ms");
 }
 
 }  // namespace fxsctl

@@ -27,9 +27,9 @@ public:
     template <class T>
     T request(protocol::bytes commands, std::string const& what, std::function<bool(T const&)> const& wanted);
 
-    bool through_monitor() const { return through_monitor_; }
-    protocol::control_client& client() { return client_; }
-    settings const& global() const { return global_; }
+    bool through_monitor() const { return shared; }
+    protocol::control_client& client() { return process; }
+    settings const& global() const { return chosen; }
 
 private:
     static constexpr std::chrono::milliseconds grace_after_heartbeat{300};
@@ -46,9 +46,9 @@ private:
     // command behind ours, then ours is already handled and its own answer must be close.
     bool wait_for(std::function<bool(protocol::report const&)> const& wanted, bool& alive);
 
-    settings global_;
-    bool through_monitor_ = false;
-    protocol::control_client client_;
+    settings chosen;
+    bool shared = false;
+    protocol::control_client process;
 };
 
 template <class T>

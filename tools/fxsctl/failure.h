@@ -16,11 +16,11 @@ enum class exit_code {
 
 class failure : public std::runtime_error {
 public:
-    failure(exit_code code, std::string const& message) : std::runtime_error(message), code_(code) {}
-    exit_code code() const { return code_; }
+    failure(exit_code code, std::string const& message) : std::runtime_error(message), exits_with(code) {}
+    exit_code code() const { return exits_with; }
 
 private:
-    exit_code code_;
+    exit_code exits_with;
 };
 
 }  // namespace fxsctl

@@ -25,49 +25,49 @@ sockaddr_in loopback(std::uint16_t port) {
 }  // namespace
 
 hub::~hub() {
-    for (int const fd : clients_)
+    for (int const fd : client_fds)
         close(fd);
-    for (int const fd : {listening_, relay_})
+    for (int const fd : {listening_fd, relay_fd})
         if (fd >= 0)
             close(fd);
 }
 
 bool hub::listen(settings const& global) {
-    listening_ = listen_as_hub(global);
-    return listening_ >= 0;
+    listening_fd = listen_as_hub(global);
+    return listening_fd >= 0;
 }
 
 bool hub::relay(std::uint16_t port, std::uint16_t peer_port) {
     sockaddr_in const local = loopback(port);
-    relay_peer_ = loopback(peer_port);
-    relay_ = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    return relay_ >= 0 && bind(relay_, reinterpret_cast<sockaddr const*>(&local), sizeof local) == 0;
+    relay_peer = loopback(peer_port);
+    relay_fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    return relay_fd >= 0 && bind(relay_fd, reinterpret_cast<sockaddr const*>(&local), sizeof local) == 0;
 }
 
 void hub::forward(protocol::byte_view data, std::vector<datagram>& passed) {
-    process_.send(data);
+    process.send(data);
     passed.push_back({true, {data.begin(), data.end()}});
 }
 
 void hub::accept_clients() {
     int fd = -1;
-    while (listening_ >= 0 && (fd = accept4(listening_, nullptr, nullptr, SOCK_CLOEXEC)) >= 0)
+    while (listening_fd >= 0 && (fd = accept4(listening_fd, nullptr, nullptr, SOCK_CLOEXEC)) >= 0)
         if (trusted_peer(fd))
-            clients_.push_back(fd);
+            client_fds.push_back(fd);
         else
             close(fd);
 }
 
 void hub::take_from_process(std::vector<datagram>& passed) {
-    while (std::optional<protocol::bytes> data = process_.receive_datagram(std::chrono::milliseconds(0))) {
+    while (std::optional<protocol::bytes> data = process.receive_datagram(std::chrono::milliseconds(0))) {
         accept_clients();  // whoever was connected when the report left must not miss it
-        for (int const fd : clients_) {
+        for (int const fd : client_fds) {
             // A client that does not read loses reports; the others must not wait for it.
             send(fd, data->data(), data->size(), MSG_DONTWAIT | MSG_NOSIGNAL);
         }
-        if (relay_ >= 0) {
-            sendto(relay_, data->data(), data->size(), MSG_DONTWAIT,
-                   reinterpret_cast<sockaddr const*>(&relay_peer_), sizeof relay_peer_);
+        if (relay_fd >= 0) {
+            sendto(relay_fd, data->data(), data->size(), MSG_DONTWAIT,
+                   reinterpret_cast<sockaddr const*>(&relay_peer), sizeof relay_peer);
         }
         passed.push_back({false, std::move(*data)});
     }
@@ -86,25 +86,25 @@ void hub::take_from_relay(std::vector<datagram>& passed) {
     std::vector<std::uint8_t> buffer(largest_datagram_bytes);
     sockaddr_in sender{};
     socklen_t sender_size = sizeof sender;
-    ssize_t const size = recvfrom(relay_, buffer.data(), buffer.size(), MSG_DONTWAIT,
+    ssize_t const size = recvfrom(relay_fd, buffer.data(), buffer.size(), MSG_DONTWAIT,
                                   reinterpret_cast<sockaddr*>(&sender), &sender_size);
     if (size > 0) {
-        relay_peer_ = sender;
+        relay_peer = sender;
         forward(protocol::byte_view(buffer).first(static_cast<std::size_t>(size)), passed);
     }
 }
 
 std::vector<hub::datagram> hub::pass_on(std::chrono::milliseconds timeout) {
-    std::vector<pollfd> ready{{process_.fd(), POLLIN, 0}, {listening_, POLLIN, 0}, {relay_, POLLIN, 0}};
+    std::vector<pollfd> ready{{process.fd(), POLLIN, 0}, {listening_fd, POLLIN, 0}, {relay_fd, POLLIN, 0}};
     constexpr std::size_t first_client = 3;
-    for (int const fd : clients_)
+    for (int const fd : client_fds)
         ready.push_back({fd, POLLIN, 0});
     std::vector<datagram> passed;
     if (poll(ready.data(), ready.size(), static_cast<int>(timeout.count())) <= 0)
         return passed;
     for (std::size_t i = first_client; i < ready.size(); ++i) {
         if (ready[i].revents != 0 && !take_from_client(ready[i].fd, passed)) {
-            std::erase(clients_, ready[i].fd);
+            std::erase(client_fds, ready[i].fd);
             close(ready[i].fd);
         }
     }

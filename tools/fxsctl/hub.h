@@ -22,8 +22,8 @@ public:
         protocol::bytes data;
     };
 
-    // `process` must outlive the hub.
-    explicit hub(protocol::control_client& process) : process_(process) {}
+    // `session` must outlive the hub.
+    explicit hub(protocol::control_client& session) : process(session) {}
     hub(hub const&) = delete;
     ~hub();
 
@@ -44,11 +44,11 @@ private:
     void take_from_relay(std::vector<datagram>& passed);
     void forward(protocol::byte_view data, std::vector<datagram>& passed);
 
-    protocol::control_client& process_;
-    int listening_ = -1;
-    int relay_ = -1;
-    sockaddr_in relay_peer_{};
-    std::vector<int> clients_;
+    protocol::control_client& process;
+    int listening_fd = -1;
+    int relay_fd = -1;
+    sockaddr_in relay_peer{};
+    std::vector<int> client_fds;
 };
 
 }  // namespace fxsctl

@@ -39,7 +39,7 @@ std::vector<rtcp_view::srtcp_key> keys_of(protocol::tlv_list const& fields) {
 void rtcp_reader::use(protocol::media_command const& keys) {
     for (std::optional<bytes> const& key : {keys.srtp_rx_key, keys.srtp_tx_key})
         if (key)
-            for_all_.push_back({*key, keys.srtp_mki.value_or(bytes())});
+            for_all.push_back({*key, keys.srtp_mki.value_or(bytes())});
 }
 
 void rtcp_reader::learn(protocol::byte_view commands) {
@@ -48,16 +48,16 @@ void rtcp_reader::learn(protocol::byte_view commands) {
         std::optional<std::uint16_t> const call = call_of(fields);
         key_list found = keys_of(fields);
         if (call && command.tag == protocol::command_tag::media && !found.empty())
-            by_call_[*call] = std::move(found);
+            by_call[*call] = std::move(found);
     }
 }
 
 rtcp_reading rtcp_reader::read(protocol::rtcp_copy const& copy) const {
     key_list candidates;
-    if (auto const own = by_call_.find(copy.call); copy.received && own != by_call_.end())
+    if (auto const own = by_call.find(copy.call); copy.received && own != by_call.end())
         candidates = own->second;
     if (copy.received)
-        candidates.insert(candidates.end(), for_all_.begin(), for_all_.end());
+        candidates.insert(candidates.end(), for_all.begin(), for_all.end());
     for (rtcp_view::srtcp_key const& key : candidates)
         if (auto const plain = rtcp_view::open_srtcp(key, copy.packet))
             return {"decrypted", *plain, rtcp_view::parse_compound(*plain)};

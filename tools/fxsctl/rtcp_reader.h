@@ -33,8 +33,8 @@ public:
 private:
     using key_list = std::vector<rtcp_view::srtcp_key>;
 
-    key_list for_all_;
-    std::map<std::uint16_t, key_list> by_call_;
+    key_list for_all;
+    std::map<std::uint16_t, key_list> by_call;
 };
 
 }  // namespace fxsctl

@@ -18,74 +18,74 @@ constexpr size_t sample_bytes = sizeof(int16_t);
 void device_io::read(fuse_req_t request, size_t bytes, bool nonblocking) {
     if (bytes < sample_bytes)
         fuse_reply_err(request, EINVAL);
-    else if (line_.readable() && reads_.empty())
+    else if (line.readable() && reads.empty())
         answer_read(request, bytes);
     else
-        wait(reads_, {request, bytes}, nonblocking);
+        wait(reads, {request, bytes}, nonblocking);
 }
 
 void device_io::write(fuse_req_t request, std::string_view bytes, bool nonblocking) {
     // More than a block is queued only as far as there is room, so no more need ever be kept than the queue holds.
-    size_t const count = std::min(bytes.size() / sample_bytes, line_.play_capacity());
+    size_t const count = std::min(bytes.size() / sample_bytes, line.play_capacity());
     if (count == 0) {
         fuse_reply_err(request, EINVAL);
         return;
     }
     std::vector<int16_t> samples(count);
     std::memcpy(samples.data(), bytes.data(), count * sample_bytes);
-    if (line_.fits(count) && writes_.empty())
+    if (line.fits(count) && writes.empty())
         answer_write(request, samples);
     else
-        wait(writes_, {request, std::move(samples)}, nonblocking);
+        wait(writes, {request, std::move(samples)}, nonblocking);
 }
 
 void device_io::poll(fuse_req_t request, uint64_t file, uint32_t wanted, fuse_pollhandle* notify) {
     uint32_t const now = ready();
     if (notify != nullptr) {
         closed(file);
-        pollers_.push_back({file, wanted, notify, (now & wanted) == 0});
+        pollers.push_back({file, wanted, notify, (now & wanted) == 0});
     }
     fuse_reply_poll(request, now);
 }
 
 void device_io::closed(uint64_t file) {
-    auto const found = std::ranges::find(pollers_, file, &poller::file);
-    if (found != pollers_.end())
+    auto const found = std::ranges::find(pollers, file, &poller::file);
+    if (found != pollers.end())
         drop_poller(found);
 }
 
 void device_io::serve_waiting() {
-    while (!reads_.empty() && line_.readable()) {
-        waiting_read const first = reads_.front();
-        reads_.pop_front();
+    while (!reads.empty() && line.readable()) {
+        waiting_read const first = reads.front();
+        reads.pop_front();
         answer_read(first.request, first.bytes);
     }
-    while (!writes_.empty() && line_.fits(writes_.front().samples.size())) {
-        waiting_write const first = std::move(writes_.front());
-        writes_.pop_front();
+    while (!writes.empty() && line.fits(writes.front().samples.size())) {
+        waiting_write const first = std::move(writes.front());
+        writes.pop_front();
         answer_write(first.request, first.samples);
     }
-    for (size_t i = pollers_.size(); i-- > 0;) {
-        if ((pollers_[i].wanted & ready()) != 0) {
-            fuse_lowlevel_notify_poll(pollers_[i].notify);
-            drop_poller(pollers_.begin() + static_cast<std::ptrdiff_t>(i));
+    for (size_t i = pollers.size(); i-- > 0;) {
+        if ((pollers[i].wanted & ready()) != 0) {
+            fuse_lowlevel_notify_poll(pollers[i].notify);
+            drop_poller(pollers.begin() + static_cast<std::ptrdiff_t>(i));
         }
     }
 }
 
 void device_io::abandon() {
-    for (waiting_read const& read : std::exchange(reads_, {}))
+    for (waiting_read const& read : std::exchange(reads, {}))
         fuse_reply_err(read.request, ENODEV);
-    for (waiting_write const& write : std::exchange(writes_, {}))
+    for (waiting_write const& write : std::exchange(writes, {}))
         fuse_reply_err(write.request, ENODEV);
-    while (!pollers_.empty()) {
-        fuse_lowlevel_notify_poll(pollers_.back().notify);
-        drop_poller(pollers_.end() - 1);
+    while (!pollers.empty()) {
+        fuse_lowlevel_notify_poll(pollers.back().notify);
+        drop_poller(pollers.end() - 1);
     }
 }
 
 bool device_io::reader_sleeps() const {
-    return !reads_.empty() || std::ranges::any_of(pollers_, [](poller const& one) {
+    return !reads.empty() || std::ranges::any_of(pollers, [](poller const& one) {
         return one.asleep && (one.wanted & POLLIN) != 0;
     });
 }
@@ -93,7 +93,7 @@ bool device_io::reader_sleeps() const {
 void device_io::interrupted(fuse_req_t request, void* self) {
     auto& io = *static_cast<device_io*>(self);
     auto const is_it = [request](auto const& waiting) { return waiting.request == request; };
-    if (std::erase_if(io.reads_, is_it) + std::erase_if(io.writes_, is_it) > 0)
+    if (std::erase_if(io.reads, is_it) + std::erase_if(io.writes, is_it) > 0)
         fuse_reply_err(request, EINTR);
 }
 
@@ -109,25 +109,25 @@ void device_io::wait(std::list<T>& waiting, T item, bool nonblocking) {
 }
 
 void device_io::answer_read(fuse_req_t request, size_t bytes) {
-    std::vector<int16_t> samples(std::min(bytes / sample_bytes, line_.samples_to_read()));
-    size_t const count = line_.read(samples);
+    std::vector<int16_t> samples(std::min(bytes / sample_bytes, line.samples_to_read()));
+    size_t const count = line.read(samples);
     fuse_reply_buf(request, reinterpret_cast<char const*>(samples.data()), count * sample_bytes);
 }
 
 void device_io::answer_write(fuse_req_t request, std::span<int16_t const> samples) {
-    fuse_reply_write(request, line_.write(samples) * sample_bytes);
+    fuse_reply_write(request, line.write(samples) * sample_bytes);
 }
 
 void device_io::drop_poller(std::vector<poller>::iterator which) {
     fuse_pollhandle_destroy(which->notify);
-    pollers_.erase(which);
+    pollers.erase(which);
 }
 
 uint32_t device_io::ready() const {
     uint32_t events = 0;
-    if (line_.readable() && reads_.empty())
+    if (line.readable() && reads.empty())
         events |= POLLIN | POLLRDNORM;
-    if (line_.writable() && writes_.empty())
+    if (line.writable() && writes.empty())
         events |= POLLOUT | POLLWRNORM;
     return events;
 }

@@ -15,7 +15,7 @@ namespace fxsline {
 
 class device_io {
 public:
-    explicit device_io(simulated_line& line) : line_(line) {}
+    explicit device_io(simulated_line& served) : line(served) {}
     device_io(device_io const&) = delete;
     ~device_io() { abandon(); }
 
@@ -43,7 +43,7 @@ public:
     bool reader_sleeps() const;
 
     // A write waits for room.
-    bool writer_waits() const { return !writes_.empty(); }
+    bool writer_waits() const { return !writes.empty(); }
 
 private:
     struct waiting_read {
@@ -70,10 +70,10 @@ private:
     void drop_poller(std::vector<poller>::iterator which);
     uint32_t ready() const;
 
-    simulated_line& line_;
-    std::list<waiting_read> reads_;  // oldest first, as below
-    std::list<waiting_write> writes_;
-    std::vector<poller> pollers_;
+    simulated_line& line;
+    std::list<waiting_read> reads;  // oldest first, as below
+    std::list<waiting_write> writes;
+    std::vector<poller> pollers;
 };
 
 }  // namespace fxsline

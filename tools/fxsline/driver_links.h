@@ -22,13 +22,13 @@ struct links_config {
 class driver_links {
 public:
     // The bank stays the caller's.
-    explicit driver_links(line_bank& bank) : bank_(bank) {}
+    explicit driver_links(line_bank& telephones) : bank(telephones) {}
 
     // Creates what is configured. An empty text, or what went wrong.
     std::string create(links_config config);
 
-    bool has_pipe() const { return pipe_.is_open(); }
-    bool has_signal() const { return signal_.fd() >= 0; }
+    bool has_pipe() const { return pipe.is_open(); }
+    bool has_signal() const { return signalling.fd() >= 0; }
 
     // After the bank's tick: says what has become due.
     void tick();
@@ -39,17 +39,17 @@ public:
     int signal(std::string_view hex);
 
     // Readable (for poll) when the process has written to the signalling device; -1 without one.
-    int signal_fd() const { return signal_.fd(); }
+    int signal_fd() const { return signalling.fd(); }
 
     // Reports what the process has written there.
     void receive_signal();
 
 private:
-    line_bank& bank_;
-    driver_pipe pipe_;
-    signal_device signal_;
-    pipe_script script_;    // by time
-    size_t next_text_ = 0;  // of the script
+    line_bank& bank;
+    driver_pipe pipe;
+    signal_device signalling;
+    pipe_script script;    // by time
+    size_t next_text = 0;  // of the script
 };
 
 }  // namespace fxsline

@@ -20,10 +20,10 @@ bool is_pipe(std::string const& path) {
 }  // namespace
 
 driver_pipe::~driver_pipe() {
-    for (std::string const& path : paths_)
+    for (std::string const& path : paths)
         unlink(path.c_str());
-    if (fd_ >= 0)
-        close(fd_);
+    if (fd >= 0)
+        close(fd);
 }
 
 std::string driver_pipe::create(std::string const& base) {
@@ -31,17 +31,17 @@ std::string driver_pipe::create(std::string const& base) {
         std::string const path = base + digit;
         if (mkfifo(path.c_str(), 0666) != 0 && !is_pipe(path))
             return "can't create the pipe " + path + ": " + std::strerror(errno);
-        paths_.push_back(path);
+        paths.push_back(path);
     }
     // For reading, too: opening for writing alone fails while there is no reader, and the text would be lost with it.
-    fd_ = open(paths_.front().c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
-    return fd_ >= 0 ? "" : "can't open the pipe " + paths_.front() + ": " + std::strerror(errno);
+    fd = open(paths.front().c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+    return fd >= 0 ? "" : "can't open the pipe " + paths.front() + ": " + std::strerror(errno);
 }
 
 int driver_pipe::send(std::string_view bytes) {
     if (bytes.size() > PIPE_BUF)
         return EMSGSIZE;
-    return write(fd_, bytes.data(), bytes.size()) < 0 ? errno : 0;
+    return write(fd, bytes.data(), bytes.size()) < 0 ? errno : 0;
 }
 
 }  // namespace fxsline

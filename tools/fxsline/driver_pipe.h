@@ -18,15 +18,15 @@ public:
     // what went wrong. Never waits for the process to open its end.
     std::string create(std::string const& base);
 
-    bool is_open() const { return fd_ >= 0; }
+    bool is_open() const { return fd >= 0; }
 
     // Writes all of `bytes` at once, or nothing. What the process has not read yet waits for it, even before it has
     // started. 0, EMSGSIZE (more than PIPE_BUF bytes, 4096), or EAGAIN (the pipe is full).
     int send(std::string_view bytes);
 
 private:
-    std::vector<std::string> paths_;
-    int fd_ = -1;
+    std::vector<std::string> paths;
+    int fd = -1;
 };
 
 }  // namespace fxsline

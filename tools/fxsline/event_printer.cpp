@@ -21,25 +21,25 @@ std::string as_text(json const& object) {
 }  // namespace
 
 void event_printer::serving(std::string const& mountpoint, unsigned lines) const {
-    if (style_ == style::json)
+    if (how == style::json)
         print(as_text({{"time_ms", 0}, {"event", "serving"}, {"mountpoint", mountpoint}, {"lines", lines}}));
-    else if (style_ == style::text)
+    else if (how == style::text)
         print("serving " + mountpoint + "/sdt0 to sdt" + std::to_string(lines - 1));
 }
 
 void event_printer::event(line_event const& event) const {
-    if (style_ != style::quiet)
-        print(style_ == style::json ? event_json(event) : event_text(event));
+    if (how != style::quiet)
+        print(how == style::json ? event_json(event) : event_text(event));
 }
 
 void event_printer::totals(line_bank& bank) const {
-    for (unsigned index = 0; index < bank.lines() && style_ != style::quiet; index++) {
+    for (unsigned index = 0; index < bank.lines() && how != style::quiet; index++) {
         line_counters const& count = bank.line(index).counters();
         if (count.opens == 0)
             continue;
         uint64_t const read = count.samples_read / block_samples;
         uint64_t const written = count.samples_written / block_samples;
-        if (style_ == style::json) {
+        if (how == style::json) {
             print(as_text({{"time_ms", bank.ticks() * tick_ms},
                            {"line", index},
                            {"event", "totals"},
@@ -59,9 +59,9 @@ void event_printer::totals(line_bank& bank) const {
 
 void event_printer::led(line_bank const& bank) const {
     auto const& commands = bank.led_commands().commands();
-    if (commands.empty() || style_ == style::quiet)
+    if (commands.empty() || how == style::quiet)
         return;
-    if (style_ == style::text) {
+    if (how == style::text) {
         std::printf("call LED, then a drawing with a character for 50 ms:\n%s", bank.led_text().c_str());
         std::fflush(stdout);
         return;

@@ -11,7 +11,7 @@ class event_printer {
 public:
     enum class style { text, json, quiet };
 
-    explicit event_printer(style how) : style_(how) {}
+    explicit event_printer(style wanted) : how(wanted) {}
 
     // The files are there.
     void serving(std::string const& mountpoint, unsigned lines) const;
@@ -25,7 +25,7 @@ public:
     void led(line_bank const& bank) const;
 
 private:
-    style style_;
+    style how;
 };
 
 }  // namespace fxsline

@@ -34,40 +34,40 @@ struct stat status_of(mount_file const& file) {
 
 }  // namespace
 
-file_server::file_server(line_bank& bank, driver_links* links, bool stepped, std::string mountpoint)
-    : bank_(bank),
-      links_(links),
-      stepped_(stepped),
-      mountpoint_(std::move(mountpoint)),
-      files_(bank.lines(), links != nullptr && links->has_pipe(), links != nullptr && links->has_signal()) {
+file_server::file_server(line_bank& telephones, driver_links* driver, bool can_step, std::string directory)
+    : bank(telephones),
+      links(driver),
+      stepped(can_step),
+      mountpoint(std::move(directory)),
+      files(bank.lines(), links != nullptr && links->has_pipe(), links != nullptr && links->has_signal()) {
     for (unsigned line = 0; line < bank.lines(); line++)
-        devices_.emplace_back(bank.line(line));
+        devices.emplace_back(bank.line(line));
 }
 
 void file_server::advance(uint64_t ticks) {
     for (; ticks > 0; ticks--) {
-        bank_.tick();
-        if (links_ != nullptr)
-            links_->tick();
-        for (device_io& device : devices_)
+        bank.tick();
+        if (links != nullptr)
+            links->tick();
+        for (device_io& device : devices)
             device.serve_waiting();
     }
 }
 
 void file_server::abandon() {
-    for (device_io& device : devices_)
+    for (device_io& device : devices)
         device.abandon();
 }
 
 bool file_server::settled() {
-    for (unsigned line = 0; line < bank_.lines(); line++)
-        if (bank_.line(line).is_open() && (bank_.line(line).readable() || !devices_[line].reader_sleeps()))
+    for (unsigned line = 0; line < bank.lines(); line++)
+        if (bank.line(line).is_open() && (bank.line(line).readable() || !devices[line].reader_sleeps()))
             return false;
     return true;
 }
 
 void file_server::lookup(fuse_req_t request, std::string_view name) {
-    mount_file const* file = files_.find(name);
+    mount_file const* file = files.find(name);
     if (file == nullptr) {
         fuse_reply_err(request, ENOENT);
         return;
@@ -81,7 +81,7 @@ void file_server::lookup(fuse_req_t request, std::string_view name) {
 }
 
 void file_server::attributes(fuse_req_t request, uint64_t inode) {
-    mount_file const* file = files_.find(inode);
+    mount_file const* file = files.find(inode);
     struct stat const status = file != nullptr ? status_of(*file) : status_of(inode, S_IFDIR | 0755);
     fuse_reply_attr(request, &status, forever_s);
 }
@@ -89,8 +89,8 @@ void file_server::attributes(fuse_req_t request, uint64_t inode) {
 void file_server::list(fuse_req_t request, size_t bytes, off_t offset) {
     std::vector<char> page(bytes);
     size_t used = 0;
-    for (size_t i = static_cast<size_t>(offset); i < files_.all().size(); i++) {
-        mount_file const& file = files_.all()[i];
+    for (size_t i = static_cast<size_t>(offset); i < files.all().size(); i++) {
+        mount_file const& file = files.all()[i];
         struct stat const status = status_of(file);
         size_t const length = fuse_add_direntry(request, page.data() + used, bytes - used, file.name.c_str(),
                                                 &status, static_cast<off_t>(i + 1));
@@ -102,31 +102,31 @@ void file_server::list(fuse_req_t request, size_t bytes, off_t offset) {
 }
 
 void file_server::open(fuse_req_t request, mount_file const& file, fuse_file_info& info) {
-    info.fh = next_open_file_++;
+    info.fh = next_open_file++;
     info.direct_io = 1;
     info.nonseekable = file.kind == file_kind::device;
     if (file.kind == file_kind::device)
-        bank_.open_device(file.line);
+        bank.open_device(file.line);
     if (fuse_reply_open(request, &info) ==
         -ENOENT)  // whoever opened it is gone already: no release will come
         release(file, info);
 }
 
 void file_server::release(mount_file const& file, fuse_file_info const& info) {
-    snapshots_.erase(info.fh);
+    snapshots.erase(info.fh);
     if (file.kind == file_kind::device) {
-        devices_[file.line].closed(info.fh);
-        bank_.close_device(file.line);
+        devices[file.line].closed(info.fh);
+        bank.close_device(file.line);
     }
 }
 
 void file_server::read(fuse_req_t request, mount_file const& file, size_t bytes, off_t offset,
                        fuse_file_info const& info) {
     if (file.kind == file_kind::device) {
-        devices_[file.line].read(request, bytes, (info.flags & O_NONBLOCK) != 0);
+        devices[file.line].read(request, bytes, (info.flags & O_NONBLOCK) != 0);
         return;
     }
-    std::string& text = snapshots_[info.fh];
+    std::string& text = snapshots[info.fh];
     if (offset == 0)
         text = text_of(file);
     std::string_view const rest =
@@ -139,12 +139,12 @@ void file_server::write(fuse_req_t request, mount_file const& file, std::string_
     int error = EACCES;
     switch (file.kind) {
         case file_kind::device:
-            devices_[file.line].write(request, bytes, (info.flags & O_NONBLOCK) != 0);
+            devices[file.line].write(request, bytes, (info.flags & O_NONBLOCK) != 0);
             return;
         case file_kind::say: error = say(file.line, bytes); break;
         case file_kind::clock: error = step(bytes); break;
-        case file_kind::driver_say: error = links_->say(bytes); break;
-        case file_kind::signal_say: error = links_->signal(bytes); break;
+        case file_kind::driver_say: error = links->say(bytes); break;
+        case file_kind::signal_say: error = links->signal(bytes); break;
         case file_kind::stats:
         case file_kind::led: break;
     }
@@ -157,7 +157,7 @@ void file_server::write(fuse_req_t request, mount_file const& file, std::string_
 void file_server::poll(fuse_req_t request, mount_file const& file, fuse_file_info const& info,
                        fuse_pollhandle* notify) {
     if (file.kind == file_kind::device) {
-        devices_[file.line].poll(request, info.fh, info.poll_events, notify);
+        devices[file.line].poll(request, info.fh, info.poll_events, notify);
         return;
     }
     if (notify != nullptr)
@@ -166,13 +166,13 @@ void file_server::poll(fuse_req_t request, mount_file const& file, fuse_file_inf
 }
 
 void file_server::ioctl(fuse_req_t request, mount_file const& file, uint32_t number) {
-    int const result = file.kind == file_kind::device ? bank_.request(file.line, number) : -ENOTTY;
+    int const result = file.kind == file_kind::device ? bank.request(file.line, number) : -ENOTTY;
     if (result < 0)
         fuse_reply_err(request, -result);
     else
         fuse_reply_ioctl(request, result, nullptr, 0);
     if (number == request_tx_clear && result == 0)
-        devices_[file.line].serve_waiting();
+        devices[file.line].serve_waiting();
 }
 
 std::string file_server::text_of(mount_file const& file) {
@@ -180,10 +180,10 @@ std::string file_server::text_of(mount_file const& file) {
         case file_kind::device:
         case file_kind::driver_say:
         case file_kind::signal_say: break;
-        case file_kind::led: return bank_.led_text();
-        case file_kind::say: return bank_.line(file.line).says().describe() + "\n";
-        case file_kind::stats: return bank_.stats(file.line);
-        case file_kind::clock: return std::to_string(bank_.ticks()) + "\n";
+        case file_kind::led: return bank.led_text();
+        case file_kind::say: return bank.line(file.line).says().describe() + "\n";
+        case file_kind::stats: return bank.stats(file.line);
+        case file_kind::clock: return std::to_string(bank.ticks()) + "\n";
     }
     return {};
 }
@@ -193,15 +193,15 @@ int file_server::say(unsigned line, std::string_view command) {
     std::filesystem::path const path(command.substr(std::min(space + 1, command.size())));
     std::error_code unknown_directory;
     std::string const target = std::filesystem::absolute(path, unknown_directory).lexically_normal().string();
-    if (target.starts_with(mountpoint_ + "/")) {
-        bank_.refuse_to_say(line, target + " lies in this mount");
+    if (target.starts_with(mountpoint + "/")) {
+        bank.refuse_to_say(line, target + " lies in this mount");
         return EINVAL;
     }
-    return bank_.say(line, command) ? 0 : EINVAL;
+    return bank.say(line, command) ? 0 : EINVAL;
 }
 
 int file_server::step(std::string_view number) {
-    if (!stepped_)
+    if (!stepped)
         return EPERM;
     if (number.ends_with('\n'))
         number.remove_suffix(1);

@@ -24,7 +24,7 @@ class file_server {
 public:
     // Neither `bank` nor `links` is owned; `links` may be nullptr. With `stepped` the file "clock" can be written. `mountpoint` (absolute) is where no speech may be loaded from:
     // this program would wait for itself.
-    file_server(line_bank& bank, driver_links* links, bool stepped, std::string mountpoint);
+    file_server(line_bank& telephones, driver_links* driver, bool can_step, std::string directory);
 
     // For fuse_session_new, whose user data is the file_server.
     static fuse_lowlevel_ops const& operations();
@@ -39,7 +39,7 @@ public:
     bool settled();
 
     // A write to the device of `line` waits for room.
-    bool writer_waits(unsigned line) const { return devices_[line].writer_waits(); }
+    bool writer_waits(unsigned line) const { return devices[line].writer_waits(); }
 
 private:
     friend struct operations_table;
@@ -61,14 +61,14 @@ private:
     int say(unsigned line, std::string_view command);
     int step(std::string_view number);
 
-    line_bank& bank_;
-    driver_links* links_;  // may be nullptr: then no file needs it
-    bool stepped_;
-    std::string mountpoint_;
-    mount_files files_;
-    std::deque<device_io> devices_;              // one a line
-    std::map<uint64_t, std::string> snapshots_;  // what an open control file reads, by open file
-    uint64_t next_open_file_ = 1;                // number of the next open file (FUSE's fh)
+    line_bank& bank;
+    driver_links* links;  // may be nullptr: then no file needs it
+    bool stepped;
+    std::string mountpoint;
+    mount_files files;
+    std::deque<device_io> devices;              // one a line
+    std::map<uint64_t, std::string> snapshots;  // what an open control file reads, by open file
+    uint64_t next_open_file = 1;                // number of the next open file (FUSE's fh)
 };
 
 }  // namespace fxsline

@@ -13,7 +13,7 @@ struct operations_table {
 
     // The kernel names only inodes that it was given, and opens, reads, ... no directory through these.
     static mount_file const& file(fuse_req_t request, fuse_ino_t inode) {
-        return *server(request).files_.find(inode);
+        return *server(request).files.find(inode);
     }
 
     static void init(void*, fuse_conn_info* connection) {

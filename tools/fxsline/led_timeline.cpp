@@ -5,20 +5,20 @@
 namespace fxsline {
 
 void led_timeline::add(led_command command) {
-    commands_.push_back(command);
-    if (commands_.size() > most_commands)
-        commands_.pop_front();
+    history.push_back(command);
+    if (history.size() > most_commands)
+        history.pop_front();
 }
 
 std::string led_timeline::drawing(uint64_t now_ms) const {
-    if (commands_.empty())
+    if (history.empty())
         return {};
     std::string columns;
-    auto next = commands_.begin();
+    auto next = history.begin();
     bool on = false;
     uint64_t const begin_ms = std::max(next->time_ms, now_ms - std::min(now_ms, drawn_ms));
     for (uint64_t time_ms = begin_ms; time_ms + column_ms <= now_ms; time_ms += column_ms) {
-        for (; next != commands_.end() && next->time_ms <= time_ms + column_ms / 2; ++next)
+        for (; next != history.end() && next->time_ms <= time_ms + column_ms / 2; ++next)
             on = next->on;
         columns += on ? '#' : '.';
     }
@@ -27,7 +27,7 @@ std::string led_timeline::drawing(uint64_t now_ms) const {
 
 std::string led_timeline::text(uint64_t now_ms) const {
     std::string rows;
-    for (led_command const& command : commands_)
+    for (led_command const& command : history)
         rows += std::to_string(command.time_ms) + (command.on ? " on\n" : " off\n");
     return rows.empty() ? rows : rows + drawing(now_ms) + "\n";
 }

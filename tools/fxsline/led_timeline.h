@@ -23,10 +23,10 @@ public:
 
     void add(led_command command);
 
-    bool lit() const { return !commands_.empty() && commands_.back().on; }
+    bool lit() const { return !history.empty() && history.back().on; }
 
     // Oldest first; a command that changes nothing is one, too.
-    std::deque<led_command> const& commands() const { return commands_; }
+    std::deque<led_command> const& commands() const { return history; }
 
     // "#####.....": a character for every whole 50 ms from the first command (or the last minute's begin) to
     // `now_ms`, # where the LED is lit in its middle. Empty without a command.
@@ -36,7 +36,7 @@ public:
     std::string text(uint64_t now_ms) const;
 
 private:
-    std::deque<led_command> commands_;
+    std::deque<led_command> history;
 };
 
 }  // namespace fxsline

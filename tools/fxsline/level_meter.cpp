@@ -10,19 +10,19 @@ void level_meter::add(block const& samples) {
     uint64_t energy = 0;
     for (int sample : samples) {
         energy += static_cast<uint64_t>(sample * sample);
-        peak_ = std::max(peak_, static_cast<unsigned>(std::abs(sample)));
+        highest = std::max(highest, static_cast<unsigned>(std::abs(sample)));
     }
-    uint64_t& oldest = energies_[blocks_++ % energies_.size()];
-    energy_ += energy - oldest;
+    uint64_t& oldest = energies[added++ % energies.size()];
+    total += energy - oldest;
     oldest = energy;
 }
 
 double level_meter::dbfs() const {
-    if (energy_ == 0)
+    if (total == 0)
         return silence_dbfs;
-    double const samples = static_cast<double>(std::min<uint64_t>(blocks_, energies_.size()) * block_samples);
+    double const samples = static_cast<double>(std::min<uint64_t>(added, energies.size()) * block_samples);
     double const full_scale_energy = samples * 32767.0 * 32767.0 / 2;
-    return 10 * std::log10(static_cast<double>(energy_) / full_scale_energy);
+    return 10 * std::log10(static_cast<double>(total) / full_scale_energy);
 }
 
 }  // namespace fxsline

@@ -18,13 +18,13 @@ public:
     // 0 dBFS is the level of a sine whose peak is 32767. Before the first full second: over what there is.
     double dbfs() const;
 
-    unsigned peak() const { return peak_; }  // 0 to 32768
+    unsigned peak() const { return highest; }  // 0 to 32768
 
 private:
-    std::array<uint64_t, 100> energies_{};  // sum of squares of each of the newest blocks
-    uint64_t blocks_ = 0;                   // added so far
-    uint64_t energy_ = 0;                   // sum of energies_
-    unsigned peak_ = 0;
+    std::array<uint64_t, 100> energies{};  // sum of squares of each of the newest blocks
+    uint64_t added = 0;                    // added so far
+    uint64_t total = 0;                    // sum of energies
+    unsigned highest = 0;
 };
 
 }  // namespace fxsline

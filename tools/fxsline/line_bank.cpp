@@ -8,15 +8,15 @@
 namespace fxsline {
 
 line_bank::line_bank(bank_config config, event_sink events)
-    : base_answers_(std::move(config.base_answers)), events_(std::move(events)) {
+    : base_answers(std::move(config.base_answers)), sink(std::move(events)) {
     for (line_config& line : config.lines)
-        lines_.emplace_back(std::move(line));
+        telephones.emplace_back(std::move(line));
 }
 
 void line_bank::tick() {
-    ticks_++;
+    passed++;
     for (unsigned index = 0; index < lines(); index++) {
-        tick_report const happened = lines_[index].tick();
+        tick_report const happened = telephones[index].tick();
         if (happened.underrun)
             report(event_kind::underrun, index);
         if (happened.overrun_began)
@@ -27,30 +27,30 @@ void line_bank::tick() {
 }
 
 void line_bank::open_device(unsigned index) {
-    if (lines_[index].open_device())
+    if (telephones[index].open_device())
         report(event_kind::device_opened, index);
 }
 
 void line_bank::close_device(unsigned index) {
-    if (lines_[index].close_device())
+    if (telephones[index].close_device())
         report(event_kind::device_closed, index);
 }
 
 int line_bank::request(unsigned index, uint32_t number) {
     if (number == request_tx_clear) {
-        report(event_kind::tx_clear, index, static_cast<int64_t>(lines_[index].clear_tx()));
+        report(event_kind::tx_clear, index, static_cast<int64_t>(telephones[index].clear_tx()));
         return 0;
     }
     if (number == request_led_on || number == request_led_off) {
-        led_.add({ticks_ * tick_ms, number == request_led_on});
+        timeline.add({passed * tick_ms, number == request_led_on});
         report(led() ? event_kind::led_on : event_kind::led_off, index);
         return 0;
     }
     if ((number & ~0xfffU) != request_base)
         return -ENOTTY;
     unsigned const command = number & 0xfff;
-    auto const found = base_answers_.find(command);
-    int const answer = found == base_answers_.end() ? 0 : found->second;
+    auto const found = base_answers.find(command);
+    int const answer = found == base_answers.end() ? 0 : found->second;
     report(event_kind::base_command, index, command, answer);
     return answer;
 }
@@ -62,16 +62,16 @@ bool line_bank::say(unsigned index, std::string_view command) {
         return false;
     }
     report(event_kind::say, index, 0, 0, parsed.value->describe());
-    lines_[index].say(std::move(*parsed.value));
+    telephones[index].say(std::move(*parsed.value));
     return true;
 }
 
 std::string line_bank::stats(unsigned index) {
-    simulated_line const& line = lines_[index];
+    simulated_line const& line = telephones[index];
     line_counters const& count = line.counters();
     char const* progress = !line.speech_started() ? "waiting" : line.says().ended() ? "ended" : "playing";
     std::ostringstream text;
-    text << "time_ms " << ticks_ * tick_ms << "\ndevice " << (line.is_open() ? "open" : "closed") << "\nsays "
+    text << "time_ms " << passed * tick_ms << "\ndevice " << (line.is_open() ? "open" : "closed") << "\nsays "
          << line.says().describe() << "\nspeech " << progress << "\nopens " << count.opens << "\nblocks_read "
          << count.samples_read / block_samples << "\nblocks_written " << count.samples_written / block_samples
          << "\nsamples_to_read " << line.samples_to_read() << "\nsamples_to_play " << line.samples_to_play()
@@ -83,8 +83,8 @@ std::string line_bank::stats(unsigned index) {
 }
 
 void line_bank::report(event_kind kind, unsigned index, int64_t number, int64_t answer, std::string text) {
-    if (events_)
-        events_({kind, index, ticks_ * tick_ms, number, answer, std::move(text)});
+    if (sink)
+        sink({kind, index, passed * tick_ms, number, answer, std::move(text)});
 }
 
 }  // namespace fxsline

@@ -32,21 +32,21 @@ public:
     // `events` may be empty. It is called from within the operations below.
     explicit line_bank(bank_config config, event_sink events = {});
 
-    unsigned lines() const { return static_cast<unsigned>(lines_.size()); }
+    unsigned lines() const { return static_cast<unsigned>(telephones.size()); }
     // `index` below lines(), here and below. Audio is read, written and tapped on the line itself.
-    simulated_line& line(unsigned index) { return lines_[index]; }
+    simulated_line& line(unsigned index) { return telephones[index]; }
 
     // 10 ms pass on every line.
     void tick();
-    uint64_t ticks() const { return ticks_; }
+    uint64_t ticks() const { return passed; }
 
     void open_device(unsigned index);
     void close_device(unsigned index);
     // Carries out a driver request; returns what ioctl returns, or -ENOTTY for a request the driver doesn't know.
     int request(unsigned index, uint32_t number);
-    bool led() const { return led_.lit(); }
-    led_timeline const& led_commands() const { return led_; }
-    std::string led_text() const { return led_.text(ticks_ * tick_ms); }
+    bool led() const { return timeline.lit(); }
+    led_timeline const& led_commands() const { return timeline; }
+    std::string led_text() const { return timeline.text(passed * tick_ms); }
 
     // Lets the telephone say something else (see parse_speech); false, with an event that says why, if it can't.
     bool say(unsigned index, std::string_view command);
@@ -66,11 +66,11 @@ private:
     void report(event_kind kind, unsigned index, int64_t number = 0, int64_t answer = 0,
                 std::string text = {});
 
-    std::vector<simulated_line> lines_;
-    std::map<unsigned, int> base_answers_;
-    event_sink events_;
-    uint64_t ticks_ = 0;
-    led_timeline led_;
+    std::vector<simulated_line> telephones;
+    std::map<unsigned, int> base_answers;
+    event_sink sink;
+    uint64_t passed = 0;
+    led_timeline timeline;
 };
 
 }  // namespace fxsline

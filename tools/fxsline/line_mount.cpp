@@ -46,39 +46,39 @@ fuse_session* new_session(mount_config const& config, file_server& files) {
 }  // namespace
 
 mount_error line_mount::open(mount_config const& config) {
-    error_ = fuse_obstacle();
-    if (!error_.empty())
+    failure = fuse_obstacle();
+    if (!failure.empty())
         return mount_error::no_fuse;
     auto const directory = prepare_mount_point(config.mountpoint);
     if (!directory.value) {
-        error_ = directory.error;
+        failure = directory.error;
         return mount_error::bad_mountpoint;
     }
     fuse_set_log_func(keep_log_line);
-    files_ = std::make_unique<file_server>(bank_, links_, config.stepped, *directory.value);
-    session_ = new_session(config, *files_);
-    if (session_ == nullptr || fuse_session_mount(session_, directory.value->c_str()) != 0) {
-        error_ = "can't mount on " + *directory.value + ": " + last_log_line;
-        if (session_ != nullptr) {
-            fuse_session_destroy(session_);
-            session_ = nullptr;
+    files = std::make_unique<file_server>(bank, links, config.stepped, *directory.value);
+    session = new_session(config, *files);
+    if (session == nullptr || fuse_session_mount(session, directory.value->c_str()) != 0) {
+        failure = "can't mount on " + *directory.value + ": " + last_log_line;
+        if (session != nullptr) {
+            fuse_session_destroy(session);
+            session = nullptr;
         }
         return mount_error::no_fuse;
     }
     // A request may vanish between poll and read (whoever made it was killed): the read must not wait then.
-    int const fd = fuse_session_fd(session_);
+    int const fd = fuse_session_fd(session);
     fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
-    wake_fd_ = eventfd(0, EFD_CLOEXEC);
+    wake_fd = eventfd(0, EFD_CLOEXEC);
     return mount_error::none;
 }
 
 void line_mount::serve(tick_clock* clock, int stop_fd) {
     fuse_buf buffer{};
-    pollfd waits[] = {{fuse_session_fd(session_), POLLIN, 0},
+    pollfd waits[] = {{fuse_session_fd(session), POLLIN, 0},
                       {clock != nullptr ? clock->fd() : -1, POLLIN, 0},
-                      {wake_fd_, POLLIN, 0},
+                      {wake_fd, POLLIN, 0},
                       {stop_fd, POLLIN, 0},
-                      {links_ != nullptr ? links_->signal_fd() : -1, POLLIN, 0}};
+                      {links != nullptr ? links->signal_fd() : -1, POLLIN, 0}};
     auto const& [requests, ticks, woken, stopped, signal] = waits;
     while (poll(waits, std::size(waits), -1) >= 0 || errno == EINTR) {
         if ((woken.revents | stopped.revents) != 0)
@@ -94,60 +94,60 @@ void line_mount::serve(tick_clock* clock, int stop_fd) {
 }
 
 bool line_mount::serve_request(fuse_buf& buffer) {
-    int const result = fuse_session_receive_buf(session_, &buffer);
+    int const result = fuse_session_receive_buf(session, &buffer);
     if (result > 0) {
         {
-            std::lock_guard const guard(mutex_);
-            fuse_session_process_buf(session_, &buffer);
+            std::lock_guard const guard(mutex);
+            fuse_session_process_buf(session, &buffer);
         }
-        served_.notify_all();
+        served.notify_all();
     }
     bool const connected = result > 0 || result == -EAGAIN || result == -EINTR;
-    return connected && fuse_session_exited(session_) == 0;
+    return connected && fuse_session_exited(session) == 0;
 }
 
 void line_mount::receive_signal() {
     {
-        std::lock_guard const guard(mutex_);
-        links_->receive_signal();
+        std::lock_guard const guard(mutex);
+        links->receive_signal();
     }
-    served_.notify_all();
+    served.notify_all();
 }
 
 void line_mount::start(tick_clock* clock) {
-    thread_ = std::thread([this, clock] { serve(clock, -1); });
+    thread = std::thread([this, clock] { serve(clock, -1); });
 }
 
 void line_mount::stop() {
-    if (session_ == nullptr)
+    if (session == nullptr)
         return;
-    if (thread_.joinable()) {
-        eventfd_write(wake_fd_, 1);
-        thread_.join();
+    if (thread.joinable()) {
+        eventfd_write(wake_fd, 1);
+        thread.join();
     }
-    files_->abandon();
-    fuse_session_unmount(session_);
-    fuse_session_destroy(session_);
-    close(wake_fd_);
-    session_ = nullptr;
+    files->abandon();
+    fuse_session_unmount(session);
+    fuse_session_destroy(session);
+    close(wake_fd);
+    session = nullptr;
 }
 
 void line_mount::advance(uint64_t ticks) {
-    std::lock_guard const guard(mutex_);
-    files_->advance(ticks);
+    std::lock_guard const guard(mutex);
+    files->advance(ticks);
 }
 
 bool line_mount::wait_until(std::function<bool()> const& condition, std::chrono::milliseconds limit) {
-    std::unique_lock guard(mutex_);
-    return served_.wait_for(guard, limit, condition);
+    std::unique_lock guard(mutex);
+    return served.wait_for(guard, limit, condition);
 }
 
 bool line_mount::settle(std::chrono::milliseconds limit) {
-    return wait_until([this] { return files_->settled(); }, limit);
+    return wait_until([this] { return files->settled(); }, limit);
 }
 
 bool line_mount::wait_for_writer(unsigned line, std::chrono::milliseconds limit) {
-    return wait_until([this, line] { return files_->writer_waits(line); }, limit);
+    return wait_until([this, line] { return files->writer_waits(line); }, limit);
 }
 
 }  // namespace fxsline

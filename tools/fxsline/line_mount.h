@@ -34,13 +34,14 @@ enum class mount_error { none, no_fuse, bad_mountpoint };
 class line_mount {
 public:
     // Bank and links (nullptr: none) stay the caller's and must outlive the mount.
-    explicit line_mount(line_bank& bank, driver_links* links = nullptr) : bank_(bank), links_(links) {}
+    explicit line_mount(line_bank& telephones, driver_links* driver = nullptr)
+        : bank(telephones), links(driver) {}
     line_mount(line_mount const&) = delete;
     ~line_mount() { stop(); }
 
     // Mounts. On failure error() says why in a sentence.
     mount_error open(mount_config const& config);
-    std::string const& error() const { return error_; }
+    std::string const& error() const { return failure; }
 
     // Answers requests, reports what comes over the links, and lets time pass with `clock` if there is one, until `stop_fd` is readable (-1: no such
     // descriptor), stop() is called or the directory is unmounted from outside.
@@ -58,7 +59,7 @@ public:
     // Calls `function` while no request is served and no time passes.
     template <class F>
     auto locked(F function) {
-        std::lock_guard const guard(mutex_);
+        std::lock_guard const guard(mutex);
         return function();
     }
 
@@ -81,15 +82,15 @@ private:
 
     void receive_signal();
 
-    line_bank& bank_;
-    driver_links* links_;
-    std::unique_ptr<file_server> files_;
-    fuse_session* session_ = nullptr;
-    int wake_fd_ = -1;  // readable: the loop shall end
-    std::string error_;
-    std::mutex mutex_;  // guards bank_, links_, files_ and all libfuse's answers
-    std::condition_variable served_;
-    std::thread thread_;
+    line_bank& bank;
+    driver_links* links;
+    std::unique_ptr<file_server> files;
+    fuse_session* session = nullptr;
+    int wake_fd = -1;  // readable: the loop shall end
+    std::string failure;
+    std::mutex mutex;  // guards bank, links, files and all libfuse's answers
+    std::condition_variable served;
+    std::thread thread;
 };
 
 }  // namespace fxsline

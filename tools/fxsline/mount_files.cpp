@@ -21,18 +21,18 @@ mount_files::mount_files(unsigned lines, bool pipe, bool signal) {
 }
 
 mount_file const* mount_files::find(std::string_view name) const {
-    auto const found = std::ranges::find(files_, name, &mount_file::name);
-    return found == files_.end() ? nullptr : &*found;
+    auto const found = std::ranges::find(files, name, &mount_file::name);
+    return found == files.end() ? nullptr : &*found;
 }
 
 mount_file const* mount_files::find(uint64_t inode) const {
     uint64_t const index = inode - directory_inode - 1;  // wraps for the directory and for 0
-    return index < files_.size() ? &files_[index] : nullptr;
+    return index < files.size() ? &files[index] : nullptr;
 }
 
 void mount_files::add(std::string name, file_kind kind, unsigned line, unsigned mode) {
-    uint64_t const inode = directory_inode + 1 + files_.size();
-    files_.push_back({std::move(name), kind, line, mode, inode});
+    uint64_t const inode = directory_inode + 1 + files.size();
+    files.push_back({std::move(name), kind, line, mode, inode});
 }
 
 }  // namespace fxsline

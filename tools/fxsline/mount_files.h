@@ -38,12 +38,12 @@ public:
     mount_file const* find(std::string_view name) const;
     mount_file const* find(uint64_t inode) const;
 
-    std::vector<mount_file> const& all() const { return files_; }
+    std::vector<mount_file> const& all() const { return files; }
 
 private:
     void add(std::string name, file_kind kind, unsigned line, unsigned mode);
 
-    std::vector<mount_file> files_;
+    std::vector<mount_file> files;
 };
 
 }  // namespace fxsline

@@ -10,12 +10,12 @@ std::string recordings::create(std::map<unsigned, std::string> const& heard_file
         bank.line(line).tap_heard(add(path));
     for (auto const& [line, path] : said_files)
         bank.line(line).tap_said(add(path));
-    return error_;
+    return error;
 }
 
 bool recordings::finish() {
     bool written = true;
-    for (wav_recorder& recorder : recorders_)
+    for (wav_recorder& recorder : recorders)
         written &= recorder.finish();
     return written;
 }
@@ -23,10 +23,10 @@ bool recordings::finish() {
 simulated_line::tap recordings::add(std::string const& path) {
     auto created = wav_recorder::create(path);
     if (!created.value) {
-        error_ = created.error;
+        error = created.error;
         return {};
     }
-    wav_recorder& recorder = recorders_.emplace_back(std::move(*created.value));
+    wav_recorder& recorder = recorders.emplace_back(std::move(*created.value));
     return [&recorder](block const& samples) { recorder.add(samples); };
 }
 

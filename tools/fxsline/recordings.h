@@ -21,11 +21,11 @@ public:
     bool finish();
 
 private:
-    // What feeds a new file at `path`; empty, with error_ set, if it can't be created.
+    // What feeds a new file at `path`; empty, with error set, if it can't be created.
     simulated_line::tap add(std::string const& path);
 
-    std::list<wav_recorder> recorders_;
-    std::string error_;
+    std::list<wav_recorder> recorders;
+    std::string error;
 };
 
 }  // namespace fxsline

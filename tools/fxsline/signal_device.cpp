@@ -31,38 +31,37 @@ bool leads_to_terminal(std::string const& link) {
 }  // namespace
 
 signal_device::~signal_device() {
-    if (!link_.empty())
-        unlink(link_.c_str());
-    for (int fd : {slave_, master_})
+    if (!path.empty())
+        unlink(path.c_str());
+    for (int fd : {slave, master})
         if (fd >= 0)
             close(fd);
 }
 
 std::string signal_device::create(std::string const& link) {
-    master_ = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-    char slave[64];
-    if (master_ < 0 || grantpt(master_) != 0 || unlockpt(master_) != 0 ||
-        ptsname_r(master_, slave, sizeof slave) != 0 ||
-        (slave_ = open(slave, O_RDWR | O_NOCTTY | O_CLOEXEC)) < 0)
+    master = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    char name[64];
+    if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0 ||
+        ptsname_r(master, name, sizeof name) != 0 || (slave = open(name, O_RDWR | O_NOCTTY | O_CLOEXEC)) < 0)
         return std::string("can't make a pseudo-terminal: ") + std::strerror(errno);
-    make_raw(slave_);
+    make_raw(slave);
     if (leads_to_terminal(link))
         unlink(link.c_str());
-    if (symlink(slave, link.c_str()) != 0)
+    if (symlink(name, link.c_str()) != 0)
         return "can't create the link " + link + ": " + std::strerror(errno);
-    link_ = link;
+    path = link;
     return {};
 }
 
 std::vector<uint8_t> signal_device::receive() {
     std::vector<uint8_t> bytes(most_bytes);
-    ssize_t const count = read(master_, bytes.data(), bytes.size());
+    ssize_t const count = read(master, bytes.data(), bytes.size());
     bytes.resize(count > 0 ? static_cast<size_t>(count) : 0);
     return bytes;
 }
 
 size_t signal_device::send(std::span<uint8_t const> bytes) {
-    ssize_t const count = write(master_, bytes.data(), bytes.size());
+    ssize_t const count = write(master, bytes.data(), bytes.size());
     return count > 0 ? static_cast<size_t>(count) : 0;
 }
 

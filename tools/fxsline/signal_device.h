@@ -20,7 +20,7 @@ public:
     std::string create(std::string const& link);
 
     // Readable (for poll) when the process has written; -1 before create().
-    int fd() const { return master_; }
+    int fd() const { return master; }
 
     // What the process has written, up to 1024 bytes; empty if nothing. Never waits.
     std::vector<uint8_t> receive();
@@ -29,9 +29,9 @@ public:
     size_t send(std::span<uint8_t const> bytes);
 
 private:
-    int master_ = -1;
-    int slave_ = -1;  // kept open: with nobody there, the master would report a hang-up again and again
-    std::string link_;
+    int master = -1;
+    int slave = -1;  // kept open: with nobody there, the master would report a hang-up again and again
+    std::string path;
 };
 
 }  // namespace fxsline

@@ -49,20 +49,20 @@ public:
     explicit simulated_line(line_config config);
 
     // Called with what the telephone heard (silence where nothing was written) or said at each tick.
-    void tap_heard(tap receiver) { heard_tap_ = std::move(receiver); }
-    void tap_said(tap receiver) { said_tap_ = std::move(receiver); }
+    void tap_heard(tap receiver) { heard_tap = std::move(receiver); }
+    void tap_said(tap receiver) { said_tap = std::move(receiver); }
 
     // The device was opened or closed once; several processes may have it open and share the two queues. True when
     // it was the first to open, the last to close. The last close forgets the backlog; queued audio plays out.
     bool open_device();
     bool close_device();
-    bool is_open() const { return open_count_ > 0; }
+    bool is_open() const { return open_count > 0; }
 
     // Readable: any sample waits. Writable: a whole block fits.
-    bool readable() const { return backlog_.size() > 0; }
-    bool writable() const { return to_play_.room() >= block_samples; }
+    bool readable() const { return backlog.size() > 0; }
+    bool writable() const { return to_play.room() >= block_samples; }
     // A write of `samples` samples can start: a whole block or all of it fits.
-    bool fits(size_t samples) const { return to_play_.room() >= std::min(samples, block_samples); }
+    bool fits(size_t samples) const { return to_play.room() >= std::min(samples, block_samples); }
 
     // Takes the oldest unread samples, as many as there are and fit; returns their number.
     size_t read(std::span<int16_t> out);
@@ -73,35 +73,35 @@ public:
 
     // Says something else from the next tick on, without delay.
     void say(speech what);
-    speech const& says() const { return says_; }
-    bool speech_started() const { return started_ && delay_ticks_ == 0; }
+    speech const& says() const { return saying; }
+    bool speech_started() const { return started && delay_ticks == 0; }
 
     // 10 ms pass: one block is played to the ear, one is said.
     tick_report tick();
 
-    line_counters const& counters() const { return counters_; }
-    size_t samples_to_read() const { return backlog_.size(); }
-    size_t samples_to_play() const { return to_play_.size(); }
-    size_t play_capacity() const { return to_play_.size() + to_play_.room(); }  // samples
-    level_meter const& heard_level() const { return heard_level_; }
+    line_counters const& counters() const { return counts; }
+    size_t samples_to_read() const { return backlog.size(); }
+    size_t samples_to_play() const { return to_play.size(); }
+    size_t play_capacity() const { return to_play.size() + to_play.room(); }  // samples
+    level_meter const& heard_level() const { return meter; }
 
 private:
     void play(tick_report& report);
     void speak(tick_report& report);
     void keep_for_reader(block const& said, tick_report& report);
 
-    speech says_;
-    bool started_;          // the delay runs or has run
-    unsigned delay_ticks_;  // left before the speech
-    sample_queue backlog_;
-    sample_queue to_play_;
-    unsigned open_count_ = 0;
-    bool flowing_ = false;      // the last tick played a whole block, and the device was open
-    bool overrunning_ = false;  // the last tick dropped speech, nothing was read since
-    line_counters counters_;
-    level_meter heard_level_;
-    tap heard_tap_;
-    tap said_tap_;
+    speech saying;
+    bool started;          // the delay runs or has run
+    unsigned delay_ticks;  // left before the speech
+    sample_queue backlog;
+    sample_queue to_play;
+    unsigned open_count = 0;
+    bool flowing = false;      // the last tick played a whole block, and the device was open
+    bool overrunning = false;  // the last tick dropped speech, nothing was read since
+    line_counters counts;
+    level_meter meter;
+    tap heard_tap;
+    tap said_tap;
 };
 
 }  // namespace fxsline

@@ -102,49 +102,49 @@ std::vector<int16_t> read_mono(SNDFILE* sound, size_t channels) {
 
 }  // namespace
 
-speech speech::tone(std::vector<double> frequencies_hz, double level_dbfs) {
+speech speech::tone(std::vector<double> hertz, double dbfs) {
     speech made;
-    made.phases_cycles_.resize(frequencies_hz.size());
-    made.frequencies_hz_ = std::move(frequencies_hz);
-    made.level_dbfs_ = level_dbfs;
-    made.amplitude_ = 32767 * std::pow(10, level_dbfs / 20);
+    made.phases_cycles.resize(hertz.size());
+    made.frequencies_hz = std::move(hertz);
+    made.level_dbfs = dbfs;
+    made.amplitude = 32767 * std::pow(10, dbfs / 20);
     return made;
 }
 
-speech speech::recording(std::vector<int16_t> samples, bool loop, std::string name) {
+speech speech::recording(std::vector<int16_t> recorded, bool again, std::string shown_name) {
     speech made;
-    made.samples_ = std::move(samples);
-    made.loop_ = loop;
-    made.name_ = std::move(name);
+    made.samples = std::move(recorded);
+    made.loop = again;
+    made.name = std::move(shown_name);
     return made;
 }
 
 void speech::next(block& out) {
     for (int16_t& sample : out) {
         double sum = 0;
-        for (size_t i = 0; i < frequencies_hz_.size(); i++) {
-            sum += amplitude_ * std::sin(2 * std::numbers::pi * phases_cycles_[i]);
-            phases_cycles_[i] = std::fmod(phases_cycles_[i] + frequencies_hz_[i] / sample_rate_hz, 1);
+        for (size_t i = 0; i < frequencies_hz.size(); i++) {
+            sum += amplitude * std::sin(2 * std::numbers::pi * phases_cycles[i]);
+            phases_cycles[i] = std::fmod(phases_cycles[i] + frequencies_hz[i] / sample_rate_hz, 1);
         }
         sample = to_sample(sum);
-        if (position_ < samples_.size()) {
-            sample = samples_[position_++];
-            position_ = loop_ ? position_ % samples_.size() : position_;
+        if (position < samples.size()) {
+            sample = samples[position++];
+            position = loop ? position % samples.size() : position;
         }
     }
 }
 
 bool speech::ended() const {
-    return !samples_.empty() && position_ == samples_.size();
+    return !samples.empty() && position == samples.size();
 }
 
 std::string speech::describe() const {
-    if (!samples_.empty())
-        return (loop_ ? "loop " : "wav ") + name_;
+    if (!samples.empty())
+        return (loop ? "loop " : "wav ") + name;
     std::string text;
-    for (double hz : frequencies_hz_)
+    for (double hz : frequencies_hz)
         text += (text.empty() ? "tone " : "+") + shortest(hz);
-    return text.empty() ? "silence" : text + " " + shortest(level_dbfs_);
+    return text.empty() ? "silence" : text + " " + shortest(level_dbfs);
 }
 
 outcome<speech> load_speech(std::string const& path, bool loop) {

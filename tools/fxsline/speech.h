@@ -21,10 +21,10 @@ public:
 
     // A tone that never ends: the sum of sine waves of `frequencies_hz`, each with `level_dbfs` (0 dBFS is a sine
     // whose peak is 32767). Sums beyond 16 bits are clipped.
-    static speech tone(std::vector<double> frequencies_hz, double level_dbfs);
+    static speech tone(std::vector<double> hertz, double dbfs);
 
     // `samples` (8 kHz), then silence; or from the start again with `loop`. `name` is what describe() shows.
-    static speech recording(std::vector<int16_t> samples, bool loop, std::string name);
+    static speech recording(std::vector<int16_t> recorded, bool again, std::string shown_name);
 
     // Gives the next 10 ms.
     void next(block& out);
@@ -36,14 +36,14 @@ public:
     std::string describe() const;
 
 private:
-    std::vector<double> frequencies_hz_;  // empty: not a tone
-    double level_dbfs_ = 0;
-    double amplitude_ = 0;               // peak of each sine, in sample units
-    std::vector<double> phases_cycles_;  // of each frequency, 0 <= phase < 1
-    std::vector<int16_t> samples_;       // empty: not a recording
-    size_t position_ = 0;                // of the next sample
-    bool loop_ = false;
-    std::string name_;
+    std::vector<double> frequencies_hz;  // empty: not a tone
+    double level_dbfs = 0;
+    double amplitude = 0;               // peak of each sine, in sample units
+    std::vector<double> phases_cycles;  // of each frequency, 0 <= phase < 1
+    std::vector<int16_t> samples;       // empty: not a recording
+    size_t position = 0;                // of the next sample
+    bool loop = false;
+    std::string name;
 };
 
 // Loads a whole WAV file (any format that libsndfile reads from a regular file). It must have 8000 samples a second;

@@ -7,20 +7,20 @@
 
 namespace fxsline {
 
-tick_clock::tick_clock() : fd_(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC)) {
+tick_clock::tick_clock() : timer(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC)) {
     itimerspec period{};
     period.it_interval.tv_nsec = tick_ms * 1000000L;
     period.it_value = period.it_interval;
-    timerfd_settime(fd_, 0, &period, nullptr);
+    timerfd_settime(timer, 0, &period, nullptr);
 }
 
 tick_clock::~tick_clock() {
-    close(fd_);
+    close(timer);
 }
 
 uint64_t tick_clock::due() {
     uint64_t ticks = 0;
-    return read(fd_, &ticks, sizeof ticks) == sizeof ticks ? ticks : 0;
+    return read(timer, &ticks, sizeof ticks) == sizeof ticks ? ticks : 0;
 }
 
 }  // namespace fxsline

@@ -13,13 +13,13 @@ public:
     ~tick_clock();
 
     // Readable (for poll) when a tick is due.
-    int fd() const { return fd_; }
+    int fd() const { return timer; }
 
     // The ticks that fell due since the last call, 0 if none. Never waits.
     uint64_t due();
 
 private:
-    int fd_;
+    int timer;
 };
 
 }  // namespace fxsline

@@ -18,27 +18,27 @@ outcome<wav_recorder> wav_recorder::create(std::string const& path) {
 }
 
 void wav_recorder::add(std::span<int16_t const> samples) {
-    if (!sound_)
+    if (!sound)
         return;
-    unwritten_.insert(unwritten_.end(), samples.begin(), samples.end());
-    if (unwritten_.size() >= sample_rate_hz) {
+    unwritten.insert(unwritten.end(), samples.begin(), samples.end());
+    if (unwritten.size() >= sample_rate_hz) {
         write_out();
-        sf_command(sound_.get(), SFC_UPDATE_HEADER_NOW, nullptr, 0);
+        sf_command(sound.get(), SFC_UPDATE_HEADER_NOW, nullptr, 0);
     }
 }
 
 bool wav_recorder::finish() {
-    if (sound_) {
+    if (sound) {
         write_out();
-        failed_ |= sf_close(sound_.release()) != 0;
+        failed |= sf_close(sound.release()) != 0;
     }
-    return !failed_;
+    return !failed;
 }
 
 void wav_recorder::write_out() {
-    auto const count = static_cast<sf_count_t>(unwritten_.size());
-    failed_ |= sf_write_short(sound_.get(), unwritten_.data(), count) != count;
-    unwritten_.clear();
+    auto const count = static_cast<sf_count_t>(unwritten.size());
+    failed |= sf_write_short(sound.get(), unwritten.data(), count) != count;
+    unwritten.clear();
 }
 
 }  // namespace fxsline

@@ -32,12 +32,12 @@ public:
 private:
     using sound_file = std::unique_ptr<sf_private_tag, int (*)(sf_private_tag*)>;
 
-    explicit wav_recorder(sound_file sound) : sound_(std::move(sound)) {}
+    explicit wav_recorder(sound_file created) : sound(std::move(created)) {}
     void write_out();
 
-    sound_file sound_;
-    std::vector<int16_t> unwritten_;
-    bool failed_ = false;
+    sound_file sound;
+    std::vector<int16_t> unwritten;
+    bool failed = false;
 };
 
 }  // namespace fxsline

@@ -39,11 +39,11 @@ control_client::control_client(control_client&& other) noexcept {
 control_client& control_client::operator=(control_client&& other) noexcept {
     if (this != &other) {
         close_socket();
-        fd_ = std::exchange(other.fd_, -1);
-        refused_ = other.refused_;
-        closed_ = other.closed_;
-        error_ = std::move(other.error_);
-        kept_ = std::move(other.kept_);
+        socket_fd = std::exchange(other.socket_fd, -1);
+        turned_away = other.turned_away;
+        ended = other.ended;
+        last_error = std::move(other.last_error);
+        unclaimed = std::move(other.unclaimed);
     }
     return *this;
 }
@@ -53,14 +53,14 @@ control_client::~control_client() {
 }
 
 void control_client::close_socket() {
-    if (fd_ >= 0) {
-        close(fd_);
-        fd_ = -1;
+    if (socket_fd >= 0) {
+        close(socket_fd);
+        socket_fd = -1;
     }
 }
 
 void control_client::note_error(char const* what) {
-    error_ = std::string(what) + ": " + std::strerror(errno);
+    last_error = std::string(what) + ": " + std::strerror(errno);
 }
 
 control_client control_client::connect_udp(std::string const& host, std::uint16_t port,
@@ -68,17 +68,17 @@ control_client control_client::connect_udp(std::string const& host, std::uint16_
     control_client client;
     sockaddr_in remote = socket_address(port);
     if (inet_pton(AF_INET, host.c_str(), &remote.sin_addr) != 1) {
-        client.error_ = "\"" + host + "\" is no IPv4 address";
+        client.last_error = "\"" + host + "\" is no IPv4 address";
         return client;
     }
-    client.fd_ = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    client.socket_fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     sockaddr_in const local = socket_address(local_port);
     char const* failed = nullptr;
-    if (client.fd_ < 0)
+    if (client.socket_fd < 0)
         failed = "socket";
-    else if (bind(client.fd_, reinterpret_cast<sockaddr const*>(&local), sizeof local) != 0)
+    else if (bind(client.socket_fd, reinterpret_cast<sockaddr const*>(&local), sizeof local) != 0)
         failed = "bind";
-    else if (connect(client.fd_, reinterpret_cast<sockaddr const*>(&remote), sizeof remote) != 0)
+    else if (connect(client.socket_fd, reinterpret_cast<sockaddr const*>(&remote), sizeof remote) != 0)
         failed = "connect";
     if (failed != nullptr) {
         client.note_error(failed);
@@ -90,19 +90,19 @@ control_client control_client::connect_udp(std::string const& host, std::uint16_
 std::uint16_t control_client::local_port() const {
     sockaddr_in local{};
     socklen_t size = sizeof local;
-    bool const known = getsockname(fd_, reinterpret_cast<sockaddr*>(&local), &size) == 0;
+    bool const known = getsockname(socket_fd, reinterpret_cast<sockaddr*>(&local), &size) == 0;
     return known && local.sin_family == AF_INET ? ntohs(local.sin_port) : std::uint16_t{0};
 }
 
 bool control_client::send(byte_view datagram) {
-    ssize_t sent = ::send(fd_, datagram.data(), datagram.size(), MSG_NOSIGNAL);
+    ssize_t sent = ::send(socket_fd, datagram.data(), datagram.size(), MSG_NOSIGNAL);
     if (sent < 0 &&
         errno == ECONNREFUSED) {  // reports what became of an earlier datagram; this one was not sent
-        refused_ = true;
-        sent = ::send(fd_, datagram.data(), datagram.size(), MSG_NOSIGNAL);
+        turned_away = true;
+        sent = ::send(socket_fd, datagram.data(), datagram.size(), MSG_NOSIGNAL);
     }
     if (sent < 0) {
-        closed_ = closed_ || errno == EPIPE || errno == ECONNRESET;
+        ended = ended || errno == EPIPE || errno == ECONNRESET;
         note_error("send");
     }
     return sent >= 0;
@@ -110,19 +110,20 @@ bool control_client::send(byte_view datagram) {
 
 bool control_client::take_datagram(bytes& datagram) {
     datagram.resize(largest_datagram_bytes);
-    ssize_t const size = recv(fd_, datagram.data(), datagram.size(), MSG_DONTWAIT);
+    ssize_t const size = recv(socket_fd, datagram.data(), datagram.size(), MSG_DONTWAIT);
     if (size < 0) {
-        refused_ = refused_ || errno == ECONNREFUSED;
-        closed_ = closed_ || errno == ECONNRESET;
+        turned_away = turned_away || errno == ECONNREFUSED;
+        ended = ended || errno == ECONNRESET;
         return false;
     }
     int type = SOCK_DGRAM;
     socklen_t type_size = sizeof type;
-    if (size == 0 && getsockopt(fd_, SOL_SOCKET, SO_TYPE, &type, &type_size) == 0 && type != SOCK_DGRAM) {
-        closed_ = true;  // an empty read ends a connection; on UDP it is an empty datagram
+    if (size == 0 && getsockopt(socket_fd, SOL_SOCKET, SO_TYPE, &type, &type_size) == 0 &&
+        type != SOCK_DGRAM) {
+        ended = true;  // an empty read ends a connection; on UDP it is an empty datagram
         return false;
     }
-    refused_ = false;
+    turned_away = false;
     datagram.resize(static_cast<std::size_t>(size));
     return true;
 }
@@ -130,12 +131,12 @@ bool control_client::take_datagram(bytes& datagram) {
 std::optional<bytes> control_client::receive_datagram(milliseconds timeout) {
     clock::time_point const deadline = clock::now() + timeout;
     bytes datagram;
-    while (valid() && !closed_) {
+    while (valid() && !ended) {
         if (take_datagram(datagram))
             return datagram;
         int const wait_ms = milliseconds_until(deadline);
-        pollfd ready{fd_, POLLIN, 0};
-        if (closed_ || wait_ms == 0)
+        pollfd ready{socket_fd, POLLIN, 0};
+        if (ended || wait_ms == 0)
             break;
         poll(&ready, 1, wait_ms);
     }
@@ -147,16 +148,16 @@ bool control_client::keep_next_datagram(clock::time_point deadline) {
     std::optional<bytes> const datagram = receive_datagram(std::max(left, milliseconds(0)));
     if (datagram) {
         std::vector<report> const reports = parse_reports(*datagram);
-        kept_.insert(kept_.end(), reports.begin(), reports.end());
+        unclaimed.insert(unclaimed.end(), reports.begin(), reports.end());
     }
     return datagram.has_value();
 }
 
 std::optional<report> control_client::receive(milliseconds timeout) {
-    if (kept_.empty() && !keep_next_datagram(clock::now() + timeout))
+    if (unclaimed.empty() && !keep_next_datagram(clock::now() + timeout))
         return std::nullopt;
-    std::optional<report> oldest = std::move(kept_.front());
-    kept_.pop_front();
+    std::optional<report> oldest = std::move(unclaimed.front());
+    unclaimed.pop_front();
     return oldest;
 }
 
@@ -167,7 +168,7 @@ bool control_client::start_session(milliseconds timeout) {
         send(encode(session_command{}));
         if (wait_for<heartbeat>(std::clamp(left, milliseconds(0), session_retry)))
             return true;
-    } while (clock::now() < deadline && valid() && !closed_);
+    } while (clock::now() < deadline && valid() && !ended);
     return false;
 }
 

@@ -22,8 +22,8 @@ class control_client {
 public:
     using milliseconds = std::chrono::milliseconds;
 
-    control_client() = default;                   // not open
-    explicit control_client(int fd) : fd_(fd) {}  // takes over a connected socket
+    control_client() = default;                         // not open
+    explicit control_client(int fd) : socket_fd(fd) {}  // takes over a connected socket
     control_client(control_client&& other) noexcept;
     control_client& operator=(control_client&& other) noexcept;
     ~control_client();
@@ -33,15 +33,15 @@ public:
     static control_client connect_udp(std::string const& host, std::uint16_t port,
                                       std::uint16_t local_port = 0);
 
-    bool valid() const { return fd_ >= 0; }
-    int fd() const { return fd_; }
-    std::uint16_t local_port() const;                    // 0 when there is none
-    std::string const& error() const { return error_; }  // of the last failure
+    bool valid() const { return socket_fd >= 0; }
+    int fd() const { return socket_fd; }
+    std::uint16_t local_port() const;                        // 0 when there is none
+    std::string const& error() const { return last_error; }  // of the last failure
 
     // The other end said (ICMP) that nobody listens there; cleared by the next datagram that arrives.
-    bool refused() const { return refused_; }
+    bool refused() const { return turned_away; }
     // A program in between ended the connection; never true on UDP.
-    bool closed() const { return closed_; }
+    bool closed() const { return ended; }
 
     // One datagram. false: it could not be sent, see error().
     bool send(byte_view datagram);
@@ -63,7 +63,7 @@ public:
         milliseconds timeout, std::function<bool(T const&)> const& wanted = [](T const&) { return true; });
 
     // Reports that nobody has taken yet, oldest first; the caller may take or clear them.
-    std::deque<report>& kept() { return kept_; }
+    std::deque<report>& kept() { return unclaimed; }
 
 private:
     using clock = std::chrono::steady_clock;
@@ -73,11 +73,11 @@ private:
     bool take_datagram(bytes& datagram);  // false: none there
     bool keep_next_datagram(clock::time_point deadline);
 
-    int fd_ = -1;
-    bool refused_ = false;
-    bool closed_ = false;
-    std::string error_;
-    std::deque<report> kept_;
+    int socket_fd = -1;
+    bool turned_away = false;
+    bool ended = false;
+    std::string last_error;
+    std::deque<report> unclaimed;
 };
 
 template <class T>
@@ -85,11 +85,11 @@ std::optional<T> control_client::wait_for(milliseconds timeout, std::function<bo
     clock::time_point const deadline = clock::now() + timeout;
     std::size_t looked_at = 0;
     do {
-        for (; looked_at < kept_.size(); ++looked_at) {
-            auto const candidate = kept_.begin() + static_cast<std::ptrdiff_t>(looked_at);
+        for (; looked_at < unclaimed.size(); ++looked_at) {
+            auto const candidate = unclaimed.begin() + static_cast<std::ptrdiff_t>(looked_at);
             if (T* found = std::get_if<T>(&*candidate); found != nullptr && wanted(*found)) {
                 T result = std::move(*found);
-                kept_.erase(candidate);
+                unclaimed.erase(candidate);
                 return result;
             }
         }

@@ -12,9 +12,9 @@ namespace {
 // The sub-fields of one report. Remembers the first field that was asked for and did not fit.
 class field_reader {
 public:
-    explicit field_reader(byte_view value) : list_(split_tlvs(value)) {
-        if (!list_.rest.empty())
-            trouble_ = "a sub-field is cut off";
+    explicit field_reader(byte_view value) : list(split_tlvs(value)) {
+        if (!list.rest.empty())
+            problem = "a sub-field is cut off";
     }
 
     bool has(std::uint16_t tag) const { return find(tag) != nullptr; }
@@ -42,12 +42,12 @@ public:
         return value.value_or(address{});
     }
 
-    std::string const& trouble() const { return trouble_; }
-    void note(std::string_view what) { trouble_ = trouble_.empty() ? std::string(what) : trouble_; }
+    std::string const& trouble() const { return problem; }
+    void note(std::string_view what) { problem = problem.empty() ? std::string(what) : problem; }
 
 private:
     bytes const* find(std::uint16_t tag) const {
-        for (tlv const& element : list_.elements)
+        for (tlv const& element : list.elements)
             if (element.tag == tag)
                 return &element.value;
         return nullptr;
@@ -61,8 +61,8 @@ private:
         return value != nullptr ? *value : none;
     }
 
-    tlv_list list_;
-    std::string trouble_;
+    tlv_list list;
+    std::string problem;
 };
 
 report read_log_line(field_reader& in) {

@@ -12,10 +12,10 @@ namespace rtcp_view {
 
 class byte_reader {
 public:
-    explicit byte_reader(protocol::byte_view data) : rest_(data) {}
+    explicit byte_reader(protocol::byte_view data) : rest(data) {}
 
-    std::size_t left() const { return rest_.size(); }
-    bool ran_out() const { return ran_out_; }
+    std::size_t left() const { return rest.size(); }
+    bool ran_out() const { return overrun; }
 
     std::uint8_t u8() { return static_cast<std::uint8_t>(number(1)); }
     std::uint16_t u16() { return static_cast<std::uint16_t>(number(2)); }
@@ -23,16 +23,16 @@ public:
 
     // The next `count` bytes, or those that are left.
     protocol::byte_view take(std::size_t count) {
-        ran_out_ = ran_out_ || count > rest_.size();
-        protocol::byte_view const taken = rest_.first(std::min(count, rest_.size()));
-        rest_ = rest_.subspan(taken.size());
+        overrun = overrun || count > rest.size();
+        protocol::byte_view const taken = rest.first(std::min(count, rest.size()));
+        rest = rest.subspan(taken.size());
         return taken;
     }
     protocol::bytes take_bytes(std::size_t count) {
         protocol::byte_view const taken = take(count);
         return {taken.begin(), taken.end()};
     }
-    protocol::bytes take_rest() { return take_bytes(rest_.size()); }
+    protocol::bytes take_rest() { return take_bytes(rest.size()); }
     std::string take_text(std::size_t count) {
         protocol::byte_view const taken = take(count);
         return {taken.begin(), taken.end()};
@@ -47,8 +47,8 @@ private:
         return value;
     }
 
-    protocol::byte_view rest_;
-    bool ran_out_ = false;
+    protocol::byte_view rest;
+    bool overrun = false;
 };
 
 }  // namespace rtcp_view

@@ -19,17 +19,17 @@ quality_tracker::tracked& quality_tracker::find(rtcp_observation const& seen) {
     auto const same = [&](tracked const& one) {
         return !one.over && one.quality.call == seen.call && one.quality.call_id == seen.call_id;
     };
-    auto const known = std::ranges::find_if(calls_, same);
-    if (known != calls_.end())
+    auto const known = std::ranges::find_if(known_calls, same);
+    if (known != known_calls.end())
         return *known;
-    tracked& fresh = calls_.emplace_back();
+    tracked& fresh = known_calls.emplace_back();
     fresh.quality.call = seen.call;
     fresh.quality.call_id = seen.call_id;
     return fresh;
 }
 
 void quality_tracker::call_opened(unsigned call) {
-    for (tracked& one : calls_)
+    for (tracked& one : known_calls)
         one.over = one.over || one.quality.call == call;
 }
 
@@ -94,7 +94,7 @@ void quality_tracker::add_blocks(tracked& one, extended_report const& x, bool re
 
 std::vector<call_quality> quality_tracker::calls() const {
     std::vector<call_quality> all;
-    for (tracked const& one : calls_)
+    for (tracked const& one : known_calls)
         all.push_back(one.quality);
     return all;
 }

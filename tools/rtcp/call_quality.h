@@ -72,7 +72,7 @@ private:
     static void add_blocks(tracked& one, extended_report const& x, bool received);
     static void note_round_trip(tracked& one, report_block const& block, std::int64_t arrival_ms);
 
-    std::vector<tracked> calls_;
+    std::vector<tracked> known_calls;
 };
 
 }  // namespace rtcp_view

@@ -25,50 +25,50 @@ public:
     explicit fake_process(std::uint16_t port = 0) {
         sockaddr_in local = loopback(port);
         socklen_t size = sizeof local;
-        if (bind(fd_, reinterpret_cast<sockaddr const*>(&local), size) != 0)
+        if (bind(fd, reinterpret_cast<sockaddr const*>(&local), size) != 0)
             throw std::runtime_error("the stand-in cannot bind its port");
         timeval const look_around{0, 20000};
-        setsockopt(fd_, SOL_SOCKET, SO_RCVTIMEO, &look_around, sizeof look_around);
-        getsockname(fd_, reinterpret_cast<sockaddr*>(&local), &size);
-        port_ = ntohs(local.sin_port);
-        thread_ = std::jthread([this](std::stop_token const& stop) { serve(stop); });
+        setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &look_around, sizeof look_around);
+        getsockname(fd, reinterpret_cast<sockaddr*>(&local), &size);
+        bound_port = ntohs(local.sin_port);
+        thread = std::jthread([this](std::stop_token const& stop) { serve(stop); });
     }
     ~fake_process() {
-        thread_ = {};
-        close(fd_);
+        thread = {};
+        close(fd);
     }
 
-    std::uint16_t port() const { return port_; }
+    std::uint16_t port() const { return bound_port; }
 
     // From now on it takes everything and answers nothing.
-    void be_silent() { silent_ = true; }
+    void be_silent() { silent = true; }
 
     // From now on every command but session is answered with these bytes (none: with nothing) instead of the usual.
     void answer(std::string const& hex) {
-        std::lock_guard const lock(mutex_);
-        answer_ = protocol::from_hex(hex).value();
+        std::lock_guard const lock(guard);
+        answers = protocol::from_hex(hex).value();
     }
 
     // Sends to the peer as it is.
     void report(std::string const& hex) {
-        std::lock_guard const lock(mutex_);
+        std::lock_guard const lock(guard);
         send_to_peer(protocol::from_hex(hex).value());
     }
 
     // Every command obeyed so far but session, in hexadecimal with its header.
     std::vector<std::string> commands() {
-        std::lock_guard const lock(mutex_);
-        return commands_;
+        std::lock_guard const lock(guard);
+        return received;
     }
     bool wait_for_commands(std::size_t count) {
-        std::unique_lock lock(mutex_);
-        return changed_.wait_for(lock, std::chrono::seconds(10), [&] { return commands_.size() >= count; });
+        std::unique_lock lock(guard);
+        return changed.wait_for(lock, std::chrono::seconds(10), [&] { return received.size() >= count; });
     }
 
     // Local ports that sent session commands.
     std::set<std::uint16_t> peers() {
-        std::lock_guard const lock(mutex_);
-        return peers_;
+        std::lock_guard const lock(guard);
+        return senders;
     }
 
 private:
@@ -81,16 +81,16 @@ private:
         while (!stop.stop_requested()) {
             sockaddr_in from{};
             socklen_t from_size = sizeof from;
-            ssize_t const size = recvfrom(fd_, datagram.data(), datagram.size(), 0,
+            ssize_t const size = recvfrom(fd, datagram.data(), datagram.size(), 0,
                                           reinterpret_cast<sockaddr*>(&from), &from_size);
             if (size < 0)
                 continue;  // time to look around
             take_your_time();
-            std::lock_guard const lock(mutex_);
-            auto const received = protocol::byte_view(datagram).first(static_cast<std::size_t>(size));
-            for (protocol::tlv const& element : protocol::split_tlvs(received).elements)
+            std::lock_guard const lock(guard);
+            auto const taken = protocol::byte_view(datagram).first(static_cast<std::size_t>(size));
+            for (protocol::tlv const& element : protocol::split_tlvs(taken).elements)
                 take(element, ntohs(from.sin_port));
-            changed_.notify_all();
+            changed.notify_all();
         }
     }
 
@@ -100,15 +100,15 @@ private:
         using namespace protocol;
         if (element.tag == command_tag::session) {
             take_your_time();
-            peer_ = from;
-            peers_.insert(from);
+            last_sender = from;
+            senders.insert(from);
             send_to_peer({0, report_tag::heartbeat, 0, 0});
-        } else if (from == peer_) {
+        } else if (from == last_sender) {
             bytes whole;
             append_tlv(whole, element.tag, element.value);
-            commands_.push_back(to_hex(whole));
-            if (answer_ || element.tag == command_tag::open)  // fxsctl writes the call index first
-                send_to_peer(answer_ ? *answer_ : open_answer(element.value.at(5)));
+            received.push_back(to_hex(whole));
+            if (answers || element.tag == command_tag::open)  // fxsctl writes the call index first
+                send_to_peer(answers ? *answers : open_answer(element.value.at(5)));
         }
     }
 
@@ -119,20 +119,20 @@ private:
     }
 
     void send_to_peer(protocol::bytes const& datagram) {
-        sockaddr_in const to = loopback(peer_);
-        if (!silent_ && !datagram.empty())
-            sendto(fd_, datagram.data(), datagram.size(), 0, reinterpret_cast<sockaddr const*>(&to),
+        sockaddr_in const to = loopback(last_sender);
+        if (!silent && !datagram.empty())
+            sendto(fd, datagram.data(), datagram.size(), 0, reinterpret_cast<sockaddr const*>(&to),
                    sizeof to);
     }
 
-    std::atomic<bool> silent_ = false;
-    int fd_ = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    std::uint16_t port_ = 0;
-    std::uint16_t peer_ = 0;
-    std::mutex mutex_;
-    std::condition_variable changed_;
-    std::optional<protocol::bytes> answer_;
-    std::vector<std::string> commands_;
-    std::set<std::uint16_t> peers_;
-    std::jthread thread_;
+    std::atomic<bool> silent = false;
+    int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    std::uint16_t bound_port = 0;
+    std::uint16_t last_sender = 0;
+    std::mutex guard;
+    std::condition_variable changed;
+    std::optional<protocol::bytes> answers;
+    std::vector<std::string> received;
+    std::set<std::uint16_t> senders;
+    std::jthread thread;
 };

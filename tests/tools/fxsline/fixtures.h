@@ -17,16 +17,16 @@
 // A directory of its own for a test, removed with what is in it at the end.
 class temporary_directory {
 public:
-    temporary_directory() { path_ = mkdtemp(name_); }
+    temporary_directory() { directory = mkdtemp(name); }
     ~temporary_directory() {
         std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
+        std::filesystem::remove_all(directory, ignored);
     }
-    std::string path(std::string const& name) const { return path_ + "/" + name; }
+    std::string path(std::string const& file) const { return directory + "/" + file; }
 
 private:
-    char name_[32] = "/tmp/fxsline_test_XXXXXX";
-    std::string path_;
+    char name[32] = "/tmp/fxsline_test_XXXXXX";
+    std::string directory;
 };
 
 // What a system call returned, or -errno.

@@ -16,8 +16,8 @@ public:
     explicit mount_guard(std::string const& mountpoint) {
         constexpr unsigned limit_seconds = 60;
         pid_t const test = getpid();
-        child_ = fork();
-        if (child_ != 0)
+        child = fork();
+        if (child != 0)
             return;
         sleep(limit_seconds);
         if (getppid() == test)
@@ -28,10 +28,10 @@ public:
     }
     mount_guard(mount_guard const&) = delete;
     ~mount_guard() {
-        kill(child_, SIGKILL);
-        waitpid(child_, nullptr, 0);
+        kill(child, SIGKILL);
+        waitpid(child, nullptr, 0);
     }
 
 private:
-    pid_t child_;
+    pid_t child;
 };
