@@ -117,8 +117,8 @@ TEST_F(rtcp_channel, the_highest_sequence_number_is_that_of_the_current_stream) 
         receive_rtp(seq);
     EXPECT_EQ(highest(), 0x10001u);
     clock.advance(100);
-    receive_rtp(70000 + 500, 0xBBBB0002);
-    EXPECT_EQ(highest() & 0xFFFF, 70500u - 65536);
+    receive_rtp(50000, 0xBBBB0002);
+    EXPECT_EQ(highest(), 50000u) << "of another stream, below the old one";
     start();
     receive_rtp(2);
     receive_rtp(65535);  // below cycle 0
@@ -152,6 +152,7 @@ TEST_F(rtcp_channel, what_is_received) {
         {"length field beyond the end", "81C8 FFFF" + sr + block, "03040506", 1000, ""},
         {"cut within the time", "80C8 0006 AAAA0001 01020304", "03040000", 0, ""},
         {"a walk of zero words", "80C8 0000 80C8 0000 80C8 0006" + sr, "03040506", 0, ""},
+        {"four bytes at the end are not read", "80C8 0006" + sr + "80C8 0000", "03040506", 0, ""},
         {"no version is asked for", "02C8 0006" + sr, "03040506", 0, ""},
     };
     constexpr std::size_t metrics = 52 + 16 + 8, dlrr = metrics + 36 + 12;
