@@ -46,6 +46,17 @@ TEST(jitter_buffer, a_gap_waits_for_as_many_packets_as_the_depth_says) {
         EXPECT_EQ(played(steps), expected) << &steps - &table[0].steps;
 }
 
+TEST(jitter_buffer, the_128th_packet_in_sequence_lowers_the_depth) {
+    for (int const run : {127, 128}) {
+        std::vector<int> steps{10, -1, 12, -1};  // depth 2
+        for (int n = 13; n < 13 + run; n++)
+            steps.insert(steps.end(), {n, -1});
+        int const behind_a_gap = 14 + run;
+        steps.insert(steps.end(), {behind_a_gap, -1});
+        EXPECT_EQ(played(steps).back() == behind_a_gap, run == 128);
+    }
+}
+
 /// The same as a list of rules on standard containers.
 struct buffer_model {
     std::map<std::int32_t, jitter_buffer::packet> held;
