@@ -44,7 +44,7 @@ std::set<std::string> header() {
 }
 
 std::set<std::string> manual() {
-    std::regex const command(R"(### (\d+), .*)"), number(R"((^|, |then |or )(\d+))"),
+    std::regex const command(R"(### (\d+), .*)"), number(R"((^|, |then |or )(\d+) )"),
         bytes("^(4 bytes|30 bytes|text)$"),
         field_row(R"(\| (?:[A-Za-z ]*\| )?(\d+(?: \*)?) \| ([^|]+) \| (?:([1-9]\d*) |[^|]*)\| [^|]+ \|)"),
         report_row(R"(\| (\d+) \| [^|]+ \| ([^|]+) \|)");
