@@ -11,6 +11,7 @@
 #include "dsp/devmgr.h"
 #include "lib/datagram.h"
 #include "lib/log.h"
+#include "lib/sockets.h"
 #include "media/channel.h"
 #include "media/ntp.h"
 
@@ -197,6 +198,8 @@ void on_command(str const& data, ip_port const& source) {
 
 void dispatch_command(int tag, str const& value, ip_port const& source) {
     if (tag != protocol::cmd_session::tag && !from_control_peer(source))
+        return;
+    if (utils::is_own_address(command_fd, source))
         return;
     for (command const& known : commands)
         if (known.tag == tag)

@@ -11,4 +11,8 @@ void on_command(str const& data, ip_port const& source);
 
 /// Carries one command out, if it comes from the control peer or is the session command, which makes its sender
 /// the control peer. Unknown tags are ignored.
+///
+/// A process whose peer is its own control socket receives what it reports: heartbeats are session commands, and other
+/// reports have the tags of commands too. Obeyed, one would cause the next for ever, so whatever comes from there is
+/// dropped without a word.
 void dispatch_command(int tag, str const& value, ip_port const& source);

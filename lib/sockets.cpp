@@ -139,3 +139,14 @@ str utils::local_address_for(str const& destination) {
     close(fd);
     return address;
 }
+
+bool utils::is_own_address(int fd, ip_port const& source) {
+    sockaddr_in bound{};
+    socklen_t length = sizeof bound;
+    if (getsockname(fd, reinterpret_cast<sockaddr*>(&bound), &length) != 0 ||
+        ntohs(bound.sin_port) != source.port)
+        return false;
+    str const address(reinterpret_cast<unsigned char const*>(&bound.sin_addr), sizeof bound.sin_addr);
+    bool const on_all_addresses = bound.sin_addr.s_addr == INADDR_ANY;
+    return source.address == (on_all_addresses ? local_address_for(source.address) : address);
+}

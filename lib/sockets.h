@@ -34,4 +34,7 @@ void close_tcp_socket(int fd);
 /// nothing.
 str local_address_for(str const& destination);
 
+/// Whether what came from `source` was sent through the IPv4 datagram socket fd, that is by this process itself.
+bool is_own_address(int fd, ip_port const& source);
+
 }  // namespace utils

@@ -2,9 +2,12 @@
 
 #include <filesystem>
 
+#include <unistd.h>
+
 #include "lib/datagram.h"
 #include "lib/log.h"
 #include "lib/protocol.h"
+#include "lib/sockets.h"
 #include "media/ntp.h"
 #include "tests/support/media_fixture.h"
 #include "tests/support/stepped_lines.h"
@@ -175,6 +178,28 @@ TEST_F(commands, strangers_are_not_obeyed_until_they_start_a_session) {
     command("0004 0000");
     EXPECT_EQ(stranger.received(command_fd).size(), 1u) << "the old peer is discarded, the new one told";
     EXPECT_EQ(peer.transcript(), lines{});
+    control_adr = peer.address();
+}
+
+TEST_F(commands, what_comes_from_the_own_socket_is_dropped) {
+    for (auto const open_socket :
+         {utils::open_loopback_socket, +[](int port) { return utils::open_udp_socket(port, false); }}) {
+        int const usual = std::exchange(command_fd, open_socket(0));
+        ip_port const own(str(127, 0, 0, 1), bound_port(command_fd)), neighbour(str(127, 0, 0, 2), own.port);
+        control_adr = own;
+        send_command(to_str(from_hex("0013 0000 0007 0006 0001 0002 0001")));
+        int received = 0;
+        ip_port source;
+        for (str data; received < 5 && !(data = utils::recv_udp_packet4(command_fd, source)).empty();
+             received++)
+            on_command(data, source);
+        EXPECT_EQ(received, 1) << "it causes nothing that comes back again";
+        EXPECT_EQ(log_level, 9);
+        EXPECT_TRUE(source == own && control_adr == own);
+        on_command(to_str(from_hex("0013 0000")), neighbour);
+        EXPECT_TRUE(control_adr == neighbour) << "the same port of another address";
+        close(std::exchange(command_fd, usual));
+    }
     control_adr = peer.address();
 }
 
