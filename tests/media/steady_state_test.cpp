@@ -1,7 +1,6 @@
 #include <filesystem>
 
 #include "dsp/devmgr.h"
-#include "lib/callback_argument.h"
 #include "lib/timeout.h"
 #include "tests/support/manual_clock.h"
 #include "tests/support/media_fixture.h"

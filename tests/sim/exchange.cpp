@@ -3,7 +3,6 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "lib/callback_argument.h"
 #include "lib/timeout.h"
 #include "lib/tlv.h"
 
