@@ -7,7 +7,7 @@
 #include "tools/protocol/description.h"
 #include "tools/protocol/tlv.h"
 #include "tools/rtcp/call_quality.h"
-#include "tools/rtcp/parse.h"
+#include "tools/rtcp/packet.h"
 #include "tools/rtcp/show.h"
 
 namespace {

@@ -9,11 +9,11 @@
 #include <list>
 #include <set>
 
+#include "lib/protocol.h"
 #include "tests/soak/far_end.h"
 #include "tests/soak/report_audit.h"
 #include "tests/support/signals.h"
 #include "tools/protocol/codecs.h"
-#include "tools/protocol/tags.h"
 
 using namespace std::chrono_literals;
 
@@ -24,7 +24,7 @@ constexpr std::uint8_t event_payload_type = 101;
 constexpr int pauses = 6;                  // moments without calls, at which all must be as in the beginning
 constexpr double judged_from_minutes = 5;  // a shorter run says nothing about memory and lateness
 constexpr long most_growth_kb = 256;       // after the first pause: rare sizes still find their first block
-constexpr long most_descriptors = protocol::channel_count * 6 + protocol::line_count;
+constexpr long most_descriptors = protocol::call_count * 6 + protocol::slot_count;
 
 constexpr network networks[] = {{0, 0, 0}, {0, 0, 0}, {0, 0, 60}, {5, 2, 40}, {30, 10, 120}, {100, 0, 0}};
 constexpr char const* xr_modes[] = {
@@ -36,7 +36,7 @@ constexpr char const* xr_modes[] = {
 class calls {
 public:
     calls(protocol::control_client& process, dice& random) : client(process), decide(random) {
-        for (std::uint16_t channel = 0; channel < protocol::channel_count; channel++)
+        for (std::uint16_t channel = 0; channel < protocol::call_count; channel++)
             free_channels.insert(channel);
     }
     /// Ends what is over and, now and then, begins a call or changes something.
@@ -123,9 +123,9 @@ private:
     /// On a line that has room for one more.
     bool open_leg(call& c) {
         std::uint16_t const channel = *std::next(free_channels.begin(), below(int(free_channels.size())));
-        std::uint16_t line = below(protocol::line_count);
+        std::uint16_t line = below(protocol::slot_count);
         while (on_line[line] == 2)
-            line = static_cast<std::uint16_t>((line + 1) % protocol::line_count);
+            line = static_cast<std::uint16_t>((line + 1) % protocol::slot_count);
         send(protocol::open_command{.call = channel, .call_id = decide.chance(80) ? "soak" : ""});
         auto const reply = client.wait_for<protocol::open_reply>(
             patience, [&](protocol::open_reply const& r) { return r.call == channel; });
@@ -166,9 +166,9 @@ private:
     void set_media(call& c) {
         constexpr std::uint16_t packet_times_ms[] = {10, 20, 20, 30, 60};
         protocol::media_command media = c.keys;
-        for (protocol::codec_info const& codec : protocol::codecs())
-            if (codec.number != protocol::telephone_event_codec)
-                media.map.push_back({codec.number, codec.payload_type});
+        for (protocol::codec_format const& codec : protocol::codec_formats)
+            if (codec.number != protocol::codec_number::telephone_event)
+                media.map.push_back(protocol::usual_choice(codec));
         media.send = media.map[below(static_cast<int>(media.map.size()))];
         media.ptime_ms = packet_times_ms[below(std::size(packet_times_ms))];
         for (leg const& l : c.legs) {
@@ -216,7 +216,7 @@ private:
     dice& decide;
     std::list<call> running;
     std::set<std::uint16_t> free_channels;
-    int on_line[protocol::line_count] = {};
+    int on_line[protocol::slot_count] = {};
 };
 
 struct options {
@@ -239,7 +239,7 @@ public:
             take_priority(0);  // the telephones keep theirs
         int const room = 8 << 20;
         setsockopt(client.fd(), SOL_SOCKET, SO_RCVBUFFORCE, &room, sizeof room);
-        for (unsigned line = 0; line < protocol::line_count; line++)
+        for (unsigned line = 0; line < protocol::slot_count; line++)
             lines.bank().line(line).tap_heard({});
         if (!client.start_session(patience))
             throw std::runtime_error("the process does not answer: " + process.error_output());
@@ -278,7 +278,7 @@ public:
 private:
     static std::vector<fxsline::speech> speakers(unsigned seed) {
         std::vector<fxsline::speech> all;
-        for (unsigned i = 0; i < protocol::line_count; i++)
+        for (unsigned i = 0; i < protocol::slot_count; i++)
             all.push_back(
                 fxsline::speech::recording(signals::speech_like(80000, 12000, seed + i), true, "voice"));
         return all;
@@ -307,7 +307,7 @@ private:
     std::uint64_t total(std::uint64_t fxsline::line_counters::*counter) {
         return lines.mount().locked([&] {
             std::uint64_t sum = 0;
-            for (unsigned i = 0; i < protocol::line_count; i++)
+            for (unsigned i = 0; i < protocol::slot_count; i++)
                 sum += lines.bank().line(i).counters().*counter;
             return sum;
         });

@@ -1,4 +1,3 @@
-// A program run by a test: what it writes and how it ends. Killed with its owner.
 #pragma once
 
 #include <fcntl.h>
@@ -14,9 +13,10 @@
 #include <utility>
 #include <vector>
 
+/// A program run by a test: what it writes and how it ends. Killed with its owner.
 class child {
 public:
-    // args[0] is the path. `environment` holds "NAME=value" entries and is all the program gets.
+    /// args[0] is the path. `environment` holds "NAME=value" entries and is all the program gets.
     explicit child(std::vector<std::string> args, std::vector<std::string> environment = {}) {
         std::vector<char*> const argv = c_strings(args), envp = c_strings(environment);
         int ends[2][2];
@@ -40,12 +40,12 @@ public:
             end(SIGKILL);
     }
 
-    // Reads until `text` stands in what was written to either stream. false after 60 s or at the end of both.
+    /// Reads until `text` stands in what was written to either stream. false after 60 s or at the end of both.
     bool wait_for_text(std::string const& text) {
         return read_until([&] { return (out + "\n" + err).find(text) != std::string::npos; });
     }
 
-    // Takes the next line, with its end, from what was written to standard output; empty at the end.
+    /// Takes the next line, with its end, from what was written to standard output; empty at the end.
     std::string line() {
         read_until([this] { return out.find('\n') != std::string::npos; });
         std::string rest = out.substr(std::min(out.size(), out.find('\n') + 1));
@@ -53,7 +53,7 @@ public:
         return std::exchange(out, rest);
     }
 
-    // Reads to the end and returns the exit code, or the signal that ended it, negated (SIGKILL after 60 s).
+    /// Reads to the end and returns the exit code, or the signal that ended it, negated (SIGKILL after 60 s).
     int wait() {
         if (!read_until([this] { return std::max(streams[0].fd, streams[1].fd) < 0; }))
             ::kill(pid, SIGKILL);

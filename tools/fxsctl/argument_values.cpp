@@ -4,8 +4,8 @@
 #include <fstream>
 #include <iterator>
 
-#include "tools/fxsctl/failure.h"
-#include "tools/protocol/tags.h"
+#include "lib/protocol.h"
+#include "tools/fxsctl/settings.h"
 
 namespace fxsctl {
 namespace {
@@ -24,11 +24,11 @@ std::string file_text(std::string const& option, std::string const& path) {
 }  // namespace
 
 CLI::Range call_index() {
-    return {0, protocol::channel_count - 1};
+    return {0, protocol::call_count - 1};
 }
 
 CLI::Range line_index() {
-    return {0, protocol::line_count - 1};
+    return {0, protocol::slot_count - 1};
 }
 
 CLI::Range short_number() {
@@ -81,11 +81,11 @@ protocol::bytes secret_value(std::string const& option, std::string const& text,
     return *value;
 }
 
-protocol::codec_info const& codec_value(std::string const& option, std::string const& text) {
-    protocol::codec_info const* codec = protocol::find_codec(text);
+protocol::codec_format const& codec_value(std::string const& option, std::string const& text) {
+    protocol::codec_format const* codec = protocol::find_codec(text);
     if (codec == nullptr) {
         std::string names;
-        for (protocol::codec_info const& known : protocol::codecs())
+        for (protocol::codec_format const& known : protocol::codec_formats)
             names += (names.empty() ? "" : ", ") + std::string(known.name);
         reject(option, text, "a codec: " + names + ", or a number 0 to 7");
     }
@@ -101,7 +101,7 @@ protocol::codec_choice map_entry_value(std::string const& option, std::string co
     bool const is_number = error == std::errc() && end == number.data() + number.size();
     if (equals == std::string::npos || !is_number || entry.payload_type > 127)
         reject(option, text, "PT=CODEC with a payload type of 0 to 127, e.g. 8=pcma");
-    entry.codec = codec_value(option, text.substr(equals + 1)).number;
+    entry.codec = static_cast<std::uint8_t>(codec_value(option, text.substr(equals + 1)).number);
     return entry;
 }
 

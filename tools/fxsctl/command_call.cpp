@@ -1,17 +1,15 @@
+#include "lib/protocol.h"
 #include "tools/fxsctl/argument_values.h"
-#include "tools/fxsctl/codec_options.h"
-#include "tools/fxsctl/open_request.h"
+#include "tools/fxsctl/connection.h"
+#include "tools/fxsctl/media_options.h"
 #include "tools/fxsctl/output.h"
-#include "tools/fxsctl/srtp_options.h"
 #include "tools/fxsctl/subcommands.h"
-#include "tools/fxsctl/xr_modes.h"
-#include "tools/protocol/tags.h"
 
 namespace fxsctl {
 namespace {
 
 struct call_options {
-    std::vector<std::uint16_t> calls;  // one with --to, two without
+    std::vector<std::uint16_t> calls;  ///< one with --to, two without
     std::vector<std::uint16_t> lines;
     std::string to;
     std::string rtcp;
@@ -43,13 +41,13 @@ void check_calls(call_options const& options) {
     }
 }
 
-// By default a call goes on the line of its own number.
+/// By default a call goes on the line of its own number.
 std::vector<std::uint16_t> lines_for(call_options const& options) {
     if (!options.lines.empty() && options.lines.size() != options.calls.size())
         throw failure(exit_code::usage, "give as many lines as calls");
     std::vector<std::uint16_t> const lines = options.lines.empty() ? options.calls : options.lines;
     for (std::uint16_t const line : lines) {
-        if (line >= protocol::line_count) {
+        if (line >= protocol::slot_count) {
             throw failure(exit_code::usage,
                           "there is no line " + std::to_string(line) + "; choose with --line");
         }
@@ -62,7 +60,7 @@ protocol::open_command open_from(call_options const& options, std::uint16_t call
     return {call, options.port_min, options.port_max, std::nullopt, id};
 }
 
-// The keys of the first call; the second one has them crossed. Nothing else of the command is filled.
+/// The keys of the first call; the second one has them crossed. Nothing else of the command is filled.
 protocol::media_command keys_from(call_options const& options) {
     protocol::media_command keys;
     apply(options.srtp, keys);
@@ -137,7 +135,7 @@ void connect_two(call_options const& options, std::vector<std::uint16_t> const& 
     }
 }
 
-// Finds wrong options before anything is opened.
+/// Finds wrong options before anything is opened.
 void check_values(call_options const& options) {
     protocol::bytes const via = ip_value("--via", options.via);
     protocol::address const to =
@@ -154,7 +152,7 @@ void run_call(call_options options, settings const& global) {
     try {
         (options.to.empty() ? connect_two : call_outside)(options, lines, link);
     } catch (failure const&) {
-        end_calls(link, options.calls);  // half a call helps nobody
+        end_calls(link, options.calls);  // no half call stays behind
         throw;
     }
 }

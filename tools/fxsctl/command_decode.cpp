@@ -1,7 +1,6 @@
 #include "tools/fxsctl/argument_values.h"
-#include "tools/fxsctl/failure.h"
 #include "tools/fxsctl/output.h"
-#include "tools/fxsctl/print_rtcp.h"
+#include "tools/fxsctl/settings.h"
 #include "tools/fxsctl/subcommands.h"
 
 namespace fxsctl {
@@ -12,7 +11,7 @@ struct decode_options {
     bool command = false;
 };
 
-// Both return whether everything was understood.
+/// Both return whether everything was understood.
 bool decode_commands(protocol::byte_view datagram, settings const& global) {
     bool sound = true;
     for (protocol::description const& message : protocol::describe_commands(datagram)) {

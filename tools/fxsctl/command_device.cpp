@@ -6,7 +6,7 @@
 namespace fxsctl {
 namespace {
 
-constexpr std::uint16_t reported_driver_command = 3;  // the only one whose result is reported
+constexpr std::uint16_t reported_driver_command = 3;  ///< the only one whose result is reported
 
 void run_reset_base(protocol::reset_base_command const& command, settings const& global) {
     connection link(global);

@@ -1,9 +1,7 @@
 #include "tools/fxsctl/argument_values.h"
-#include "tools/fxsctl/codec_options.h"
 #include "tools/fxsctl/connection.h"
-#include "tools/fxsctl/srtp_options.h"
+#include "tools/fxsctl/media_options.h"
 #include "tools/fxsctl/subcommands.h"
-#include "tools/fxsctl/xr_modes.h"
 
 namespace fxsctl {
 namespace {

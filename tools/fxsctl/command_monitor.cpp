@@ -5,12 +5,12 @@
 #include <cstring>
 #include <iostream>
 
+#include "lib/protocol.h"
 #include "tools/fxsctl/argument_values.h"
 #include "tools/fxsctl/connection.h"
 #include "tools/fxsctl/hub.h"
-#include "tools/fxsctl/print_rtcp.h"
-#include "tools/fxsctl/quality.h"
-#include "tools/fxsctl/srtp_options.h"
+#include "tools/fxsctl/media_options.h"
+#include "tools/fxsctl/output.h"
 #include "tools/fxsctl/subcommands.h"
 
 namespace fxsctl {
@@ -18,27 +18,30 @@ namespace {
 
 using clock = std::chrono::steady_clock;
 
-constexpr std::chrono::seconds silence_limit{3};        // three heartbeats missed
-constexpr std::chrono::milliseconds longest_wait{250};  // how late the end of a duration is noticed at most
-constexpr std::uint16_t usual_call_control_port =
-    1299;  // where the process reports when nothing else is said
+constexpr std::chrono::seconds silence_limit{3};        ///< three heartbeats missed
+constexpr std::chrono::milliseconds longest_wait{250};  ///< how late the end of a duration is noticed at most
 
 struct monitor_options {
-    double duration_s = 0;    // 0: no limit
-    std::uint64_t count = 0;  // 0: no limit
+    double duration_s = 0;    ///< 0: no limit
+    std::uint64_t count = 0;  ///< 0: no limit
     std::vector<std::string> filter;
     std::optional<std::uint16_t> log_level;
     std::uint16_t relay_port = 0;
-    std::uint16_t relay_peer_port = usual_call_control_port;
+    std::uint16_t relay_peer_port = protocol::default_peer_port;
     srtp_options srtp;
     bool show_keys = false;
     bool summary = false;
     bool quiet = false;
 };
 
+std::int64_t milliseconds_since_1970() {
+    auto const now = std::chrono::system_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
+}
+
 volatile std::sig_atomic_t end_asked_for = 0;
 
-// With a summary to print, the first Ctrl-C or SIGTERM ends the watching only; the second one ends the program.
+/// With a summary to print, the first Ctrl-C or SIGTERM only ends the watching; the second one ends the program.
 void end_with_a_summary() {
     struct sigaction action {};
     action.sa_handler = [](int) { end_asked_for = 1; };
@@ -86,7 +89,7 @@ private:
                 throw failure(exit_code::no_answer, "the monitor that this one went through has ended");
             watch(link);
         }
-        pass_on(middle, std::chrono::milliseconds(0));  // what was there before the end
+        pass_on(middle, std::chrono::milliseconds(0));  // what had arrived before the end
     }
 
     void pass_on(hub& middle, std::chrono::milliseconds longest) {
@@ -94,7 +97,7 @@ private:
             show(one);
     }
 
-    // A monitor that goes through another one is an observer only; the first one is the middle for everybody.
+    /// A monitor that runs through another one only observes; the first one serves all other runs.
     void open_hub(connection const& link, hub& middle) {
         if (options.relay_port != 0 &&
             (link.through_monitor() || !middle.relay(options.relay_port, options.relay_peer_port))) {
@@ -142,7 +145,7 @@ private:
             return;
         }
         rtcp_reading const reading = reader.read(*copy);
-        quality.add(observation(*copy, reading, now_ms()));
+        quality.add(observation(*copy, reading, milliseconds_since_1970()));
         if (may_print(origin::report, "rtcp"))
             print_rtcp(chosen, *copy, reading, true);
     }
@@ -152,7 +155,7 @@ private:
             print(chosen, from, message, true);
     }
 
-    // Whether a message of this name is to be printed; then it counts.
+    /// Whether to print a message of this name. One that is printed is counted.
     bool may_print(origin from, std::string const& message) {
         bool const is_command = from == origin::command && !is_small_talk(message);
         std::string const name = is_command ? "command" : message;
@@ -167,12 +170,12 @@ private:
         return options.show_keys ? protocol::keys::shown : protocol::keys::hidden;
     }
 
-    // Heartbeats and the session commands that confirm other commands; --filter shows them.
+    /// Heartbeats, and the session commands that confirm other commands; shown only with --filter.
     static bool is_small_talk(std::string const& name) { return name == "heartbeat" || name == "session"; }
 
     bool counted_out() const { return options.count != 0 && shown >= options.count; }
 
-    // The process has no memory: after a restart it reports to its default peer until somebody takes the session.
+    /// A restarted process reports to its default peer until call control takes the session again.
     void watch(connection& link) {
         clock::time_point const now = clock::now();
         bool const silent = now - last_sign_of_life > silence_limit;

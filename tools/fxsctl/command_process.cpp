@@ -13,7 +13,7 @@ void run_session(settings const& global) {
     auto const took = std::chrono::steady_clock::now() - start;
     print(global, origin::result,
           {"session",
-           {{"process", global.host + ":" + std::to_string(global.port)},
+           {{"process", global.process_address()},
             {"answered_us", std::chrono::duration_cast<std::chrono::microseconds>(took).count()},
             {"through_monitor", link.through_monitor()}}});
 }

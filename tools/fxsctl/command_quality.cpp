@@ -3,9 +3,9 @@
 #include <iostream>
 #include <nlohmann/json.hpp>
 
-#include "tools/fxsctl/failure.h"
-#include "tools/fxsctl/quality.h"
-#include "tools/fxsctl/srtp_options.h"
+#include "tools/fxsctl/media_options.h"
+#include "tools/fxsctl/output.h"
+#include "tools/fxsctl/settings.h"
 #include "tools/fxsctl/subcommands.h"
 
 namespace fxsctl {
@@ -18,7 +18,7 @@ struct quality_options {
     srtp_options srtp;
 };
 
-// "2024-05-01T12:00:00.123Z" as milliseconds since 1970; 0 for anything else.
+/// "2024-05-01T12:00:00.123Z" as milliseconds since 1970; 0 for anything else.
 std::int64_t time_of(std::string const& text) {
     std::tm utc{};
     char const* rest = strptime(text.c_str(), "%Y-%m-%dT%H:%M:%S", &utc);
@@ -40,7 +40,7 @@ class line_reader {
 public:
     explicit line_reader(rtcp_reader const& with) : reader(with) {}
 
-    // false: the line is not one of a monitor.
+    /// false: the line is not one of a monitor.
     bool take(std::string const& text) {
         try {
             json const line = json::parse(text);

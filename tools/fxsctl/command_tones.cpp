@@ -1,11 +1,64 @@
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
 #include "tools/fxsctl/argument_values.h"
 #include "tools/fxsctl/connection.h"
 #include "tools/fxsctl/output.h"
 #include "tools/fxsctl/subcommands.h"
-#include "tools/fxsctl/tones.h"
 
 namespace fxsctl {
 namespace {
+
+/// A tone table of the process: the country whose national tones (ITU-T E.180 supplement 2) it has, or nothing, and what
+/// distinguishes it: frequencies in Hz, on and off times in s.
+struct tone_set {
+    std::uint8_t number;  ///< 1 to 16
+    std::string_view name;
+    std::string_view ring_back;
+    std::string_view dial;
+};
+
+struct tone_kind {
+    std::uint8_t number;  ///< 1 to 4
+    std::string_view name;
+    std::string_view meaning;
+};
+
+constexpr tone_set tone_sets[] = {
+    {1, "us", "440+480 2/4", "350+440"},
+    {2, "uk", "400+450 0.4/0.2/0.4/2", "350+450"},
+    {3, "de", "425 1/4", "425"},
+    {4, "at", "420+450 1/5", "425"},
+    {5, "nl", "425+450 1/4", "150+450"},
+    {6, "se", "425 1/5", "425"},
+    {7, "", "425 1/4, busy 0.5/0.5, congestion 0.25/0.25", "425"},
+    {8, "", "425 1/4, busy 0.25/0.25", "425"},
+    {9, "jp", "400 1/2", "400"},
+    {10, "", "425+500 1/4", "425"},
+    {11, "it", "425 1/4", "425 0.6/1/0.2/0.2"},
+    {12, "fr", "440 1.5/3.5", "440"},
+    {13, "", "400 0.4/0.2/0.4/2", "400+425"},
+    {14, "", "400+440 1/3", "400"},
+    {15, "es", "425 1.5/3", "425"},
+    {16, "", "400 0.4/0.2/0.4/2", "425"},
+};
+
+constexpr tone_kind tone_kinds[] = {
+    {1, "ringback", "the other side is rung"},
+    {2, "busy", "the other side is busy"},
+    {3, "congestion", "no way through (reorder)"},
+    {4, "dial", "dial now"},
+};
+
+/// By name or number; nullopt when there is none.
+template <class Table>
+std::optional<std::uint8_t> find(Table const& table, std::string_view text) {
+    for (auto const& entry : table)
+        if ((!text.empty() && entry.name == text) || std::to_string(entry.number) == text)
+            return entry.number;
+    return std::nullopt;
+}
 
 struct play_options {
     std::uint16_t call = 0;
@@ -19,8 +72,8 @@ protocol::playback_command playback_from(play_options const& options) {
             throw failure(exit_code::usage, "play stop takes no kind of tone");
         return {options.call, 0, 0};
     }
-    auto const set = find_tone_set(options.set);
-    auto const kind = find_tone_kind(options.kind);
+    auto const set = find(tone_sets, options.set);
+    auto const kind = find(tone_kinds, options.kind);
     if (!set) {
         throw failure(exit_code::usage, "tone set: \"" + options.set +
                                             "\" is neither 1 to 16 nor a name; `fxsctl tones` lists them");
@@ -33,7 +86,7 @@ protocol::playback_command playback_from(play_options const& options) {
 }
 
 void list_tones(settings const& global) {
-    for (tone_set const& set : tone_sets()) {
+    for (tone_set const& set : tone_sets) {
         print(global, origin::result,
               {"tone-set",
                {{"set", std::int64_t{set.number}},
@@ -41,7 +94,7 @@ void list_tones(settings const& global) {
                 {"ringback", std::string(set.ring_back)},
                 {"dial", std::string(set.dial)}}});
     }
-    for (tone_kind const& kind : tone_kinds()) {
+    for (tone_kind const& kind : tone_kinds) {
         print(global, origin::result,
               {"tone-kind",
                {{"kind", std::int64_t{kind.number}},

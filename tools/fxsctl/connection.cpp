@@ -12,7 +12,7 @@ namespace {
 using clock = std::chrono::steady_clock;
 
 constexpr int loudest_trouble_level =
-    4;  // log levels up to this one are failures, 5 and more are life as usual
+    4;  ///< log levels up to this one are failures, 5 and more are life as usual
 
 }  // namespace
 
@@ -99,7 +99,7 @@ void connection::remark(protocol::report const& message) const {
 }
 
 void connection::fail_without_answer() const {
-    std::string const where = chosen.host + ":" + std::to_string(chosen.port);
+    std::string const where = chosen.process_address();
     if (process.closed())
         throw failure(exit_code::no_answer, "the monitor that this command went through has ended");
     if (process.refused()) {
@@ -109,6 +109,17 @@ void connection::fail_without_answer() const {
     }
     throw failure(exit_code::no_answer,
                   "no answer from " + where + " within " + std::to_string(chosen.timeout_ms) + " ms");
+}
+
+protocol::open_reply open_call(connection& link, protocol::open_command const& command) {
+    std::uint16_t const call = command.call.value_or(0);
+    std::string const name = "call " + std::to_string(call);
+    auto const reply = link.request<protocol::open_reply>(
+        protocol::encode(command), "the process did not answer the opening of " + name,
+        [call](protocol::open_reply const& candidate) { return candidate.call == call; });
+    if (reply.rtp_port == 0)
+        throw failure(exit_code::refused, name + ": the process found no free pair of ports in the range");
+    return reply;
 }
 
 }  // namespace fxsctl

@@ -1,29 +1,28 @@
-// One run's way to the process: through a running monitor when there is one, otherwise by taking over the session.
-//
-// The protocol acknowledges few commands. So each command travels with a session command behind it in the same
-// datagram; the empty answer to that one shows that the command was reached and handled.
 #pragma once
 
 #include <functional>
 #include <string>
 #include <vector>
 
-#include "tools/fxsctl/failure.h"
 #include "tools/fxsctl/settings.h"
 #include "tools/protocol/control_client.h"
 
 namespace fxsctl {
 
+/// One run's connection to the process: through a running monitor when there is one, otherwise by taking the session.
+///
+/// The protocol acknowledges few commands. A session command therefore follows each one in the same datagram; its empty
+/// answer shows that the process has handled what stood before it.
 class connection {
 public:
-    // Throws `failure`: usage without a port, local when a socket cannot be had, no_answer when nobody answers.
+    /// Throws `failure`: usage without a port, local when a socket cannot be had, no_answer when no answer comes.
     explicit connection(settings const& global);
 
-    // Sends the commands (whole ones, back to back) and waits until they were handled. Throws no_answer.
+    /// Sends the commands (whole ones, back to back) and waits until they were handled. Throws no_answer.
     void run(protocol::bytes commands);
 
-    // Sends the commands and waits for the report of type T that `wanted` accepts. Throws no_answer when nothing comes,
-    // refused with `what` when the process answers but sends no such report.
+    /// Sends the commands and waits for the report of type T that `wanted` accepts. Throws no_answer when nothing
+    /// comes, refused with `what` when the process answers but sends no such report.
     template <class T>
     T request(protocol::bytes commands, std::string const& what, std::function<bool(T const&)> const& wanted);
 
@@ -36,14 +35,14 @@ private:
 
     void open_direct();
     void send(protocol::bytes commands);
-    void remark(protocol::report const& message) const;  // tells the user what came besides the answer
+    void remark(protocol::report const& message) const;  ///< prints what came besides the answer
     [[noreturn]] void fail_without_answer() const;
 
-    // Waits for the empty answer. A heartbeat looks the same; one that comes in just this moment is taken for it.
+    /// Waits for the empty answer. A heartbeat looks the same; one that comes in just this moment is taken for it.
     void wait_until_handled();
 
-    // Takes reports until `wanted` holds for one. A heartbeat shortens the wait: it may be the answer to the session
-    // command behind ours, then ours is already handled and its own answer must be close.
+    /// Takes reports until `wanted` holds for one. A heartbeat shortens the wait: it may be the answer to the session
+    /// command behind ours, and then the answer to ours must follow at once. `alive`: a heartbeat came.
     bool wait_for(std::function<bool(protocol::report const&)> const& wanted, bool& alive);
 
     settings chosen;
@@ -69,8 +68,11 @@ T connection::request(protocol::bytes commands, std::string const& what,
         throw failure(exit_code::refused, what);
     if (!found)
         fail_without_answer();
-    wait_until_handled();  // takes the answer to our session command too, so that it confirms nothing later
+    wait_until_handled();  // so that this answer confirms no later command
     return answer;
 }
+
+/// Opens command.call (which must be set). Throws refused when the process could bind no ports.
+protocol::open_reply open_call(connection& link, protocol::open_command const& command);
 
 }  // namespace fxsctl

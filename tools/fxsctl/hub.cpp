@@ -60,9 +60,9 @@ void hub::accept_clients() {
 
 void hub::take_from_process(std::vector<datagram>& passed) {
     while (std::optional<protocol::bytes> data = process.receive_datagram(std::chrono::milliseconds(0))) {
-        accept_clients();  // whoever was connected when the report left must not miss it
+        accept_clients();  // clients that connected before the report left get it, too
         for (int const fd : client_fds) {
-            // A client that does not read loses reports; the others must not wait for it.
+            // A client that does not read loses reports; the others don't wait for it.
             send(fd, data->data(), data->size(), MSG_DONTWAIT | MSG_NOSIGNAL);
         }
         if (relay_fd >= 0) {

@@ -19,7 +19,7 @@ struct endpoint {
 };
 
 endpoint hub_name(settings const& global) {
-    std::string const name = "fxsctl/" + global.host + ":" + std::to_string(global.port);
+    std::string const name = "fxsctl/" + global.process_address();
     endpoint result;
     result.address.sun_family = AF_UNIX;  // sun_path[0] stays 0: the abstract namespace, unix(7)
     std::size_t const length = std::min(name.size(), sizeof result.address.sun_path - 1);
@@ -28,7 +28,7 @@ endpoint hub_name(settings const& global) {
     return result;
 }
 
-// Keeps errno over the close.
+/// Keeps errno over the close.
 int give_up(int fd) {
     int const reason = errno;
     if (fd >= 0)

@@ -2,7 +2,7 @@
 
 #include <iostream>
 
-#include "tools/fxsctl/failure.h"
+#include "tools/fxsctl/settings.h"
 #include "tools/fxsctl/subcommands.h"
 
 namespace {
@@ -41,8 +41,7 @@ int main(int argc, char** argv) {
     CLI::App app{"Commands the fxsmedia media process.", "fxsctl"};
     fxsctl::program program;
     app.footer(footer);
-    app.require_subcommand(
-        0, 1);  // that there is one is checked below: an unknown word then gets its own message
+    app.require_subcommand(0, 1);  // checked below, so that an unknown word gets its own message
     add_shared_options(app, program.global);
     for (auto const add : {fxsctl::add_session, fxsctl::add_monitor, fxsctl::add_call, fxsctl::add_open,
                            fxsctl::add_media, fxsctl::add_line, fxsctl::add_tones, fxsctl::add_process,

@@ -1,16 +1,17 @@
 #include "tools/fxsctl/rtcp_reader.h"
 
-#include "tools/protocol/tags.h"
+#include "lib/protocol.h"
+#include "lib/wire.h"
 #include "tools/protocol/tlv.h"
-#include "tools/rtcp/parse.h"
+#include "tools/rtcp/packet.h"
 
 namespace fxsctl {
 namespace {
 
 using protocol::bytes;
-namespace field = protocol::field;
+namespace field = protocol::cmd_media;
 
-bytes const* find(protocol::tlv_list const& fields, std::uint16_t tag) {
+bytes const* find(protocol::tlv_list const& fields, int tag) {
     bytes const* found = nullptr;
     for (protocol::tlv const& one : fields.elements)
         found = one.tag == tag ? &one.value : found;
@@ -21,20 +22,25 @@ std::optional<std::uint16_t> call_of(protocol::tlv_list const& fields) {
     bytes const* value = find(fields, field::call);
     if (value == nullptr || value->size() != 2)
         return std::nullopt;
-    return static_cast<std::uint16_t>((*value)[0] << 8 | (*value)[1]);
+    return wire::get16(value->data());
 }
 
-// Both directions' keys: a peer may be another call of the same process, which has them crossed.
+/// Both directions' keys: a peer may be another call of the same process, which has them crossed.
 std::vector<rtcp_view::srtcp_key> keys_of(protocol::tlv_list const& fields) {
     bytes const* mki = find(fields, field::srtp_mki);
     std::vector<rtcp_view::srtcp_key> found;
-    for (std::uint16_t const tag : {field::srtp_rx_key, field::srtp_tx_key})
+    for (int const tag : {int{field::srtp_rx_key}, int{field::srtp_tx_key}})
         if (bytes const* key = find(fields, tag))
             found.push_back({*key, mki != nullptr ? *mki : bytes()});
     return found;
 }
 
 }  // namespace
+
+rtcp_view::rtcp_observation observation(protocol::rtcp_copy const& copy, rtcp_reading const& reading,
+                                        std::int64_t time_ms) {
+    return {copy.call, copy.call_id, copy.received, reading.readable(), time_ms, reading.packets};
+}
 
 void rtcp_reader::use(protocol::media_command const& keys) {
     for (std::optional<bytes> const& key : {keys.srtp_rx_key, keys.srtp_tx_key})
@@ -47,7 +53,7 @@ void rtcp_reader::learn(protocol::byte_view commands) {
         protocol::tlv_list const fields = protocol::split_tlvs(command.value);
         std::optional<std::uint16_t> const call = call_of(fields);
         key_list found = keys_of(fields);
-        if (call && command.tag == protocol::command_tag::media && !found.empty())
+        if (call && command.tag == field::tag && !found.empty())
             by_call[*call] = std::move(found);
     }
 }

@@ -11,8 +11,8 @@ namespace {
 
 constexpr int samples_per_ms = 8;
 constexpr double full_scale = 32768;
-constexpr std::size_t longest_excerpt = 3 * 8000;  // samples correlated at every delay
-constexpr int audible = 200;                       // a sample above it belongs to the speech
+constexpr std::size_t longest_excerpt = 3 * 8000;  ///< samples correlated at every delay
+constexpr int audible = 200;                       ///< a sample above it belongs to the speech
 
 double energy(std::span<std::int16_t const> wave) {
     double sum = 0;

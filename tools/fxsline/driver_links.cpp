@@ -4,7 +4,7 @@
 #include <cerrno>
 #include <utility>
 
-#include "tools/protocol/hex.h"
+#include "tools/protocol/bytes.h"
 
 namespace fxsline {
 

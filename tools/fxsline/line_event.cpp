@@ -3,7 +3,7 @@
 #include <cstdio>
 #include <nlohmann/json.hpp>
 
-#include "tools/protocol/quoted.h"
+#include "tools/protocol/bytes.h"
 
 namespace fxsline {
 

@@ -5,7 +5,7 @@
 #include <optional>
 #include <utility>
 
-#include "tools/protocol/hex.h"
+#include "tools/protocol/bytes.h"
 
 namespace fxsline {
 

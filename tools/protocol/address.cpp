@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <charconv>
 
+#include "lib/wire.h"
+
 namespace protocol {
 
 std::optional<bytes> parse_ip(std::string_view text) {
@@ -49,8 +51,7 @@ std::string to_text(address const& endpoint) {
 
 bytes encode_address(address const& endpoint) {
     bytes value(2 + endpoint.ip.size());
-    value[0] = static_cast<std::uint8_t>(endpoint.port >> 8);
-    value[1] = static_cast<std::uint8_t>(endpoint.port & 0xFF);
+    wire::put16(value.data(), endpoint.port);
     std::copy(endpoint.ip.begin(), endpoint.ip.end(), value.begin() + 2);
     return value;
 }
@@ -59,7 +60,7 @@ std::optional<address> decode_address(byte_view value) {
     if (value.size() != 6 && value.size() != 18)
         return std::nullopt;
     address endpoint;
-    endpoint.port = static_cast<std::uint16_t>(value[0] << 8 | value[1]);
+    endpoint.port = wire::get16(value.data());
     endpoint.ip.assign(value.begin() + 2, value.end());
     return endpoint;
 }

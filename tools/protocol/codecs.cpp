@@ -1,34 +1,21 @@
 #include "tools/protocol/codecs.h"
 
-#include <array>
 #include <string>
 
 namespace protocol {
 namespace {
 
-constexpr std::array<codec_info, 8> table{{{0, "linear", 96},
-                                           {1, "pcmu", 0},
-                                           {2, "pcma", 8},
-                                           {3, "g729", 18},
-                                           {4, "gsm", 3},
-                                           {5, "g722", 9},
-                                           {6, "g726", 102},
-                                           {7, "telephone-event", 101}}};
-
 struct other_name {
     std::string_view alias;
-    std::string_view name;
+    int number;
 };
 
-constexpr std::array<other_name, 9> aliases{{{"l16", "linear"},
-                                             {"g711u", "pcmu"},
-                                             {"ulaw", "pcmu"},
-                                             {"g711a", "pcma"},
-                                             {"alaw", "pcma"},
-                                             {"g729a", "g729"},
-                                             {"g726-32", "g726"},
-                                             {"event", "telephone-event"},
-                                             {"dtmf", "telephone-event"}}};
+constexpr other_name aliases[] = {
+    {"l16", codec_number::linear},          {"g711u", codec_number::pcmu},
+    {"ulaw", codec_number::pcmu},           {"g711a", codec_number::pcma},
+    {"alaw", codec_number::pcma},           {"g729a", codec_number::g729},
+    {"g726-32", codec_number::g726},        {"event", codec_number::telephone_event},
+    {"dtmf", codec_number::telephone_event}};
 
 std::string lower_case(std::string_view text) {
     std::string lower(text);
@@ -39,19 +26,19 @@ std::string lower_case(std::string_view text) {
 
 }  // namespace
 
-std::span<codec_info const> codecs() {
-    return table;
-}
-
-codec_info const* find_codec(std::string_view name_or_number) {
+codec_format const* find_codec(std::string_view name_or_number) {
     std::string name = lower_case(name_or_number);
     for (other_name const& other : aliases)
         if (other.alias == name)
-            name = other.name;
-    for (codec_info const& codec : table)
+            name = std::to_string(other.number);
+    for (codec_format const& codec : codec_formats)
         if (codec.name == name || std::to_string(codec.number) == name)
             return &codec;
     return nullptr;
+}
+
+codec_choice usual_choice(codec_format const& codec) {
+    return {static_cast<std::uint8_t>(codec.number), static_cast<std::uint8_t>(codec.payload_type)};
 }
 
 }  // namespace protocol

@@ -1,163 +1,157 @@
 #include "tools/protocol/commands.h"
 
-#include "tools/protocol/tags.h"
+#include "lib/protocol.h"
 #include "tools/protocol/tlv.h"
 
 namespace protocol {
 namespace {
 
-bytes wrap(std::uint16_t tag, bytes const& fields = {}) {
-    bytes out;
-    append_tlv(out, tag, fields);
-    return out;
-}
+/// Collects the sub-fields of a command, in order; an absent value adds none.
+class field_writer {
+public:
+    field_writer& number(int tag, std::optional<std::uint16_t> value) {
+        if (value)
+            append_short(fields, tag, *value);
+        return *this;
+    }
+    field_writer& flag(int tag, std::optional<bool> value) {
+        return value ? number(tag, std::uint16_t{*value}) : *this;
+    }
+    field_writer& byte(int tag, std::optional<std::uint8_t> value) {
+        return value ? data(tag, bytes{*value}) : *this;
+    }
+    field_writer& data(int tag, std::optional<bytes> const& value) {
+        if (value)
+            append_tlv(fields, tag, *value);
+        return *this;
+    }
+    field_writer& data_unless_empty(int tag, bytes const& value) {
+        return value.empty() ? *this : data(tag, value);
+    }
+    field_writer& endpoint(int tag, std::optional<address> const& value) {
+        return value ? data(tag, encode_address(*value)) : *this;
+    }
 
-bytes wrap_short(std::uint16_t tag, std::uint16_t field_tag, std::uint16_t value) {
+    bytes command(int tag) const {
+        bytes out;
+        append_tlv(out, tag, fields);
+        return out;
+    }
+
+private:
     bytes fields;
-    append_short(fields, field_tag, value);
-    return wrap(tag, fields);
-}
+};
 
-void add_short(bytes& fields, std::uint16_t tag, std::optional<std::uint16_t> value) {
-    if (value)
-        append_short(fields, tag, *value);
-}
-
-void add_bytes(bytes& fields, std::uint16_t tag, std::optional<bytes> const& value) {
-    if (value)
-        append_tlv(fields, tag, *value);
-}
-
-void add_byte(bytes& fields, std::uint16_t tag, std::optional<std::uint8_t> value) {
-    if (value)
-        append_tlv(fields, tag, bytes{*value});
-}
-
-void add_address(bytes& fields, std::uint16_t tag, std::optional<address> const& value) {
-    if (value)
-        append_tlv(fields, tag, encode_address(*value));
-}
-
-void add_codec_group(bytes& fields, media_command const& command) {
+void add_codec_group(field_writer& out, media_command const& command) {
     if (command.send)
-        append_tlv(fields, field::send_codec, bytes{command.send->payload_type, command.send->codec});
-    add_byte(fields, field::event_payload_type, command.event_payload_type);
+        out.data(cmd_media::send_codec, bytes{command.send->payload_type, command.send->codec});
+    out.byte(cmd_media::event_payload_type, command.event_payload_type);
     for (codec_choice const& entry : command.map)
-        append_tlv(fields, field::codec_map, bytes{entry.codec, entry.payload_type});
-    add_short(fields, field::ptime, command.ptime_ms);
-    add_bytes(fields, field::ssrc, command.ssrc);
-}
-
-void add_srtp_group(bytes& fields, media_command const& command) {
-    add_bytes(fields, field::srtp_rx_key, command.srtp_rx_key);
-    add_bytes(fields, field::srtp_tx_key, command.srtp_tx_key);
-    add_byte(fields, field::srtp_tag_length, command.srtp_tag_bytes);
-    add_bytes(fields, field::srtp_mki, command.srtp_mki);
+        out.data(cmd_media::codec_map, bytes{entry.codec, entry.payload_type});
+    out.number(cmd_media::ptime, command.ptime_ms).data(cmd_media::ssrc, command.ssrc);
 }
 
 }  // namespace
 
 bytes encode(end_command const& command) {
-    bytes fields;
-    add_short(fields, field::call, command.call);
-    return wrap(command_tag::end, fields);
+    return field_writer().number(cmd_end::call, command.call).command(cmd_end::tag);
 }
 
 bytes encode(log_level_command const& command) {
-    return wrap_short(command_tag::log_level, field::level, command.level);
+    return field_writer().number(cmd_log_level::level, command.level).command(cmd_log_level::tag);
 }
 
 bytes encode(signal_command const& command) {
-    bytes fields;
+    field_writer out;
     for (bytes const& piece : command.data)
-        append_tlv(fields, field::signal_out, piece);
-    return wrap(command_tag::signal, fields);
+        out.data(cmd_signal::data, piece);
+    return out.command(cmd_signal::tag);
 }
 
 bytes encode(dtmf_command const& command) {
-    bytes fields;
-    add_short(fields, field::call, command.call);
-    append_short(fields, field::digit, command.digit);
-    return wrap(command_tag::dtmf, fields);
+    return field_writer()
+        .number(cmd_dtmf::call, command.call)
+        .number(cmd_dtmf::digit, command.digit)
+        .command(cmd_dtmf::tag);
 }
 
 bytes encode(reset_base_command const& command) {
-    return wrap_short(command_tag::reset_base, field::driver_command, command.command);
+    return field_writer().number(cmd_reset_base::command, command.command).command(cmd_reset_base::tag);
 }
 
 bytes encode(playback_command const& command) {
-    bytes fields;
-    add_short(fields, field::call, command.call);
-    append_short(fields, field::tone_kind, command.kind);
-    append_short(fields, field::tone_set, command.tone_set);
-    return wrap(command_tag::playback, fields);
+    return field_writer()
+        .number(cmd_playback::call, command.call)
+        .number(cmd_playback::tone_kind, command.kind)
+        .number(cmd_playback::tone_set, command.tone_set)
+        .command(cmd_playback::tag);
 }
 
 bytes encode(ntp_offset_command const& command) {
     bytes fields;
-    append_long(fields, field::ntp_offset, static_cast<std::uint32_t>(command.seconds));
-    return wrap(command_tag::ntp_offset, fields);
+    append_long(fields, cmd_ntp_offset::seconds, static_cast<std::uint32_t>(command.seconds));
+    bytes out;
+    append_tlv(out, cmd_ntp_offset::tag, fields);
+    return out;
 }
 
 bytes encode(tunnel_command const& command) {
-    bytes fields;
-    add_short(fields, field::call, command.call);
-    add_address(fields, field::address, command.to);
-    if (!command.rtp_data.empty())
-        append_tlv(fields, field::rtp_data, command.rtp_data);
-    if (!command.rtcp_data.empty())
-        append_tlv(fields, field::rtcp_data, command.rtcp_data);
-    if (command.tcp)
-        append_short(fields, field::tcp, 1);
-    return wrap(command_tag::tunnel, fields);
+    return field_writer()
+        .number(cmd_tunnel::call, command.call)
+        .endpoint(cmd_tunnel::to, command.to)
+        .data_unless_empty(cmd_tunnel::rtp_data, command.rtp_data)
+        .data_unless_empty(cmd_tunnel::rtcp_data, command.rtcp_data)
+        .flag(cmd_tunnel::tcp, command.tcp ? std::optional(true) : std::nullopt)
+        .command(cmd_tunnel::tag);
 }
 
 bytes encode(open_command const& command) {
-    bytes fields;
-    add_short(fields, field::call, command.call);
-    add_short(fields, field::port_min, command.port_min);
-    add_short(fields, field::port_max, command.port_max);
-    add_short(fields, field::tos, command.tos);
-    if (!command.call_id.empty())
-        append_tlv(fields, field::call_id, to_bytes(command.call_id));
-    return wrap(command_tag::open, fields);
+    return field_writer()
+        .number(cmd_open::call, command.call)
+        .number(cmd_open::port_min, command.port_min)
+        .number(cmd_open::port_max, command.port_max)
+        .number(cmd_open::tos, command.tos)
+        .data_unless_empty(cmd_open::call_id, to_bytes(command.call_id))
+        .command(cmd_open::tag);
 }
 
 bytes encode(media_command const& command) {
-    bytes fields;
-    add_short(fields, field::call, command.call);
-    add_codec_group(fields, command);
-    add_address(fields, field::rtp_dest, command.rtp_dest);
-    add_address(fields, field::rtcp_dest, command.rtcp_dest);
-    if (command.tcp)
-        append_short(fields, field::tcp, *command.tcp ? 1 : 0);
+    field_writer out;
+    out.number(cmd_media::call, command.call);
+    add_codec_group(out, command);
+    out.endpoint(cmd_media::rtp_dest, command.rtp_dest)
+        .endpoint(cmd_media::rtcp_dest, command.rtcp_dest)
+        .flag(cmd_media::tcp, command.tcp);
     if (command.xr_mode)
-        append_tlv(fields, field::xr_mode, to_bytes(*command.xr_mode));
-    add_srtp_group(fields, command);
-    return wrap(command_tag::media, fields);
+        out.data(cmd_media::xr_mode, to_bytes(*command.xr_mode));
+    out.data(cmd_media::srtp_rx_key, command.srtp_rx_key)
+        .data(cmd_media::srtp_tx_key, command.srtp_tx_key)
+        .byte(cmd_media::srtp_tag, command.srtp_tag_bytes)
+        .data(cmd_media::srtp_mki, command.srtp_mki);
+    return out.command(cmd_media::tag);
 }
 
 bytes encode(tdm_command const& command) {
-    bytes fields;
-    add_short(fields, field::call, command.call);
-    add_short(fields, field::tdm_slot, command.slot);
-    return wrap(command_tag::tdm_channel, fields);
+    return field_writer()
+        .number(cmd_tdm_channel::call, command.call)
+        .number(cmd_tdm_channel::slot, command.slot)
+        .command(cmd_tdm_channel::tag);
 }
 
 bytes encode(session_command const&) {
-    return wrap(command_tag::session);
+    return field_writer().command(cmd_session::tag);
 }
 
 bytes encode(dump_command const&) {
-    return wrap(command_tag::dump);
+    return field_writer().command(cmd_dump::tag);
 }
 
 bytes encode(loopback_test_command const&) {
-    return wrap(command_tag::loopback_test);
+    return field_writer().command(cmd_loopback_test::tag);
 }
 
 bytes encode(led_command const& command) {
-    return wrap_short(command_tag::led, field::led_pattern, command.pattern);
+    return field_writer().number(cmd_led::pattern, command.pattern).command(cmd_led::tag);
 }
 
 }  // namespace protocol

@@ -1,8 +1,3 @@
-// The commands that call control gives the process: one value type each and the function that builds its
-// datagram.
-//
-// Nothing here checks ranges: what a test wants to send wrong, it can. An absent optional leaves its
-// sub-field out, which makes the process use its default; those defaults stand in docs/control-protocol.md.
 #pragma once
 
 #include <cstdint>
@@ -11,8 +6,12 @@
 #include <vector>
 
 #include "tools/protocol/address.h"
-#include "tools/protocol/hex.h"
 
+/// The commands that call control gives the process: one value type each and the function that builds its datagram.
+/// lib/protocol.h names the sub-fields, docs/control-protocol.md explains them.
+///
+/// Nothing here checks ranges: a test can send what is wrong. An absent optional leaves its sub-field out; the process
+/// then takes its default.
 namespace protocol {
 
 struct end_command {
@@ -20,26 +19,26 @@ struct end_command {
 };
 
 struct log_level_command {
-    std::uint16_t level = 0;  // lines up to this level are sent
+    std::uint16_t level = 0;  ///< lines up to this level are sent
 };
 
 struct signal_command {
-    std::vector<bytes> data;  // one write on the signalling device each
+    std::vector<bytes> data;  ///< one write on the signalling device each
 };
 
 struct dtmf_command {
     std::optional<std::uint16_t> call;
-    std::uint16_t digit = 0;  // telephone-event code: 0 to 9, 10 "*", 11 "#"
+    std::uint16_t digit = 0;  ///< telephone-event code: 0 to 9, 10 "*", 11 "#"
 };
 
 struct reset_base_command {
-    std::uint16_t command = 0;  // driver command; only 3 is answered with a report
+    std::uint16_t command = 0;  ///< driver command; only 3 is answered with a report
 };
 
 struct playback_command {
     std::optional<std::uint16_t> call;
-    std::uint16_t tone_set = 0;  // 1 to 16; 0 stops
-    std::uint16_t kind = 0;      // 1 to 4
+    std::uint16_t tone_set = 0;  ///< 1 to 16; 0 stops
+    std::uint16_t kind = 0;      ///< 1 to 4
 };
 
 struct ntp_offset_command {
@@ -48,9 +47,9 @@ struct ntp_offset_command {
 
 struct tunnel_command {
     std::optional<std::uint16_t> call;
-    std::optional<address> to;  // absent: where the media goes
-    bytes rtp_data;             // sent from the RTP port; when empty:
-    bytes rtcp_data;            // sent from the RTCP port
+    std::optional<address> to;  ///< absent: where the media goes
+    bytes rtp_data;             ///< sent from the RTP port; when empty:
+    bytes rtcp_data;            ///< sent from the RTCP port
     bool tcp = false;
 };
 
@@ -59,7 +58,7 @@ struct open_command {
     std::optional<std::uint16_t> port_min;
     std::optional<std::uint16_t> port_max;
     std::optional<std::uint16_t> tos;
-    std::string call_id;  // empty: none, and then no copies of RTCP are reported
+    std::string call_id;  ///< empty: none, and then no copies of RTCP are reported
 };
 
 struct codec_choice {
@@ -67,20 +66,20 @@ struct codec_choice {
     std::uint8_t payload_type = 0;
 };
 
-// Each group (codec, destination, RTCP XR, SRTP) is applied as a whole when one of its fields is there; see
-// the protocol description for which fields trigger and what the others then become.
+/// Each group (codec, destination, RTCP XR, SRTP) is applied as a whole when one of its triggering fields is there; its
+/// absent fields then take their defaults.
 struct media_command {
     std::optional<std::uint16_t> call;
     std::optional<codec_choice> send;
     std::optional<std::uint8_t> event_payload_type;
-    std::vector<codec_choice> map;  // payload types accepted from the peer
+    std::vector<codec_choice> map;  ///< payload types accepted from the peer
     std::optional<std::uint16_t> ptime_ms;
-    std::optional<bytes> ssrc;  // 4 bytes
+    std::optional<bytes> ssrc;  ///< 4 bytes
     std::optional<address> rtp_dest;
     std::optional<address> rtcp_dest;
     std::optional<bool> tcp;
     std::optional<std::string> xr_mode;
-    std::optional<bytes> srtp_rx_key;  // 16 bytes key, 14 bytes salt
+    std::optional<bytes> srtp_rx_key;  ///< 16 bytes key, 14 bytes salt
     std::optional<bytes> srtp_tx_key;
     std::optional<std::uint8_t> srtp_tag_bytes;
     std::optional<bytes> srtp_mki;
@@ -88,7 +87,7 @@ struct media_command {
 
 struct tdm_command {
     std::optional<std::uint16_t> call;
-    std::optional<std::uint16_t> slot;  // 0 to 3; anything else or absent takes the call off its line
+    std::optional<std::uint16_t> slot;  ///< 0 to 3; anything else or absent takes the call off its line
 };
 
 struct session_command {};
@@ -99,7 +98,7 @@ struct led_command {
     std::uint16_t pattern = 0;
 };
 
-// One whole datagram each. Datagrams may be appended to one another and sent as one.
+/// One whole datagram each. Datagrams may be appended to one another and sent as one.
 bytes encode(end_command const& command);
 bytes encode(log_level_command const& command);
 bytes encode(signal_command const& command);

@@ -96,8 +96,7 @@ std::uint16_t control_client::local_port() const {
 
 bool control_client::send(byte_view datagram) {
     ssize_t sent = ::send(socket_fd, datagram.data(), datagram.size(), MSG_NOSIGNAL);
-    if (sent < 0 &&
-        errno == ECONNREFUSED) {  // reports what became of an earlier datagram; this one was not sent
+    if (sent < 0 && errno == ECONNREFUSED) {  // about an earlier datagram; this one was not sent
         turned_away = true;
         sent = ::send(socket_fd, datagram.data(), datagram.size(), MSG_NOSIGNAL);
     }

@@ -11,7 +11,7 @@ namespace {
 constexpr std::string_view fence = "```";
 constexpr std::string_view opening = "```hex ";
 
-// Reads the words after "```hex ". false when the direction or an attribute is not understood.
+/// Reads the words after "```hex ". false when the direction or an attribute is not understood.
 bool read_heading(std::string const& words, worked_datagram& datagram) {
     std::istringstream in(words);
     std::string direction;

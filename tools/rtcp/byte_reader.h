@@ -1,15 +1,17 @@
-// Takes big-endian numbers off the front of a byte range. Beyond the end it gives zeros and remembers that it did.
 #pragma once
 
 #include <algorithm>
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <string>
 
-#include "tools/protocol/hex.h"
+#include "lib/wire.h"
+#include "tools/protocol/bytes.h"
 
 namespace rtcp_view {
 
+/// Reads big-endian numbers from a byte range, one after the other. Beyond the end it gives zeros, and ran_out() says so.
 class byte_reader {
 public:
     explicit byte_reader(protocol::byte_view data) : rest(data) {}
@@ -17,11 +19,11 @@ public:
     std::size_t left() const { return rest.size(); }
     bool ran_out() const { return overrun; }
 
-    std::uint8_t u8() { return static_cast<std::uint8_t>(number(1)); }
-    std::uint16_t u16() { return static_cast<std::uint16_t>(number(2)); }
-    std::uint32_t u32() { return number(4); }
+    std::uint8_t u8() { return next<1>()[0]; }
+    std::uint16_t u16() { return wire::get16(next<2>().data()); }
+    std::uint32_t u32() { return wire::get32(next<4>().data()); }
 
-    // The next `count` bytes, or those that are left.
+    /// The next `count` bytes, or those that are left.
     protocol::byte_view take(std::size_t count) {
         overrun = overrun || count > rest.size();
         protocol::byte_view const taken = rest.first(std::min(count, rest.size()));
@@ -39,12 +41,11 @@ public:
     }
 
 private:
-    std::uint32_t number(std::size_t count) {
-        protocol::byte_view const taken = take(count);
-        std::uint32_t value = 0;
-        for (std::size_t i = 0; i < count; ++i)
-            value = value << 8 | (i < taken.size() ? taken[i] : 0U);
-        return value;
+    template <std::size_t count>
+    std::array<std::uint8_t, count> next() {
+        std::array<std::uint8_t, count> found{};
+        std::ranges::copy(take(count), found.begin());
+        return found;
     }
 
     protocol::byte_view rest;

@@ -2,13 +2,15 @@
 
 #include <algorithm>
 
+#include "lib/rtcp_numbers.h"
+
 namespace rtcp_view {
 namespace {
 
-// A peer answers with its next report, seconds later at most.
+/// A peer answers with its next report, seconds later at most.
 constexpr std::size_t remembered_reports = 16;
 
-// A peer may report on several streams; only what it says of ours counts. Our own reports have one stream only.
+/// A peer may report on several streams; only what it says of ours counts. Our own reports have one stream only.
 bool about_us(std::uint32_t ssrc, bool received, std::optional<std::uint32_t> const& ours) {
     return !received || ssrc == ours;
 }
@@ -65,7 +67,7 @@ void quality_tracker::add_report(tracked& one, report const& r, rtcp_observation
     }
 }
 
-// RFC 3550 section 6.4.1, but by the times of the two copies instead of the NTP times: no clock needs to be right.
+/// RFC 3550 section 6.4.1, but by the times of the two copies instead of the NTP times: no clock needs to be right.
 void quality_tracker::note_round_trip(tracked& one, report_block const& block, std::int64_t arrival_ms) {
     auto const answered = std::ranges::find(one.sent, block.last_sr, &sent_report::ntp_middle);
     if (block.last_sr == 0 || answered == one.sent.end())
@@ -85,9 +87,9 @@ void quality_tracker::add_blocks(tracked& one, extended_report const& x, bool re
         auto const* summary = std::get_if<statistics_summary>(&block.content);
         if (summary == nullptr || !about_us(summary->range.ssrc, received, one.ssrc))
             continue;
-        if ((summary->flags & statistics_summary::has_loss) != 0)
+        if ((summary->flags & rtcp::summary_has_loss) != 0)
             side.lost = side.lost.value_or(0) + summary->lost;
-        if ((summary->flags & statistics_summary::has_duplicates) != 0)
+        if ((summary->flags & rtcp::summary_has_duplicates) != 0)
             side.duplicates = side.duplicates.value_or(0) + summary->duplicates;
     }
 }

@@ -1,8 +1,3 @@
-// How good calls were, out of the copies of their RTCP packets: what each end said last, and the round trip that can
-// be computed from both. Reads no clock and prints nothing.
-//
-// "Own" is what the process measured of the stream it receives (it stands in what it sends), "peer" what the peer
-// measured of the stream that the process sends.
 #pragma once
 
 #include <cstdint>
@@ -16,23 +11,28 @@
 namespace rtcp_view {
 
 struct reception_quality {
-    std::optional<report_block> reported;  // the last report block
-    std::optional<voip_metrics> metrics;   // the last one, XR
-    std::optional<std::uint64_t> lost;     // sums over all statistics summaries, XR
+    std::optional<report_block> reported;  ///< the last report block
+    std::optional<voip_metrics> metrics;   ///< the last one, XR
+    std::optional<std::uint64_t> lost;     ///< sums over all statistics summaries, XR
     std::optional<std::uint64_t> duplicates;
 };
 
+/// The quality of calls, from the copies of their RTCP packets: what each end reported last, and the round trip computed
+/// from both. Reads no clock and prints nothing.
+///
+/// "Own" is what the process measured of the stream it receives (it stands in what it sends), "peer" what the peer
+/// measured of the stream that the process sends.
 struct call_quality {
     unsigned call = 0;
     std::string call_id;
     unsigned reports_sent = 0;
     unsigned reports_received = 0;
-    unsigned reports_unreadable = 0;  // of the received ones: encrypted, no key
+    unsigned reports_unreadable = 0;  ///< of the received ones: encrypted, no key
     std::optional<sender_info> sent;
     std::optional<sender_info> peer_sent;
     reception_quality own;
     reception_quality peer;
-    std::optional<double> round_trip_ms;  // the last one
+    std::optional<double> round_trip_ms;  ///< the last one
     std::optional<double> round_trip_max_ms;
 };
 
@@ -41,7 +41,7 @@ struct rtcp_observation {
     std::string call_id;
     bool received = false;
     bool readable = true;
-    std::int64_t time_ms = 0;  // of the copy, on any steady scale
+    std::int64_t time_ms = 0;  ///< of the copy, on any steady scale
     std::vector<packet> packets;
 };
 
@@ -49,10 +49,10 @@ class quality_tracker {
 public:
     void add(rtcp_observation const& seen);
 
-    // The call index was opened anew: what comes now is another call, even if its identifier is the same.
+    /// The call index was opened again: what follows is another call, even with the same identifier.
     void call_opened(unsigned call);
 
-    // In the order in which they began.
+    /// In the order in which they began.
     std::vector<call_quality> calls() const;
 
 private:
@@ -63,8 +63,8 @@ private:
     struct tracked {
         call_quality quality;
         bool over = false;
-        std::optional<std::uint32_t> ssrc;  // ours, as last sent
-        std::deque<sent_report> sent;       // the last few, for the round trip
+        std::optional<std::uint32_t> ssrc;  ///< ours, as last sent
+        std::deque<sent_report> sent;       ///< the last few, for the round trip
     };
 
     tracked& find(rtcp_observation const& seen);

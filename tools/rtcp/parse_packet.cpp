@@ -1,32 +1,30 @@
-#include <array>
+#include <algorithm>
 #include <span>
 
+#include "lib/rtcp_numbers.h"
+#include "lib/wire.h"
 #include "tools/rtcp/byte_reader.h"
-#include "tools/rtcp/parse.h"
+#include "tools/rtcp/packet.h"
 
 namespace rtcp_view {
 namespace {
 
 using protocol::byte_view;
 
-constexpr std::size_t header_bytes = 4;
-constexpr std::size_t sender_info_bytes = 20;
-constexpr std::size_t report_block_bytes = 24;
 constexpr std::size_t answered_report_bytes = 8;
-constexpr std::uint8_t sender_report_type = 200;
-constexpr std::size_t srtcp_trailer_bytes = 4 + 10;  // index and tag, at least
+constexpr std::size_t srtcp_trailer_bytes = 4 + 10;  ///< index and tag, at least
 
 struct header {
     std::uint8_t type;
-    unsigned count;  // 5 bits
+    unsigned count;  ///< 5 bits
     bool padded;
-    std::size_t length;  // of the packet, as it says
+    std::size_t length;  ///< of the packet, as it says
 };
 
 std::optional<header> header_of(byte_view data) {
-    if (data.size() < header_bytes || data[0] >> 6 != 2)
+    if (data.size() < rtcp::size::header || data[0] >> 6 != 2)
         return std::nullopt;
-    std::size_t const words = static_cast<std::size_t>(data[2] << 8 | data[3]) + 1;
+    std::size_t const words = std::size_t{wire::get16(data.data() + 2)} + 1;
     return header{data[1], data[0] & 0x1FU, (data[0] & 0x20) != 0, words * 4};
 }
 
@@ -44,8 +42,8 @@ report_block take_block(byte_reader& in) {
 }
 
 void parse_report(header const& head, byte_reader& in, packet& out) {
-    bool const by_sender = head.type == sender_report_type;
-    if (in.left() < 4 + (by_sender ? sender_info_bytes : 0)) {
+    bool const by_sender = head.type == rtcp::packet_type::sender_report;
+    if (in.left() < 4 + (by_sender ? std::size_t{rtcp::size::sender_info} : 0)) {
         out.problem = "too short";
         return;
     }
@@ -60,7 +58,7 @@ void parse_report(header const& head, byte_reader& in, packet& out) {
         r.sender = info;
     }
     r.announced = head.count;
-    while (r.blocks.size() < r.announced && in.left() >= report_block_bytes)
+    while (r.blocks.size() < r.announced && in.left() >= rtcp::size::report_block)
         r.blocks.push_back(take_block(in));
     if (r.blocks.size() == r.announced) {
         r.extension = in.take_rest();
@@ -73,7 +71,7 @@ void parse_report(header const& head, byte_reader& in, packet& out) {
     out.body = std::move(r);
 }
 
-// One chunk ends with a zero byte and is filled up to a multiple of 4.
+/// One chunk ends with a zero byte and is filled up to a multiple of 4.
 sdes_chunk take_chunk(byte_reader& in) {
     std::size_t const before = in.left();
     sdes_chunk chunk{in.u32(), {}};
@@ -130,24 +128,21 @@ void parse_extended(header const&, byte_reader& in, packet& out) {
     out.body = extended_report{ssrc, parse_xr_blocks(in.take(in.left()))};
 }
 
-struct known_type {
-    char const* name;
-    void (*parse)(header const& head, byte_reader& in, packet& out);  // null: shown as bytes
-};
+using body_parser = void (*)(header const& head, byte_reader& in, packet& out);
 
-constexpr std::uint8_t first_known_type = 200;
-constexpr std::array<known_type, 8> known_types{{{"SR", parse_report},
-                                                 {"RR", parse_report},
-                                                 {"SDES", parse_source_description},
-                                                 {"BYE", parse_bye},
-                                                 {"APP", parse_application},
-                                                 {"RTPFB", nullptr},  // RFC 4585
-                                                 {"PSFB", nullptr},
-                                                 {"XR", parse_extended}}};
+/// From sender_report on, as rtcp::packet_type_names; null: shown as bytes.
+constexpr body_parser body_parsers[] = {parse_report, parse_report,      parse_source_description,
+                                        parse_bye,    parse_application, nullptr,
+                                        nullptr,      parse_extended};
 
-known_type const* find_type(std::uint8_t type) {
-    std::size_t const index = static_cast<std::size_t>(type) - first_known_type;
-    return index < known_types.size() ? &known_types[index] : nullptr;
+/// The index of a type in both tables; their length for an unknown one.
+std::size_t index_of(std::uint8_t type) {
+    std::size_t const index = std::size_t{type} - rtcp::packet_type::sender_report;
+    return std::min(index, std::size(body_parsers));
+}
+
+bool is_known(std::uint8_t type) {
+    return index_of(type) < std::size(body_parsers);
 }
 
 byte_view without_padding(header const& head, byte_view body, std::string& problem) {
@@ -164,16 +159,16 @@ byte_view without_padding(header const& head, byte_view body, std::string& probl
 packet parse_one(header const& head, byte_view data) {
     packet out;
     out.type = head.type;
-    byte_view body = data.subspan(header_bytes);
+    byte_view body = data.subspan(rtcp::size::header);
     std::string problem;
     if (head.length > data.size())
         problem = std::to_string(data.size()) + " of " + std::to_string(head.length) + " bytes";
     else
         body = without_padding(head, body, problem);
     byte_reader in(body);
-    known_type const* known = find_type(head.type);
-    if (known != nullptr && known->parse != nullptr) {
-        known->parse(head, in, out);
+    body_parser const parse = is_known(head.type) ? body_parsers[index_of(head.type)] : nullptr;
+    if (parse != nullptr) {
+        parse(head, in, out);
         out.problem = in.ran_out() ? "too short" : out.problem;
         out.unread = in.take_rest();
     } else {
@@ -183,7 +178,7 @@ packet parse_one(header const& head, byte_view data) {
     return out;
 }
 
-// Whether headers and lengths chain the packets up to the last byte.
+/// Whether headers and lengths chain the packets up to the last byte.
 bool is_whole(byte_view data) {
     while (!data.empty()) {
         std::optional<header> const head = header_of(data);
@@ -194,7 +189,7 @@ bool is_whole(byte_view data) {
     return true;
 }
 
-// E flag and a small index in front of the tag, when there is no MKI.
+/// E flag and a small index before the tag, when there is no MKI.
 bool has_srtcp_index(byte_view data) {
     byte_view const index = data.last(srtcp_trailer_bytes).first(2);
     return index[0] == 0x80 && index[1] == 0;
@@ -203,8 +198,7 @@ bool has_srtcp_index(byte_view data) {
 }  // namespace
 
 std::string type_name(std::uint8_t type) {
-    known_type const* known = find_type(type);
-    return known != nullptr ? known->name : std::to_string(type);
+    return is_known(type) ? rtcp::packet_type_names[index_of(type)] : std::to_string(type);
 }
 
 std::vector<packet> parse_compound(byte_view data) {
@@ -224,11 +218,11 @@ std::vector<packet> parse_compound(byte_view data) {
 
 bool looks_encrypted(byte_view data) {
     std::optional<header> const first = header_of(data);
-    if (!first || find_type(first->type) == nullptr || first->length + srtcp_trailer_bytes > data.size() ||
+    if (!first || !is_known(first->type) || first->length + srtcp_trailer_bytes > data.size() ||
         is_whole(data))
         return false;
     std::optional<header> const second = header_of(data.subspan(first->length));
-    return !second || find_type(second->type) == nullptr || has_srtcp_index(data);
+    return !second || !is_known(second->type) || has_srtcp_index(data);
 }
 
 }  // namespace rtcp_view

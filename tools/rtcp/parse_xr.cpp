@@ -1,5 +1,9 @@
+#include <algorithm>
+
+#include "lib/rtcp_numbers.h"
+#include "lib/wire.h"
 #include "tools/rtcp/byte_reader.h"
-#include "tools/rtcp/parse.h"
+#include "tools/rtcp/xr_block.h"
 
 namespace rtcp_view {
 namespace {
@@ -7,7 +11,6 @@ namespace {
 using protocol::byte_view;
 
 constexpr std::size_t block_header_bytes = 4;
-constexpr std::uint8_t duplicate_rle = 2;
 
 sequence_range take_range(byte_reader& in, std::uint8_t thinning) {
     sequence_range range{in.u32(), thinning, 0, 0};
@@ -18,7 +21,7 @@ sequence_range take_range(byte_reader& in, std::uint8_t thinning) {
 
 void parse_run_lengths(byte_reader& in, xr_block& out) {
     run_lengths block;
-    block.duplicates = out.type == duplicate_rle;
+    block.duplicates = out.type == rtcp::xr_block_type::duplicate_rle;
     block.range = take_range(in, out.specific & 0x0F);
     while (in.left() >= 2) {
         std::uint16_t const chunk = in.u16();
@@ -28,7 +31,7 @@ void parse_run_lengths(byte_reader& in, xr_block& out) {
     out.content = std::move(block);
 }
 
-// How many numbers of begin .. end - 1 (modulo 2^16) are multiples of 2^thinning.
+/// How many numbers of begin .. end - 1 (modulo 2^16) are multiples of 2^thinning.
 std::size_t count_reported(std::uint16_t begin, std::uint16_t end, std::uint8_t thinning) {
     std::size_t const step = std::size_t{1} << thinning;
     std::size_t const span = static_cast<std::uint16_t>(end - begin);
@@ -104,24 +107,29 @@ void parse_voip_metrics(byte_reader& in, xr_block& out) {
 }
 
 struct known_block {
-    std::size_t smallest;  // bytes behind the block header
+    int type;
+    std::size_t smallest;  ///< bytes behind the block header
     void (*parse)(byte_reader& in, xr_block& out);
 };
 
-// By block type, 1 to 7.
 constexpr known_block known_blocks[] = {
-    {8, parse_run_lengths},       {8, parse_run_lengths}, {4, parse_receipt_times}, {8, parse_reference_time},
-    {0, parse_reference_answers}, {36, parse_statistics}, {32, parse_voip_metrics}};
+    {rtcp::xr_block_type::loss_rle, 8, parse_run_lengths},
+    {rtcp::xr_block_type::duplicate_rle, 8, parse_run_lengths},
+    {rtcp::xr_block_type::receipt_times, 4, parse_receipt_times},
+    {rtcp::xr_block_type::receiver_reference_time, 8, parse_reference_time},
+    {rtcp::xr_block_type::dlrr, 0, parse_reference_answers},
+    {rtcp::xr_block_type::statistics_summary, 36, parse_statistics},
+    {rtcp::xr_block_type::voip_metrics, 32, parse_voip_metrics}};
 
 void parse_content(byte_view body, xr_block& out) {
     byte_reader in(body);
-    std::size_t const index = static_cast<std::size_t>(out.type) - 1;
-    if (index >= std::size(known_blocks)) {
+    auto const known = std::ranges::find(known_blocks, out.type, &known_block::type);
+    if (known == std::end(known_blocks)) {
         out.content = opaque{in.take_rest()};
-    } else if (body.size() < known_blocks[index].smallest) {
+    } else if (body.size() < known->smallest) {
         out.problem = out.problem.empty() ? "too short" : out.problem;
     } else {
-        known_blocks[index].parse(in, out);
+        known->parse(in, out);
         out.problem = in.ran_out() && out.problem.empty() ? "too short" : out.problem;
     }
     out.unread = in.take_rest();
@@ -141,7 +149,7 @@ std::vector<xr_block> parse_xr_blocks(byte_view data) {
         }
         block.type = data[0];
         block.specific = data[1];
-        std::size_t const says = (static_cast<std::size_t>(data[2] << 8 | data[3]) + 1) * 4;
+        std::size_t const says = (std::size_t{wire::get16(data.data() + 2)} + 1) * 4;
         std::size_t const length = std::min(says, data.size());
         if (says > length)
             block.problem = std::to_string(length) + " of " + std::to_string(says) + " bytes";

@@ -2,6 +2,8 @@
 #include <cmath>
 #include <ctime>
 
+#include "lib/rtcp_numbers.h"
+#include "lib/wire.h"
 #include "tools/rtcp/show.h"
 
 namespace rtcp_view {
@@ -9,20 +11,19 @@ namespace {
 
 using nlohmann::ordered_json;
 
-constexpr std::uint32_t ntp_of_1970 = 2208988800;  // RFC 868
-constexpr unsigned not_measured = 127;             // RFC 3611 section 4.7
+constexpr std::uint32_t ntp_of_1970 = 2208988800;  ///< RFC 868
 
 std::string hex32(std::uint32_t value) {
-    return protocol::to_hex(std::array<std::uint8_t, 4>{
-        static_cast<std::uint8_t>(value >> 24), static_cast<std::uint8_t>(value >> 16),
-        static_cast<std::uint8_t>(value >> 8), static_cast<std::uint8_t>(value)});
+    std::array<std::uint8_t, 4> word;
+    wire::put32(word.data(), value);
+    return protocol::to_hex(word);
 }
 
 std::string hex16(std::uint16_t value) {
     return hex32(value).substr(4);
 }
 
-// In UTC; the 32 bits of seconds are taken as the years 1970 to 2106.
+/// In UTC; the 32 bits of seconds are taken as the years 1970 to 2106.
 std::string calendar(ntp_time const& time) {
     std::time_t const seconds = static_cast<std::uint32_t>(time.seconds - ntp_of_1970);
     std::tm utc{};
@@ -65,11 +66,11 @@ void add_range(ordered_json& out, sequence_range const& range) {
 }
 
 ordered_json measured(unsigned value) {
-    return value == not_measured ? ordered_json() : ordered_json(value);
+    return value == rtcp::unavailable ? ordered_json() : ordered_json(value);
 }
 
 ordered_json measured_dbm(unsigned value) {
-    return value == not_measured ? ordered_json() : ordered_json(static_cast<std::int8_t>(value));
+    return value == rtcp::unavailable ? ordered_json() : ordered_json(static_cast<std::int8_t>(value));
 }
 
 struct block_shower {
@@ -110,11 +111,11 @@ void block_shower::operator()(statistics_summary const& s) const {
     out["ssrc"] = hex32(s.range.ssrc);
     out["begin"] = s.range.begin;
     out["end"] = s.range.end;
-    if ((s.flags & s.has_loss) != 0)
+    if ((s.flags & rtcp::summary_has_loss) != 0)
         out["lost"] = s.lost;
-    if ((s.flags & s.has_duplicates) != 0)
+    if ((s.flags & rtcp::summary_has_duplicates) != 0)
         out["duplicates"] = s.duplicates;
-    for (std::size_t i = 0; i < parts.size() && (s.flags & s.has_jitter) != 0; ++i)
+    for (std::size_t i = 0; i < parts.size() && (s.flags & rtcp::summary_has_jitter) != 0; ++i)
         out[std::string("jitter_") + parts[i]] = s.jitter[i];
     for (std::size_t i = 0; i < parts.size() && (s.flags & s.has_ttl) != 0; ++i)
         out[std::string("ttl_") + parts[i]] = s.ttl[i];

@@ -1,16 +1,15 @@
-#include "tools/rtcp/show_quality.h"
+#include "tools/rtcp/show.h"
 
 #include <algorithm>
 
-#include "tools/protocol/quoted.h"
-#include "tools/rtcp/show.h"
+#include "tools/protocol/bytes.h"
 
 namespace rtcp_view {
 namespace {
 
 using nlohmann::ordered_json;
 
-constexpr double rtp_units_per_ms = 8;  // all codecs here have an RTP clock of 8 kHz (RFC 3551 section 6)
+constexpr double rtp_units_per_ms = 8;  ///< all codecs here have an RTP clock of 8 kHz (RFC 3551 section 6)
 
 template <class T, class Get>
 ordered_json known(std::optional<T> const& value, Get const& get) {

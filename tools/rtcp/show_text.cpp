@@ -1,4 +1,4 @@
-#include "tools/protocol/quoted.h"
+#include "tools/protocol/bytes.h"
 #include "tools/rtcp/show.h"
 
 namespace rtcp_view {
@@ -23,7 +23,7 @@ std::string value_text(ordered_json const& value) {
     return list;
 }
 
-// A packet or block starts with what it is; the elements of other lists are called like the list without its "s".
+/// A packet or block starts with what it is; the elements of other lists are called like the list without its "s".
 void add_lines(std::string& out, ordered_json const& object, std::string const& label, unsigned indent) {
     out += std::string(indent, ' ') + label;
     char const* separator = label.empty() ? "" : " ";

@@ -12,7 +12,7 @@ namespace {
 
 std::string const key = "e1f97a0d3e018be0d64fa32c06de41390ec675ad498afeebb6960b3aabe6";
 
-// Everything but session commands, one behind the other, without blanks.
+/// Everything but session commands, one behind the other, without blanks.
 void expect_sent(std::string const& arguments, fake_process& process, std::string hex) {
     outcome const run = run_fxsctl(arguments, &process);
     EXPECT_EQ(run.exit_code, 0) << arguments << ": " << run.err;
@@ -103,7 +103,7 @@ TEST(subcommands, send_these_datagrams) {
     std::remove(key_file.c_str());
 }
 
-// A command, then what must not follow it, each with a part of the complaint behind ">".
+/// A command, then what must not follow it, each with a part of the complaint behind ">".
 std::string const wrong_arguments = R"(
 |> no command|frobnicate > frobnicate|end > --all|reset-base 256 > 0 to 255|call 4 5 > --line|decode 0 > hexadecimal
 open|> --call|-c 8 > 0 to 7|-c -1 > 0 to 7

@@ -9,7 +9,7 @@ using std::chrono::milliseconds;
 
 namespace {
 
-constexpr milliseconds soon{5000};  // longer than any answer takes
+constexpr milliseconds soon{5000};  ///< longer than any answer takes
 
 TEST(control_client, reports_that_nobody_asked_for_yet_are_kept_in_order) {
     fake_process process;

@@ -1,4 +1,3 @@
-// A stand-in for the media process: a UDP socket and a thread that notes every command and answers as told.
 #pragma once
 
 #include <arpa/inet.h>
@@ -14,14 +13,15 @@
 #include <thread>
 #include <vector>
 
-#include "tools/protocol/hex.h"
-#include "tools/protocol/tags.h"
+#include "lib/protocol.h"
+#include "tools/protocol/bytes.h"
 #include "tools/protocol/tlv.h"
 
+/// A stand-in for the media process: a UDP socket and a thread that notes every command and answers as told.
 class fake_process {
 public:
-    // Answers session commands and opens calls (ports 40000 + 2 * index), obeys only its peer. It is slow, so that a
-    // program that doesn't wait for it shows.
+    /// Answers session commands and opens calls (ports 40000 + 2 * index), obeys only its peer. It is slow, so that a
+    /// program that doesn't wait for it shows.
     explicit fake_process(std::uint16_t port = 0) {
         sockaddr_in local = loopback(port);
         socklen_t size = sizeof local;
@@ -40,22 +40,22 @@ public:
 
     std::uint16_t port() const { return bound_port; }
 
-    // From now on it takes everything and answers nothing.
+    /// From now on it takes everything and answers nothing.
     void be_silent() { silent = true; }
 
-    // From now on every command but session is answered with these bytes (none: with nothing) instead of the usual.
+    /// From now on every command but session is answered with these bytes (none: with nothing) instead of the usual.
     void answer(std::string const& hex) {
         std::lock_guard const lock(guard);
         answers = protocol::from_hex(hex).value();
     }
 
-    // Sends to the peer as it is.
+    /// Sends to the peer as it is.
     void report(std::string const& hex) {
         std::lock_guard const lock(guard);
         send_to_peer(protocol::from_hex(hex).value());
     }
 
-    // Every command obeyed so far but session, in hexadecimal with its header.
+    /// Every command obeyed so far but session, in hexadecimal with its header.
     std::vector<std::string> commands() {
         std::lock_guard const lock(guard);
         return received;
@@ -65,7 +65,7 @@ public:
         return changed.wait_for(lock, std::chrono::seconds(10), [&] { return received.size() >= count; });
     }
 
-    // Local ports that sent session commands.
+    /// Local ports that sent session commands.
     std::set<std::uint16_t> peers() {
         std::lock_guard const lock(guard);
         return senders;
@@ -98,24 +98,31 @@ private:
 
     void take(protocol::tlv const& element, std::uint16_t from) {
         using namespace protocol;
-        if (element.tag == command_tag::session) {
+        if (element.tag == cmd_session::tag) {
             take_your_time();
             last_sender = from;
             senders.insert(from);
-            send_to_peer({0, report_tag::heartbeat, 0, 0});
+            bytes heartbeat;
+            append_tlv(heartbeat, report_heartbeat::tag, {});
+            send_to_peer(heartbeat);
         } else if (from == last_sender) {
             bytes whole;
             append_tlv(whole, element.tag, element.value);
             received.push_back(to_hex(whole));
-            if (answers || element.tag == command_tag::open)  // fxsctl writes the call index first
+            if (answers || element.tag == cmd_open::tag)  // fxsctl writes the call index first
                 send_to_peer(answers ? *answers : open_answer(element.value.at(5)));
         }
     }
 
     static protocol::bytes open_answer(std::uint8_t call) {
-        auto const low = static_cast<std::uint8_t>(0x40 + 2 * call),
-                   next = static_cast<std::uint8_t>(low + 1);
-        return {0, 6, 0, 18, 0, 4, 0, 2, 0, call, 0, 13, 0, 2, 0x9c, low, 0, 14, 0, 2, 0x9c, next};
+        using namespace protocol;
+        auto const rtp_port = static_cast<std::uint16_t>(40000 + 2 * call);
+        bytes fields, answer;
+        append_short(fields, report_open::call, call);
+        append_short(fields, report_open::rtp_port, rtp_port);
+        append_short(fields, report_open::rtcp_port, static_cast<std::uint16_t>(rtp_port + 1));
+        append_tlv(answer, report_open::tag, fields);
+        return answer;
     }
 
     void send_to_peer(protocol::bytes const& datagram) {

@@ -1,4 +1,3 @@
-// Runs of fxsctl.
 #pragma once
 
 #include <iomanip>
@@ -6,6 +5,8 @@
 
 #include "tests/tools/child.h"
 #include "tests/tools/fxsctl/fake_process.h"
+
+/// Runs of fxsctl.
 
 inline std::vector<std::string> split(std::string const& text, char separator) {
     std::istringstream in(text);
@@ -15,7 +16,7 @@ inline std::vector<std::string> split(std::string const& text, char separator) {
     return parts;
 }
 
-// fxsctl, started with these arguments (quotation marks hold words together) for this process, if any.
+/// fxsctl, started with these arguments (quotation marks hold words together) for this process, if any.
 inline child start_fxsctl(std::string const& arguments, fake_process const* process = nullptr) {
     std::istringstream in(arguments);
     std::vector<std::string> words{FXSCTL}, environment;
@@ -31,7 +32,7 @@ struct outcome {
     std::string out, err;
 };
 
-// The same to its end.
+/// The same to its end.
 inline outcome run_fxsctl(std::string const& arguments, fake_process const* process = nullptr) {
     child run = start_fxsctl(arguments, process);
     int const exit_code = run.wait();

@@ -1,7 +1,8 @@
-// Messages as one line of text, so that they can be compared at a glance.
 #pragma once
 
 #include "tools/protocol/description.h"
+
+/// Messages as one line of text, so that they can be compared at a glance.
 
 inline std::string summary(protocol::description const& message) {
     std::string text = message.name;

@@ -17,7 +17,7 @@ using namespace protocol;
 
 namespace {
 
-// The reports, all of them, and the commands that say most.
+/// The reports, all of them, and the commands that say most.
 std::map<std::string, std::string> const understood{
     {"session report", "heartbeat"},
     {"open report", "open call=0 rtp_port=16400 rtcp_port=16401"},

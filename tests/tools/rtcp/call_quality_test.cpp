@@ -5,8 +5,8 @@
 #include <gtest/gtest.h>
 
 #include "tests/tools/rtcp/compounds.h"
-#include "tools/rtcp/parse.h"
-#include "tools/rtcp/show_quality.h"
+#include "tools/rtcp/packet.h"
+#include "tools/rtcp/show.h"
 
 using namespace rtcp_view;
 

@@ -1,7 +1,8 @@
-// A compound packet as the process sends it, with every block it knows, for the tests of the RTCP views.
 #pragma once
 
-#include "tools/protocol/hex.h"
+#include "tools/protocol/bytes.h"
+
+/// A compound packet as the process sends it, with every block it knows, for the tests of the RTCP views.
 
 inline protocol::bytes whole_compound() {
     return protocol::from_hex(

@@ -13,7 +13,7 @@ namespace {
 
 std::string const key = "e1f97a0d3e018be0d64fa32c06de41390ec675ad498afeebb6960b3aabe6";
 
-// The first two packets of compounds.h, protected by libsrtp2 with that key, as a copy of call 1, call identifier "id".
+/// The first two packets of compounds.h, protected by libsrtp2 with that key, as a copy of call 1 with identifier "id".
 char const* const received_copy =
     "000e0062 000400020001 001600026964 00090052"
     "81c8000c1111111141d7db46c199c52390f03a515a81ccc72b7415ca716170e69a07ff7561237775ac824dd4a813a7ec26"

@@ -6,7 +6,7 @@
 
 #include "tests/srtp/libsrtp_peer.h"
 #include "tests/tools/rtcp/compounds.h"
-#include "tools/rtcp/parse.h"
+#include "tools/rtcp/packet.h"
 
 using namespace fxsctl;
 using protocol::bytes;

@@ -5,7 +5,7 @@
 #include <sstream>
 
 #include "tests/tools/rtcp/compounds.h"
-#include "tools/rtcp/parse.h"
+#include "tools/rtcp/packet.h"
 #include "tools/rtcp/show.h"
 
 using namespace rtcp_view;
@@ -13,7 +13,7 @@ using protocol::bytes;
 
 namespace {
 
-// After each ">" the bytes, below them what they are shown as.
+/// After each ">" the bytes, below them what they are shown as.
 std::string const shown_as = R"(
 >WHOLE
 SR ssrc=11111111 ntp=1970-01-01T00:00:00.500Z ntp_hex=83aa7e8080000000 rtp_timestamp=1000 packets=100 octets=16000 announced_blocks=1

@@ -1,11 +1,13 @@
-#include "tools/protocol/hex.h"
+#include "tools/protocol/bytes.h"
+
+#include <array>
 
 namespace protocol {
 namespace {
 
 constexpr std::string_view digits = "0123456789abcdef";
 
-// 0 to 15, or -1 when c is no hexadecimal digit.
+/// 0 to 15; -1 for anything but a hexadecimal digit.
 int digit_value(char c) {
     if (c >= '0' && c <= '9')
         return c - '0';
@@ -15,6 +17,20 @@ int digit_value(char c) {
 
 bool separates(char c) {
     return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == ':';
+}
+
+std::string printable(std::string const& text) {
+    std::string safe;
+    for (char const c : text) {
+        auto const byte = static_cast<std::uint8_t>(c);
+        if (byte < 0x20 || byte >= 0x7F)
+            safe += "\\x" + to_hex(std::array{byte});
+        else if (c == '"' || c == '\\')
+            safe += std::string("\\") + c;
+        else
+            safe += c;
+    }
+    return safe;
 }
 
 }  // namespace
@@ -48,6 +64,12 @@ std::optional<bytes> from_hex(std::string_view text) {
 
 bytes to_bytes(std::string_view text) {
     return {text.begin(), text.end()};
+}
+
+std::string quoted(std::string const& text) {
+    std::string const safe = printable(text);
+    bool const plain = safe == text && !safe.empty() && safe.find_first_of(" =") == std::string::npos;
+    return plain ? safe : "\"" + safe + "\"";
 }
 
 }  // namespace protocol
