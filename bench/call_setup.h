@@ -6,7 +6,6 @@
 #include "bench/process_usage.h"
 #include "tools/fxsline/line_bank.h"
 #include "tools/fxsline/line_mount.h"
-#include "tools/fxsline/tick_clock.h"
 #include "tools/protocol/control_client.h"
 
 /// Four telephones on lines that this program serves in real time: each says a tone, each hears what is written.

@@ -7,7 +7,7 @@
 #include <map>
 
 #include "tests/support/seed.h"
-#include "tools/fxslink/relay_socket.h"
+#include "tools/fxslink/links.h"
 #include "tools/protocol/address.h"
 
 /// What a network does to what a far end sends; delays differ, so that packets overtake each other.

@@ -25,7 +25,7 @@ void device_io::read(fuse_req_t request, size_t bytes, bool nonblocking) {
 }
 
 void device_io::write(fuse_req_t request, std::string_view bytes, bool nonblocking) {
-    // More than a block is queued only as far as there is room, so no more need ever be kept than the queue holds.
+    // What exceeds the queue would never be written, so it need not be kept.
     size_t const count = std::min(bytes.size() / sample_bytes, line.play_capacity());
     if (count == 0) {
         fuse_reply_err(request, EINVAL);

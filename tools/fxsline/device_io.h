@@ -1,48 +1,50 @@
-// One line's device file towards FUSE: answers reads, writes and polls at once where the line allows, and otherwise
-// keeps them until a tick (or transmit clear, or an interrupt) lets it answer. It owns the waiting requests and the
-// pollers' handles, not the line. Not locked: its owner, file_server, is entered by one thread at a time.
 #pragma once
+
+#define FUSE_USE_VERSION 35
+#include <fuse_lowlevel.h>
 
 #include <cstdint>
 #include <list>
 #include <string_view>
 #include <vector>
 
-#include "tools/fxsline/fuse_api.h"
 #include "tools/fxsline/simulated_line.h"
 
 namespace fxsline {
 
+/// FUSE requests to one line's device file: reads, writes and polls are answered at once where the line allows, otherwise
+/// when a tick, a transmit clear or an interrupt does. Owns the waiting requests and the pollers' handles, not the line.
+/// Not locked: its owner, file_server, is entered by one thread at a time.
 class device_io {
 public:
     explicit device_io(simulated_line& served) : line(served) {}
     device_io(device_io const&) = delete;
     ~device_io() { abandon(); }
 
-    // Answers `request` with up to `bytes` bytes of the backlog. While there is nothing: EAGAIN when
-    // `nonblocking`, else the answer waits. Less than a sample is refused with EINVAL.
+    /// Answers `request` with up to `bytes` bytes of the backlog. While there is nothing: EAGAIN when
+    /// `nonblocking`, else the answer waits. Less than a sample is refused with EINVAL.
     void read(fuse_req_t request, size_t bytes, bool nonblocking);
 
-    // Queues as much of `bytes` as there is room for, whole samples only, once a block or all of it fits.
+    /// Queues as much of `bytes` as there is room for, whole samples only, once a block or all of it fits.
     void write(fuse_req_t request, std::string_view bytes, bool nonblocking);
 
-    // Answers with the poll events (POLLIN, POLLOUT, ...) that are true now. With a `notify` handle (nullptr: none;
-    // taken over) the open file `file` is notified once when one of `wanted` is true after a later tick.
+    /// Answers with the poll events (POLLIN, POLLOUT, ...) that hold now. With a `notify` handle (nullptr: none;
+    /// taken over) the open file `file` is notified once when one of `wanted` holds after a later tick.
     void poll(fuse_req_t request, uint64_t file, uint32_t wanted, fuse_pollhandle* notify);
 
-    // The open file `file` is gone, and its poller with it.
+    /// The open file `file` is gone, and its poller with it.
     void closed(uint64_t file);
 
-    // After a tick or a transmit clear: answers what need not wait longer and wakes the pollers it is true for.
+    /// After a tick or a transmit clear: answers what need not wait any longer and wakes the pollers concerned.
     void serve_waiting();
 
-    // Before the mount goes: every waiting request fails with ENODEV, every poller wakes.
+    /// Before the unmount: every waiting request fails with ENODEV, every poller wakes.
     void abandon();
 
-    // A process sleeps until the line has something to read.
+    /// A process sleeps until the line has something to read.
     bool reader_sleeps() const;
 
-    // A write waits for room.
+    /// A write waits for room.
     bool writer_waits() const { return !writes.empty(); }
 
 private:
@@ -58,11 +60,11 @@ private:
         uint64_t file;
         uint32_t wanted;
         fuse_pollhandle* notify;
-        bool asleep;  // its last poll found nothing that it wanted
+        bool asleep;  ///< its last poll found nothing that it wanted
     };
 
     static void interrupted(fuse_req_t request, void* self);
-    // Keeps `item` in `waiting` until served; at once refused if it shall not wait or was interrupted already.
+    /// Keeps `item` in `waiting` until it is served. Refused at once when it may not wait or was interrupted already.
     template <class T>
     void wait(std::list<T>& waiting, T item, bool nonblocking);
     void answer_read(fuse_req_t request, size_t bytes);
@@ -71,7 +73,7 @@ private:
     uint32_t ready() const;
 
     simulated_line& line;
-    std::list<waiting_read> reads;  // oldest first, as below
+    std::list<waiting_read> reads;  ///< oldest first, as below
     std::list<waiting_write> writes;
     std::vector<poller> pollers;
 };

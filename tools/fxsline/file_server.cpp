@@ -16,7 +16,7 @@ namespace fxsline {
 
 namespace {
 
-constexpr double forever_s = 1e6;  // names and attributes never change
+constexpr double forever_s = 1e6;  ///< names and attributes never change
 
 struct stat status_of(uint64_t inode, mode_t mode) {
     struct stat status {};
@@ -33,6 +33,36 @@ struct stat status_of(mount_file const& file) {
 }
 
 }  // namespace
+
+mount_files::mount_files(unsigned lines, bool pipe, bool signal) {
+    for (unsigned line = 0; line < lines; line++) {
+        std::string const digit = std::to_string(line);
+        add("sdt" + digit, file_kind::device, line, 0666);
+        add("line" + digit + ".say", file_kind::say, line, 0666);
+        add("line" + digit + ".stats", file_kind::stats, line, 0444);
+    }
+    add("clock", file_kind::clock, 0, 0666);
+    add("led", file_kind::led, 0, 0444);
+    if (pipe)
+        add("driver.say", file_kind::driver_say, 0, 0222);
+    if (signal)
+        add("signal.say", file_kind::signal_say, 0, 0222);
+}
+
+mount_file const* mount_files::find(std::string_view name) const {
+    auto const found = std::ranges::find(files, name, &mount_file::name);
+    return found == files.end() ? nullptr : &*found;
+}
+
+mount_file const* mount_files::find(uint64_t inode) const {
+    uint64_t const index = inode - directory_inode - 1;  // wraps for the directory and for 0
+    return index < files.size() ? &files[index] : nullptr;
+}
+
+void mount_files::add(std::string name, file_kind kind, unsigned line, unsigned mode) {
+    uint64_t const inode = directory_inode + 1 + files.size();
+    files.push_back({std::move(name), kind, line, mode, inode});
+}
 
 file_server::file_server(line_bank& telephones, driver_links* driver, bool can_step, std::string directory)
     : bank(telephones),
@@ -107,8 +137,8 @@ void file_server::open(fuse_req_t request, mount_file const& file, fuse_file_inf
     info.nonseekable = file.kind == file_kind::device;
     if (file.kind == file_kind::device)
         bank.open_device(file.line);
-    if (fuse_reply_open(request, &info) ==
-        -ENOENT)  // whoever opened it is gone already: no release will come
+    bool const opener_is_gone = fuse_reply_open(request, &info) == -ENOENT;
+    if (opener_is_gone)  // then no release will come
         release(file, info);
 }
 

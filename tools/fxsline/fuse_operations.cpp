@@ -11,7 +11,7 @@ struct operations_table {
         return *static_cast<file_server*>(fuse_req_userdata(request));
     }
 
-    // The kernel names only inodes that it was given, and opens, reads, ... no directory through these.
+    /// The kernel names only inodes that it was given, and opens, reads, ... no directory through these.
     static mount_file const& file(fuse_req_t request, fuse_ino_t inode) {
         return *server(request).files.find(inode);
     }
@@ -31,7 +31,7 @@ struct operations_table {
         server(request).attributes(request, inode);
     }
 
-    // Nothing changes: "echo 1 > clock" wants to truncate the file first.
+    /// Nothing changes: "echo 1 > clock" wants to truncate the file first.
     static void setattr(fuse_req_t request, fuse_ino_t inode, struct stat*, int, fuse_file_info*) {
         server(request).attributes(request, inode);
     }
@@ -62,8 +62,8 @@ struct operations_table {
         server(request).poll(request, file(request, inode), *info, notify);
     }
 
-    // The driver's requests have no argument. Their numbers, made for MIPS, read on a PC as "no direction, 8192
-    // bytes"; without a direction the kernel copies nothing, so the argument is ignored on every machine.
+    /// The driver's requests have no argument. Their numbers, made for MIPS, read on a PC as "no direction, 8192
+    /// bytes"; without a direction the kernel copies nothing, so the argument is ignored on every machine.
     static void ioctl(fuse_req_t request, fuse_ino_t inode, unsigned number, void*, fuse_file_info*,
                       unsigned flags, void const*, size_t, size_t) {
         if ((flags & FUSE_IOCTL_DIR) != 0)

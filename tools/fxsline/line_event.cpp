@@ -15,7 +15,7 @@ struct kind_names {
     char const* json;
     char const* text;
     carries what;
-    char const* source = nullptr;  // of events that concern no line
+    char const* source = nullptr;  ///< of events that concern no line
 };
 
 constexpr kind_names names[] = {

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <sys/timerfd.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -16,7 +17,7 @@ namespace fxsline {
 
 namespace {
 
-// libfuse explains failures only through its log, which is the process's: the last line of it.
+//// libfuse explains failures only in its log, one for all sessions: the last line of it.
 std::string last_log_line;
 
 void keep_log_line(fuse_log_level, char const* format, va_list arguments) {
@@ -45,6 +46,22 @@ fuse_session* new_session(mount_config const& config, file_server& files) {
 
 }  // namespace
 
+tick_clock::tick_clock() : timer(timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC)) {
+    itimerspec period{};
+    period.it_interval.tv_nsec = tick_ms * 1000000L;
+    period.it_value = period.it_interval;
+    timerfd_settime(timer, 0, &period, nullptr);
+}
+
+tick_clock::~tick_clock() {
+    close(timer);
+}
+
+uint64_t tick_clock::due() {
+    uint64_t ticks = 0;
+    return read(timer, &ticks, sizeof ticks) == sizeof ticks ? ticks : 0;
+}
+
 mount_error line_mount::open(mount_config const& config) {
     failure = fuse_obstacle();
     if (!failure.empty())
@@ -65,7 +82,7 @@ mount_error line_mount::open(mount_config const& config) {
         }
         return mount_error::no_fuse;
     }
-    // A request may vanish between poll and read (whoever made it was killed): the read must not wait then.
+    // A request may vanish between poll and read, when its process is killed: the read must not wait then.
     int const fd = fuse_session_fd(session);
     fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) | O_NONBLOCK);
     wake_fd = eventfd(0, EFD_CLOEXEC);

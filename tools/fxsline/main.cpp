@@ -18,9 +18,9 @@ namespace {
 
 using namespace fxsline;
 
-// A descriptor that becomes readable when the program shall end.
+/// A descriptor that becomes readable when the program is to end.
 int end_signals() {
-    signal(SIGPIPE, SIG_IGN);  // a reader of our events that goes away must not leave the mount behind
+    signal(SIGPIPE, SIG_IGN);  // the mount must not stay behind when the reader of our events goes away
     sigset_t signals;
     sigemptyset(&signals);
     for (int number : {SIGINT, SIGTERM, SIGHUP})
@@ -40,7 +40,7 @@ event_printer::style print_style(program_options const& options) {
     return options.json ? event_printer::style::json : event_printer::style::text;
 }
 
-// Prints or writes what is shown at the end; false if it could not be written.
+/// Prints or writes what is shown at the end; false if it could not be written.
 bool conclude(program_options const& options, event_printer const& printer, line_bank& bank) {
     printer.totals(bank);
     if (options.led_file.empty()) {

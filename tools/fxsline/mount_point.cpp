@@ -32,7 +32,7 @@ bool mounted_by_us(std::string const& directory) {
     return false;
 }
 
-// Detaches the topmost mount on `directory`: by ourselves as root, else with fusermount3.
+/// Detaches the topmost mount on `directory`: by ourselves as root, else with fusermount3.
 bool detach(std::string const& directory) {
     if (umount2(directory.c_str(), MNT_DETACH | UMOUNT_NOFOLLOW) == 0)
         return true;
@@ -46,7 +46,7 @@ bool detach(std::string const& directory) {
            waitpid(child, &status, 0) == child && status == 0;
 }
 
-// The absolute path without a look at the directory itself, which may be a dead mount.
+/// The absolute path without a look at the directory itself, which may be a dead mount.
 std::string absolute_path(std::string const& directory) {
     fs::path path = fs::absolute(directory).lexically_normal();
     if (!path.has_filename())

@@ -33,7 +33,7 @@ Example:
   fxsline /tmp/lines --say 0=hello.wav --delay 0=500 --hear 0=heard0.wav --tone 1=440,-20 &
   fxsmedia --tdm /tmp/lines/sdt)";
 
-// The options as they are written, before their meaning is checked.
+/// The options as they are written, before their meaning is checked.
 struct raw_options {
     std::vector<std::string> say, tone, hear, said, delay, answer, hook;
     std::vector<unsigned> loop, from_start;
@@ -81,7 +81,7 @@ void declare(CLI::App& app, program_options& options, raw_options& raw) {
     app.footer(footer);
 }
 
-// Splits "N=VALUE"; N must be below `limit`.
+/// Splits "N=VALUE"; N must be below `limit`.
 std::pair<unsigned, std::string> numbered(std::string const& text, unsigned limit) {
     size_t const equals = text.find('=');
     unsigned number = 0;

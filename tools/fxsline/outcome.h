@@ -1,4 +1,3 @@
-// A value, or the sentence that tells the user why there is none.
 #pragma once
 
 #include <optional>
@@ -7,10 +6,11 @@
 
 namespace fxsline {
 
+/// A value, or the sentence that tells the user why there is none.
 template <class T>
 struct outcome {
     std::optional<T> value;
-    std::string error;  // empty when there is a value
+    std::string error;  ///< empty when there is a value
 
     static outcome failed(std::string why) { return {std::nullopt, std::move(why)}; }
 };

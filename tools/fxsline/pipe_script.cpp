@@ -14,7 +14,7 @@ namespace {
 constexpr uint64_t longest_ms = 86400000;
 constexpr std::string_view line_end = "\r\n";
 
-// The bytes that `text` stands for, or nullopt where a backslash stands before something unknown.
+/// The bytes that `text` stands for, or nullopt where a backslash stands before something unknown.
 std::optional<std::string> unescaped(std::string_view text) {
     std::string bytes;
     for (size_t i = 0; i < text.size(); i++) {

@@ -1,4 +1,3 @@
-// What the driver says at which line time: a script made of a file or of hook changes.
 #pragma once
 
 #include <cstdint>
@@ -8,20 +7,21 @@
 
 #include "tools/fxsline/outcome.h"
 
+/// What the driver says at which line time: a script made of a file or of hook changes.
 namespace fxsline {
 
 struct scripted_text {
     uint64_t time_ms;
-    std::string bytes;  // exactly what is sent
+    std::string bytes;  ///< exactly what is sent
 };
 
 using pipe_script = std::vector<scripted_text>;
 
-// Reads rows "MS TEXT" (MS up to a day, rows in any order); empty rows and those that begin with # are skipped. TEXT
-// may hold \r, \n, \\ and \xHH. CR LF is added to it, unless it ends in \c, which adds nothing.
+/// Reads rows "MS TEXT" (MS up to a day, rows in any order); empty rows and those that begin with # are skipped. TEXT
+/// may hold \r, \n, \\ and \xHH. CR LF is added to it, unless it ends in \c, which adds nothing.
 outcome<pipe_script> parse_pipe_script(std::string_view rows);
 
-// The telephone of `line` goes off-hook ("off-hook N") at the first time, on-hook at the second, and so on.
+/// The telephone of `line` goes off-hook ("off-hook N") at the first time, on-hook at the second, and so on.
 pipe_script hook_changes(unsigned line, std::vector<unsigned> const& times_ms);
 
 }  // namespace fxsline

@@ -17,8 +17,8 @@ namespace fxsline {
 namespace {
 
 constexpr double lowest_hz = 100;
-constexpr double highest_hz = 3900;  // just below half the sample rate
-constexpr double lowest_dbfs = -90;  // about one unit of a 16-bit sample
+constexpr double highest_hz = 3900;  ///< just below half the sample rate
+constexpr double lowest_dbfs = -90;  ///< about one unit of a 16-bit sample
 
 std::string shortest(double number) {
     std::ostringstream text;
@@ -64,7 +64,7 @@ outcome<speech> parse_tone(std::string const& arguments) {
 
 using sound_file = std::unique_ptr<SNDFILE, int (*)(SNDFILE*)>;
 
-// Opens a regular file only: a pipe or device would stop the clock until somebody wrote to it.
+/// Opens a regular file only: a pipe or device would stop the clock until data came.
 outcome<sound_file> open_sound(std::string const& path, SF_INFO& info) {
     int const fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
     struct stat status {};
@@ -86,7 +86,7 @@ outcome<sound_file> open_sound(std::string const& path, SF_INFO& info) {
     return {std::move(sound), {}};
 }
 
-// All that is left in `sound`, the channels of each frame averaged.
+/// The rest of `sound`, the channels of each frame averaged.
 std::vector<int16_t> read_mono(SNDFILE* sound, size_t channels) {
     std::vector<int16_t> samples;
     std::vector<float> frames(4096 * channels);  // full scale is 1; 16-bit samples come through unchanged

@@ -45,7 +45,7 @@ TEST(SimulatedLine, SpeechStartsWithItsDeviceOrTheClockAfterItsDelay) {
     }
 }
 
-// Underruns: audio that had been flowing into an open device stops, once for each gap, never after a clear.
+/// Underruns: audio that had been flowing into an open device stops, once for each gap, never after a clear.
 TEST(SimulatedLine, UnderrunIsTheEndOfAFlow) {
     simulated_line line({});
     line.open_device();
@@ -62,7 +62,7 @@ TEST(SimulatedLine, UnderrunIsTheEndOfAFlow) {
     EXPECT_EQ(line.counters().underruns, 1U);
 }
 
-// Random operations against two plain queues and two lists of samples.
+/// Random operations against two plain queues and two lists of samples.
 TEST(SimulatedLine, AgreesWithAModelOverRandomOperations) {
     unsigned const seed = std::random_device()();
     SCOPED_TRACE(testing::Message() << "seed " << seed);

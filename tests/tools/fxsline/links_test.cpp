@@ -18,11 +18,11 @@ protected:
         return std::to_string(event["time_ms"].get<int>()) + " " + event["event"].get<std::string>() + " " +
                event.value("text", "");
     }
-    // 0 or -errno
+    /// 0 or -errno
     long say(std::string const& name, std::string const& bytes) {
         return std::min(0L, write_text(mount.path(name), bytes));
     }
-    // As the process opens its end; closed at the end of the test program.
+    /// As the process opens its end; closed at the end of the test program.
     static int opened(std::string const& path) {
         return open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC | O_NOCTTY);
     }

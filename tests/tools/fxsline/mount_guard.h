@@ -1,6 +1,3 @@
-// Keeps a test program that uses a mount which it serves itself from becoming immortal: if its serving thread crashes
-// or hangs, the kernel lets no other thread of it go that waits for an answer, not even by SIGKILL. A child process
-// cuts the connection and kills the test when it takes longer than a limit far beyond any honest run.
 #pragma once
 
 #include <signal.h>
@@ -10,9 +7,12 @@
 
 #include <string>
 
+/// Keeps a test program that uses a mount which it serves itself from becoming immortal: if its serving thread crashes
+/// or hangs, the kernel lets no other thread of it go that waits for an answer, not even by SIGKILL. A child process
+/// cuts the connection and kills the test when it takes longer than a limit far beyond any honest run.
 class mount_guard {
 public:
-    // Before the mount is served. `mountpoint` is absolute.
+    /// Before the mount is served. `mountpoint` is absolute.
     explicit mount_guard(std::string const& mountpoint) {
         constexpr unsigned limit_seconds = 60;
         pid_t const test = getpid();

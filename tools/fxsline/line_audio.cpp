@@ -1,4 +1,4 @@
-#include "tools/fxsline/level_meter.h"
+#include "tools/fxsline/line_audio.h"
 
 #include <algorithm>
 #include <cmath>
