@@ -5,7 +5,18 @@
 #include "lib/str.h"
 
 /// Encoder of the run-length chunks of one loss or duplicate block (RFC 3611 sections 4.1 and 4.2): collects one bit
-/// per sequence number into runs of equal bits and, where they change quickly, into bit vectors.
+/// per sequence number into runs of equal bits and, where they change quickly, into bit vectors. The block:
+///
+///     0        1 (loss) or 2 (duplicates)
+///     1        thinning (bits 3-0)
+///     2-3      length in 32-bit words minus one
+///     4-7      SSRC it is about
+///     8-9      first sequence number
+///     10-11    the one behind the last
+///     12..     chunks of 16 bits, filled up to a word with a null chunk
+///
+///     run      0 (bit 15), value of the bits (14), their number (13-0)
+///     vector   1 (bit 15), 15 bits, the first one in bit 14
 ///
 /// A run shorter than 15 that ends is not carried into the vector that follows it, so the encoded bits may fall
 /// short of end - begin. Peers depend on that.
