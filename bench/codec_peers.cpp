@@ -5,17 +5,12 @@
 #include <memory>
 
 #include <gsm.h>
-
-#include "codecs/codec.h"
-
-#if BENCH_SPANDSP
 #include <spandsp.h>
-#endif
-#if BENCH_LIBAV
 extern "C" {
 #include <libavcodec/avcodec.h>
 }
-#endif
+
+#include "codecs/codec.h"
 
 namespace {
 
@@ -70,7 +65,6 @@ void add_libgsm(entries& to, samples const& pcm) {
         pcm, narrow);
 }
 
-#if BENCH_SPANDSP
 void add_spandsp(entries& to, int number, samples const& pcm, samples const& wide) {
     switch (number) {
         case codec::mu_law:
@@ -116,9 +110,7 @@ void add_spandsp(entries& to, int number, samples const& pcm, samples const& wid
         default: break;
     }
 }
-#endif
 
-#if BENCH_LIBAV
 struct av_coder {
     int number;
     char const* encoder;
@@ -191,23 +183,18 @@ void add_libav(entries& to, av_coder const& coder, samples const& pcm, int rate_
                            },
                            blocks});
 }
-#endif
 
 }  // namespace
 
-entries codec_peers::of_codec(int codec, samples const& pcm, [[maybe_unused]] samples const& wide) {
+entries codec_peers::of_codec(int codec, samples const& pcm, samples const& wide) {
     entries found;
     if (codec == codec::gsm_full_rate)
         add_libgsm(found, pcm);
-#if BENCH_SPANDSP
     add_spandsp(found, codec, pcm, wide);
-#endif
-#if BENCH_LIBAV
     for (av_coder const& coder : av_coders) {
         if (coder.number == codec)
             add_libav(found, coder, codec == codec::g722_64 ? wide : pcm,
                       codec == codec::g722_64 ? 16000 : 8000);
     }
-#endif
     return found;
 }
