@@ -25,8 +25,12 @@ struct coder {
         return payload_bytes / unit_bytes * unit_pcm_bytes;
     }
 };
-constexpr coder coders[] = {{codec::linear, 1, 1},  {codec::mu_law, 1, 2},           {codec::a_law, 1, 2},
-                            {codec::g729, 10, 160}, {codec::gsm_full_rate, 33, 320}, {codec::g722_64, 1, 2},
+constexpr coder coders[] = {{codec::linear, 1, 1},
+                            {codec::mu_law, 1, 2},
+                            {codec::a_law, 1, 2},
+                            {codec::g729, FXSMEDIA_G729 ? 10 : 1, FXSMEDIA_G729 ? 160 : 2},
+                            {codec::gsm_full_rate, 33, 320},
+                            {codec::g722_64, 1, 2},
                             {codec::g726_32, 1, 4}};
 
 /// Big-endian samples, so that an input means the same everywhere.

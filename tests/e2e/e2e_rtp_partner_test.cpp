@@ -130,6 +130,8 @@ TEST_P(RtpPartner, HearsTheLine) {
 
 /// ffmpeg decodes G.729 but not out of RTP: the packets are collected here.
 TEST(G729Partner, DecodesWhatTheLineSays) {
+    if (!FXSMEDIA_G729)
+        GTEST_SKIP() << "built without G.729";
     signals::samples const said = signals::speech_like(3 * 8000, 12000, 13);
     telephones lines({fxsline::speech::recording(said, false, "test")});
     controlled_process process({"--tdm", lines.tdm_path()});

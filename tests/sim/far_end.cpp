@@ -8,10 +8,11 @@
 
 namespace sim {
 
-format const formats[7] = {{codec::linear, 98, 320, "linear"},   {codec::mu_law, 0, 160, "PCMU"},
-                           {codec::a_law, 8, 160, "PCMA"},       {codec::g729, 18, 20, "G.729"},
-                           {codec::gsm_full_rate, 3, 33, "GSM"}, {codec::g722_64, 9, 160, "G.722"},
-                           {codec::g726_32, 97, 80, "G.726"}};
+format const formats[7] = {
+    {codec::linear, 98, 320, "linear"},   {codec::mu_law, 0, 160, "PCMU"},
+    {codec::a_law, 8, 160, "PCMA"},       {codec::g729, 18, FXSMEDIA_G729 ? 20 : 160, "G.729"},
+    {codec::gsm_full_rate, 3, 33, "GSM"}, {codec::g722_64, 9, 160, "G.722"},
+    {codec::g726_32, 97, 80, "G.726"}};
 
 format const* find_format(int payload_type) {
     for (format const& f : formats)
