@@ -107,8 +107,11 @@ void connection::fail_without_answer() const {
                                                 ": is fxsmedia running with --port " +
                                                 std::to_string(chosen.port) + "?");
     }
-    throw failure(exit_code::no_answer,
-                  "no answer from " + where + " within " + std::to_string(chosen.timeout_ms) + " ms");
+    throw failure(
+        exit_code::no_answer,
+        "no answer from " + where + " within " + std::to_string(chosen.timeout_ms) +
+            " ms: the process is busy, or waits for the rest of a command that was sent broken; for that "
+            "there is `fxsctl resync`");
 }
 
 protocol::open_reply open_call(connection& link, protocol::open_command const& command) {

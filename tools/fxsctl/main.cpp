@@ -43,9 +43,10 @@ int main(int argc, char** argv) {
     app.footer(footer);
     app.require_subcommand(0, 1);  // checked below, so that an unknown word gets its own message
     add_shared_options(app, program.global);
-    for (auto const add : {fxsctl::add_session, fxsctl::add_monitor, fxsctl::add_call, fxsctl::add_open,
-                           fxsctl::add_media, fxsctl::add_line, fxsctl::add_tones, fxsctl::add_process,
-                           fxsctl::add_tunnel, fxsctl::add_device, fxsctl::add_decode, fxsctl::add_quality})
+    for (auto const add :
+         {fxsctl::add_session, fxsctl::add_monitor, fxsctl::add_call, fxsctl::add_open, fxsctl::add_media,
+          fxsctl::add_line, fxsctl::add_tones, fxsctl::add_process, fxsctl::add_tunnel, fxsctl::add_device,
+          fxsctl::add_decode, fxsctl::add_quality, fxsctl::add_resync})
         add(app, program);
     try {
         app.parse(argc, argv);

@@ -35,5 +35,6 @@ void add_tunnel(CLI::App& app, program& p);
 void add_device(CLI::App& app, program& p);  ///< led, reset-base, signal, loopback-test
 void add_decode(CLI::App& app, program& p);
 void add_quality(CLI::App& app, program& p);
+void add_resync(CLI::App& app, program& p);
 
 }  // namespace fxsctl

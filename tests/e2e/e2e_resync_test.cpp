@@ -1,0 +1,67 @@
+// Broken commands that mute the process for call control, and `fxsctl resync`, which makes it answer again.
+
+#include <gtest/gtest.h>
+
+#include "tests/e2e/media_process.h"
+#include "tests/tools/child.h"
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr int answered = 0, unanswered = 3;
+
+struct resync : testing::Test {
+    controlled_process process{{}};
+
+    child fxsctl(std::string const& subcommand, std::string const& timeout_ms = "1000") {
+        return child({FXSCTL, "--port", std::to_string(process.port), "--timeout", timeout_ms, subcommand});
+    }
+};
+
+TEST_F(resync, cures_what_mutes_the_process) {
+    for (char const* const poison : {
+             "0000ffff",
+             "0013ffff",  // elements that claim 65,535 bytes, one of them a session command
+             "00 0000ffff",
+             "0000 0013ffff",  // the same off an element's beginning
+             "000000 0000ffff", "0013ffff 0000ffff 0013ffff 0000ffff", "00", "0013",
+             "001300",         // no whole header
+             "00100008 0004",  // a command that was cut off
+         }) {
+        SCOPED_TRACE(poison);
+        process.send(protocol::from_hex(poison).value());
+        child muted = fxsctl("ping", "100");
+        EXPECT_EQ(muted.wait(), unanswered);
+        EXPECT_NE(muted.err.find("fxsctl resync"), std::string::npos) << muted.err;
+        child cure = fxsctl("resync");
+        EXPECT_EQ(cure.wait(), answered) << cure.err;
+        EXPECT_NE(cure.out.find("was_muted=yes"), std::string::npos) << cure.out;
+        EXPECT_EQ(fxsctl("ping").wait(), answered);
+    }
+}
+
+TEST_F(resync, the_broken_command_is_not_carried_out) {
+    std::uint16_t const rtp_port = process.open(0).rtp_port;
+    process.send(protocol::from_hex("0004ffff 000400020000").value());  // end call 0
+    EXPECT_EQ(fxsctl("resync").wait(), answered);
+    ASSERT_TRUE(process.client.start_session(20s));
+    process.send(protocol::encode(protocol::open_command{
+        .call = 1, .port_min = rtp_port, .port_max = static_cast<std::uint16_t>(rtp_port + 2)}));
+    auto const reply = process.client.wait_for<protocol::open_reply>(20s);
+    ASSERT_TRUE(reply.has_value());
+    EXPECT_EQ(reply->rtp_port, 0) << "call 0 has left its ports";
+}
+
+TEST_F(resync, leaves_a_process_in_order_alone) {
+    child untouched = fxsctl("resync");
+    EXPECT_EQ(untouched.wait(), answered);
+    EXPECT_NE(untouched.out.find("was_muted=no"), std::string::npos) << untouched.out;
+
+    kill(process.process.pid(), SIGSTOP);
+    EXPECT_EQ(fxsctl("resync", "100").wait(), unanswered);
+    kill(process.process.pid(), SIGCONT);
+    EXPECT_EQ(fxsctl("ping", "20000").wait(), answered);
+}
+
+}  // namespace
