@@ -1,4 +1,3 @@
-#include <cinttypes>
 #include <cstring>
 #include <random>
 
@@ -16,9 +15,6 @@ constexpr protocol::codec_choice pcm_0{0, 0};
 
 std::string material(char name) {
     return std::string(16, name) + std::string(14, 's');
-}
-protocol::bytes to_bytes(std::string const& text) {
-    return {text.begin(), text.end()};
 }
 srtp_ctx keyed(std::string const& key_and_salt) {
     srtp_ctx context;
@@ -39,52 +35,51 @@ std::string packet_of(srtp_ctx& sender, std::uint32_t sequence, int name, bool m
 /// The process with call 0 on a line that takes everything at once: what a packet plays is there when it was accepted.
 class Secure : public testing::Test {
 protected:
-    static constexpr std::size_t block = 160;
-
-    Secure() : process({"--tdm", devices.tdm_path()}) {
-        devices.link(0, line.device());
-        start();
-    }
+    Secure() : no_error(line.create(own_lines + "0")), process({"--tdm", own_lines}) { start(); }
 
     void start() {
-        port = process.open(0).rtp_port;
-        process.send(protocol::encode(protocol::media_command{
-            .call = 0, .send = pcm_0, .map = {pcm_0}, .rtp_dest = protocol::address{{127, 0, 0, 1}, 9}}));
+        far = std::make_unique<stranger>(process.open(0).rtp_port);
+        protocol::address const nobody{{127, 0, 0, 1}, 9};
+        tell(process, protocol::media_command{.call = 0, .send = pcm_0, .map = {pcm_0}, .rtp_dest = nobody});
         process.put_on_line(0, 0);
-        far = std::make_unique<stranger>(port);
     }
-    void key(std::string const& receive, std::string const& transmit) {
-        protocol::media_command command{.call = 0, .srtp_rx_key = to_bytes(receive), .srtp_tag_bytes = 10};
-        if (!transmit.empty())
-            command.srtp_tx_key = to_bytes(transmit);
-        process.send(protocol::encode(command));
+    void key(std::string const& receive, std::optional<std::string> const& transmit) {
+        protocol::media_command command{.call = 0, .srtp_tag_bytes = 10};
+        command.srtp_rx_key = protocol::to_bytes(receive);
+        if (transmit)
+            command.srtp_tx_key = protocol::to_bytes(*transmit);
+        tell(process, command);
         process.settle();
     }
     /// What this packet says is heard next, and nothing that was forged before it.
     void plays(std::string const& packet, int name) {
         far->send(packet);
-        ASSERT_EQ(to_hex(line.hear(block)), to_hex(pcm_of(name)));
+        std::string heard;
+        pollfd waits{line.fd(), POLLIN, 0};
+        while (heard.size() < 160 && poll(&waits, 1, 20000) == 1)
+            for (std::uint8_t const byte : line.receive())
+                heard += static_cast<char>(byte);
+        ASSERT_EQ(to_hex(heard), to_hex(pcm_of(name)));
         played++;
     }
-    void forge(std::string const& packet) {
-        far->send(packet);
-        forged++;
+    void forge(std::string const& packet) { far->send((forged++, packet)); }
+    void print(char const* what) const {
+        std::printf("%s: %d packets played, %d forged, none of them heard\n", what, played, forged);
     }
 
-    terminal line;
-    line_links devices;
+    fxsline::signal_device line;
+    std::string no_error;
     controlled_process process;
-    std::uint16_t port = 0;
     std::unique_ptr<stranger> far;
     int played = 0, forged = 0;
 };
 
 TEST_F(Secure, NothingIsPlayedWithoutAKeyOfThisCall) {
     key(material(9), material(9));
-    process.send(protocol::encode(protocol::end_command{.call = 0}));
+    tell(process, protocol::end_command{.call = 0});
     start();  // a call before had keys
     plays(named_packet(100, 1).build(), 1);
-    key(material(1), "");
+    key(material(1), std::nullopt);
     srtp_ctx unkeyed, zero = keyed(std::string(30, '\0')), old = keyed(material(9)),
                       right = keyed(material(1));
     for (std::uint32_t number = 101; number < 121; number++) {
@@ -93,8 +88,7 @@ TEST_F(Secure, NothingIsPlayedWithoutAKeyOfThisCall) {
             forge(packet_of(*forger, number, 77));
         plays(packet_of(right, number, 2), 2);
     }
-    std::printf("a key after a plain start: %d packets played, %d forged, none of them heard\n", played,
-                forged);
+    print("a key after a plain start");
 }
 
 // The sender's counter stands at 5, after 87 minutes of 50 packets a second.
@@ -110,8 +104,7 @@ TEST_F(Secure, TheRolloverCounterOutlivesForgedStreamsAndNewKeys) {
         process.client.kept().clear();
         usleep(150000);  // 100 ms at least
         forge(named_packet(7, 77, forged_ssrc).build());
-        EXPECT_TRUE(process.client.wait_for<protocol::new_ssrc>(patience))
-            << "the forger's stream is followed";
+        EXPECT_TRUE(process.client.wait_for<protocol::new_ssrc>(patience)) << "the forger is followed";
     };
     key(material(1), material(9));
     for (; number < 0x50000; name++)
@@ -126,125 +119,82 @@ TEST_F(Secure, TheRolloverCounterOutlivesForgedStreamsAndNewKeys) {
     key(material(2), material(9));
     forge(packet_of(first, number + 1, 77));
     go_on(second, 20);
-    std::printf("counter at 5, forged streams, new keys: %d packets played, %d forged, none of them heard\n",
-                played, forged);
+    print("counter at 5, forged streams, new keys");
 }
 
 // ---- keys in the memory of the process
 
-struct secret {
-    std::string name, bytes;
-};
-
-/// The master key and salt, and what is derived from them.
-std::vector<secret> secrets_of(std::string const& key_and_salt) {
-    srtp_ctx context = keyed(key_and_salt);
-    std::vector<secret> all{{"master key", key_and_salt.substr(0, 16)},
-                            {"master salt", key_and_salt.substr(16)}};
+/// Name and bytes of master key and salt, of what is derived from them, and of all their hexadecimal texts.
+std::vector<std::pair<std::string, std::string>> secrets_of(std::string const& key_and_salt) {
+    srtp_ctx const context = keyed(key_and_salt);
+    std::vector<std::pair<std::string, std::string>> all{{"master key", key_and_salt.substr(0, 16)},
+                                                         {"master salt", key_and_salt.substr(16)}};
     for (aes_cm_context const* const cipher : {&context.rtp, &context.rtcp}) {
-        all.push_back({"session key", to_string(cipher->session_key)});
-        all.push_back({"session salt", to_string(cipher->session_salt).substr(0, 14)});
-        all.push_back({"authentication key", to_string(cipher->auth_key)});
-        all.push_back(
-            {"last round key", {reinterpret_cast<char const*>(cipher->round_keys[10].octets()), 16}});
+        all.emplace_back("session key", to_string(cipher->session_key));
+        all.emplace_back("session salt", to_string(cipher->session_salt).substr(0, 14));
+        all.emplace_back("authentication key", to_string(cipher->auth_key));
+        all.emplace_back("round key", to_string(str(cipher->round_keys[10].octets(), 16)));
     }
     for (std::size_t i = 0, raw = all.size(); i < raw; i++) {
-        std::string const upper = to_hex(all[i].bytes);
-        std::string lower = upper;
-        std::transform(lower.begin(), lower.end(), lower.begin(),
-                       [](char c) { return c >= 'A' ? c + 32 : c; });
-        all.push_back({all[i].name + " in hex", upper});
-        all.push_back({all[i].name + " in hex", lower});
+        all.emplace_back(all[i].first + " in hex", to_hex(all[i].second));
+        all.emplace_back(all[i].first + " in hex", protocol::to_hex(protocol::to_bytes(all[i].second)));
     }
     return all;
 }
 
-/// What the process's data, heap and stacks hold: the pages that exist, one string a mapping.
-std::vector<std::string> memory_of(pid_t pid) {
-    constexpr std::uint64_t shadow_bytes = std::uint64_t{1} << 30;  // larger is AddressSanitizer's own
-    constexpr std::uint64_t page = 4096, exists = std::uint64_t{3} << 62;
-    std::string const process = "/proc/" + std::to_string(pid);
-    std::ifstream maps(process + "/maps");
-    int const pages = open((process + "/pagemap").c_str(), O_RDONLY | O_CLOEXEC);
-    int const memory = open((process + "/mem").c_str(), O_RDONLY | O_CLOEXEC);
-    std::vector<std::string> all;
-    for (std::string line; std::getline(maps, line);) {
-        std::uint64_t from = 0, to = 0;
-        char access[5] = "";
-        if (std::sscanf(line.c_str(), "%" SCNx64 "-%" SCNx64 " %4s", &from, &to, access) != 3 ||
-            std::string_view(access, 2) != "rw" || to - from > shadow_bytes)
-            continue;
-        std::vector<std::uint64_t> entries((to - from) / page);
-        EXPECT_GE(pread(pages, entries.data(), 8 * entries.size(), static_cast<off_t>(from / page * 8)), 0);
-        std::string bytes;
-        for (std::uint64_t i = 0; i < entries.size(); i++) {
-            if (entries[i] & exists) {
-                bytes.resize(bytes.size() + page);
-                EXPECT_EQ(
-                    pread(memory, &bytes[bytes.size() - page], page, static_cast<off_t>(from + i * page)),
-                    static_cast<ssize_t>(page));
-            } else if (!bytes.ends_with('\0')) {
-                bytes += '\0';  // what stands apart is not joined
-            }
-        }
-        all.push_back(bytes);
-    }
-    close(pages);
-    close(memory);
-    return all;
-}
-
-/// The names of those that are there.
-std::vector<std::string> found(std::vector<secret> const& wanted, pid_t pid) {
+/// Which secrets stand in the process's data, heap and stacks.
+std::vector<std::string> found(std::string const& key_and_salt, pid_t pid) {
+    constexpr std::uint64_t largest = 1 << 26;  // beyond lie tables of AddressSanitizer
+    auto const secrets = secrets_of(key_and_salt);
     std::vector<std::string> names;
-    for (std::string const& bytes : memory_of(pid))
-        for (secret const& s : wanted)
-            if (memmem(bytes.data(), bytes.size(), s.bytes.data(), s.bytes.size()) != nullptr)
-                names.push_back(s.name);
+    std::ifstream maps("/proc/" + std::to_string(pid) + "/maps");
+    std::ifstream memory("/proc/" + std::to_string(pid) + "/mem");
+    for (std::string line; std::getline(maps, line);) {
+        std::uint64_t const from = std::stoull(line, nullptr, 16);
+        std::uint64_t const bytes = std::stoull(line.substr(line.find('-') + 1), nullptr, 16) - from;
+        if (line.find(" rw") == std::string::npos || bytes > largest)
+            continue;
+        std::string content(bytes, 0);
+        memory.clear();
+        memory.seekg(static_cast<std::streamoff>(from))
+            .read(content.data(), static_cast<std::streamsize>(bytes));
+        for (auto const& [name, secret] : secrets)
+            if (memmem(content.data(), content.size(), secret.data(), secret.size()) != nullptr)
+                names.push_back(name);
+    }
     return names;
 }
 
 TEST_F(Secure, KeysAreGoneFromMemoryWithTheCallAndWithTheNextKeys) {
     std::random_device random;
-    auto const drawn = [&] {
-        std::string bytes(30, 0);
-        std::generate(bytes.begin(), bytes.end(), [&] { return static_cast<char>(random()); });
-        return bytes;
-    };
-    pid_t const pid = process.process.pid();
-    int sequence = 100;
-    auto const talk = [&](std::string const& receive) {
-        srtp_ctx sender = keyed(receive);
-        for (int i = 0; i < 5; i++) {
-            line.say(pcm_of(3));
-            plays(packet_of(sender, static_cast<std::uint32_t>(++sequence), 2), 2);
+    std::string keys[4];  // to receive, to transmit, and both again
+    for (std::string& key_and_salt : keys)
+        while (key_and_salt.size() < 30)
+            key_and_salt += static_cast<char>(random());
+    std::uint32_t sequence = 100;
+    auto const expect = [&](char const* when, int from, int until, bool there) {
+        for (int i = from; i < until; i++) {
+            auto const names = found(keys[i], process.process.pid());
+            std::printf("%s: key %d shows in %zu places\n", when, i, names.size());
+            EXPECT_EQ(std::count(names.begin(), names.end(), "master key") > 0, there)
+                << "or the search fails";
+            EXPECT_EQ(std::count(names.begin(), names.end(), "session key") > 0, there);
+            EXPECT_TRUE(there || names.empty()) << names[0];
         }
     };
-    std::vector<std::string> keys;
-    auto const expect = [&](std::size_t index, bool there, char const* when) {
-        std::vector<std::string> const names = found(secrets_of(keys[index]), pid);
-        auto const has = [&](char const* name) { return std::count(names.begin(), names.end(), name) > 0; };
-        std::printf("%s: %s %zu places with a secret of it\n", index % 2 ? "transmit key" : "receive key",
-                    when, names.size());
-        if (there)
-            EXPECT_TRUE(has("master key") && has("session key")) << when << ": the search does not work";
-        else
-            EXPECT_EQ(names, std::vector<std::string>()) << when;
-    };
-    for (int round = 0; round < 2; round++) {
-        keys.push_back(drawn());
-        keys.push_back(drawn());
-        key(keys[keys.size() - 2], keys.back());
-        talk(keys[keys.size() - 2]);
-        expect(keys.size() - 2, true, "during the call");
-        expect(keys.size() - 1, true, "during the call");
+    for (int i : {0, 2}) {
+        key(keys[i], keys[i + 1]);
+        srtp_ctx sender = keyed(keys[i]);
+        for (int packets = 0; packets < 5; packets++) {
+            line.send(protocol::to_bytes(pcm_of(3)));
+            plays(packet_of(sender, ++sequence, 2), 2);
+        }
+        expect("during the call", i, i + 2, true);
     }
-    expect(0, false, "after new keys");
-    expect(1, false, "after new keys");
-    process.send(protocol::encode(protocol::end_command{.call = 0}));
+    expect("after new keys", 0, 2, false);
+    tell(process, protocol::end_command{.call = 0});
     process.settle();
-    for (std::size_t index = 0; index < keys.size(); index++)
-        expect(index, false, "after the call");
+    expect("after the call", 0, 4, false);
 }
 
 }  // namespace
