@@ -1,8 +1,13 @@
 #include "media/channel.h"
 
 #include "lib/log.h"
+#include "lib/renew.h"
 
 svector<channel> channels;
+
+channel::channel() : rtp("RTP"), rtcp("RTCP") {}
+
+channel::~channel() = default;
 
 void channel::init() {
     if (!call_id.empty())
@@ -11,14 +16,14 @@ void channel::init() {
     reset_tdm_channel();
     call_id.clear();
 
-    rtp = media_port("RTP");
-    rtcp = media_port("RTCP");
+    rtp.reset();
+    rtcp.reset();
     codec_state.clear();
-    receiving = reception();
-    buffer = jitter_buffer();
-    player = playout();
-    digits = digit_sender();
-    sending = transmission();
+    renew(receiving);
+    renew(buffer);
+    renew(player);
+    renew(digits);
+    renew(sending);
     sending.draw_start();
     reports.reset();
 }

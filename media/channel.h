@@ -28,7 +28,10 @@ class channel {
 public:
     using packet = jitter_buffer::packet;
 
-    channel() : rtp("RTP"), rtcp("RTCP") {}
+    channel();
+    ~channel();
+    channel(channel const&) = delete;
+    channel& operator=(channel const&) = delete;
 
     /// Stores the index in `channels`; notifications carry it.
     void set_id(int index) { id = index; }

@@ -69,6 +69,11 @@ void media_port::close() {
     number = 0;
 }
 
+void media_port::reset() {
+    close();
+    *this = media_port(name);
+}
+
 /// The IPv6 socket is given the IPv4 option too.
 void media_port::set_type_of_service(int tos) const {
     if (tos == 0)

@@ -24,6 +24,8 @@ public:
     /// tries, then a scan. False, with both closed, when no pair could be had.
     static bool open_pair(media_port& rtp, media_port& rtcp, int lowest, int end);
     void close();
+    /// Closed, without destination, peer and source.
+    void reset();
     /// The type-of-service byte of what is sent by UDP; 0 leaves the system's. Its failure does not matter.
     void set_type_of_service(int tos) const;
 

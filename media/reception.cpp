@@ -1,5 +1,6 @@
 #include "media/reception.h"
 
+#include "lib/renew.h"
 #include "media/rtp_sequence.h"
 
 namespace {
@@ -20,7 +21,7 @@ void reception::set_keys(str const& material, srtp_trailer const& packet_trailer
     trailer = packet_trailer;
     verified = false;
     if (!is_protected())
-        srtp_rx = srtp_ctx();
+        renew(srtp_rx);
     else if (!ssrc.empty() && !srtp_rx.initialised)
         key();
 }

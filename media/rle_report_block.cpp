@@ -2,7 +2,8 @@
 
 #include <algorithm>
 
-#include "lib/bytes.h"
+#include "lib/byte_writer.h"
+#include "lib/wire.h"
 
 namespace {
 
@@ -20,8 +21,9 @@ void rle_report_block::clear() {
 }
 
 void rle_report_block::append_chunk(std::uint32_t chunk) {
-    chunks += static_cast<unsigned char>(chunk >> 8);
-    chunks += static_cast<unsigned char>(chunk);
+    unsigned char bytes[2];
+    wire::put16(bytes, chunk);
+    chunks.append(bytes, sizeof bytes);
 }
 
 void rle_report_block::append_rle() {
@@ -85,10 +87,10 @@ str rle_report_block::get_rle(str const& ssrc, int block_type, int thinning) {
     }
     if (chunks.length() % 4 != 0)
         append_chunk(null_chunk);
-    str const block = str(static_cast<unsigned char>(block_type), static_cast<unsigned char>(thinning & 15)) +
-                      utils::int2str(static_cast<unsigned>(chunks.length() / 4 + 2), 2) + ssrc +
-                      utils::int2str(static_cast<unsigned>(begin_seq), 2) +
-                      utils::int2str(static_cast<unsigned>(end_seq), 2) + chunks;
+    byte_writer block;
+    block.put8(static_cast<std::uint32_t>(block_type)).put8(static_cast<std::uint32_t>(thinning & 15));
+    block.put16(static_cast<std::uint32_t>(chunks.length() / 4 + 2)).put(ssrc);
+    block.put16(static_cast<std::uint32_t>(begin_seq)).put16(static_cast<std::uint32_t>(end_seq)).put(chunks);
     clear();
-    return block;
+    return block.get();
 }

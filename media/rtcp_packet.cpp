@@ -2,7 +2,8 @@
 
 #include <algorithm>
 
-#include "lib/bytes.h"
+#include "lib/byte_writer.h"
+#include "lib/wire.h"
 
 namespace {
 
@@ -10,20 +11,19 @@ constexpr unsigned char version_2_count_1 = 0x81;
 constexpr unsigned char padding_bit = 0x20;
 constexpr char cname_text[] = "VELK";
 
-str big_endian(std::uint32_t value) {
-    return utils::int2str(value, 4);
-}
-
-str packet_start(int type, str const& ssrc) {
-    return str(version_2_count_1, static_cast<unsigned char>(type), 0, 0) + ssrc;
+/// Up to the sender's SSRC; the length is filled in when the packet is finished.
+byte_writer packet_start(int type, str const& ssrc) {
+    byte_writer packet;
+    packet.put8(version_2_count_1).put8(static_cast<std::uint32_t>(type)).put16(0).put(ssrc);
+    return packet;
 }
 
 /// Writes the length field: the packet's 32-bit words, the last one counted whole, minus one.
 str with_length_field(str const& packet) {
     int const words_minus_one = (packet.length() + 3) / 4 - 1;
     str out = packet;
-    out.set_character(2, static_cast<unsigned char>(words_minus_one >> 8));
-    out.set_character(3, static_cast<unsigned char>(words_minus_one));
+    out.set_character(3, 0);  // it has 4 bytes at least
+    wire::put16(out.buffer() + 2, static_cast<std::uint32_t>(words_minus_one));
     return out;
 }
 
@@ -53,34 +53,35 @@ str rtcp::get_sdes_packet(str const& packet) {
 }
 
 str rtcp::sender_report::build() const {
-    str packet = packet_start(packet_type::sender_report, ssrc);
-    packet += big_endian(sent.seconds) + big_endian(sent.fraction) + big_endian(rtp_timestamp) +
-              big_endian(packets) + big_endian(octets);
+    byte_writer packet = packet_start(packet_type::sender_report, ssrc);
+    packet.put32(sent.seconds).put32(sent.fraction).put32(rtp_timestamp).put32(packets).put32(octets);
     if (!received.ssrc.empty()) {
-        packet += received.ssrc;
-        packet += received.fraction_lost;
-        packet += utils::int2str(static_cast<unsigned>(received.lost), 3) +
-                  big_endian(received.highest_sequence) + big_endian(received.jitter);
+        packet.put(received.ssrc)
+            .put8(received.fraction_lost)
+            .put24(static_cast<std::uint32_t>(received.lost));
+        packet.put32(received.highest_sequence).put32(received.jitter);
     }
     if (last_sr.empty())
-        packet += str('\0', 8);
+        packet.put32(0).put32(0);
     else
-        packet += big_endian(str2uint32(last_sr)) + big_endian(delay_since_last_sr);
-    return packet;
+        packet.put32(str2uint32(last_sr)).put32(delay_since_last_sr);
+    return packet.get();
 }
 
 str rtcp::source_description(str const& ssrc) {
     str const text(cname_text);
-    str packet = packet_start(packet_type::source_description, ssrc);
-    packet += str(static_cast<unsigned char>(cname_item), static_cast<unsigned char>(text.length())) + text;
-    packet += str::x_00;  // end of items
-    return get_sdes_packet(packet);
+    byte_writer packet = packet_start(packet_type::source_description, ssrc);
+    packet.put8(cname_item)
+        .put8(static_cast<std::uint32_t>(text.length()))
+        .put(text)
+        .put8(0);  // end of items
+    return get_sdes_packet(packet.get());
 }
 
 str rtcp::bye(str const& ssrc, str const& reason) {
-    str packet = packet_start(packet_type::bye, ssrc);
-    packet += static_cast<unsigned char>(reason.length());
-    return get_rtcp_packet(packet + reason);
+    byte_writer packet = packet_start(packet_type::bye, ssrc);
+    packet.put8(static_cast<std::uint32_t>(reason.length())).put(reason);
+    return get_rtcp_packet(packet.get());
 }
 
 unsigned char rtcp::fraction_lost(int lost, int received) {

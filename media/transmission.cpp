@@ -2,6 +2,7 @@
 
 #include "lib/pcm.h"
 #include "lib/random.h"
+#include "lib/renew.h"
 #include "media/rtp_header.h"
 
 namespace {
@@ -39,7 +40,7 @@ void transmission::set_keys(str const& material, srtp_trailer const& packet_trai
     if (is_protected())
         srtp_key(srtp_tx, material, ssrc);
     else
-        srtp_tx = srtp_ctx();
+        renew(srtp_tx);
 }
 
 void transmission::collect(str const& encoded, int ms) {

@@ -2,7 +2,7 @@
 
 #include <climits>
 
-#include "lib/bytes.h"
+#include "lib/byte_writer.h"
 #include "lib/rtcp_numbers.h"
 #include "media/arithmetic.h"
 #include "media/ntp.h"
@@ -10,20 +10,16 @@
 
 namespace {
 
-str short_field(int value) {
-    return utils::int2str(static_cast<unsigned>(value), 2);
-}
-str long_field(std::uint32_t value) {
-    return utils::int2str(value, 4);
-}
-str long_field(int value) {
-    return long_field(static_cast<std::uint32_t>(value));
+/// A field from a number whose low bits count.
+std::uint32_t bits(int value) {
+    return static_cast<std::uint32_t>(value);
 }
 
 /// A block from what follows its first 4 bytes, a multiple of 4.
-str block(int type, int specific, str const& body) {
-    return str(static_cast<unsigned char>(type), static_cast<unsigned char>(specific)) +
-           short_field(body.length() / 4) + body;
+str block(int type, int specific, byte_writer const& body) {
+    byte_writer whole;
+    whole.put8(bits(type)).put8(bits(specific)).put16(bits(body.get().length() / 4)).put(body.get());
+    return whole.get();
 }
 
 /// Exact floor of the square root, 0 for what is not positive.
@@ -78,14 +74,15 @@ str xr::build_duplicate_rle(xr_events const& events, int before, int thinning, s
 }
 
 str xr::receipt_times_block::build() const {
-    str groups;
-    str times;
+    byte_writer body;
+    byte_writer times;
     int first = 0;
     long long behind_last = LLONG_MIN;
+    body.put(ssrc);
     auto const close_group = [&] {
-        if (!times.empty())
-            groups += short_field(first) + short_field(static_cast<int>(behind_last)) + times;
-        times.clear();
+        if (!times.get().empty())
+            body.put16(bits(first)).put16(static_cast<std::uint32_t>(behind_last)).put(times.get());
+        times = byte_writer();
     };
     events.for_each([&](int sequence, xr_events::packet_event const& event) {
         if (!survives(sequence, thinning))
@@ -94,34 +91,36 @@ str xr::receipt_times_block::build() const {
             close_group();
             first = sequence;
         }
-        times += long_field(event.time);
+        times.put32(event.time);
         behind_last = sequence + 1LL;
     });
     close_group();
-    return block(rtcp::xr_block_type::receipt_times, thinning, ssrc + groups);
+    return block(rtcp::xr_block_type::receipt_times, thinning, body);
 }
 
 str xr::stat_summary_block::build() const {
     constexpr int flags = rtcp::summary_has_loss | rtcp::summary_has_duplicates | rtcp::summary_has_jitter;
     int const mean = rounded(transits.sum, transits.count);
-    return block(rtcp::xr_block_type::statistics_summary, flags,
-                 ssrc + short_field(sequences.lowest) + short_field(sequences.highest) +
-                     long_field(sequences.lost) + long_field(sequences.duplicates) +
-                     long_field(transits.min) + long_field(transits.max) + long_field(mean) +
-                     long_field(deviation(transits, mean)) + long_field(0));
+    byte_writer body;
+    body.put(ssrc).put16(bits(sequences.lowest)).put16(bits(sequences.highest));
+    body.put32(sequences.lost).put32(sequences.duplicates);
+    body.put32(bits(transits.min))
+        .put32(bits(transits.max))
+        .put32(bits(mean))
+        .put32(deviation(transits, mean));
+    body.put32(0);
+    return block(rtcp::xr_block_type::statistics_summary, flags, body);
 }
 
 str xr::voip_metrics_block::build() const {
-    str body = ssrc + str(loss_rate, discard_rate, burst_density, gap_density);
-    body += short_field(burst_duration_ms) + short_field(gap_duration_ms);
-    body += short_field(round_trip_ms) + short_field(0);
-    constexpr unsigned char unavailable = rtcp::unavailable;
-    constexpr unsigned char gmin = rtcp::gmin;
-    body += str(unavailable, unavailable, unavailable, gmin);
-    body += long_field(0);
-    body += short_field(round_trip_ms) + short_field(jitter_buffer_nominal_ms);
-    body += str(static_cast<unsigned char>(jitter_buffer_max_ms),
-                static_cast<unsigned char>(jitter_buffer_max_ms >> 8), 0xFF, 0xFF);
+    byte_writer body;
+    body.put(ssrc).put8(loss_rate).put8(discard_rate).put8(burst_density).put8(gap_density);
+    body.put16(bits(burst_duration_ms)).put16(bits(gap_duration_ms));
+    body.put16(bits(round_trip_ms)).put16(0);
+    body.put8(rtcp::unavailable).put8(rtcp::unavailable).put8(rtcp::unavailable).put8(rtcp::gmin);
+    body.put32(0);
+    body.put16(bits(round_trip_ms)).put16(bits(jitter_buffer_nominal_ms));
+    body.put8(bits(jitter_buffer_max_ms)).put8(bits(jitter_buffer_max_ms >> 8)).put16(0xFFFF);
     return block(rtcp::xr_block_type::voip_metrics, 0, body);
 }
 
@@ -130,12 +129,15 @@ str xr::reference_time_block::build() const {
     std::uint32_t const seconds =
         static_cast<std::uint32_t>(now.get_seconds()) + ntp_timediff + seconds_offset;
     std::uint64_t const fraction = (static_cast<std::uint64_t>(now.get_milliseconds()) << 32) / 1000000;
-    return block(rtcp::xr_block_type::receiver_reference_time, 0,
-                 long_field(seconds) + long_field(static_cast<std::uint32_t>(fraction)));
+    byte_writer body;
+    body.put32(seconds).put32(static_cast<std::uint32_t>(fraction));
+    return block(rtcp::xr_block_type::receiver_reference_time, 0, body);
 }
 
 str xr::dlrr_block::build() const {
     std::uint32_t const scaled =
         static_cast<std::uint32_t>(static_cast<std::uint64_t>(delay) << 16) / 1000000u;
-    return block(rtcp::xr_block_type::dlrr, 0, ssrc + last_reference + long_field(scaled));
+    byte_writer body;
+    body.put(ssrc).put(last_reference).put32(scaled);
+    return block(rtcp::xr_block_type::dlrr, 0, body);
 }

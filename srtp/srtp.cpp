@@ -48,6 +48,11 @@ void finish(hmac_sha1& mac, std::uint32_t roc, unsigned char (&result)[hmac_sha1
 
 }  // namespace
 
+srtp_ctx::srtp_ctx() = default;
+srtp_ctx::srtp_ctx(srtp_ctx const&) = default;
+srtp_ctx& srtp_ctx::operator=(srtp_ctx const&) = default;
+srtp_ctx::~srtp_ctx() = default;
+
 void srtp_init(srtp_ctx& context, str const& master_key, str const& master_salt, str const& ssrc) {
     context.ssrc = ssrc;
     context.initialised = 1;

@@ -15,6 +15,11 @@
 
 /// One direction of a stream. Usable from srtp_init() on; until then it has all-zero round keys.
 struct srtp_ctx {
+    srtp_ctx();
+    srtp_ctx(srtp_ctx const&);
+    srtp_ctx& operator=(srtp_ctx const&);
+    ~srtp_ctx();
+
     str ssrc;                      ///< 4 bytes, of the local stream; empty in a receive context
     std::uint8_t initialised = 0;  ///< 1 once keyed
     std::uint32_t roc = 0;         ///< rollover counter: bits 16.. of the packet index
