@@ -122,6 +122,8 @@ void utils::close_tcp_socket(int fd) {
 
 str utils::local_address_for(str const& destination) {
     socket_address const to(ip_port(destination, probe_port));
+    if (!to.usable)
+        return str();
     int const fd = socket(to.any.sa_family, SOCK_DGRAM, 0);
     if (!valid_socket(fd))
         return str();

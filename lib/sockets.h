@@ -30,8 +30,8 @@ str recv_tcp_packet(int fd);
 void send_tcp_packet(int fd, str& data);
 void close_tcp_socket(int fd);
 
-/// The local address (compact form) that the system would use towards a destination; empty on failure. Sends
-/// nothing.
+/// The local address (compact form) that the system would use towards a destination. Empty on failure, and for a
+/// destination of neither 4 nor 16 bytes nor none (the any-address). Sends nothing.
 str local_address_for(str const& destination);
 
 /// Whether what came from `source` was sent through the IPv4 datagram socket fd, that is by this process itself.
