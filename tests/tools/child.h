@@ -16,9 +16,12 @@
 /// A program run by a test: what it writes and how it ends. Killed with its owner.
 class child {
 public:
-    /// args[0] is the path. `environment` holds "NAME=value" entries and is all the program gets.
-    explicit child(std::vector<std::string> args, std::vector<std::string> environment = {}) {
-        std::vector<char*> const argv = c_strings(args), envp = c_strings(environment);
+    /// args[0] is the path.
+    explicit child(std::vector<std::string> args) {
+        std::vector<char*> argv;
+        for (std::string& argument : args)
+            argv.push_back(argument.data());
+        argv.push_back(nullptr);
         int ends[2][2];
         if (pipe2(ends[0], O_CLOEXEC) != 0 || pipe2(ends[1], O_CLOEXEC) != 0)
             throw std::runtime_error("pipe");
@@ -26,7 +29,7 @@ public:
         if (pid == 0) {
             dup2(ends[0][1], STDOUT_FILENO);
             dup2(ends[1][1], STDERR_FILENO);
-            execve(argv[0], argv.data(), envp.data());
+            execv(argv[0], argv.data());
             _exit(127);
         }
         for (int const i : {0, 1}) {
@@ -56,28 +59,19 @@ public:
     /// Reads to the end and returns the exit code, or the signal that ended it, negated (SIGKILL after 60 s).
     int wait() {
         if (!read_until([this] { return std::max(streams[0].fd, streams[1].fd) < 0; }))
-            ::kill(pid, SIGKILL);
+            kill(pid, SIGKILL);
         int status = 0;
         waitpid(std::exchange(pid, -1), &status, 0);
         return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
     }
     int end(int signal_number) {
-        ::kill(pid, signal_number);
+        kill(pid, signal_number);
         return wait();
     }
 
-    std::string out;
-    std::string err;
+    std::string out, err;
 
 private:
-    static std::vector<char*> c_strings(std::vector<std::string>& texts) {
-        std::vector<char*> result;
-        for (std::string& text : texts)
-            result.push_back(text.data());
-        result.push_back(nullptr);
-        return result;
-    }
-
     template <class condition>
     bool read_until(condition done) {
         auto const deadline = std::chrono::steady_clock::now() + std::chrono::seconds(60);

@@ -61,11 +61,11 @@ TEST(call, keys_drawn_for_two_calls_cross_over) {
     auto const key_of = [&](std::size_t command, char const* header) {
         return commands[command].substr(commands[command].find(header) + 8, 60);
     };
-    EXPECT_EQ(key_of(2, "0017001e"), key_of(4, "0018001e"));
-    EXPECT_EQ(key_of(2, "0018001e"), key_of(4, "0017001e"));
-    EXPECT_NE(key_of(2, "0017001e"), key_of(2, "0018001e"));
-    EXPECT_EQ(key_of(2, "0017001e").size(), 60U);
-    EXPECT_EQ(run.out.find(key_of(2, "0017001e")), std::string::npos) << "keys must not be printed";
+    std::string const rx = key_of(2, "0017001e"), tx = key_of(2, "0018001e");
+    EXPECT_EQ(rx, key_of(4, "0018001e"));
+    EXPECT_EQ(tx, key_of(4, "0017001e"));
+    EXPECT_NE(rx, tx);
+    EXPECT_EQ(run.out.find(rx), std::string::npos) << "keys must not be printed";
 }
 
 TEST(call, half_a_call_is_ended_again) {

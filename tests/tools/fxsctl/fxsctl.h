@@ -5,6 +5,7 @@
 
 #include "tests/tools/child.h"
 #include "tests/tools/fxsctl/fake_process.h"
+#include "tools/protocol/description.h"
 
 /// Runs of fxsctl.
 
@@ -19,12 +20,11 @@ inline std::vector<std::string> split(std::string const& text, char separator) {
 /// fxsctl, started with these arguments (quotation marks hold words together) for this process, if any.
 inline child start_fxsctl(std::string const& arguments, fake_process const* process = nullptr) {
     std::istringstream in(arguments);
-    std::vector<std::string> words{FXSCTL}, environment;
+    std::vector<std::string> words{FXSCTL};
     for (std::string word; in >> std::quoted(word);)
         words.push_back(word);
-    if (process != nullptr)
-        environment.push_back("FXSMEDIA_PORT=" + std::to_string(process->port()));
-    return child(words, environment);
+    setenv("FXSMEDIA_PORT", process != nullptr ? std::to_string(process->port()).c_str() : "", 1);
+    return child(words);
 }
 
 struct outcome {

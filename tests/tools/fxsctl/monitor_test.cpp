@@ -39,58 +39,41 @@ TEST(monitor, every_report_is_one_json_line) {
     EXPECT_EQ(seen[3]["text"], "");
 }
 
-TEST(monitor, other_runs_go_through_it_and_both_see_the_reports) {
+TEST(monitor, shares_the_session_and_leaves_nothing_behind) {
     fake_process process;
-    child monitor = start_fxsctl("monitor", &process);
-    ASSERT_TRUE(monitor.wait_for_text("other runs of fxsctl go through this one"));
-    EXPECT_EQ(run_fxsctl("open --call 3", &process).out, "open call=3 rtp_port=40006 rtcp_port=40007\n");
-    EXPECT_TRUE(monitor.wait_for_text("> open call=3\n"));
-    EXPECT_TRUE(monitor.wait_for_text("< open call=3 rtp_port=40006 rtcp_port=40007\n"));
-    EXPECT_EQ(process.peers().size(), 1U) << "the session must have stayed with the monitor";
-    std::uint16_t const port = fake_process().port();
-    EXPECT_EQ(run_fxsctl("--local-port " + std::to_string(port) + " ping", &process).exit_code, 0);
-    EXPECT_TRUE(process.peers().contains(port)) << "a local port goes past it";
-}
-
-TEST(monitor, a_killed_one_leaves_nothing_behind) {
-    fake_process process;
-    child monitor = start_fxsctl("monitor", &process);
-    ASSERT_TRUE(monitor.wait_for_text("watching"));
-    child observer = start_fxsctl("monitor", &process);
-    ASSERT_TRUE(observer.wait_for_text("through another monitor"));
-    process.report("001b0006000400020003");
-    EXPECT_TRUE(monitor.wait_for_text("srtp-verified call=3"));
-    EXPECT_TRUE(observer.wait_for_text("srtp-verified call=3"));
-    monitor.end(SIGKILL);
-    EXPECT_EQ(observer.wait(), 3);
-    EXPECT_NE(observer.err.find("has ended"), std::string::npos) << observer.err;
-    outcome const direct = run_fxsctl("--json ping", &process);
-    EXPECT_EQ(direct.exit_code, 0) << direct.err;
-    EXPECT_NE(direct.out.find("\"through_monitor\":false"), std::string::npos) << direct.out;
-    EXPECT_TRUE(start_fxsctl("monitor", &process).wait_for_text("other runs of fxsctl go through this one"));
-}
-
-TEST(monitor, relay_stands_in_for_the_process) {
-    fake_process process;
-    std::uint16_t const port = fake_process().port();
+    std::uint16_t const port = fake_process().port(), own_port = fake_process().port();
     control_client call_control = control_client::connect_udp("127.0.0.1", port);
     std::string const relay = "monitor --relay " + std::to_string(port);
     child monitor =
         start_fxsctl(relay + " --relay-peer " + std::to_string(call_control.local_port()), &process);
-    ASSERT_TRUE(monitor.wait_for_text("watching"));
-    process.report("001c0006000400020001");  // arrives although call control has not sent anything yet
-    EXPECT_TRUE(call_control.wait_for<playback_empty>(soon));
+    ASSERT_TRUE(monitor.wait_for_text("other runs of fxsctl go through this one"));
+    child observer = start_fxsctl("monitor", &process);
+    ASSERT_TRUE(observer.wait_for_text("through another monitor"));
+    process.report("001c0006000400020001");
+    EXPECT_TRUE(call_control.wait_for<playback_empty>(soon)) << "although it has not sent anything yet";
+    EXPECT_TRUE(monitor.wait_for_text("playback-empty call=1") &&
+                observer.wait_for_text("playback-empty call=1"));
+
+    EXPECT_EQ(run_fxsctl("open --call 3", &process).out, "open call=3 rtp_port=40006 rtcp_port=40007\n");
     ASSERT_TRUE(call_control.start_session(soon));
     ASSERT_TRUE(call_control.send(encode(open_command{4, {}, {}, {}, {}})));
-    auto const reply = call_control.wait_for<open_reply>(soon);
-    ASSERT_TRUE(reply);
-    EXPECT_EQ(reply->rtp_port, 40008);
-    EXPECT_TRUE(monitor.wait_for_text("< open call=4 rtp_port=40008"));
-    EXPECT_EQ(process.peers().size(), 1U);
-    control_client next = control_client::connect_udp("127.0.0.1", port);
-    EXPECT_TRUE(next.start_session(soon)) << "whoever spoke last is informed";
-    std::string const own_port = "--local-port " + std::to_string(fake_process().port()) + " ";
-    EXPECT_EQ(run_fxsctl(own_port + relay, &process).exit_code, 5) << "the relay's port is taken";
+    EXPECT_TRUE(
+        call_control.wait_for<open_reply>(soon, [](auto const& reply) { return reply.rtp_port == 40008; }));
+    for (char const* const line :
+         {"> open call=3\n", "< open call=3 rtp_port=40006", "< open call=4 rtp_port=40008"})
+        EXPECT_TRUE(monitor.wait_for_text(line)) << line;
+    EXPECT_TRUE(control_client::connect_udp("127.0.0.1", port).start_session(soon))
+        << "the last sender is informed";
+    EXPECT_EQ(process.peers().size(), 1U) << "the session must have stayed with the monitor";
+
+    EXPECT_EQ(run_fxsctl("--local-port " + std::to_string(own_port) + " " + relay, &process).exit_code, 5);
+    EXPECT_TRUE(process.peers().contains(own_port)) << "a local port goes past the monitor";
+    monitor.end(SIGKILL);
+    EXPECT_EQ(observer.wait(), 3);
+    EXPECT_NE(observer.err.find("has ended"), std::string::npos) << observer.err;
+    outcome const direct = run_fxsctl("--json ping", &process);
+    EXPECT_NE(direct.out.find("\"through_monitor\":false"), std::string::npos) << direct.out;
+    EXPECT_TRUE(start_fxsctl("monitor", &process).wait_for_text("other runs of fxsctl go through this one"));
 }
 
 TEST(monitor, takes_the_session_again_when_the_process_restarts) {

@@ -12,36 +12,32 @@ using json = nlohmann::json;
 
 TEST(Program, RecordsBothWaysOnOneTimeAxisAndReportsEvents) {
     temporary_directory const directory, mount;
-    auto const step = [&mount](char const* ticks) { std::ofstream(mount.path("clock")) << ticks; };
     child program =
         start_fxsline({mount.path(""), "--stepped", "--json", "--tone", "1=1000,-6", "--delay", "1=20",
                        "--hear", "1=" + directory.path("heard"), "--said", "1=" + directory.path("said")});
     EXPECT_EQ(json::parse(program.line())["event"], "serving");
-    step("1");
+    write_text(mount.path("clock"), "1");
     int const device = open(mount.path("sdt1").c_str(), O_RDWR | O_CLOEXEC);
     for (int tick = 0; tick < 5; tick++) {
-        step("1\n");
         char block[160];
+        write_text(mount.path("clock"), "1\n");
         EXPECT_EQ(read(device, block, sizeof block), 160);
         EXPECT_EQ(write(device, block, sizeof block), 160);
     }
     close(device);
-    EXPECT_EQ(json::parse(program.line()), (json{{"time_ms", 10}, {"line", 1}, {"event", "device_opened"}}));
-    EXPECT_EQ(json::parse(program.line()), (json{{"time_ms", 60}, {"line", 1}, {"event", "device_closed"}}));
-    step("2");
+    for (auto const& [event, time_ms] : {std::pair{"device_opened", 10}, {"device_closed", 60}})
+        EXPECT_EQ(json::parse(program.line()), (json{{"time_ms", time_ms}, {"line", 1}, {"event", event}}));
+    write_text(mount.path("clock"), "2");
     EXPECT_EQ(program.end(SIGTERM), 0);
     json const totals = json::parse(program.line());
-    EXPECT_EQ(totals["blocks_read"], 5);
-    EXPECT_EQ(totals["blocks_written"], 5);
+    EXPECT_TRUE(totals["blocks_read"] == 5 && totals["blocks_written"] == 5) << totals;
     EXPECT_TRUE(std::filesystem::is_empty(mount.path("")));
     std::string const said = contents(directory.path("said")).substr(44);
     std::string const heard = contents(directory.path("heard")).substr(44), quiet(160, '\0');
-    ASSERT_EQ(said.size(), 8 * 160U);
-    ASSERT_EQ(heard.size(), 8 * 160U);
+    EXPECT_EQ(said.size(), 8 * 160U);
     EXPECT_EQ(said.substr(0, 3 * 160), quiet + quiet + quiet);
     EXPECT_NE(said.substr(3 * 160, 160), quiet);
-    EXPECT_TRUE(heard.substr(160, 6 * 160) == said.substr(0, 6 * 160));
-    EXPECT_EQ(heard.substr(7 * 160), quiet);
+    EXPECT_TRUE(heard.substr(160) == said.substr(0, 6 * 160) + quiet);
 }
 
 TEST(Program, TakesOverTheMountOfAKilledRunButNotOfALivingOne) {

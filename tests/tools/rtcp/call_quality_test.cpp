@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include "lib/rtcp_numbers.h"
 #include "tests/tools/rtcp/compounds.h"
 #include "tools/rtcp/packet.h"
 #include "tools/rtcp/show.h"
@@ -19,7 +20,7 @@ packet report_from(std::uint32_t ssrc, std::uint32_t ntp_middle, report_block co
     r.ssrc = ssrc;
     r.sender = sender_info{{ntp_middle >> 16, ntp_middle << 16}, 0, 50, 8000};
     r.blocks = {block};
-    return {200, r};
+    return {rtcp::packet_type::sender_report, r};
 }
 
 TEST(call_quality, round_trip_is_the_time_away_less_the_delay_at_the_peer) {

@@ -29,7 +29,6 @@ TEST(srtcp, opens_what_libsrtp2_protected_and_nothing_else) {
     for (bytes const& mki : {bytes{}, bytes{1, 2, 3}}) {
         libsrtp_peer peer(libsrtp_peer::sends, to_str(key), 4, to_str(mki));
         bytes const packet = protect(peer);
-        ASSERT_EQ(packet.size(), whole_compound().size() + 14 + mki.size());
         EXPECT_EQ(rtcp_view::open_srtcp({key, mki}, packet), whole_compound());
         for (std::size_t length = 0; length < packet.size(); ++length)
             EXPECT_EQ(rtcp_view::open_srtcp({key, mki}, protocol::byte_view(packet).first(length)),
@@ -44,43 +43,34 @@ TEST(srtcp, opens_what_libsrtp2_protected_and_nothing_else) {
     }
 }
 
+bytes media(std::uint16_t call, bytes const& rx, bytes const& mki = {}) {
+    return protocol::encode(protocol::media_command{.call = call, .srtp_rx_key = rx, .srtp_mki = mki});
+}
+
 TEST(rtcp_reader, keys_by_command_by_option_or_missing) {
     libsrtp_peer peer(libsrtp_peer::sends, to_str(key), 4, str());
     protocol::rtcp_copy const copy{2, "id", true, protect(peer)};
-    auto const media = [](std::uint16_t call, bytes const& rx, bytes const& mki = {}) {
-        protocol::media_command command;
-        command.call = call;
-        command.srtp_rx_key = rx;
-        command.srtp_mki = mki;
-        return protocol::encode(command);
-    };
-    protocol::media_command option;
-    option.srtp_tx_key = key;  // the other call's
+    protocol::media_command const option{.srtp_tx_key = key};  // the other call's
     struct {
-        char const* what;
         std::vector<bytes> commands;
         protocol::media_command option;
-        char const* srtcp;
-    } const cases[] = {
-        {"nothing", {}, {}, "no key"},
-        {"this call's", {media(2, key)}, {}, "decrypted"},
-        {"another call's", {media(1, key)}, {}, "no key"},
-        {"replaced", {media(2, key), media(2, bytes(30))}, {}, "wrong key"},
-        {"replaced, right by option", {media(2, bytes(30))}, option, "decrypted"},
-        {"wrong identifier", {media(2, key, {9})}, {}, "wrong key"},
-        {"option", {}, option, "decrypted"},
-    };
+        std::string srtcp;
+    } const cases[] = {{{}, {}, "no key"},
+                       {{media(2, key)}, {}, "decrypted"},
+                       {{media(1, key)}, {}, "no key"},  // another call's
+                       {{media(2, key), media(2, bytes(30))}, {}, "wrong key"},
+                       {{media(2, bytes(30))}, option, "decrypted"},
+                       {{media(2, key, {9})}, {}, "wrong key"},
+                       {{}, option, "decrypted"}};
     for (auto const& one : cases) {
-        SCOPED_TRACE(one.what);
         rtcp_reader reader;
         reader.use(one.option);
         for (bytes const& command : one.commands)
             reader.learn(command);
         rtcp_reading const reading = reader.read(copy);
-        EXPECT_STREQ(reading.srtcp, one.srtcp);
-        bool const opened = reading.srtcp == std::string("decrypted");
-        EXPECT_EQ(reading.plain, opened ? whole_compound() : copy.packet);
-        EXPECT_EQ(reading.packets.size(), opened ? 3U : 0U);
+        EXPECT_EQ(reading.srtcp, one.srtcp) << one.commands.size();
+        EXPECT_EQ(reading.plain, one.srtcp == "decrypted" ? whole_compound() : copy.packet);
+        EXPECT_EQ(reading.packets.size(), one.srtcp == "decrypted" ? 3U : 0U);
         for (bool const received : {true, false})
             EXPECT_EQ(reader.read({2, "id", received, whole_compound()}).packets.size(), 3U) << "plain";
     }
