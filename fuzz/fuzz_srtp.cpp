@@ -1,6 +1,7 @@
 // Secure RTP: what a peer has protected must be played whatever else arrives, and nothing else may be.
 //
-// First byte: tag length and MKI. Each step: 1 byte of what to do, 1 byte of parameter, for foreign packets a piece.
+// First byte: tag length (bits 1-0), rollover counter of the first packet (3-2), a stream that was plain before (4), length
+// of the MKI (7-5). Each step: 1 byte of what to do, 1 byte of parameter, for foreign packets a piece.
 
 #include "fuzz/fuzz_target.h"
 #include "srtp/srtp.h"
@@ -13,61 +14,92 @@ constexpr int payload_bytes = 160;
 /// A peer of the channel: the module's own sender, whose agreement with others is tested elsewhere.
 class srtp_sender {
 public:
-    srtp_sender(int tag_length, str const& mki) : trailer{tag_length, mki}, material(str('k', 30)) {
+    srtp_sender(int tag_length, str const& mki, std::uint32_t rollover_counter)
+        : trailer{tag_length, mki}, material(str('k', 30)), sequence(rollover_counter << 16 | 65500) {
         key(material);
     }
 
     void key(str const& chosen) {
         material = chosen;
-        srtp_init(tx, material.leftstr(16), material.substr(16), str("PEER"));
+        srtp_key(tx, material, ssrc);
     }
-    void key_receiver(channel& receiver) const {
-        receiver.set_srtp(material, material, trailer.tag_length, trailer.mki);
+    /// A new stream; its rollover counter begins at 0 (RFC 3711 section 3.3.1).
+    void move() {
+        ssrc = str(static_cast<unsigned char>(ssrc[0] + 1), 4);
+        sequence &= 0xFFFF;
+        key(material);
+    }
+    void key_receiver(channel& receiver, bool sending_too = true) const {
+        receiver.set_srtp(material, sending_too ? material : str::null, trailer.tag_length, trailer.mki);
     }
 
     /// The next packet, of samples that are its number.
     str packet() {
         sequence++;
-        unsigned char const high = static_cast<unsigned char>(sequence >> 8);
-        unsigned char const low = static_cast<unsigned char>(sequence);
-        str const header = str(0x80, 0, high, low) + str(high, low, 0, 0) + str("PEER");
         str payload = plain();
-        return srtp_protect(tx, header, payload, sequence, trailer);
+        return srtp_protect(tx, header(), payload, sequence, trailer);
+    }
+    /// The next packet, in the clear.
+    str plain_packet() {
+        sequence++;
+        return header() + plain();
     }
     str plain() const { return str(static_cast<unsigned char>(sequence), payload_bytes); }
 
 private:
+    str header() const {
+        unsigned char const high = static_cast<unsigned char>(sequence >> 8);
+        unsigned char const low = static_cast<unsigned char>(sequence);
+        return str(0x80, 0, high, low) + str(high, low, 0, 0) + ssrc;
+    }
+
     srtp_trailer trailer;
     str material;
+    str ssrc{"PEER"};
     srtp_ctx tx;
-    std::uint32_t sequence = 65500;  // wraps soon
+    std::uint32_t sequence;  // wraps soon
 };
 
 }  // namespace
 
 FUZZ_TARGET(srtp) {
-    enum step { good, foreign, damaged, truncated, rekey, step_count };
+    enum step {
+        good,
+        foreign,
+        damaged,
+        truncated,
+        rekey,
+        forged_takeover,
+        new_stream,
+        receive_key_again,
+        step_count
+    };
+    constexpr long long silence_ms = 110;  // another SSRC may take over
     constexpr int tag_lengths[] = {10, 4, 20, 8};
     unsigned const shape = input.byte();
     fuzz_call call;
-    srtp_sender peer(tag_lengths[shape % 4], str('m', static_cast<int>(shape >> 4)));
-    peer.key_receiver(call.tested);
+    srtp_sender peer(tag_lengths[shape % 4], str('m', static_cast<int>(shape >> 5)), shape >> 2 & 3);
+    bool const plain_at_first = shape & 16;
     long long at_ms = 1000;
     auto const deliver = [&](str const& data) {
         call.tested.process_rtp_data(data, ip_port(str('\1', 4), 4000), false, rtimestamp(at_ms * 1000000));
     };
-    auto const deliver_good = [&] {
+    auto const deliver_and_hear = [&](str const& data) {
         at_ms += 10;
-        deliver(peer.packet());
+        deliver(data);
         FUZZ_CHECK(call.tested.output_available());
         bool talk_spurt = false;
         FUZZ_CHECK(call.tested.get_samples(talk_spurt) == peer.plain());
     };
-    deliver_good();
+    if (plain_at_first) {
+        deliver_and_hear(peer.plain_packet());
+    }
+    peer.key_receiver(call.tested, !plain_at_first);
+    deliver_and_hear(peer.packet());
     while (input.more(60)) {
         unsigned const what = input.byte(), parameter = input.byte();
         switch (what % step_count) {
-            case good: deliver_good(); break;
+            case good: deliver_and_hear(peer.packet()); break;
             case foreign: deliver(input.piece()); break;
             case damaged: {
                 str bad = srtp_sender(peer).packet();
@@ -79,6 +111,18 @@ FUZZ_TARGET(srtp) {
             case truncated:
                 deliver(srtp_sender(peer).packet().leftstr(static_cast<int>(parameter) % 172));
                 break;
+            case forged_takeover:  // no tag is right; the stream that was interrupted goes on
+                at_ms += silence_ms;
+                deliver(str(0x80, 0, 0, 1) + str(static_cast<unsigned char>(parameter), 172));
+                FUZZ_CHECK(!call.tested.output_available());
+                deliver_and_hear(peer.packet());
+                break;
+            case new_stream:
+                at_ms += silence_ms;
+                peer.move();
+                deliver_and_hear(peer.packet());
+                break;
+            case receive_key_again: peer.key_receiver(call.tested, false); break;
             default:
                 peer.key(str(static_cast<unsigned char>(parameter), 30));
                 peer.key_receiver(call.tested);
