@@ -1,47 +1,44 @@
 // What comes over the socket of call control, the driver's message pipe and the signalling device, in the whole
 // process: every byte string is taken, and answered as its meaning says.
 
-#include <algorithm>
-#include <deque>
-
-#include "fuzz/fuzz_world.h"
+#include "fuzz/fuzz_target.h"
+#include "lib/protocol.h"
 #include "lib/tlv.h"
+#include "tests/sim/telephone_network.h"
 
 namespace {
 
 /// Counts answers by tag; what the pipe and the signalling device bring is kept.
-struct listener : fuzz_world {
-    using fuzz_world::fuzz_world;
+struct listener : sim::telephone_network {
     int answers[29] = {};
     sim::bytes lines, signalled, written;
 
+    listener() {
+        start();
+        answers[protocol::report_heartbeat::tag] = 0;  // without the one at the start
+    }
+    ~listener() override { finish(); }
     void reported(int tag, str const& value) override {
         answers[tag]++;
-        if (tag == 25)
-            lines.append(fuzz_view(value)).append("\n");
-        if (tag == 8)
-            signalled.append(fuzz_view(value.substr(tlv_header_bytes)));
+        if (tag == protocol::report_driver_line::tag)
+            lines.append(sim::view(value)).append("\n");
+        if (tag == protocol::report_signal::tag)
+            signalled.append(sim::view(value.substr(tlv_header_bytes)));
     }
     void signal(std::string_view data) override { written.append(data); }
-    void allow(bool tunnel, bool led) {
-        tunnelling = tunnel;
-        blinking = led;
-    }
 };
 
 /// An independent reader of the commands' stream: what must be answered, and what reaches the signalling device.
 struct expectation {
-    static constexpr int open_reply = 6, signal = 8, tunnel = 15, open = 16, session = 19, loopback = 21,
-                         led = 22;
     int answers[29] = {};
     sim::bytes written;
-    bool tunnelling = false, blinking = false;
+    bool tunnelling = false;
 
     void receive(std::string_view datagram, bool from_other) {
         stream.append(datagram);
-        while (stream.size() >= 4 && stream.size() >= 4 + word(2)) {
-            sim::bytes const value = stream.substr(4, word(2));
-            carry_out(static_cast<int>(word(0)), value, from_other);
+        while (stream.size() >= 4 && stream.size() >= 4 + word(stream, 2)) {
+            sim::bytes const value = stream.substr(4, word(stream, 2));
+            carry_out(static_cast<int>(word(stream, 0)), value, from_other);
             stream.erase(0, 4 + value.size());
         }
     }
@@ -51,27 +48,25 @@ private:
         auto const byte = [&](std::size_t i) { return i < s.size() ? static_cast<unsigned char>(s[i]) : 0u; };
         return byte(at) << 8 | byte(at + 1);
     }
-    unsigned word(std::size_t at) const { return word(stream, at); }
 
     void carry_out(int tag, sim::bytes const& value, bool from_other) {
-        if (tag == session)
+        if (tag == protocol::cmd_session::tag)
             other_is_master = from_other;
         if (from_other != other_is_master)
             return;
-        unsigned call = 8;
+        unsigned call = protocol::no_call;
         for (std::size_t i = 0, size;
              i + 4 <= value.size() && (size = word(value, i + 2)) <= value.size() - i - 4; i += 4 + size) {
             sim::bytes const field = value.substr(i + 4, size);
-            if (word(value, i) == 4)
+            if (word(value, i) == unsigned(protocol::call_field))
                 call = word(field, 0);
-            if (tag == signal && word(value, i) == 15)
+            if (tag == protocol::cmd_signal::tag && word(value, i) == unsigned(protocol::cmd_signal::data))
                 written.append(field);
         }
-        tunnelling = tunnelling || tag == tunnel;
-        blinking = blinking || tag == led;
-        answers[session] += tag == session;
-        answers[open_reply] += tag == open && call < 8;
-        answers[loopback] += tag == loopback;
+        tunnelling = tunnelling || tag == protocol::cmd_tunnel::tag;
+        answers[protocol::report_heartbeat::tag] += tag == protocol::cmd_session::tag;
+        answers[protocol::report_open::tag] += tag == protocol::cmd_open::tag && call < protocol::call_count;
+        answers[protocol::report_loopback_test::tag] += tag == protocol::cmd_loopback_test::tag;
     }
 
     sim::bytes stream;
@@ -89,19 +84,20 @@ FUZZ_TARGET(control) {
         unsigned const what = input.byte();
         bool const other = what & 1;
         str const datagram = input.piece();
-        expected.receive(fuzz_view(datagram), other);
-        process.allow(expected.tunnelling, expected.blinking);
-        process.world->deliver(other ? sim::v4(127, 0, 0, 1, 77) : sim::call_control, sim::control_port,
-                               fuzz_view(datagram));
-        process.run_ms(1);
-        for (int const tag : {expectation::open_reply, expectation::loopback})
+        expected.receive(sim::view(datagram), other);
+        process.tunnelling = expected.tunnelling;
+        process.w->deliver(other ? sim::v4(127, 0, 0, 1, 77) : sim::call_control, sim::control_port,
+                           sim::view(datagram));
+        process.run(sim::ms);
+        for (int const tag : {protocol::report_open::tag, protocol::report_loopback_test::tag})
             FUZZ_CHECK(process.answers[tag] == expected.answers[tag]);
-        int const heartbeats = static_cast<int>(process.world->now() / sim::second);
-        int const sessions = process.answers[expectation::session] - expected.answers[expectation::session];
+        int const heartbeats = static_cast<int>(process.w->now() / sim::second);
+        int const sessions = process.answers[protocol::report_heartbeat::tag] -
+                             expected.answers[protocol::report_heartbeat::tag];
         FUZZ_CHECK(sessions >= beaten && sessions <= heartbeats);
         beaten = sessions;
         FUZZ_CHECK(process.written == expected.written);
-        process.run_ms(static_cast<int>(what >> 1) * 10);
+        process.run((what >> 1) * 10 * sim::ms);
     }
 }
 
@@ -116,12 +112,12 @@ FUZZ_TARGET(pipe) {
     while (input.more()) {
         str const piece = input.bytes(input.byte());
         for (int at = 0; at < piece.length(); at += 128) {
-            held.append(fuzz_view(piece.substr(at, 128)));
+            held.append(sim::view(piece.substr(at, 128)));
             for (std::size_t end; (end = held.find('\n')) != held.npos; held = strip(held.substr(end + 1)))
                 expected.append(strip(held.substr(0, end))).append("\n");
         }
-        process.world->driver_text(fuzz_view(piece));
-        process.run_ms(1);
+        process.w->driver_text(sim::view(piece));
+        process.run(sim::ms);
         FUZZ_CHECK(process.lines == expected);
     }
 }
@@ -133,10 +129,11 @@ FUZZ_TARGET(signal) {
     int messages = 0;
     while (input.more()) {
         str const piece = input.piece();
-        process.world->signal_bytes(fuzz_view(piece));
-        expected.append(fuzz_view(piece));
+        process.w->signal_bytes(sim::view(piece));
+        expected.append(sim::view(piece));
         messages += (piece.length() + 1023) / 1024;
-        process.run_ms(1);
-        FUZZ_CHECK(process.signalled == expected && process.answers[8] == messages);
+        process.run(sim::ms);
+        FUZZ_CHECK(process.signalled == expected &&
+                   process.answers[protocol::report_signal::tag] == messages);
     }
 }

@@ -1,24 +1,34 @@
 #pragma once
 
-#include <algorithm>
-
+#include "lib/protocol.h"
 #include "tests/sim/exchange.h"
 
 namespace sim {
 
 /// Opens and ends calls, changes what can be changed, loses, doubles, reorders and delays packets, lets system calls
-/// fail and steps the clocks; the exchange checks. Every decision follows from the seed.
+/// fail and steps the clocks; the exchange checks. Every decision is the decider's. With `anything` it also does what
+/// no call control and no far end does; what the exchange knows of calls is not checked after that.
 class driver final : public exchange {
 public:
-    driver(std::uint64_t seed, bool verbose_);
-    /// Starts the process and lets it live so many simulated days, then prints what there was.
-    void live(double days);
-    /// While it lives.
-    world const* living() const { return w; }
+    driver(decider& decisions, bool anything, bool verbose_ = false);
+    /// Starts the process; what begins here is ended by finish().
+    void begin();
+    void finish();
+    /// Does something, lets time pass (below 10 s without an action's own) and checks.
+    void step(std::int64_t pause);
+    /// Between begin() and finish(): some minutes of calls, then quiet for minutes, hours or days.
+    void episode();
+    void print_figures() const;
+
+    /// ns since begin().
+    std::int64_t now() const { return w->now(); }
 
 private:
-    void episode();
-    void act();
+    struct action {
+        int weight;
+        void (driver::*act)(int leg);
+    };
+    static action const usual[], unusual[];
 
     // What can happen, to a leg or to no matter which.
     void open_a_call(int);
@@ -32,10 +42,18 @@ private:
     void break_stream(int index);
     void close_leg(int index);
     void fail_something(int);
-    void hang_up_a_line(int);
+    void hang_up_a_device(int);
     void step_the_clock(int);
     void set_log_level(int);
     void use_other_devices(int);
+
+    // What should not (driver_unusual.cpp).
+    void any_command(int);
+    void any_rtp(int);
+    void any_packet(int);
+    void any_stream(int);
+    void any_device(int);
+    void any_failure(int);
 
     void open_far_call(int line);
     void open_local_call();
@@ -43,7 +61,15 @@ private:
     void configure(int index, bool with_codec, bool with_destination, bool with_keys);
     void begin_far(int index, std::uint32_t process_sequence);
     void set_ntp_offset();
-    protection random_keys();
+    void put_on_line(int index, int line);
+    /// With a tag of this length, or of any.
+    protection random_keys(int tag_bytes = 0);
+    str any_xr_mode();
+    bytes random_bytes(int n);
+    endpoint anywhere();
+    str any_field(protocol::field_format const& field);
+    /// From anywhere to any of the channels' ports.
+    void to_channel(bool rtcp, str const& packet);
     int some_leg() {
         int const first = dice.below(far_count);
         for (int i = 0; i < far_count; i++)
@@ -56,8 +82,11 @@ private:
                                               [&](leg const& l) { return l.open && l.line == line; }));
     }
 
-    random_source dice;
+    decider& dice;
+    bool const unusual_too;
     settings chosen;
+    int serial = 0;        ///< of far ends
+    int any_sequence = 0;  ///< of any_rtp()
 };
 
 }  // namespace sim

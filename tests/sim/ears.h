@@ -5,12 +5,12 @@
 #include <cstdint>
 #include <numbers>
 
-#include "tests/sim/world.h"
+#include "tests/sim/telephone_network.h"
 
 /// Who says and hears what: every line and every far end is known by a tone of its own.
 namespace sim {
 
-constexpr int far_count = 8, tone_count = line_count + far_count;
+constexpr int tone_count = line_count + far_count;
 constexpr int peak = 5000, syllable_blocks = 20, voiced_blocks = 15;
 
 /// Of a line (0..3) or a far end (4..11).

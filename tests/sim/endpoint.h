@@ -56,21 +56,29 @@ constexpr endpoint v6(unsigned char last, int port) {
     return e;
 }
 
-/// Random decisions from a seed, the same on every machine (xorshift64*, Vigna 2016).
-class random_source {
+/// Where decisions come from.
+class decider {
+public:
+    virtual ~decider() = default;
+    /// Any 32 bits.
+    virtual std::uint32_t word() = 0;
+    /// 0..n-1
+    virtual int below(int n) { return static_cast<int>(word() % static_cast<std::uint32_t>(n)); }
+    /// low..high
+    int between(int low, int high) { return low + below(high - low + 1); }
+    bool chance(int permille) { return below(1000) < permille; }
+};
+
+/// A seed, the same decisions on every machine (xorshift64*, Vigna 2016).
+class random_source final : public decider {
 public:
     explicit random_source(std::uint64_t seed) : state(seed * 0x9E3779B97F4A7C15u + 0x632BE59BD9B4E019u) {}
-    std::uint32_t word() {
+    std::uint32_t word() override {
         state ^= state >> 12;
         state ^= state << 25;
         state ^= state >> 27;
         return static_cast<std::uint32_t>(state * 0x2545F4914F6CDD1Du >> 32);
     }
-    /// 0..n-1
-    int below(int n) { return static_cast<int>(word() % static_cast<std::uint32_t>(n)); }
-    /// low..high
-    int between(int low, int high) { return low + below(high - low + 1); }
-    bool chance(int permille) { return below(1000) < permille; }
 
 private:
     std::uint64_t state;

@@ -2,6 +2,8 @@
 
 #include <cstring>
 
+#include "lib/bytes.h"
+#include "lib/wire.h"
 #include "media/rtp_header.h"
 #include "media/rtp_sequence.h"
 #include "srtp/srtp.h"
@@ -28,19 +30,6 @@ constexpr int block_bytes = 2 * block_samples;
 constexpr int frame_bytes = 6;  // in front of a packet on a stream
 constexpr int round_trip_limit_ms = 60;
 
-str to_str(std::string_view data) {
-    return str(reinterpret_cast<unsigned char const*>(data.data()), static_cast<int>(data.size()));
-}
-
-std::string_view view(str const& data) {
-    return {reinterpret_cast<char const*>(data.cbuffer()), static_cast<std::size_t>(data.length())};
-}
-
-str be32(std::uint32_t value) {
-    return str(static_cast<unsigned char>(value >> 24), static_cast<unsigned char>(value >> 16),
-               static_cast<unsigned char>(value >> 8), static_cast<unsigned char>(value));
-}
-
 void key(srtp_ctx& context, protection const& with, str const& ssrc) {
     str const material = to_str(with.key);
     if (!material.empty())
@@ -56,7 +45,7 @@ void far_end::begin(world& w_, int index_, plan const& plan_, ear_and_mouth& aud
     index = index_;
     on = first = true;
     digits = 0;
-    rtp_stream = rtcp_stream = 0;
+    streams[0] = streams[1] = 0;
     last_event = last_report_sent = 0;
     generation = (generation + 1) & 0xFFFF;
     rekey(p.in, p.out, p.process_sequence);
@@ -97,7 +86,7 @@ void far_end::wake(int token) {
         send_packet(p.talk->payload_type, payload, first, p.timestamp);
     p.timestamp += static_cast<std::uint32_t>(p.ptime_ms * 8);
     first = false;
-    if (p.reports && next >= next_report) {
+    if (next >= next_report) {
         send_report();
         next_report += report_period;
     }
@@ -107,9 +96,9 @@ void far_end::wake(int token) {
 
 void far_end::send_event(int digit) {
     for (int step = 1; step <= 5; step++) {
-        unsigned const duration = static_cast<unsigned>(std::min(step, 3) * 400);
-        str payload(static_cast<unsigned char>(digit), static_cast<unsigned char>(step < 3 ? 10 : 0x8A),
-                    static_cast<unsigned char>(duration >> 8), static_cast<unsigned char>(duration));
+        str payload =
+            str(static_cast<unsigned char>(digit), static_cast<unsigned char>(step < 3 ? 10 : 0x8A)) +
+            be16(std::min(step, 3) * 400);
         send_packet(event_type, payload, step == 1, p.timestamp);
     }
 }
@@ -141,37 +130,30 @@ void far_end::send_report() {
 }
 
 void far_end::transmit(bool rtp, str const& packet) {
-    if (!p.streams) {
-        w->send(rtp ? p.rtp : p.rtcp, rtp ? p.device_rtp : p.device_rtcp, view(packet));
-        return;
-    }
-    auto const n = static_cast<unsigned>(packet.length());
-    str const frame =
-        str('\x03', '\0', static_cast<unsigned char>((n + 2) >> 8), static_cast<unsigned char>(n + 2)) +
-        str(static_cast<unsigned char>(n >> 8), static_cast<unsigned char>(n)) + packet;
-    if (int const stream = rtp ? rtp_stream : rtcp_stream)
+    if (!p.streams)
+        return w->transmit(rtp ? p.rtp : rtcp_of(p.rtp), rtp ? p.device_rtp : rtcp_of(p.device_rtp),
+                           view(packet));
+    str const frame = be16(0x300) + be16(packet.length() + 2) + be16(packet.length()) + packet;
+    if (int const stream = streams[!rtp])
         w->stream_send(stream, view(frame), 5 * ms);
 }
 
 void far_end::arrived(endpoint const& to, std::string_view data) {
-    str const packet = to_str(data);
-    if (to == p.rtp)
-        receive_rtp(packet);
-    else
-        receive_rtcp(packet);
+    to == p.rtp ? receive_rtp(to_str(data)) : receive_rtcp(to_str(data));
 }
 
 void far_end::stream_data(int stream, std::string_view data) {
-    bytes& pending = unread[stream == rtp_stream ? 0 : 1];
+    int const side = stream != streams[0];
+    bytes& pending = unread[side];
     pending += data;
     for (std::size_t size; pending.size() >= frame_bytes; pending.erase(0, size + frame_bytes)) {
-        auto const octet = [&](std::size_t i) { return static_cast<unsigned char>(pending[i]); };
-        size = static_cast<std::size_t>(octet(4) << 8 | octet(5));
-        if (octet(0) != 3 || octet(1) != 0 || static_cast<std::size_t>(octet(2) << 8 | octet(3)) != size + 2)
+        auto const* const frame = reinterpret_cast<unsigned char const*>(pending.data());
+        size = wire::get16(frame + 4);
+        if (wire::get16(frame) != 0x300 || wire::get16(frame + 2) != size + 2)
             violated("a stream that is not framed");
         if (pending.size() < size + frame_bytes)
             return;
-        arrived(stream == rtp_stream ? p.rtp : p.rtcp, std::string_view(pending).substr(frame_bytes, size));
+        arrived(p.rtp.with_port(p.rtp.port + side), std::string_view(pending).substr(frame_bytes, size));
     }
 }
 
@@ -208,7 +190,6 @@ void far_end::play(str const& pcm) {
 
 /// Sender report, source description, extended report; the round trip that its own last report allows to compute.
 void far_end::receive_rtcp(str const& packet) {
-    reports++;
     str plain = packet;
     if (!p.in.key.empty() && !srtcp_unprotect(keys.rx, packet, plain, {10, str::null}))
         violated("a report that is not encrypted");

@@ -3,10 +3,29 @@
 #include <cstdint>
 
 #include "codecs/codec.h"
+#include "lib/bytes.h"
 #include "srtp/srtp.h"
 #include "tests/sim/world.h"
 
 namespace sim {
+
+/// A fault of the process that a check found: prints it with the simulated time and ends the program.
+[[noreturn]] void violated(std::string_view what, long long value = 0);
+
+inline str to_str(std::string_view data) {
+    return str(reinterpret_cast<unsigned char const*>(data.data()), static_cast<int>(data.size()));
+}
+inline std::string_view view(str const& data) {
+    return {reinterpret_cast<char const*>(data.cbuffer()), static_cast<std::size_t>(data.length())};
+}
+
+/// Big-endian.
+inline str be16(int value) {
+    return utils::int2str(static_cast<unsigned>(value), 2);
+}
+inline str be32(std::uint32_t value) {
+    return utils::int2str(value, 4);
+}
 
 /// A codec as it travels: number, payload type, bytes of a payload of 20 ms.
 struct format {
@@ -24,24 +43,19 @@ struct protection {
     int tag_bytes = 10;
 };
 
-/// A fault of the process that a program's checks found; ends the program. Defined by each program.
-[[noreturn]] void violated(std::string_view what, long long value = 0);
-
 /// A telephone somewhere in the network: sends what it says as RTP, plays what arrives, exchanges RTCP, over datagrams
 /// or streams, protected or not. It checks what it gets where that needs its keys: tags, compound packets, round trip.
 class far_end {
 public:
     struct plan {
-        endpoint rtp, rtcp;                ///< its own
-        endpoint device_rtp, device_rtcp;  ///< the channel's
+        endpoint rtp, device_rtp;          ///< its own and the channel's; RTCP has the port above
         format const* talk = &formats[0];  ///< what it sends
         int ptime_ms = 20, ppm = 0;        ///< packet time by its own clock
-        bool streams = false;              ///< the process connects to `rtp` and `rtcp`
+        bool streams = false;              ///< the process connects to both ports
         protection in, out;                ///< what it receives and sends
         std::uint32_t ssrc = 1, sequence = 1, timestamp = 1;
         std::uint32_t process_sequence = 0;  ///< extended, of the next packet it gets
-        bool reports = true;
-        bool round_trip_known = true;  ///< the path's delay is below 15 ms each way
+        bool round_trip_known = true;        ///< the path's delay is below 15 ms each way
     };
     /// What it says and hears, 80 samples each.
     struct ear_and_mouth {
@@ -51,28 +65,27 @@ public:
 
     void begin(world& w, int index, plan const& p, ear_and_mouth& audio);
     void end();
-    bool active() const { return on; }
-    /// While active.
+    /// Between begin() and end().
     void talk_in(format const& f) { p.talk = &f; }
     void rekey(protection const& in, protection const& out, std::uint32_t process_sequence);
     void send_event(int digit);
 
     // What surroundings pass on.
-    static constexpr int tokens = 1 << 24;
     static int index_of(int token) { return token & 0xFF; }
     void wake(int token);
-    bool owns(endpoint const& e) const { return on && (e == p.rtp || e == p.rtcp); }
+    bool owns(endpoint const& e) const { return on && (e == p.rtp || e == rtcp_of(p.rtp)); }
     void arrived(endpoint const& to, std::string_view data);
-    void connected(int stream, endpoint const& to) { (to == p.rtp ? rtp_stream : rtcp_stream) = stream; }
-    bool owns_stream(int stream) const { return on && (stream == rtp_stream || stream == rtcp_stream); }
+    void connected(int stream, endpoint const& to) { streams[to != p.rtp] = stream; }
+    bool owns_stream(int stream) const { return on && (stream == streams[0] || stream == streams[1]); }
     void stream_data(int stream, std::string_view data);
-    int media_stream() const { return rtp_stream; }
+    int media_stream() const { return streams[0]; }
 
     plan const& planned() const { return p; }
-    std::uint64_t received = 0, sent = 0, reports = 0, round_trips = 0;  ///< since it was made
-    int digits = 0;                                                      ///< events that ended, since begin()
+    std::uint64_t received = 0, sent = 0, round_trips = 0;  ///< since it was made
+    int digits = 0;                                         ///< events that ended, since begin()
 
 private:
+    static endpoint rtcp_of(endpoint const& rtp) { return rtp.with_port(rtp.port + 1); }
     void send_packet(int payload_type, str& payload, bool marker, std::uint32_t timestamp);
     void send_report();
     void transmit(bool rtp, str const& packet);
@@ -85,7 +98,7 @@ private:
     ear_and_mouth* audio = nullptr;
     plan p;
     bool on = false;
-    int index = 0, generation = 0, rtp_stream = 0, rtcp_stream = 0;
+    int index = 0, generation = 0, streams[2] = {};  ///< of RTP and RTCP
     codec coder;
     struct {
         srtp_ctx rx, tx;
@@ -93,7 +106,7 @@ private:
     std::int64_t next = 0, next_report = 0, keyed_at = 0;
     std::uint32_t last_event = 0, last_report_sent = 0;
     bool first = true;
-    bytes unread[2];  ///< of the RTP and the RTCP stream
+    bytes unread[2];  ///< of the streams
 };
 
 }  // namespace sim

@@ -19,10 +19,10 @@ bool starts_with(char const* text, char const* front) {
 }  // namespace
 
 kernel::kernel(surroundings& surroundings_, settings const& settings_)
-    : around(surroundings_),
-      chosen(settings_),
-      random(settings_.seed),
+    : chosen(settings_),
       process_random(static_cast<std::uint32_t>(settings_.seed)),
+      around(surroundings_),
+      random(settings_.seed),
       day_offset(settings_.time_of_day_s * second) {}
 
 bool kernel::quiet() const {
@@ -74,7 +74,7 @@ int kernel::open(char const* path) {
         if (line < 0 || line >= line_count || path[sizeof line_path] != 0)
             return -ENOENT;
         if (!lines_open())
-            next_tick = (now / (10 * ms) + 1) * (10 * ms);
+            next_tick = (time / (10 * ms) + 1) * (10 * ms);
         int const fd = take_fd(kind::line);
         if (owns(fd)) {
             table[fd - first_fd].number = line;
@@ -112,7 +112,7 @@ int kernel::close(int fd) {
     return 0;
 }
 
-int kernel::bind(int fd, endpoint const& local, bool loopback) {
+int kernel::bind(int fd, endpoint const& local) {
     if (int const error = injected(call::bind))
         return -error;
     descriptor* const d = get(fd, kind::udp);
@@ -130,7 +130,7 @@ int kernel::bind(int fd, endpoint const& local, bool loopback) {
     else if (taken())
         return -EADDRINUSE;
     d->local.port = static_cast<std::uint16_t>(port);
-    d->loopback = loopback;
+    d->loopback = local.size == 4 && local.address[0] == 127;
     return 0;
 }
 
@@ -138,7 +138,7 @@ int kernel::stamp(int fd, std::int64_t& time_of_day_ns) {
     descriptor* const d = get(fd, kind::udp);
     if (!d)
         return -ENOTTY;
-    time_of_day_ns = d->stamping ? d->stamp : now + day_offset;
+    time_of_day_ns = d->stamping ? d->stamp : time_of_day();
     d->stamping = true;
     return 0;
 }

@@ -6,6 +6,8 @@
 
 #include <netinet/in.h>
 
+#include "lib/wire.h"
+
 namespace sim {
 
 namespace {
@@ -76,7 +78,7 @@ void kernel::arrive(event& e) {
         if (d.queued + e.data.size() > socket_bytes)
             return;
         d.queued += e.data.size();
-        d.datagrams.push_back({e.from, std::move(e.data), now + day_offset});
+        d.datagrams.push_back({e.from, std::move(e.data), time_of_day()});
         return;
     }
 }
@@ -92,7 +94,7 @@ long kernel::receive_from(int fd, void* buffer, std::size_t size, endpoint& from
     datagram const first = std::move(d->datagrams.front());
     d->datagrams.pop_front();
     d->queued -= first.data.size();
-    d->stamp = d->stamping ? first.arrived : now + day_offset;
+    d->stamp = d->stamping ? first.arrived : time_of_day();
     from = first.from;
     std::size_t const n = std::min(size, first.data.size());
     std::memcpy(buffer, first.data.data(), n);
@@ -101,28 +103,18 @@ long kernel::receive_from(int fd, void* buffer, std::size_t size, endpoint& from
     return static_cast<long>(n);
 }
 
-void kernel::mirror_command(std::string_view data) {
-    while (!data.empty()) {
-        if (command_rest > 0) {
-            std::size_t const n = std::min(command_rest, data.size());
-            command_rest -= n;
-            data.remove_prefix(n);
-            continue;
-        }
-        command_header += data.front();
-        data.remove_prefix(1);
-        if (command_header.size() == 4) {
-            command_rest = static_cast<std::size_t>(static_cast<unsigned char>(command_header[2])) << 8 |
-                           static_cast<unsigned char>(command_header[3]);
-            command_header.clear();
-        }
-    }
+std::size_t kernel::command_bytes_missing() const {
+    std::size_t const whole =
+        command.size() < 4 ? 4 : 4 + wire::get16(reinterpret_cast<unsigned char const*>(command.data()) + 2);
+    return command.empty() ? 0 : whole - command.size();
 }
 
-std::size_t kernel::command_bytes_missing() const {
-    if (command_rest > 0)
-        return command_rest;
-    return command_header.empty() ? 0 : 4 - command_header.size();
+void kernel::mirror_command(std::string_view data) {
+    for (char const c : data) {
+        command += c;
+        if (command.size() >= 4 && command_bytes_missing() == 0)
+            command.clear();
+    }
 }
 
 // ---- streams
@@ -130,15 +122,12 @@ std::size_t kernel::command_bytes_missing() const {
 int kernel::connect(int fd, endpoint const& to) {
     if (int const error = injected(call::connect))
         return -error;
-    if (descriptor* const d = &table[fd - first_fd]; d->what == kind::udp) {
-        d->peer = to;
+    if (table[fd - first_fd].what == kind::udp)
         return 0;
-    }
     descriptor* const d = get(fd, kind::stream);
     if (!d)
         return -EBADF;
     d->number = ++streams;
-    d->peer = to;
     d->state = descriptor::connecting;
     bool const accepted = around.connecting(d->number, to);
     schedule_event(stream_delay, {event::stream_open, accepted ? d->number : -d->number, {}, {}, {}});

@@ -5,12 +5,12 @@
 
 namespace sim {
 
-void kernel::at(std::int64_t time, int token) {
-    schedule_event(time - now, {event::token, token, {}, {}, {}});
+void kernel::at(std::int64_t ns, int token) {
+    schedule_event(ns - time, {event::token, token, {}, {}, {}});
 }
 
 void kernel::schedule_event(std::int64_t delay, event&& e) {
-    events.emplace(moment(now + std::max<std::int64_t>(delay, 0), scheduled++), std::move(e));
+    events.emplace(moment(time + std::max<std::int64_t>(delay, 0), scheduled++), std::move(e));
 }
 
 void kernel::happen(event& e) {
@@ -46,10 +46,10 @@ bool kernel::advance(std::int64_t until) {
     std::int64_t const first = events.empty() ? INT64_MAX : events.begin()->first.first;
     std::int64_t const tick = lines_open() ? next_tick : INT64_MAX;
     std::int64_t const next = std::min(first, tick);
-    if (next > now) {
-        if (now >= until)
+    if (next > time) {
+        if (time >= until)
             return false;
-        now = std::min(next, until);
+        time = std::min(next, until);
         return true;
     }
     if (tick <= first) {
@@ -79,12 +79,12 @@ bool kernel::writable(descriptor const& d) const {
 
 int kernel::select(int highest, fd_set* read, fd_set* write, std::int64_t limit) {
     fd_set const wanted_read = *read, wanted_write = *write;
-    std::int64_t const deadline = limit < 0 ? INT64_MAX : now + limit;
+    std::int64_t const deadline = limit < 0 ? INT64_MAX : time + limit;
     for (;;) {
-        while (!events.empty() && events.begin()->first.first <= now)
-            advance(now);
-        while (lines_open() && next_tick <= now)
-            advance(now);
+        while (!events.empty() && events.begin()->first.first <= time)
+            advance(time);
+        while (lines_open() && next_tick <= time)
+            advance(time);
         FD_ZERO(read);
         FD_ZERO(write);
         int ready = 0;
@@ -98,18 +98,18 @@ int kernel::select(int highest, fd_set* read, fd_set* write, std::int64_t limit)
             if (to_write && writable(d))
                 FD_SET(fd, write), ready++;
         }
-        if (ready > 0 || now >= deadline)
+        if (ready > 0 || time >= deadline)
             return ready;
-        if (now >= run_until)
+        if (time >= run_until)
             return -EINTR;
         advance(std::min(deadline, run_until));
     }
 }
 
 int kernel::wait_readable(int fd, std::int64_t limit) {
-    std::int64_t const deadline = limit < 0 ? INT64_MAX : now + limit;
+    std::int64_t const deadline = limit < 0 ? INT64_MAX : time + limit;
     while (!readable(table[fd - first_fd]))
-        if (now >= deadline || (!lines_open() && events.empty()))
+        if (time >= deadline || (!lines_open() && events.empty()))
             return 0;
         else
             advance(deadline);

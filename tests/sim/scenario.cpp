@@ -2,16 +2,18 @@
 // reports, driver requests, PCM to the telephones) is written down with its time, and the digest of each section is
 // compared with a committed one.
 //
-//     fxs_scenario DIGESTS [TRANSCRIPT]      compares; writes what happened, one line each
-//     fxs_scenario --write DIGESTS           takes what happened for right
+//     fxs_scenario DIGESTS [TRANSCRIPT]      compares; prints the digests; writes what happened, one line each
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 
+#include "lib/protocol.h"
 #include "lib/tlv.h"
-#include "tests/sim/far_end.h"
+#include "tests/sim/telephone_network.h"
+
+using namespace protocol;
 
 namespace {
 
@@ -50,11 +52,11 @@ private:
     std::int32_t history[2][2] = {};
 };
 
-class scenario final : public sim::surroundings, sim::far_end::ear_and_mouth {
+class scenario final : public sim::telephone_network {
 public:
     explicit scenario(std::FILE* transcript_) : transcript(transcript_) {}
     void play();
-    std::string digests;
+    sim::bytes digests;
 
 private:
     void note(char const* what, int number, std::string_view data);
@@ -63,8 +65,7 @@ private:
 
     void report(std::string_view data) override {
         note("report", 0, data);
-        if (data[1] == 6)
-            port = static_cast<unsigned char>(data[14]) << 8 | static_cast<unsigned char>(data[15]);
+        telephone_network::report(data);
     }
     void line(int l, std::int16_t const* heard, std::int16_t* said) override {
         if (heard)
@@ -87,23 +88,13 @@ private:
         }
     }
     sim::path route(sim::endpoint const&, sim::endpoint const&) override { return link; }
-    void arrived(sim::endpoint const&, sim::endpoint const& to, std::string_view data) override {
-        for (sim::far_end& f : far)
-            if (f.owns(to))
-                f.arrived(to, data);
-    }
-    bool connecting(int stream, sim::endpoint const& to) override {
-        far[0].connected(stream, to);
-        return true;
-    }
     void stream_data(int stream, std::string_view data) override {
         note("stream", stream, data);
         if (data[0] == 3)  // what call control sends is not framed
-            far[0].stream_data(stream, data);
+            telephone_network::stream_data(stream, data);
     }
     void stream_closed(int stream) override { note("closed", stream, {}); }
     void signal(std::string_view data) override { note("signal", 0, data); }
-    void wake(int token) override { far[sim::far_end::index_of(token)].wake(token); }
     void say(int f, std::int16_t* pcm) override { far_speech[f].say(pcm); }
     void hear(int f, std::int16_t const* pcm) override { note_pcm("far end", f, pcm); }
 
@@ -115,19 +106,13 @@ private:
     };
     void call(int index, terms const& t);
     void end_calls();
-    void command(int tag, str const& fields) { w->command(cmd_get_tlv_str(tag, fields)); }
-    void call_command(int tag, int index, str const& fields) {
-        command(tag, cmd_get_tlv_short(4, index) + fields);
-    }
 
     std::FILE* transcript;
-    sim::world* w = nullptr;
     sim::path link;
-    sim::far_end far[2];
     speech line_speech[4] = {speech(1), speech(2), speech(3), speech(4)},
            far_speech[2] = {speech(5), speech(6)};
-    int port = 0, serial = 0;
-    std::string section;
+    int serial = 0;
+    sim::bytes section;
     std::uint64_t hash = 0, events = 0;
 };
 
@@ -171,56 +156,37 @@ void scenario::begin(char const* name) {
         std::fprintf(transcript, "== %s\n", section.c_str());
 }
 
-str to_str(std::string_view data) {
-    return str(reinterpret_cast<unsigned char const*>(data.data()), static_cast<int>(data.size()));
-}
-
-str address(int tag, sim::endpoint const& e) {
-    return cmd_get_tlv_address(tag, ip_port(to_str(e.address_bytes()), e.port));
-}
-
 void scenario::call(int index, terms const& t) {
-    call_command(16, index, cmd_get_tlv_str(22, str("call")));
+    call_command(cmd_open::tag, index, cmd_get_tlv_str(cmd_open::call_id, str("call")));
     w->run_ms(5);
-    sim::endpoint const here = (t.six ? sim::device_v6 : sim::device_v4).with_port(port);
     sim::far_end::plan p;
     p.rtp = t.six ? sim::v6(9, 5000 + 2 * serial) : sim::v4(203, 0, 113, 9, 5000 + 2 * serial);
-    p.rtcp = p.rtp.with_port(p.rtp.port + 1);
-    p.device_rtp = here;
-    p.device_rtcp = here.with_port(port + 1);
+    p.device_rtp = (t.six ? sim::device_v6 : sim::device_v4).with_port(rtp_ports[index]);
     p.talk = t.codec;
     p.ptime_ms = t.ptime_ms;
     p.streams = t.streams;
     p.round_trip_known = false;
     p.ssrc = 0x10000u + static_cast<std::uint32_t>(serial);
-    p.sequence = 65500;
+    p.sequence = t.keyed ? 30000 : 65500;
     serial++;
     if (t.keyed) {
-        p.sequence = 30000;
         p.in.key.assign(30, static_cast<char>('A' + index));
         p.out.key.assign(30, static_cast<char>('a' + index));
     }
-    far[index].begin(*w, index, p, *this);
-    auto const type = static_cast<unsigned char>(t.codec->payload_type),
-               number = static_cast<unsigned char>(t.codec->codec);
-    str fields = cmd_get_tlv_str(6, str(type, number)) + cmd_get_tlv_str(16, str(number, type)) +
-                 cmd_get_tlv_short(17, t.ptime_ms) + cmd_get_tlv_long(33, 0x7000 + index) +
-                 address(5, p.rtp) + address(26, p.rtcp) + cmd_get_tlv_short(34, t.streams) +
-                 cmd_get_tlv_str(21, str(t.xr));
-    if (t.events)
-        fields += cmd_get_tlv_str(19, str(static_cast<unsigned char>(sim::event_type), 1));
-    if (t.keyed)
-        fields += cmd_get_tlv_str(23, to_str(p.out.key)) + cmd_get_tlv_str(24, to_str(p.in.key)) +
-                  cmd_get_tlv_str(25, str('\x0A', 1));
-    call_command(17, index, fields);
-    call_command(18, index, cmd_get_tlv_short(18, t.line));
+    fars[index].begin(*w, index, p, *this);
+    auto const ssrc = static_cast<std::uint32_t>(0x7000 + index);
+    call_command(cmd_media::tag, index,
+                 codec_fields(*t.codec, t.codec, 1, t.ptime_ms, ssrc, t.events) +
+                     destination_fields(p.rtp, t.streams) + cmd_get_tlv_str(cmd_media::xr_mode, str(t.xr)) +
+                     (t.keyed ? key_fields(p.out, p.in) : str::null));
+    call_command(cmd_tdm_channel::tag, index, cmd_get_tlv_short(cmd_tdm_channel::slot, t.line));
 }
 
 void scenario::end_calls() {
     for (int i = 0; i < 2; i++) {
-        call_command(4, i, str::null);
+        call_command(cmd_end::tag, i, str::null);
         w->run_ms(1);
-        far[i].end();
+        fars[i].end();
     }
     w->run_ms(200);
 }
@@ -229,10 +195,15 @@ void scenario::play() {
     sim::format const &g729 = sim::formats[3], &pcma = sim::formats[2], &gsm = sim::formats[4],
                       &g722 = sim::formats[5];
     begin("start");
-    sim::world world(*this, {.seed = 20, .clock_start = 0xFFFFFFFF - 1500});  // the clock wraps after 15 s
-    w = &world;
-    command(7, cmd_get_tlv_short(1, 7));
-    command(13, cmd_get_tlv_long(20, 1000000));
+    start({.seed = 20, .clock_start = 0xFFFFFFFF - 1500});  // the clock wraps after 15 s
+    auto const log_level = [this](int level) {
+        command(cmd_log_level::tag, cmd_get_tlv_short(cmd_log_level::level, level));
+    };
+    auto const led = [this](int pattern) {
+        command(cmd_led::tag, cmd_get_tlv_short(cmd_led::pattern, pattern));
+    };
+    log_level(7);
+    command(cmd_ntp_offset::tag, cmd_get_tlv_long(cmd_ntp_offset::seconds, 1000000));
     w->run_ms(1100);
     for (sim::format const& f : sim::formats) {
         begin(f.name);
@@ -248,9 +219,11 @@ void scenario::play() {
     begin("TCP");
     call(0, {.codec = &g729, .ptime_ms = 40, .streams = true});
     w->run_ms(3000);
-    call_command(15, 0, cmd_get_tlv_short(34, 1) + cmd_get_tlv_str(13, str("tunnelled")));
+    call_command(
+        cmd_tunnel::tag, 0,
+        cmd_get_tlv_short(cmd_tunnel::tcp, 1) + cmd_get_tlv_str(cmd_tunnel::rtp_data, str("tunnelled")));
     w->run_ms(20);
-    w->stream_close(far[0].media_stream());
+    w->stream_close(fars[0].media_stream());
     w->run_ms(500);
     end_calls();
     for (bool const events_ : {true, false}) {
@@ -258,8 +231,8 @@ void scenario::play() {
         call(0, {.codec = &gsm, .events = events_});
         w->run_ms(300);
         for (int digit = 3; digit < 12; digit += 4)
-            call_command(10, 0, cmd_get_tlv_short(19, digit));
-        far[0].send_event(7);
+            call_command(cmd_dtmf::tag, 0, cmd_get_tlv_short(cmd_dtmf::digit, digit));
+        fars[0].send_event(7);
         w->run_ms(2200);
         end_calls();
     }
@@ -267,7 +240,7 @@ void scenario::play() {
     call(0, {.codec = &g729, .line = 1});
     call(1, {.codec = &pcma, .line = 1});
     w->run_ms(3000);
-    call_command(4, 0, str::null);
+    call_command(cmd_end::tag, 0, str::null);
     w->run_ms(500);
     end_calls();
     begin("lossy");
@@ -279,61 +252,45 @@ void scenario::play() {
     end_calls();
     begin("devices");
     call(0, {.codec = &pcma, .line = 3});
-    far[0].end();
+    fars[0].end();
     for (int kind = 1; kind < 6; kind++) {
-        call_command(12, 0, cmd_get_tlv_short(28, kind) + cmd_get_tlv_short(29, 1));
+        call_command(
+            cmd_playback::tag, 0,
+            cmd_get_tlv_short(cmd_playback::tone_kind, kind) + cmd_get_tlv_short(cmd_playback::tone_set, 1));
         w->run_ms(400);
     }
-    command(22, cmd_get_tlv_short(27, 2));
-    command(11, cmd_get_tlv_short(27, 3));
-    command(8, cmd_get_tlv_str(15, str("to the device")));
+    led(2);
+    command(cmd_reset_base::tag, cmd_get_tlv_short(cmd_reset_base::command, 3));
+    command(cmd_signal::tag, cmd_get_tlv_str(cmd_signal::data, str("to the device")));
     w->driver_text("off hook\r\non hook\n");
     w->signal_bytes("from the device");
-    command(7, cmd_get_tlv_short(1, 9));
-    w->deliver(sim::v4(198, 51, 100, 1, 9), sim::device_v4.with_port(port),
+    log_level(9);
+    w->deliver(sim::v4(198, 51, 100, 1, 9), sim::device_v4.with_port(rtp_ports[0]),
                std::string_view("\0\1\0\0stun........", 16));
     w->run_ms(2500);
-    command(22, cmd_get_tlv_short(27, 0));
+    led(0);
     end_calls();
-    if (w->trouble() || !w->idle())
-        sim::violated(w->trouble() ? w->trouble() : "the process is not idle in the end");
     begin(nullptr);
-}
-
-std::string read_file(char const* path) {
-    std::string text;
-    if (std::FILE* const f = std::fopen(path, "r")) {
-        for (int c; (c = std::fgetc(f)) != EOF;)
-            text += static_cast<char>(c);
-        std::fclose(f);
-    }
-    return text;
+    finish();
 }
 
 }  // namespace
 
-void sim::violated(std::string_view what, long long value) {
-    std::printf("%.*s (%lld)\n", static_cast<int>(what.size()), what.data(), value);
-    std::exit(1);
-}
-
 int main(int argc, char** argv) {
-    if (argc < 2)
-        return std::printf("fxs_scenario DIGESTS [TRANSCRIPT] | --write DIGESTS\n"), 2;
-    bool const write = std::strcmp(argv[1], "--write") == 0 && argc == 3;
-    std::FILE* const transcript = !write && argc == 3 ? std::fopen(argv[2], "w") : nullptr;
+    std::FILE* const digests = argc > 1 ? std::fopen(argv[1], "r") : nullptr;
+    if (!digests)
+        return std::printf("fxs_scenario DIGESTS [TRANSCRIPT]\n"), 2;
+    char wanted[4096] = {};
+    std::size_t const size = std::fread(wanted, 1, sizeof wanted, digests);
+    std::fclose(digests);
+    std::FILE* const transcript = argc > 2 ? std::fopen(argv[2], "w") : nullptr;
     static scenario evening(transcript);
     evening.play();
     if (transcript)
         std::fclose(transcript);
     std::fputs(evening.digests.c_str(), stdout);
-    if (write) {
-        std::FILE* const f = std::fopen(argv[2], "w");
-        return !f || std::fputs(evening.digests.c_str(), f) < 0 || std::fclose(f) != 0;
-    }
-    std::string const wanted = read_file(argv[1]);
-    if (wanted == evening.digests)
+    if (std::string_view(wanted, size) == std::string_view(evening.digests))
         return 0;
-    std::printf("differs from what %s has:\n%s", argv[1], wanted.c_str());
+    std::printf("differs from what %s has:\n%s", argv[1], wanted);
     return 1;
 }

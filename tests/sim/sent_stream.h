@@ -1,5 +1,6 @@
 #pragma once
 
+#include "lib/wire.h"
 #include "tests/sim/far_end.h"
 
 namespace sim {
@@ -39,32 +40,28 @@ private:
 };
 
 inline void sent_stream::packet(std::string_view data) {
-    auto const octet = [&](std::size_t i) {
-        return static_cast<std::uint32_t>(static_cast<unsigned char>(data[i]));
-    };
-    auto const word = [&](std::size_t i) {
-        return octet(i) << 24 | octet(i + 1) << 16 | octet(i + 2) << 8 | octet(i + 3);
-    };
-    if (data.size() < 12 || octet(0) != 0x80)
+    auto const* const header = reinterpret_cast<unsigned char const*>(data.data());
+    if (data.size() < 12 || header[0] != 0x80)
         violated("a packet without a plain RTP header", static_cast<long long>(data.size()));
-    int const type = static_cast<int>(octet(1) & 0x7F);
+    int const type = header[1] & 0x7F;
+    std::uint32_t const timestamp = wire::get32(header + 4);
     bool const event = has_events && type == event_type, audio = type == sends->payload_type;
-    auto const sequence = static_cast<std::uint16_t>(octet(2) << 8 | octet(3));
+    std::uint16_t const sequence = wire::get16(header + 2);
     auto const payload = static_cast<int>(data.size()) - 12 - tag;
     if (!event && !audio)
         violated("a packet of another payload type", type);
     if (known && sequence != next)
         violated("a packet out of sequence", sequence);
-    if (known && word(4) != (event ? event_timestamp : next_timestamp))
-        violated("a packet of another time", word(4));
-    if (known && (octet(1) >> 7 != 0) != (type != last_type))
+    if (known && timestamp != (event ? event_timestamp : next_timestamp))
+        violated("a packet of another time", timestamp);
+    if (known && (header[1] >> 7 != 0) != (type != last_type))
         violated("a marker in the wrong place", type);
-    if (word(8) != ssrc)
-        violated("a packet of another source", word(8));
+    if (wire::get32(header + 8) != ssrc)
+        violated("a packet of another source", wire::get32(header + 8));
     if (event ? payload != 4 : payload != sends->bytes_per_20ms * ptime / 20 && odd <= 0)
         violated("a payload of so many bytes", payload);
     if (!known)
-        next_timestamp = event_timestamp = word(4);
+        next_timestamp = event_timestamp = timestamp;
     odd--;
     packets++;
     known = true;

@@ -27,7 +27,7 @@ struct diary : sim::surroundings {
         note("sent to " + std::to_string(to.port), data);
     }
     void arrived(sim::endpoint const& from, sim::endpoint const& to, std::string_view data) override {
-        world->send(to, from, data);
+        world->transmit(to, from, data);
     }
     sim::path route(sim::endpoint const&, sim::endpoint const&) override { return {20000, 30000, 50, 50}; }
     int request(int, unsigned number) override {
@@ -80,7 +80,7 @@ TEST(world, repeats_itself_whatever_ran_before) {
 
 TEST(world, sees_what_the_process_must_not_do) {
     diary around;
-    sim::world w(around, {});
+    sim::world w(around);
     around.world = &w;
     EXPECT_TRUE(w.idle());
     w.fail(sim::call::open, ENODEV);
@@ -96,50 +96,6 @@ TEST(world, sees_what_the_process_must_not_do) {
     EXPECT_EQ(w.trouble(), nullptr);
     EXPECT_EQ(close(200), -1);
     EXPECT_STREQ(w.trouble(), "a closed descriptor was closed");
-}
-
-/// One that hung up is asked at most once in 10 ms, and timers and calls go on; once it is back it is read at once.
-TEST(world, a_dead_device_does_not_hold_the_process) {
-    diary around;
-    sim::world w(around, {});
-    around.world = &w;
-    w.run_ms(5);
-    w.hang_up(sim::signal_device);
-    w.driver_text("1\n");
-    w.run_ms(2500);
-    w.fail(sim::call::read, EIO, 50);
-    w.driver_text("2\n");
-    w.hang_up(sim::signal_device, false);
-    w.signal_bytes("3");
-    w.run_ms(700);
-    EXPECT_EQ(w.trouble(), nullptr);
-    EXPECT_EQ(around.text,
-              "-1 report 00130000\n"
-              "5000 report 0019000131\n"
-              "1005000 report 00130000\n"
-              "2005000 report 00130000\n"
-              "2755000 report 0019000132\n"  // 25 times 10 ms: each failure is of one of the two
-              "2755000 report 000800050002000133\n"
-              "3005000 report 00130000\n");
-}
-
-/// The world complains when one that hung up is read twice in 10 ms; the failing writes would be over at once.
-TEST(world, a_dead_line_does_not_hold_the_process) {
-    diary around;
-    sim::world w(around, {});
-    around.world = &w;
-    w.command(call_command(16, str()));
-    w.command(call_command(18, cmd_get_tlv_short(18, 1)));
-    w.command(call_command(12, cmd_get_tlv_short(28, 1) + cmd_get_tlv_short(29, 1)));  // a tone
-    w.hang_up(1);
-    w.fail(sim::call::write, EIO, 120);
-    w.run_ms(1000);
-    w.hang_up(1, false);
-    w.run_ms(100);
-    EXPECT_EQ(around.loudest, 0);
-    w.run_ms(500);
-    EXPECT_GT(around.loudest, 1000);
-    EXPECT_EQ(w.trouble(), nullptr);
 }
 
 }  // namespace
