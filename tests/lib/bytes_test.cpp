@@ -2,38 +2,10 @@
 
 #include <gtest/gtest.h>
 
-#include "lib/log.h"
 #include "lib/tlv.h"
-#include "lib/wire.h"
 #include "tests/support/bytes.h"
-#include "tests/support/control_peer.h"
 
 namespace {
-
-TEST(wire, numbers_of_every_width) {
-    unsigned char bytes[8];
-    auto const written = [&](int n) { return to_hex(to_string(str(bytes, n))); };
-    wire::put16(bytes, 0x12345678);
-    EXPECT_EQ(written(2), "5678");
-    wire::put24(bytes, 0x12345678);
-    EXPECT_EQ(written(3), "345678");
-    wire::put32(bytes, 0x12345678);
-    EXPECT_EQ(written(4), "12345678");
-    wire::put64(bytes, 0xF0E1D2C3B4A59687);
-    EXPECT_EQ(written(8), "F0E1D2C3B4A59687");
-    EXPECT_EQ(wire::get16(bytes), 0xF0E1u);
-    EXPECT_EQ(wire::get24(bytes), 0xF0E1D2u);
-    EXPECT_EQ(wire::get32(bytes), 0xF0E1D2C3u);
-    EXPECT_EQ(wire::get64(bytes), 0xF0E1D2C3B4A59687u);
-}
-
-TEST(bytes, big_endian_integers) {
-    EXPECT_EQ(to_hex(to_string(utils::int2str(0x12345678, 4))), "12345678");
-    EXPECT_EQ(to_hex(to_string(utils::int2str(0x12345678, 1))), "78");
-    EXPECT_EQ(to_hex(to_string(utils::int2str(0x80, 6))), "000000000080");
-    EXPECT_EQ(utils::str2int(to_str(from_hex("AABBCCFFFFFFFE"))), -2);
-    EXPECT_EQ(utils::str2int(str()), 0);
-}
 
 TEST(tlv, encoders_byte_for_byte) {
     std::pair<str, char const*> const table[] = {
@@ -42,7 +14,9 @@ TEST(tlv, encoders_byte_for_byte) {
         {cmd_get_tlv_str(19, str::null), "0013 0000"},
         {cmd_get_tlv_short_str(5, str("ab"), 0x1F90), "0005 0004 1F90 6162"},
         {cmd_get_tlv_address(5, ip_port(str(127, 0, 0, 1), 5004)), "0005 0006 138C 7F000001"},
-        {cmd_get_tlv_address(5, ip_port()), "0005 0002 0000"}};
+        {cmd_get_tlv_address(5, ip_port()), "0005 0002 0000"},
+        {utils::int2str(0x12345678, 1), "78"},
+        {utils::int2str(0x80, 6), "000000000080"}};
     for (auto const& [element, bytes] : table)
         EXPECT_EQ(to_hex(to_string(element)), unspaced(bytes));
     str const long_one = cmd_get_tlv_str(13, str('x', 65535));
@@ -56,11 +30,45 @@ TEST(tlv, short_values_are_filled_with_zero_bytes) {
     EXPECT_TRUE((tlv{0, str::null}.get_address() == ip_port()));
 }
 
-TEST(log_lines, are_datagrams_to_call_control) {
-    control_peer peer;
-    log_add_message(9, str("x"), str("more"));
-    EXPECT_EQ(peer.datagrams(),
-              std::vector{from_hex("00020013 0001 0002 0009 0002 0001 78 0003 0004") + "more"});
+// Addresses that the C library understands too: fuzz/fuzz_address.cpp compares with it.
+TEST(address, text_to_bytes) {
+    constexpr char const* table[][2] = {
+        {"192.168.1.77", "C0A8014D"},
+        {"[192.168.1.77]", "C0A8014D"},
+        {"300.256.-1.7", "2C00FF07"},
+        {"10.1", "0A010000"},
+        {"1.2.3.4.5", "01020304"},
+        {"media.example", "00000000"},
+        {"[]", "00000000"},
+        {"[::1]", "00000000000000000000000000000001"},
+        {"2001:DB8::", "20010DB8000000000000000000000000"},
+        {"12345:9abcde::", "2345BCDE000000000000000000000000"},
+        {"::xyz1", "00000000000000000000000000000001"},
+        {"::ffff:1.2.3.4", "000000000000000000000000FFFF0304"},
+        {"::2:3:4:5:6:7:8", "000000000002000300040005000600070008"},  // the gap is not taken back
+        {"1:2:3:4:5:6:7:8:9", "000100020003000400050006000700080009"}};
+    for (auto const& [text, bytes] : table)
+        EXPECT_EQ(to_hex(to_string(utils::compact_ip(to_str(text)))), bytes) << text;
+}
+
+TEST(address, bytes_to_text) {
+    constexpr char const* table[][2] = {{"C0A8014D", "192.168.1.77:9"},
+                                        {"", "0.0.0.0:9"},
+                                        {"C0A801", "0.0.0.0:9"},
+                                        {"00010002000300040005000600070008000A", "0.0.0.0:9"},
+                                        {"00000000000000000000000000000000", "[::]:9"},
+                                        {"00010002000300040005000600070000", "[1:2:3:4:5:6:7::]:9"},
+                                        {"00000000000100000000000000000001", "[::1:0:0:0:0:1]:9"},
+                                        {"00000001000000000000000100010001", "[0:1::1:1:1]:9"},
+                                        {"00000001000000000000000000000001", "[0:1::1]:9"},
+                                        {"00010000000100000000000000000001", "[1:0:1::1]:9"},
+                                        {"00000001000200030004000500060007", "[::1:2:3:4:5:6:7]:9"}};
+    for (auto const& [bytes, text] : table) {
+        ip_port const endpoint(to_str(from_hex(bytes)), 9);
+        EXPECT_EQ(to_string(utils::readable_ip(endpoint)), text) << bytes;
+        EXPECT_EQ(to_string(utils::readable_ip(endpoint, transport_type::tls)), std::string("tls:") + text);
+    }
+    EXPECT_EQ(to_string(utils::readable_ip(str('\0', 16), false)), "::");
 }
 
 }  // namespace

@@ -1,8 +1,5 @@
-#include <gtest/gtest.h>
-
 #include <list>
 #include <map>
-#include <vector>
 
 #include "lib/slist.h"
 #include "lib/smap.h"

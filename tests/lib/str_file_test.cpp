@@ -1,13 +1,7 @@
 #include <csignal>
-#include <filesystem>
-#include <string>
-#include <vector>
 
-#include <gtest/gtest.h>
 #include <sys/resource.h>
 
-#include "lib/str.h"
-#include "tests/support/bytes.h"
 #include "tests/support/control_peer.h"
 #include "tests/support/stepped_lines.h"
 
@@ -15,8 +9,7 @@ namespace {
 
 using lines = std::vector<std::string>;
 
-class str_file : public testing::Test {
-protected:
+struct str_file : testing::Test {
     ~str_file() override { std::filesystem::remove_all(root); }
     std::string name(char const* below) const { return root.string() + "/" + below; }
     str path(char const* below) const { return to_str(name(below)); }
@@ -73,16 +66,13 @@ TEST_F(str_file, on_a_full_disk_none_is_left_in_part) {
     struct {
         int room, bytes;
         std::string logged;
-    } const table[] = {
-        {100, 100, ""},
-        {0, 100, other},
-        {no_space - 1, 100, other},
-        {no_space, 100, full},
-        {no_space + 1, 100, other},
-        {piece + no_space, piece + 100, full},
-        {piece, 2 * piece, other},
-        {2 * piece, 2 * piece, ""},
-    };
+    } const table[] = {{100, 100, ""},
+                       {0, 100, other},
+                       {no_space - 1, 100, other},
+                       {no_space, 100, full},
+                       {piece + no_space, piece + 100, full},
+                       {piece, 2 * piece, other},
+                       {2 * piece, 2 * piece, ""}};
     for (auto const& [room, bytes, logged] : table) {
         bool const fits = logged.empty();
         EXPECT_EQ(write_within(static_cast<rlim_t>(room), bytes, path("file")), fits) << room;

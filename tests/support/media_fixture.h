@@ -1,15 +1,7 @@
 #pragma once
 
-#include <cstdint>
-#include <string>
-#include <string_view>
-#include <vector>
-
-#include <gtest/gtest.h>
-
 #include "lib/random.h"
 #include "media/channel.h"
-#include "tests/support/bytes.h"
 #include "tests/support/control_peer.h"
 #include "tests/support/rtp_builder.h"
 
@@ -54,13 +46,6 @@ inline std::string pcm_of(int value, int samples = 80) {
     return bytes;
 }
 
-/// First sample of a block.
-inline int first_sample(std::string_view pcm) {
-    std::int16_t sample = 0;
-    pcm.copy(reinterpret_cast<char*>(&sample), sizeof sample);
-    return sample;
-}
-
 /// 10 ms of linear PCM whose samples are the packet's name.
 inline rtp_packet named_packet(int sequence, int name, std::uint32_t ssrc = 0xAAAA0001) {
     rtp_packet packet;
@@ -75,6 +60,8 @@ inline rtp_packet named_packet(int sequence, int name, std::uint32_t ssrc = 0xAA
 inline int play(channel& c) {
     bool talk_spurt = false;
     std::string const block = to_string(c.get_samples(talk_spurt));
-    EXPECT_EQ(to_hex(block), to_hex(pcm_of(first_sample(block))));
-    return first_sample(block);
+    std::int16_t sample = 0;
+    block.copy(reinterpret_cast<char*>(&sample), sizeof sample);
+    EXPECT_EQ(to_hex(block), to_hex(pcm_of(sample)));
+    return sample;
 }

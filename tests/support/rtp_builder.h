@@ -1,9 +1,6 @@
 #pragma once
 
-#include <cstdint>
 #include <stdexcept>
-#include <string>
-#include <string_view>
 #include <vector>
 
 #include "tests/support/bytes.h"

@@ -6,10 +6,6 @@
 
 #include <gtest/gtest.h>
 
-inline std::string seed_trace(unsigned seed) {
-    return "repeat with FXSMEDIA_TEST_SEED=" + std::to_string(seed);
-}
-
 /// Random decisions that are the same on every machine.
 class dice {
 public:
@@ -26,25 +22,20 @@ private:
 };
 
 /// Seeds of a randomised test: `count` of them from `first` on, or the one that the environment variable
-/// FXSMEDIA_TEST_SEED names, which repeats a failed run. Put seed_trace() in scope so that a failure names it.
+/// FXSMEDIA_TEST_SEED names, which repeats a failed run.
 struct seed_range {
     unsigned first;
     unsigned count;
 
-    template <typename action>
-    void for_each(action const& act) const {
-        if (char const* const chosen = std::getenv("FXSMEDIA_TEST_SEED"))
-            return act(static_cast<unsigned>(std::stoul(chosen)));
-        for (unsigned seed = first; seed < first + count; seed++)
-            act(seed);
-    }
-    /// The same with dice of each seed; a failure names it.
+    /// Acts with dice of each seed; a failure names it.
     template <typename action>
     void roll(action const& act) const {
-        for_each([&](unsigned seed) {
-            SCOPED_TRACE(seed_trace(seed));
+        char const* const chosen = std::getenv("FXSMEDIA_TEST_SEED");
+        unsigned const from = chosen ? static_cast<unsigned>(std::stoul(chosen)) : first;
+        for (unsigned seed = from; seed < from + (chosen ? 1 : count); seed++) {
+            SCOPED_TRACE("repeat with FXSMEDIA_TEST_SEED=" + std::to_string(seed));
             dice random(seed);
             act(random);
-        });
+        }
     }
 };

@@ -92,9 +92,8 @@ inline samples speech_like(int n, int peak, unsigned seed, int rate = 8000) {
         }
     }
     raw.resize(static_cast<std::size_t>(n));
-    double loudest = 1e-9;
-    for (double const value : raw)
-        loudest = std::max(loudest, std::abs(value));
+    auto const [lowest, highest] = std::ranges::minmax(raw);
+    double const loudest = std::max({1e-9, -lowest, highest});
     samples out;
     for (double const value : raw)
         out.push_back(rounded(value / loudest * peak));

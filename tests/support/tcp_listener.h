@@ -1,23 +1,6 @@
 #pragma once
 
-#include <string>
-#include <string_view>
-
-#include <poll.h>
-#include <sys/socket.h>
-#include <unistd.h>
-
-#include <gtest/gtest.h>
-
-#include "lib/address.h"
-#include "tests/support/bytes.h"
 #include "tests/support/udp_peer.h"
-
-/// Whether a socket shows an event of poll() within ten seconds.
-inline bool shows(int fd, short event, int patience_ms = 10000) {
-    pollfd wanted{fd, event, 0};
-    return poll(&wanted, 1, patience_ms) == 1;
-}
 
 /// One accepted connection of a far end; closed with it.
 class tcp_stream {
@@ -77,10 +60,7 @@ public:
     tcp_listener(tcp_listener const&) = delete;
     tcp_listener& operator=(tcp_listener const&) = delete;
 
-    ip_port address() const {
-        return ip_port(to_str(from_hex(ipv6 ? "00000000000000000000000000000001" : "7F000001")),
-                       bound_port(fd));
-    }
+    ip_port address() const { return loopback_address(fd, ipv6); }
     /// The next connection; waits for it.
     tcp_stream accept() const {
         EXPECT_TRUE(shows(fd, POLLIN));
