@@ -23,7 +23,7 @@ protected:
         rtimestamp const arrival(static_cast<long long>(at_ms * 1000000));
         EXPECT_EQ(tested.process_rtp_data(to_str(packet), sender, false, arrival), 0);
     }
-    void deliver(rtp_packet const& packet, double at_ms) { deliver(packet.build(), at_ms); }
+    void deliver(rtp_packet const& packet, double at_ms = 0) { deliver(packet.build(), at_ms); }
     static std::string latched(char const* ssrc) {
         return unspaced("0018 0018 0004 0002 0003 0005 0006 0FA0 C0A80107 0020 0004") + ssrc;
     }
@@ -34,29 +34,35 @@ protected:
 TEST_F(receiving, what_is_no_packet_of_ours_leaves_no_trace) {
     auto const set_map = [&](std::string const& map) { tested.set_codec(0, 0, -1, to_str(map), 20); };
     set_map(from_hex("0080FF"));
-    std::string const good = named_packet(5, 7).build();
-    auto const with_byte = [&](std::size_t at, char value) {
-        return std::string(good).replace(at, 1, 1, value);
-    };
+    std::string const good = named_packet(5, 7).build(), rest = good.substr(2);
+    // Versions 1 and 3; payload types mapped to 128 and 255, and beyond the map; ZRTP but for cookie and nibble.
     std::string const table[] = {"",
                                  good.substr(0, 11),
                                  from_hex("0001 0000 2112A442 000000"),
-                                 with_byte(0, '\x40'),  // versions 1 and 3
-                                 with_byte(0, '\xC0'),
-                                 with_byte(1, '\x01'),  // payload types mapped to 128 and 255
-                                 with_byte(1, '\x82'),
-                                 with_byte(1, '\x03'),                      // beyond the map
-                                 from_hex("1000 0001 5A525451 00000001"),   // ZRTP but for the cookie
-                                 from_hex("2000 0001 5A525450 00000001")};  // and the nibble
+                                 from_hex("4000") + rest,
+                                 from_hex("C000") + rest,
+                                 from_hex("8001") + rest,
+                                 from_hex("8082") + rest,
+                                 from_hex("8003") + rest,
+                                 from_hex("1000 0001 5A525451 00000001"),
+                                 from_hex("2000 0001 5A525450 00000001")};
     for (std::string const& packet : table) {
         deliver(packet);
         EXPECT_FALSE(tested.output_available()) << to_hex(packet);
         EXPECT_EQ(peer.transcript(), lines{}) << to_hex(packet);
     }
     set_map(std::string(127, 0));
-    deliver(with_byte(1, 126));
+    deliver(from_hex("807E") + rest);
     EXPECT_EQ(peer.transcript(), (lines{latched("AAAA0001"), "7 Receiving RTP from 192.168.1.7:4000"}));
     EXPECT_EQ(play(tested), 7);
+    sender = ip_port(to_str(from_hex("20010DB8000000000000000000000001")), 5004);
+    deliver(named_packet(6, 8), 10);
+    EXPECT_EQ(peer.transcript(), lines{}) << "another address with the same SSRC is the same stream";
+    begin_call(tested);
+    deliver(named_packet(5, 7));
+    EXPECT_EQ(peer.transcript(), (lines{unspaced("0018 0024 0004 0002 0003 0005 0012 138C "
+                                                 "20010DB8000000000000000000000001 0020 0004 AAAA0001"),
+                                        "7 Receiving RTP from [2001:db8::1]:5004"}));
 }
 
 TEST_F(receiving, the_whole_header_is_skipped) {
@@ -67,15 +73,15 @@ TEST_F(receiving, the_whole_header_is_skipped) {
             packet.extension_words = words;
             packet.padding = csrcs % 2 != 0;
             packet.marker = true;
-            deliver(packet, 0);
+            deliver(packet);
             ASSERT_EQ(play(tested), 100 + csrcs) << csrcs << " CSRCs, extension of " << words;
             ASSERT_FALSE(tested.output_available());
         }
+    rtp_packet packet = named_packet(5, 7);
+    packet.payload.assign(60, '\x7F');
+    packet.marker = true;
     for (char const* longer_than_the_packet : {"8F", "90", "9F"})
         for (std::size_t const kept : {12u, 13u, 15u, 16u, 40u, 71u}) {
-            rtp_packet packet = named_packet(5, 7);
-            packet.payload.assign(60, '\x7F');
-            packet.marker = true;
             deliver(from_hex(longer_than_the_packet) + packet.build().substr(1, kept - 1));
             ASSERT_TRUE(tested.output_available()) << longer_than_the_packet << " " << kept;
             ASSERT_EQ(play(tested), 0) << longer_than_the_packet << " " << kept;
@@ -92,17 +98,6 @@ TEST_F(receiving, other_protocols_on_the_port_go_to_call_control) {
                      unspaced("000F 0026" + channel_and_sender +
                               "000D 000C 0101 0000 2112A442 01020304 0022 0002 0000")}));
     EXPECT_FALSE(tested.output_available());
-}
-
-TEST_F(receiving, the_first_ssrc_is_latched) {
-    sender = ip_port(to_str(from_hex("20010DB8000000000000000000000001")), 5004);
-    deliver(named_packet(5, 7), 20);
-    EXPECT_EQ(peer.transcript(), (lines{unspaced("0018 0024 0004 0002 0003 0005 0012 138C "
-                                                 "20010DB8000000000000000000000001 0020 0004 AAAA0001"),
-                                        "7 Receiving RTP from [2001:db8::1]:5004"}));
-    sender = ip_port(to_str(from_hex("C0A80107")), 4000);
-    deliver(named_packet(6, 8), 30);
-    EXPECT_EQ(peer.transcript(), lines{}) << "another address with the same SSRC is the same stream";
 }
 
 // Another sender, or the same with numbers that are played already.
@@ -155,10 +150,7 @@ TEST_F(receiving, a_buffer_too_old_or_too_long_is_thrown_away) {
         peer.transcript();
         deliver(named_packet(100 + packets, 2), 10000 + age);
         EXPECT_EQ(peer.transcript(), thrown_away ? lines{"7 jitter buffer deleted"} : lines{});
-        int blocks = 0;
-        for (; tested.output_available(); blocks++)
-            EXPECT_EQ(play(tested), blocks < packets && !thrown_away ? 1 : 2);
-        EXPECT_EQ(blocks, thrown_away ? 1 : packets + 1) << packets << " packets, " << age << " ms";
+        EXPECT_EQ(play(tested), thrown_away ? 2 : 1) << packets << " packets, " << age << " ms";
     }
 }
 
@@ -166,11 +158,11 @@ TEST_F(receiving, a_marker_starts_anew_and_clears_what_the_line_has_queued) {
     stepped_lines telephone;
     tested.set_tdm_channel(1);
     devmgrs[1].write_audio();  // the first one of all clears too
-    deliver(named_packet(100, 1), 0);
+    deliver(named_packet(100, 1));
     rtp_packet marked = named_packet(40000, 3);
     marked.marker = true;
-    deliver(marked, 0);
-    deliver(named_packet(40001, 4), 0);
+    deliver(marked);
+    deliver(named_packet(40001, 4));
     telephone.heard(1);
     peer.transcript();
     devmgrs[1].write_audio();
@@ -188,7 +180,7 @@ TEST_F(receiving, a_wall_clock_that_steps_costs_what_is_buffered_at_most) {
           1800000000LL, 0LL, (1LL << 32) - 1, 1LL << 32, 1800000000LL})
         for (int i = 0; i < 5; i++) {
             sequence++;
-            deliver(named_packet(sequence, sequence).build(), static_cast<double>(start_s) * 1000 + i * 20);
+            deliver(named_packet(sequence, sequence), static_cast<double>(start_s) * 1000 + i * 20);
             int newest = 0;
             while (i < 4 && tested.output_available())  // the last one stays buffered when the clock steps
                 newest = play(tested);

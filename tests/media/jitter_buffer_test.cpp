@@ -10,17 +10,13 @@ namespace {
 
 constexpr long long ms = 1000000;
 
-jitter_buffer::packet packet_at(double arrival_ms, int name = 0) {
-    return {name, rtimestamp(static_cast<long long>(arrival_ms * ms)), false, str()};
-}
-
 /// Numbers in the order in which they arrive; -n: n packets are asked for, and what is due is played.
 std::vector<int> played(std::vector<int> const& steps) {
     jitter_buffer tested;
     std::vector<int> all;
     for (int const step : steps) {
         if (step > 0)
-            tested.put(static_cast<std::uint32_t>(step), false, packet_at(0, step));
+            tested.put(static_cast<std::uint32_t>(step), false, {step, rtimestamp(0), false, str()});
         for (int asked = step; asked < 0 && tested.due(); asked++)
             all.push_back(tested.take().played.codec);
     }
@@ -63,7 +59,6 @@ struct buffer_model {
     std::uint32_t last = 32768;
     bool playing = false;
     int depth = 1, run = 0;
-    int thrown_away = 0, late = 0, over_gap = 0, sunk = 0;  // how often a run met these rules
 
     void start_over() {
         held.clear();
@@ -71,10 +66,9 @@ struct buffer_model {
         run = 0;
         playing = false;
     }
-    void deepen(int& rule) {
+    void deepen() {
         depth = std::min(depth + 1, 16);
         run = 0;
-        rule++;
     }
     bool next_is_here() const { return static_cast<std::uint32_t>(held.begin()->first) == last + 1; }
     bool due() const { return !held.empty() && (next_is_here() || static_cast<int>(held.size()) >= depth); }
@@ -89,7 +83,7 @@ struct buffer_model {
             playing = true;
         }
         if (number <= last) {
-            deepen(late);
+            deepen();
             return {.late = true};
         }
         auto const key = static_cast<std::int32_t>(number);
@@ -97,10 +91,8 @@ struct buffer_model {
         bool const outgrown =
             !held.empty() && (held.size() > 400 ||
                               rounded_ms(entry.received.diff_ticks(held.begin()->second.received)) > 3000);
-        if (outgrown) {
+        if (outgrown)
             start_over();
-            thrown_away++;
-        }
         if (!known) {
             held[key] = entry;
             playing = true;
@@ -113,10 +105,9 @@ struct buffer_model {
         last = static_cast<std::uint32_t>(held.begin()->first);
         held.erase(held.begin());
         if (!next) {
-            deepen(over_gap);
+            deepen();
         } else if (++run == 128) {
             run = 0;
-            sunk += depth > 1;
             depth = std::max(depth - 1, 1);
         }
         return taken;
@@ -124,7 +115,6 @@ struct buffer_model {
 };
 
 TEST(jitter_buffer, agrees_with_the_model_on_a_bad_network) {
-    buffer_model total;
     seed_range{1, 60}.roll([&](dice& random) {
         jitter_buffer tested;
         buffer_model model;
@@ -141,8 +131,8 @@ TEST(jitter_buffer, agrees_with_the_model_on_a_bad_network) {
             auto const number =
                 next - (random.chance(disorder) ? static_cast<std::uint32_t>(random.between(1, 20)) : 0);
             bool const marker = random.below(1500) == 0;
-            auto const got = tested.put(number, marker, packet_at(static_cast<double>(now) / ms, name));
-            auto const expected = model.put(number, marker, packet_at(static_cast<double>(now) / ms, name));
+            jitter_buffer::packet const packet{name, rtimestamp(now), false, str()};
+            auto const got = tested.put(number, marker, packet), expected = model.put(number, marker, packet);
             ASSERT_TRUE(got.late == expected.late && got.thrown_away == expected.thrown_away) << name;
             if (random.below(1000) == 0) {
                 tested.stop();
@@ -154,21 +144,15 @@ TEST(jitter_buffer, agrees_with_the_model_on_a_bad_network) {
                 ASSERT_EQ(tested.due(), model.due()) << name;
                 if (!model.due())
                     continue;
-                auto const played = tested.take(), wanted = model.take();
-                ASSERT_EQ(played.played.codec, wanted.played.codec);
-                ASSERT_EQ(played.played.first, wanted.played.first);
-                ASSERT_EQ(played.held, wanted.held);
+                auto const got_out = tested.take(), wanted = model.take();
+                ASSERT_TRUE(got_out.played.codec == wanted.played.codec && got_out.held == wanted.held &&
+                            got_out.played.first == wanted.played.first)
+                    << name;
             }
-            ASSERT_EQ(tested.get_last_played(), model.last) << name;
-            ASSERT_EQ(tested.is_playing(), model.playing) << name;
+            ASSERT_TRUE(tested.get_last_played() == model.last && tested.is_playing() == model.playing)
+                << name;
         }
-        total.thrown_away += model.thrown_away;
-        total.late += model.late;
-        total.over_gap += model.over_gap;
-        total.sunk += model.sunk;
     });
-    bool const all_met = total.thrown_away && total.late && total.over_gap && total.sunk;
-    EXPECT_TRUE(all_met || std::getenv("FXSMEDIA_TEST_SEED") != nullptr) << "the network was too good";
 }
 
 }  // namespace

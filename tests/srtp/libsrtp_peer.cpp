@@ -2,20 +2,12 @@
 
 #include <srtp2/srtp.h>
 
-#include <cstdio>
+#include <algorithm>
 #include <cstdlib>
-
-static void must(srtp_err_status_t status, char const* what) {
-    if (status != srtp_err_status_ok) {
-        std::fprintf(stderr, "libsrtp2: %s failed with %d\n", what, static_cast<int>(status));
-        std::abort();
-    }
-}
 
 libsrtp_peer::libsrtp_peer(direction way, str const& key, int tag_length, str const& mki)
     : has_mki(mki.empty() ? 0 : 1) {
     static srtp_err_status_t const ready = srtp_init();
-    must(ready, "srtp_init");
     str material = key + str('\0', 30 - key.length()), id = mki;
     srtp_master_key_t master{material.buffer(), id.buffer(), static_cast<unsigned>(mki.length())};
     srtp_master_key_t* keys[] = {&master};
@@ -30,7 +22,8 @@ libsrtp_peer::libsrtp_peer(direction way, str const& key, int tag_length, str co
     policy.window_size = 128;
     policy.keys = keys;
     policy.num_master_keys = 1;
-    must(srtp_create(&session, &policy), "srtp_create");
+    if (ready != srtp_err_status_ok || srtp_create(&session, &policy) != srtp_err_status_ok)
+        std::abort();
 }
 
 libsrtp_peer::~libsrtp_peer() {
@@ -40,8 +33,7 @@ libsrtp_peer::~libsrtp_peer() {
 bool libsrtp_peer::convert(str& packet, direction way, bool rtcp) {
     alignas(4) unsigned char buffer[4096];
     int n = packet.length();
-    for (int i = 0; i < n; i++)
-        buffer[i] = packet[i];
+    std::copy_n(packet.cbuffer(), n, buffer);
     auto const status =
         way == sends ? (rtcp ? srtp_protect_rtcp_mki : srtp_protect_mki)(session, buffer, &n, has_mki, 0)
                      : (rtcp ? srtp_unprotect_rtcp_mki : srtp_unprotect_mki)(session, buffer, &n, has_mki);

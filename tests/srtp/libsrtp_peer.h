@@ -14,7 +14,7 @@ public:
 
     /// key: 16 bytes of master key, 14 of master salt, missing bytes are zero. A tag length of 0 means no
     /// authentication of SRTP. SRTCP tags have 10 bytes.
-    libsrtp_peer(direction way, str const& key, int tag_length, str const& mki);
+    libsrtp_peer(direction way, str const& key, int tag_length = 10, str const& mki = str());
     ~libsrtp_peer();
     libsrtp_peer(libsrtp_peer const&) = delete;
     libsrtp_peer& operator=(libsrtp_peer const&) = delete;
