@@ -1,10 +1,12 @@
-// RTCP packets as text and JSON, byte for byte, and what malformed ones come out as. Random ones: fuzz/fuzz_tools.cpp.
+// RTCP packets as text and JSON, byte for byte, what malformed ones come out as, and the quality of calls out of their
+// reports. Random packets: fuzz/fuzz_tools.cpp.
 
 #include <gtest/gtest.h>
 
 #include <sstream>
 
-#include "tests/tools/rtcp/compounds.h"
+#include "lib/rtcp_numbers.h"
+#include "tools/rtcp/call_quality.h"
 #include "tools/rtcp/packet.h"
 #include "tools/rtcp/show.h"
 
@@ -12,6 +14,22 @@ using namespace rtcp_view;
 using protocol::bytes;
 
 namespace {
+
+/// As the process sends it, with every block it knows.
+bytes const whole_compound =
+    protocol::from_hex(
+        "81c8000c 11111111 83aa7e80 80000000 000003e8 00000064 00003e80"  // 1970-01-01 00:00:00.5
+        "22222222 40ffffff 00010005 00000050 7e808000 00010000"           // 25 %, -1 lost, DLSR 1 s
+        "81ca0003 11111111 0104 56454c4b 00 00"
+        "80cf002b 11111111"
+        "01000004 22222222 00010064 406390aa 4001 0000"
+        "02030003 22222222 00000010 80030000"
+        "03000006 22222222 00010003 000000a0 00000140 00080009 00000780"
+        "06e00009 22222222 00010064 00000003 00000001 00000002 00000009 00000004 00000001 00000000"
+        "07000008 22222222 80400201 00641388 00140000 7f7f7f10 00000000 0014 0028 3c00 ffff"
+        "04000002 83aa7e80 40000000"
+        "05000003 22222222 7e808000 00008000")
+        .value();
 
 /// After each ">" the bytes, below them what they are shown as.
 std::string const shown_as = R"(
@@ -90,14 +108,14 @@ TEST(rtcp_view, packets_with_every_block_and_malformed_ones) {
     for (std::string one; std::getline(cases, one, '>'); ++count) {
         std::size_t const end = one.find('\n');
         std::string const hex = one.substr(0, end);
-        bytes const data = hex == "WHOLE" ? whole_compound() : protocol::from_hex(hex).value();
+        bytes const data = hex == "WHOLE" ? whole_compound : protocol::from_hex(hex).value();
         EXPECT_EQ(to_text(parse_compound(data), 0), one.substr(end + 1)) << one;
     }
     EXPECT_EQ(count, 22);
 }
 
 TEST(rtcp_view, every_truncation_says_so) {
-    bytes cut = whole_compound();
+    bytes cut = whole_compound;
     while (!cut.empty()) {
         cut.pop_back();
         bool const between_packets = cut.empty() || cut.size() == 52 || cut.size() == 68;
@@ -106,6 +124,63 @@ TEST(rtcp_view, every_truncation_says_so) {
         EXPECT_EQ(to_json(packets).size(), packets.size());
         EXPECT_FALSE(looks_encrypted(cut)) << cut.size();
     }
+}
+
+constexpr std::uint32_t ours = 0x11111111, theirs = 0x22222222;
+
+packet report_from(std::uint32_t ssrc, std::uint32_t ntp_middle, report_block const& block) {
+    report r;
+    r.ssrc = ssrc;
+    r.sender = sender_info{{ntp_middle >> 16, ntp_middle << 16}, 0, 50, 8000};
+    r.blocks = {block};
+    return {rtcp::packet_type::sender_report, r};
+}
+
+TEST(call_quality, round_trip_is_the_time_away_less_the_delay_at_the_peer) {
+    std::tuple<std::uint32_t, std::uint32_t, std::int64_t, nlohmann::json> const cases[] = {
+        {0x00010000, 0x8000, 1540, 40.0},     // to the first report, 500 ms later
+        {0x00030000, 0x4000, 3360, 110.0},    // to the second one
+        {0x00030000, 0x8000, 3360, 0.0},      // clocks disagree: no negative time
+        {0x00040000, 0x8000, 3360, nullptr},  // nothing of ours
+        {0, 0, 3360, nullptr},                // the peer had heard nothing
+    };
+    for (auto const& [answers, delay, arrival_ms, round_trip_ms] : cases) {
+        quality_tracker tracker;
+        for (unsigned const s : {1U, 3U})
+            tracker.add({3, "id", false, true, 1000 * s, {report_from(ours, s << 16, {theirs})}});
+        report_block const answer{ours, 0, 0, 0, 0, answers, delay};
+        tracker.add({3, "id", true, true, arrival_ms, {report_from(theirs, 7, answer)}});
+        auto const q = to_json(tracker.calls().at(0));
+        for (char const* name : {"round_trip_ms", "round_trip_max_ms"})
+            EXPECT_EQ(nlohmann::json(q[name]), round_trip_ms) << name << " " << answers;
+    }
+}
+
+TEST(call_quality, who_says_what) {
+    quality_tracker tracker;
+    std::vector<packet> const compound = parse_compound(whole_compound);
+    tracker.add({0, "a", false, true, 0, compound});
+    tracker.add({0, "a", false, true, 0, compound});
+    tracker.add({0, "a", true, true, 0, {report_from(theirs, 7, {0x33333333, 255})}});  // of another stream
+    tracker.add({0, "a", true, true, 0, {report_from(theirs, 7, {ours, 64, 5, 0, 80})}});
+    tracker.add({0, "a", true, false, 0, {}});
+    auto const q = to_json(tracker.calls().at(0));
+    auto const expected = nlohmann::json::parse(R"({"reports_sent": 2, "reports_received": 3,
+        "reports_unreadable": 1, "sent_packets": 100, "sent_octets": 16000, "peer_sent_packets": 50,
+        "peer_loss_percent": 25.0, "peer_lost": 5, "peer_jitter_ms": 10.0, "own_loss_percent": 25.0, "own_lost": -1,
+        "own_xr_lost": 6, "own_xr_duplicates": 2, "own_xr_loss_percent": 50.0, "own_xr_discard_percent": 25.0,
+        "own_xr_burst_ms": 100, "own_xr_gap_ms": 5000, "own_xr_jb_nominal_ms": 40, "own_xr_jb_maximum_ms": 60,
+        "peer_xr_lost": null, "round_trip_ms": null})");
+    for (auto const& [name, value] : expected.items())
+        EXPECT_EQ(nlohmann::json(q.at(name)), value) << name;
+    tracker.call_opened(0);
+    tracker.add({0, "a", false, true, 0, compound});
+    std::string const table = to_table(tracker.calls());
+    for (char const* row : {"\nreports_sent                          2         1\n",
+                            "\npeer_lost                             5         -\n"})
+        EXPECT_NE(table.find(row), std::string::npos) << table;
+    EXPECT_EQ(table.find("peer_xr_lost"), std::string::npos) << table;
+    EXPECT_EQ(to_table({}), "");
 }
 
 }  // namespace
