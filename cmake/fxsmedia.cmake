@@ -32,6 +32,8 @@ if(FXSMEDIA_SANITIZE)
     add_link_options(-fsanitize=${FXSMEDIA_SANITIZE})
 endif()
 
+include(harden)
+
 # The product's own code needs no C++ runtime library: no exceptions, no RTTI, no guarded statics.
 set(FXS_PRODUCT_OPTIONS -fno-exceptions -fno-rtti -fno-threadsafe-statics)
 
@@ -40,6 +42,7 @@ function(fxs_library target)
     add_library(${target} STATIC ${ARGN})
     target_include_directories(${target} PUBLIC ${CMAKE_SOURCE_DIR})
     target_compile_options(${target} PRIVATE $<$<COMPILE_LANGUAGE:CXX>:${FXS_PRODUCT_OPTIONS}>)
+    fxs_harden(${target})
 endfunction()
 
 # Tools and tests are built as one unit each: the headers that they share cost most of the time. Under the sanitizers
