@@ -2,16 +2,11 @@
 // codecs. What fxsctl sends is held to the page in arguments_test.cpp; random bytes: fuzz/fuzz_tools.cpp.
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
-#include <cstdio>
-#include <fstream>
 #include <map>
-#include <sstream>
 
-#include "tests/tools/fxsctl/fake_process.h"
+#include "tests/tools/child.h"
 #include "tools/protocol/codecs.h"
-#include "tools/protocol/control_client.h"
 #include "tools/protocol/description.h"
 #include "tools/protocol/worked_datagrams.h"
 
@@ -58,8 +53,7 @@ end-and-confirm command: end call=7
 
 TEST(protocol_page, worked_datagrams_are_understood) {
     std::map<std::string, std::string> expected;
-    std::istringstream rows(understood.substr(1));
-    for (std::string row; std::getline(rows, row);)
+    for (std::string const& row : split(understood.substr(1), '\n'))
         expected[row.substr(0, row.find(':'))] = row.substr(row.find(':') + 2);
     for (worked_datagram const& worked : load_worked_datagrams(PROTOCOL_PAGE)) {
         std::string const name = worked.name + (worked.is_command ? " command" : " report");
@@ -72,23 +66,6 @@ TEST(protocol_page, worked_datagrams_are_understood) {
         expected.erase(name);
     }
     EXPECT_TRUE(expected.empty()) << expected.begin()->first << " is not in the page";
-}
-
-TEST(protocol_page, malformed_pages_fail_and_wildcards_match_one_byte) {
-    std::string const path = testing::TempDir() + "page_" + std::to_string(getpid());
-    auto const load = [&](std::string const& text) {
-        std::ofstream(path) << text;
-        return load_worked_datagrams(path);
-    };
-    for (char const* text :
-         {"no blocks", "a command\n00 1\n```\n", "a command\n0g\n```\n", "a neither\n00\n```\n",
-          "a command foo=1\n00\n```\n", "a command\n```\n", "a command\n00\n"})
-        EXPECT_THROW(load(std::string("```hex ") + text), std::runtime_error) << text;
-    worked_datagram const worked = load("```hex a report\n01 ??  # remark\n```\n").at(0);
-    for (auto const& [datagram, matches] :
-         {std::pair{bytes{1, 200}, true}, {bytes{2, 200}, false}, {bytes{1}, false}, {bytes{1, 2, 3}, false}})
-        EXPECT_EQ(worked.matches(datagram), matches) << to_hex(datagram);
-    std::remove(path.c_str());
 }
 
 /// A datagram and what it is understood as, rows parted by "/"; "!": the whole is undecodable, and why.
@@ -112,8 +89,7 @@ std::string const odd_reports = R"(
 )";
 
 TEST(reports, odd_ones_in_any_company) {
-    std::istringstream rows(odd_reports.substr(1));
-    for (std::string row; std::getline(rows, row);) {
+    for (std::string const& row : split(odd_reports.substr(1), '\n')) {
         std::size_t const mark = row.find('>');
         bytes const datagram = from_hex(row.substr(0, mark)).value();
         std::string expected = row.substr(mark + 1), text;
@@ -143,20 +119,6 @@ TEST(values, addresses_and_codecs_by_their_texts) {
         EXPECT_TRUE(find_codec(text) != nullptr && find_codec(text)->number == number) << text;
     for (char const* unknown : {"opus", "8", "", "-1"})
         EXPECT_EQ(find_codec(unknown), nullptr) << unknown;
-}
-
-TEST(control_client, keeps_in_order_what_was_not_asked_for) {
-    constexpr std::chrono::milliseconds soon{5000};
-    fake_process process;
-    control_client client = control_client::connect_udp("127.0.0.1", process.port());
-    ASSERT_TRUE(client.start_session(soon));
-    for (char const* report : {"001c0006000400020001 001c0006000400020002", "ff", "001b0006000400020003"})
-        process.report(report);
-    EXPECT_EQ(client.wait_for<srtp_verified>(soon)->call, 3);
-    EXPECT_EQ(client.wait_for<playback_empty>(soon, [](auto const& r) { return r.call == 2; })->call, 2);
-    EXPECT_EQ(std::get<playback_empty>(*client.receive(soon)).call, 1);
-    EXPECT_EQ(to_hex(client.wait_for<undecodable>(soon)->data), "ff");
-    EXPECT_FALSE(client.receive(std::chrono::milliseconds(0)));
 }
 
 }  // namespace
