@@ -1,5 +1,5 @@
 // The driver's message pipe and the signalling device: bytes from a descriptor become reports, commands become bytes. How
-// lines are cut and messages formed is in fuzz/fuzz_control.cpp.
+// lines are cut is in fuzz/fuzz_control.cpp.
 
 #include <sys/stat.h>
 
@@ -130,8 +130,15 @@ TEST_F(relay, the_signalling_device_is_raw_and_fast_and_never_waits) {
     close(device);
 }
 
-TEST_F(relay, what_the_signalling_device_does_not_take_is_lost) {
+TEST_F(relay, one_read_of_the_signalling_device_is_one_message_and_what_it_does_not_take_is_lost) {
     sigchan_fd = device;
+    namespace signal = protocol::report_signal;
+    write_at_far_end(std::string(1500, 'x'));
+    for (std::size_t const bytes : {1024u, 476u}) {
+        sigchan_process();
+        std::string const data = element_of(signal::data, std::string(bytes, 'x'));
+        EXPECT_EQ(peer.transcript(), lines{to_hex(element_of(signal::tag, data))});
+    }
     sigchan_send(str('x', 1 << 22));
     EXPECT_EQ(peer.transcript(), lines{"3 Could not write 4194304 bytes"});
     std::string taken(1 << 22, 0);
