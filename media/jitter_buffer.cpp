@@ -51,7 +51,7 @@ bool jitter_buffer::due() const {
 jitter_buffer::departure jitter_buffer::take() {
     smap<int, packet>::iterator const head = packets.begin();
     bool const next = is_next(head->first);
-    departure const taken{head->second, packets.size()};
+    departure taken{head->second, packets.size()};
     last_played = static_cast<std::uint32_t>(head->first);
     packets.erase(head);
     payload_bytes -= taken.played.payload.length();
