@@ -12,7 +12,7 @@ namespace {
 constexpr int answered = 0, unanswered = 3;
 
 struct resync : testing::Test {
-    controlled_process process;
+    controlled_process process{{}};
 
     child fxsctl(std::string const& subcommand, std::string const& timeout_ms = "1000") {
         return child({FXSCTL, "--port", std::to_string(process.port), "--timeout", timeout_ms, subcommand});

@@ -56,14 +56,14 @@ TEST(Startup, ClosesTheStandardDescriptorsUnlessToldToLog) {
         if (keep)
             arguments.insert(arguments.end(), {"--log", "3"});
         media_process process(arguments);
-        ASSERT_TRUE(peer.start_session(patience));
+        ASSERT_TRUE(peer.start_session(20s));
         for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; fd++)
             EXPECT_EQ(is_file(process.pid(), fd), keep) << fd;
     }
 }
 
 TEST(Startup, ObeysItsPeerOnly) {
-    controlled_process process;
+    controlled_process process({});
     auto stranger = protocol::control_client::connect_udp("127.0.0.1", process.port);
     stranger.send(protocol::encode(protocol::open_command{.call = 0}));
     process.settle();

@@ -13,17 +13,20 @@
 #include <fstream>
 #include <sstream>
 
-#include "lib/protocol.h"
-
 using namespace std::chrono_literals;
 
 namespace {
 
+constexpr auto patience = 20s;
 constexpr std::uint16_t session_log_level = 5;  // of the line that says that a session was started
 
 std::string temporary_directory() {
     std::string name = testing::TempDir() + "fxsmedia-XXXXXX";
     return mkdtemp(name.data()) != nullptr ? name : throw std::runtime_error("no temporary directory");
+}
+
+protocol::address loopback(std::uint16_t port) {
+    return {{127, 0, 0, 1}, port};
 }
 
 }  // namespace
@@ -69,14 +72,13 @@ void telephones::run(int ticks) {
     }
 }
 
-void telephones::wait_for_open(unsigned devices) {
-    EXPECT_TRUE(files->wait_until([&] {
+bool telephones::wait_for_open(unsigned devices) {
+    return files->wait_until([&] {
         unsigned open = 0;
         for (unsigned i = 0; i < lines->lines(); i++)
             open += lines->line(i).is_open();
         return open == devices;
-    })) << devices
-        << " open devices";
+    });
 }
 
 std::string media_process::path() {
@@ -141,51 +143,43 @@ controlled_process::controlled_process(std::vector<std::string> arguments)
       client(protocol::control_client::connect_udp("127.0.0.1", port)) {
     if (!client.start_session(patience))
         throw std::runtime_error("the process does not answer: " + process.error_output());
-    send(protocol::log_level_command{.level = session_log_level});
+    send(protocol::encode(protocol::log_level_command{.level = session_log_level}));
 }
 
-void controlled_process::expect(bool holds, char const* what) {
-    EXPECT_TRUE(holds) << what;
-}
-
-void controlled_process::send_datagram(protocol::byte_view datagram) {
-    expect(client.send(datagram), "sent");
-}
-
-void controlled_process::expect_log(std::string const& begin) {
-    next<protocol::log_line>([&](protocol::log_line const& line) { return line.text.starts_with(begin); });
-}
-
-void controlled_process::expect_beat() {
-    while (client.receive_datagram(0ms))
-        continue;
-    client.kept().clear();
-    next<protocol::heartbeat>();
+void controlled_process::expect_sent(bool sent) {
+    EXPECT_TRUE(sent);
 }
 
 protocol::open_reply controlled_process::open(std::uint16_t call) {
-    send(protocol::open_command{.call = call, .call_id = "call-" + std::to_string(call)});
-    return next<protocol::open_reply>([&](protocol::open_reply const& r) { return r.call == call; });
+    send(protocol::encode(protocol::open_command{.call = call, .call_id = "call-" + std::to_string(call)}));
+    auto const reply = client.wait_for<protocol::open_reply>(
+        patience, [&](protocol::open_reply const& r) { return r.call == call; });
+    EXPECT_TRUE(reply.has_value());
+    return reply.value_or(protocol::open_reply{});
 }
 
-void controlled_process::connect(std::uint16_t a, std::uint16_t b) {
-    constexpr protocol::codec_choice linear{protocol::codec_number::linear, 100};
-    protocol::bytes const here{127, 0, 0, 1};
-    protocol::open_reply const at_a = open(a), at_b = open(b);
-    for (auto const& [call, peer] : {std::pair{a, at_b}, std::pair{b, at_a}})
-        send(protocol::media_command{.call = call,
-                                     .send = linear,
-                                     .map = {linear},
-                                     .rtp_dest = protocol::address{here, peer.rtp_port},
-                                     .rtcp_dest = protocol::address{here, peer.rtcp_port}});
+void controlled_process::connect(std::uint16_t a, std::uint16_t b, protocol::codec_choice codec,
+                                 protocol::media_command extra) {
+    protocol::open_reply const at_a = open(a);
+    protocol::open_reply const at_b = open(b);
+    extra.send = codec;
+    extra.map.push_back(codec);
+    for (auto const& [call, peer] : {std::pair{a, at_b}, std::pair{b, at_a}}) {
+        extra.call = call;
+        extra.rtp_dest = loopback(peer.rtp_port);
+        extra.rtcp_dest = loopback(peer.rtcp_port);
+        send(protocol::encode(extra));
+    }
 }
 
 void controlled_process::put_on_line(std::uint16_t call, std::uint16_t line) {
-    send(protocol::tdm_command{.call = call, .slot = line});
+    send(protocol::encode(protocol::tdm_command{.call = call, .slot = line}));
     settle();
 }
 
 void controlled_process::settle() {
-    send(protocol::session_command{});
-    expect_log("Start session");
+    send(protocol::encode(protocol::session_command{}));
+    auto const carried_out = client.wait_for<protocol::log_line>(
+        patience, [](protocol::log_line const& line) { return line.text.starts_with("Start session"); });
+    ASSERT_TRUE(carried_out.has_value());
 }

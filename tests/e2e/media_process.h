@@ -2,18 +2,12 @@
 
 #include <sys/types.h>
 
-#include <chrono>
-#include <functional>
 #include <memory>
 #include <string>
-#include <typeinfo>
 #include <vector>
 
 #include "tools/fxsline/line_mount.h"
 #include "tools/protocol/control_client.h"
-
-/// How long a test waits for what must happen.
-constexpr std::chrono::seconds patience{20};
 
 /// A free UDP port of 127.0.0.1.
 std::uint16_t free_port();
@@ -22,7 +16,7 @@ std::uint16_t free_port();
 class telephones {
 public:
     /// What each of the four says, from the moment its device is opened.
-    explicit telephones(std::vector<fxsline::speech> says = {});
+    explicit telephones(std::vector<fxsline::speech> says);
     ~telephones();
 
     /// The value of the process's option --tdm.
@@ -31,8 +25,8 @@ public:
     void run(int ticks);
     /// What a telephone has heard since the clock started, 80 samples a tick.
     std::vector<std::int16_t> const& heard(unsigned line) const { return ears[line]; }
-    /// Waits until the process has opened that many devices; the test fails when it doesn't.
-    void wait_for_open(unsigned devices);
+    /// Waits until the process has opened that many devices.
+    bool wait_for_open(unsigned devices);
     fxsline::line_mount& mount() { return *files; }
     fxsline::line_bank& bank() { return *lines; }
     std::vector<fxsline::line_event> const& events() const { return driver_events; }
@@ -69,32 +63,14 @@ private:
 class controlled_process {
 public:
     /// --port and --debug are added: no real-time priority in tests.
-    explicit controlled_process(std::vector<std::string> arguments = {});
-    /// On these lines.
-    explicit controlled_process(telephones const& lines)
-        : controlled_process(std::vector<std::string>{"--tdm", lines.tdm_path()}) {}
+    explicit controlled_process(std::vector<std::string> arguments);
 
-    void send_datagram(protocol::byte_view datagram);
-    template <class command>
-    void send(command const& c) {
-        send_datagram(protocol::encode(c));
-    }
-    /// The first report of this kind from now on for which `wanted` holds; without one the test fails.
-    template <class report>
-    report next(std::function<bool(report const&)> const& wanted = [](report const&) { return true; }) {
-        auto found = client.wait_for<report>(patience, wanted);
-        expect(found.has_value(), typeid(report).name());
-        return found.value_or(report{});
-    }
-    /// A log line that begins so, after what has come so far.
-    void expect_log(std::string const& begin);
-    /// The timers run: a heartbeat comes after all that has come so far.
-    void expect_beat();
+    void send(protocol::bytes const& datagram) { expect_sent(client.send(datagram)); }
     protocol::open_reply open(std::uint16_t call);
-    /// Connects calls a and b with each other on 127.0.0.1, linear PCM both ways.
-    void connect(std::uint16_t a, std::uint16_t b);
+    /// Connects calls a and b with each other on 127.0.0.1; both send and accept this codec.
+    void connect(std::uint16_t a, std::uint16_t b, protocol::codec_choice codec,
+                 protocol::media_command extra = {});
     void put_on_line(std::uint16_t call, std::uint16_t line);
-    void end(std::uint16_t call) { send(protocol::end_command{.call = call}); }
     /// Waits until the process has carried out everything sent before.
     void settle();
 
@@ -103,5 +79,5 @@ public:
     protocol::control_client client;
 
 private:
-    static void expect(bool holds, char const* what);
+    static void expect_sent(bool sent);
 };
