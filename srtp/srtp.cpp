@@ -122,9 +122,10 @@ bool srtp_absorbed::matches(str const& tag, std::uint32_t roc) const {
     unsigned char result[hmac_sha1::mac_bytes];
     hmac_sha1 own = mac;
     finish(own, roc, result);
+    unsigned char const* const given = tag.cbuffer();
     int difference = 0;
     for (int i = 0; i < tag.length(); i++)
-        difference |= tag[i] ^ result[i];
+        difference |= given[i] ^ result[i];
     return difference == 0;
 }
 
