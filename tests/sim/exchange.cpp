@@ -54,10 +54,10 @@ void exchange::sent(endpoint const& from, endpoint const& to, std::string_view d
         violated("a packet from an unknown port", from.port);
     leg& l = legs[index];
     std::int64_t const now = w->now();
-    if (l.changing)  // with the old settings or with the new ones
-        return l.sends.forget();
     if (from.port == l.rtp_port) {
         packets++;
+        if (l.changing)  // with the old settings or with the new ones
+            return l.sends.forget();
         if (now <= failures_until)
             l.sends.forget();
         l.sends.packet(data);
