@@ -88,7 +88,7 @@ bool reception::unprotect(str const& packet, rtp_header const& header, result& o
     if (trailer.tag_length > 0) {
         out.first_verified = !verified;
         verified = true;
-        verified_ssrc = header.ssrc;
+        verified_ssrc = ssrc;
         verified_roc = srtp_rx.roc;
     }
     return true;
