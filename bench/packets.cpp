@@ -108,9 +108,9 @@ public:
             receive();
     }
     void play(int blocks) {
+        bool talk_spurt = false;
         for (int i = 0; i < blocks; i++)
-            bool talk_spurt = false;
-        benchmark::DoNotOptimize(own.get_samples(talk_spurt).cbuffer());
+            benchmark::DoNotOptimize(own.get_samples(talk_spurt).cbuffer());
     }
 
 private:
