@@ -103,9 +103,4 @@ void driver::episode() {
     check_idle();
 }
 
-void driver::print_figures() const {
-    std::printf("%.2f days, ", static_cast<double>(now()) / day);
-    exchange::print_figures();
-}
-
 }  // namespace sim

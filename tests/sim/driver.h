@@ -18,8 +18,7 @@ public:
     void step(std::int64_t pause);
     /// Between begin() and finish(): some minutes of calls, then quiet for minutes, hours or days.
     void episode();
-    void print_figures() const;
-
+    using exchange::print_figures;
     /// ns since begin().
     std::int64_t now() const { return w->now(); }
 

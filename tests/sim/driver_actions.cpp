@@ -180,6 +180,7 @@ void driver::use_other_devices(int) {
     w->driver_text("off hook\r\nflash\n");
     w->signal_bytes("\x01\x02\x03");
     command(cmd_signal::tag, cmd_get_tlv_str(cmd_signal::data, str("signal")));
+    command(cmd_reset_base::tag, cmd_get_tlv_short(cmd_reset_base::command, 3));
 }
 
 void driver::hang_up_a_device(int) {

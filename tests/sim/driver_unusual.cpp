@@ -29,7 +29,8 @@ endpoint driver::anywhere() {
 
 str driver::any_field(field_format const& field) {
     auto const number = [&] {
-        return dice.chance(900) ? dice.between(field.lowest, field.highest) : static_cast<int>(dice.word());
+        int const highest = field.highest == 0xFFFF && field.fallback == 0 ? 31 : field.highest;
+        return dice.chance(900) ? dice.between(field.lowest, highest) : static_cast<int>(dice.word());
     };
     switch (field.kind) {
         case value_kind::number:

@@ -87,7 +87,7 @@ protected:
     std::int64_t last_beat = -1;
     bool ntp_known = false;  ///< call control has told the time of day
     std::uint64_t used_at_start = 0;
-    std::uint64_t calls = 0;
+    unsigned long long calls = 0;
     std::int64_t talk_ns = 0;
 
 private:
@@ -100,12 +100,11 @@ private:
     bool steady(int line) const;
     bool ear_is_right(ear const& e, tones expected, bool speech_coder);
     bool audio_is_right();
-    void print_levels() const;
 
     mouth line_mouth[line_count], far_mouth[far_count];
     ear line_ear[line_count], far_ear[far_count];
     int callbacks_when_idle = -1;
-    std::uint64_t audio_checks = 0, beats = 0, log_lines[10] = {}, packets = 0, ears = 0, most_kept = 0;
+    unsigned long long packets = 0, ears = 0;
 };
 
 }  // namespace sim

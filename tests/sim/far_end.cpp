@@ -3,12 +3,17 @@
 #include <cstring>
 
 #include "lib/bytes.h"
+#include "lib/pcm.h"
+#include "lib/rtcp_numbers.h"
 #include "lib/wire.h"
 #include "media/rtp_header.h"
 #include "media/rtp_sequence.h"
+#include "media/tcp_framing.h"
 #include "srtp/srtp.h"
 
 namespace sim {
+
+using namespace rtcp::packet_type;
 
 format const formats[7] = {
     {codec::linear, 98, 320, "linear"},   {codec::mu_law, 0, 160, "PCMU"},
@@ -26,15 +31,8 @@ format const* find_format(int payload_type) {
 namespace {
 
 constexpr std::int64_t report_period = 2 * second;
-constexpr int block_bytes = 2 * block_samples;
 constexpr int frame_bytes = 6;  // in front of a packet on a stream
 constexpr int round_trip_limit_ms = 60;
-
-void key(srtp_ctx& context, protection const& with, str const& ssrc) {
-    str const material = to_str(with.key);
-    if (!material.empty())
-        srtp_init(context, material.leftstr(16), material.substr(16, 14), ssrc);
-}
 
 }  // namespace
 
@@ -66,8 +64,8 @@ void far_end::rekey(protection const& in, protection const& out, std::uint32_t p
     p.in = in;
     p.out = out;
     p.process_sequence = process_sequence;
-    key(keys.rx, in, str::null);
-    key(keys.tx, out, be32(p.ssrc));
+    srtp_key(keys.rx, to_str(in.key), str::null);
+    srtp_key(keys.tx, to_str(out.key), be32(p.ssrc));
     keys.rx.roc = process_sequence >> 16;
     keyed_at = w->now();
 }
@@ -75,11 +73,11 @@ void far_end::rekey(protection const& in, protection const& out, std::uint32_t p
 void far_end::wake(int token) {
     if (!on || token >> 8 != generation)
         return;
-    str pcm('\0', p.ptime_ms / 10 * block_bytes);
-    for (int at = 0; at < pcm.length(); at += block_bytes) {
+    str pcm;
+    for (int ms_ = 0; ms_ < p.ptime_ms; ms_ += pcm::block_ms) {
         std::int16_t block[block_samples] = {};
         audio->say(index, block);
-        std::memcpy(pcm.buffer() + at, block, sizeof block);
+        pcm.append(reinterpret_cast<unsigned char const*>(block), sizeof block);
     }
     str payload = coder.encode(p.talk->codec, pcm);
     if (!payload.empty())
@@ -133,9 +131,8 @@ void far_end::transmit(bool rtp, str const& packet) {
     if (!p.streams)
         return w->transmit(rtp ? p.rtp : rtcp_of(p.rtp), rtp ? p.device_rtp : rtcp_of(p.device_rtp),
                            view(packet));
-    str const frame = be16(0x300) + be16(packet.length() + 2) + be16(packet.length()) + packet;
     if (int const stream = streams[!rtp])
-        w->stream_send(stream, view(frame), 5 * ms);
+        w->stream_send(stream, view(frame_for_tcp(packet)), 5 * ms);
 }
 
 void far_end::arrived(endpoint const& to, std::string_view data) {
@@ -176,15 +173,12 @@ void far_end::receive_rtp(str const& packet) {
             digits++;
         }
     } else if (format const* const f = find_format(header.payload_type)) {
-        play(coder.decode(f->codec, payload));
-    }
-}
-
-void far_end::play(str const& pcm) {
-    for (int at = 0; at + block_bytes <= pcm.length(); at += block_bytes) {
-        std::int16_t block[block_samples];
-        std::memcpy(block, pcm.cbuffer() + at, sizeof block);
-        audio->hear(index, block);
+        str const pcm = coder.decode(f->codec, payload);
+        for (int at = 0; at + pcm::block_bytes <= pcm.length(); at += pcm::block_bytes) {
+            std::int16_t block[block_samples];
+            std::memcpy(block, pcm.cbuffer() + at, sizeof block);
+            audio->hear(index, block);
+        }
     }
 }
 
@@ -195,21 +189,20 @@ void far_end::receive_rtcp(str const& packet) {
         violated("a report that is not encrypted");
     if (!p.in.key.empty() && w->now() < keyed_at + second)
         return;
+    unsigned char const* const report = plain.cbuffer();
     int at = 0, order = 0;
-    for (int size; at < plain.length(); at += size, order++) {
-        size = (plain[at + 2] * 256 + plain[at + 3]) * 4 + 4;
-        constexpr unsigned char types[] = {200, 202, 207};
-        if (order > 2 || plain[at + 1] != types[order])
+    for (; at < plain.length(); at += 4 * wire::get16(report + at + 2) + 4, order++)
+        if (constexpr int types[] = {sender_report, source_description, extended_report, -1};
+            plain[at + 1] != types[std::min(order, 3)])
             violated("a compound packet of other parts", plain[at + 1]);
-    }
     if (at != plain.length() || order < 2)
         violated("a compound packet of another length", plain.length());
-    int const lsr_at = (plain[2] * 256 + plain[3]) * 4 + 4 - 8;
-    std::uint32_t const lsr = str2uint32(plain.substr(lsr_at, 4));
+    int const lsr_at = 4 * wire::get16(report + 2) + 4 - 8;
+    std::uint32_t const lsr = wire::get32(report + lsr_at);
     if (!p.round_trip_known || lsr == 0 || lsr != last_report_sent)
         return;
-    auto const round_trip = static_cast<std::int32_t>(static_cast<std::uint32_t>(ntp()) - lsr -
-                                                      str2uint32(plain.substr(lsr_at + 4, 4)));
+    auto const round_trip =
+        static_cast<std::int32_t>(static_cast<std::uint32_t>(ntp()) - lsr - wire::get32(report + lsr_at + 4));
     round_trips++;
     if (round_trip < -12 * 65536 / 1000 || round_trip > round_trip_limit_ms * 65536 / 1000)
         violated("a round trip of so many 1/65536 s", round_trip);

@@ -91,7 +91,6 @@ private:
     void transmit(bool rtp, str const& packet);
     void receive_rtp(str const& packet);
     void receive_rtcp(str const& packet);
-    void play(str const& pcm);
     std::uint64_t ntp() const { return static_cast<std::uint64_t>(w->now() / ms) * 65536 / 1000; }
 
     world* w = nullptr;
