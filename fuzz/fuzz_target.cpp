@@ -3,7 +3,7 @@
 #include "lib/random.h"
 #include "lib/timeout.h"
 #include "srtp/aes.h"
-#include "tests/sim/world.h"
+#include "sim/world.h"
 
 namespace {
 

@@ -4,8 +4,8 @@
 
 #include "codecs/codec.h"
 #include "lib/bytes.h"
+#include "sim/world.h"
 #include "srtp/srtp.h"
-#include "tests/sim/world.h"
 
 namespace sim {
 

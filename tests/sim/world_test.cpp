@@ -1,4 +1,4 @@
-#include "tests/sim/world.h"
+#include "sim/world.h"
 
 #include <cerrno>
 

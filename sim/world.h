@@ -1,6 +1,6 @@
 #pragma once
 
-#include "tests/sim/kernel.h"
+#include "sim/kernel.h"
 
 class str;
 

@@ -18,7 +18,7 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include "tests/sim/kernel.h"
+#include "sim/kernel.h"
 
 constinit sim::kernel* sim::running = nullptr;
 

@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "tests/sim/endpoint.h"
+#include "sim/endpoint.h"
 
 namespace sim {
 

@@ -1,4 +1,4 @@
-#include "tests/sim/kernel.h"
+#include "sim/kernel.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -7,7 +7,7 @@
 
 #include <sys/select.h>
 
-#include "tests/sim/surroundings.h"
+#include "sim/surroundings.h"
 
 namespace sim {
 
