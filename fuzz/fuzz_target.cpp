@@ -2,8 +2,8 @@
 
 #include "lib/random.h"
 #include "lib/timeout.h"
-#include "srtp/aes.h"
 #include "sim/world.h"
+#include "srtp/aes.h"
 
 namespace {
 

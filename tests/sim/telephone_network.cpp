@@ -45,6 +45,7 @@ bool well_formed(message_format const& format, str fields) {
 }  // namespace
 
 void violated(std::string_view what, long long value) {
+    std::fflush(stdout);
     std::fprintf(stderr, "%.*s (%lld)", static_cast<int>(what.size()), what.data(), value);
     if (running)
         std::fprintf(stderr, " after %.6f s", static_cast<double>(running->now()) / second);
