@@ -6,7 +6,6 @@
 #include <algorithm>
 
 #include "codecs/codec.h"
-#include "codecs/g711.h"
 #include "fuzz/fuzz_target.h"
 #include "lib/pcm.h"
 
@@ -86,25 +85,10 @@ FUZZ_TARGET(g711) {
     str const bytes = check_coder(input, codec::mu_law);
     fuzz_input again(bytes.cbuffer(), static_cast<std::size_t>(bytes.length()));
     check_coder(again, codec::a_law);
-    for (int i = 0; i < bytes.length(); i++) {
-        unsigned char const mu = bytes[i], a = g711::a_law_from_mu_law(mu);
-        int const sample = g711::linear_from_mu_law(mu);
-        unsigned char const back = g711::mu_law_from_linear(static_cast<std::int16_t>(-sample));
-        FUZZ_CHECK(std::abs(g711::linear_from_mu_law(back) - sample) <= 4);
-        FUZZ_CHECK(((mu ^ a) & 0x80) == 0 && g711::a_law_from_mu_law(g711::mu_law_from_a_law(a)) == a);
-    }
 }
 
 FUZZ_TARGET(g722) {
-    str const bytes = check_coder(input, codec::g722_64);
-    g722::block4l low;
-    g722::block4h high;
-    for (int i = 0; i < bytes.length(); i++) {
-        FUZZ_CHECK(low.process(bytes[i] >> 2 & 15) == low.estimate());
-        FUZZ_CHECK(high.process(bytes[i] & 3) == high.estimate());
-        FUZZ_CHECK(low.scale() >= 32 && low.scale() <= 16384 && high.scale() >= 8 && high.scale() <= 16384);
-        FUZZ_CHECK(std::max(std::abs(low.estimate()), std::abs(high.estimate())) <= 65536);
-    }
+    check_coder(input, codec::g722_64);
 }
 
 /// The decoder follows the encoder exactly, at all rates: the code of a sample is what both know of it.
@@ -128,13 +112,7 @@ FUZZ_TARGET(g726) {
 }
 
 FUZZ_TARGET(gsm) {
-    str const bytes = check_coder(input, codec::gsm_full_rate);
-    codec coder;
-    str const frames = coder.encode(codec::gsm_full_rate, pcm_of(bytes));
-    for (int i = 0; i < frames.length(); i += gsm_coder::frame_bytes)
-        FUZZ_CHECK(frames[i] >> 4 == 0xD);
-    str const no_frame = str('\1', gsm_coder::frame_bytes);
-    FUZZ_CHECK(coder.decode(codec::gsm_full_rate, no_frame) == str('\0', gsm_coder::frame_pcm_bytes));
+    check_coder(input, codec::gsm_full_rate);
 }
 
 #if FXSMEDIA_G729

@@ -93,7 +93,7 @@ void driver::episode() {
         step(dice.chance(10) ? dice.between(60, 1500) * second : dice.between(300, 9000) * ms);
     for (int i = 0; i < far_count; i++)
         close_leg(i);
-    command(protocol::cmd_led::tag, cmd_get_tlv_short(protocol::cmd_led::pattern, 0));
+    command(protocol::cmd_led::tag, protocol::cmd_led::pattern, 0);
     run(3 * second);
     check_idle();
     int const quiet = dice.below(100);

@@ -80,7 +80,7 @@ void driver::dial(int index) {
     int const digits = dice.between(1, 5), before = fars[index].digits;
     std::int64_t const duration = digits * 500 * ms;
     for (int i = 0; i < digits; i++)
-        call_command(cmd_dtmf::tag, index, cmd_get_tlv_short(cmd_dtmf::digit, dice.below(12)));
+        call_command(cmd_dtmf::tag, index, cmd_dtmf::digit, dice.below(12));
     l.sends.irregular(duration / (10 * ms) + 10);
     all_unsteady(duration + 2 * second);
     bool const seen = !l.to_leg && l.clean && !l.tcp && !l.doubtful && l.sends.events();
@@ -118,7 +118,7 @@ void driver::disturb(int index) {
             tone(0, 0);
             unsteady(index);
             break;
-        default: command(cmd_led::tag, cmd_get_tlv_short(cmd_led::pattern, dice.below(5))); break;
+        default: command(cmd_led::tag, cmd_led::pattern, dice.below(5)); break;
     }
     run(20 * ms);
 }
@@ -172,15 +172,14 @@ void driver::step_the_clock(int) {
 }
 
 void driver::set_log_level(int) {
-    command(cmd_log_level::tag,
-            cmd_get_tlv_short(cmd_log_level::level, dice.chance(100) ? 9 : dice.between(0, 7)));
+    command(cmd_log_level::tag, cmd_log_level::level, dice.chance(100) ? 9 : dice.between(0, 7));
 }
 
 void driver::use_other_devices(int) {
     w->driver_text("off hook\r\nflash\n");
     w->signal_bytes("\x01\x02\x03");
     command(cmd_signal::tag, cmd_get_tlv_str(cmd_signal::data, str("signal")));
-    command(cmd_reset_base::tag, cmd_get_tlv_short(cmd_reset_base::command, 3));
+    command(cmd_reset_base::tag, cmd_reset_base::command, 3);
 }
 
 void driver::hang_up_a_device(int) {

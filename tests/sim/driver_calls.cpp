@@ -104,8 +104,7 @@ void driver::begin_far(int index, std::uint32_t process_sequence) {
 
 void driver::put_on_line(int index, int line) {
     legs[index].line = line;
-    call_command(cmd_tdm_channel::tag, index,
-                 cmd_get_tlv_short(cmd_tdm_channel::slot, line == no_line ? no_slot : line));
+    call_command(cmd_tdm_channel::tag, index, cmd_tdm_channel::slot, line == no_line ? no_slot : line);
 }
 
 void driver::open_far_call(int line) {

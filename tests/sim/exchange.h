@@ -52,6 +52,7 @@ protected:
     }
     void say(int far, std::int16_t* pcm) override { far_mouth[far].say(line_count + far, pcm); }
     void hear(int far, std::int16_t const* pcm) override { far_ear[far].hear(pcm, w->now()); }
+    using telephone_network::command;
     void command(int tag, str const& fields) override;
 
     /// Every ear that can be sure hears who it should, and nobody else.

@@ -179,7 +179,7 @@ void scenario::call(int index, terms const& t) {
                  codec_fields(*t.codec, t.codec, 1, t.ptime_ms, ssrc, t.events) +
                      destination_fields(p.rtp, t.streams) + cmd_get_tlv_str(cmd_media::xr_mode, str(t.xr)) +
                      (t.keyed ? key_fields(p.out, p.in) : str::null));
-    call_command(cmd_tdm_channel::tag, index, cmd_get_tlv_short(cmd_tdm_channel::slot, t.line));
+    call_command(cmd_tdm_channel::tag, index, cmd_tdm_channel::slot, t.line);
 }
 
 void scenario::end_calls() {
@@ -196,13 +196,7 @@ void scenario::play() {
                       &g722 = sim::formats[5];
     begin("start");
     start({.seed = 20, .clock_start = 0xFFFFFFFF - 1500});  // the clock wraps after 15 s
-    auto const log_level = [this](int level) {
-        command(cmd_log_level::tag, cmd_get_tlv_short(cmd_log_level::level, level));
-    };
-    auto const led = [this](int pattern) {
-        command(cmd_led::tag, cmd_get_tlv_short(cmd_led::pattern, pattern));
-    };
-    log_level(7);
+    command(cmd_log_level::tag, cmd_log_level::level, 7);
     command(cmd_ntp_offset::tag, cmd_get_tlv_long(cmd_ntp_offset::seconds, 1000000));
     w->run_ms(1100);
     for (sim::format const& f : sim::formats) {
@@ -231,7 +225,7 @@ void scenario::play() {
         call(0, {.codec = &gsm, .events = events_});
         w->run_ms(300);
         for (int digit = 3; digit < 12; digit += 4)
-            call_command(cmd_dtmf::tag, 0, cmd_get_tlv_short(cmd_dtmf::digit, digit));
+            call_command(cmd_dtmf::tag, 0, cmd_dtmf::digit, digit);
         fars[0].send_event(7);
         w->run_ms(2200);
         end_calls();
@@ -259,16 +253,16 @@ void scenario::play() {
             cmd_get_tlv_short(cmd_playback::tone_kind, kind) + cmd_get_tlv_short(cmd_playback::tone_set, 1));
         w->run_ms(400);
     }
-    led(2);
-    command(cmd_reset_base::tag, cmd_get_tlv_short(cmd_reset_base::command, 3));
+    command(cmd_led::tag, cmd_led::pattern, 2);
+    command(cmd_reset_base::tag, cmd_reset_base::command, 3);
     command(cmd_signal::tag, cmd_get_tlv_str(cmd_signal::data, str("to the device")));
     w->driver_text("off hook\r\non hook\n");
     w->signal_bytes("from the device");
-    log_level(9);
+    command(cmd_log_level::tag, cmd_log_level::level, 9);
     w->deliver(sim::v4(198, 51, 100, 1, 9), sim::device_v4.with_port(rtp_ports[0]),
                std::string_view("\0\1\0\0stun........", 16));
     w->run_ms(2500);
-    led(0);
+    command(cmd_led::tag, cmd_led::pattern, 0);
     end_calls();
     begin(nullptr);
     finish();

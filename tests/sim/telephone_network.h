@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <optional>
 
+#include "lib/tlv.h"
 #include "tests/sim/far_end.h"
 
 namespace sim {
@@ -52,6 +53,11 @@ protected:
 
     virtual void command(int tag, str const& fields);
     void call_command(int tag, int index, str const& fields);
+    /// With one number.
+    void command(int tag, int field, int number) { command(tag, cmd_get_tlv_short(field, number)); }
+    void call_command(int tag, int index, int field, int number) {
+        call_command(tag, index, cmd_get_tlv_short(field, number));
+    }
     /// Sends and accepts one codec, accepts the others of the list.
     static str codec_fields(format const& codec, format const* accepted, int count, int ptime_ms,
                             std::uint32_t ssrc, bool events);

@@ -5,12 +5,14 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include "lib/protocol.h"
 #include "lib/tlv.h"
 #include "tests/support/bytes.h"
 
 namespace {
 
 using namespace std::literals;
+using namespace protocol;
 
 /// Writes down, in order and with the time, what the process does; the far end is an echo.
 struct diary : sim::surroundings {
@@ -44,8 +46,8 @@ struct diary : sim::surroundings {
     }
 };
 
-str call_command(int tag, str const& fields, int call = 0) {
-    return cmd_get_tlv_str(tag, cmd_get_tlv_short(4, call) + fields);
+str call_command(int tag, str const& fields) {
+    return cmd_get_tlv_str(tag, cmd_get_tlv_short(call_field, 0) + fields);
 }
 
 /// Half a second with an echo over a bad path; ends in the middle of things.
@@ -53,11 +55,12 @@ std::string echo_call(std::uint64_t seed, std::uint32_t clock_start) {
     diary around;
     sim::world w(around, {.seed = seed, .clock_start = clock_start});
     around.world = &w;
-    w.command(call_command(16, cmd_get_tlv_str(22, str("id"))));
-    ip_port const far(str(203, 0, 113, 9), 5000);
-    w.command(call_command(
-        17, cmd_get_tlv_str(6, str(8, 2)) + cmd_get_tlv_str(16, str(2, 8)) + cmd_get_tlv_address(5, far)));
-    w.command(call_command(18, cmd_get_tlv_short(18, 1)));
+    w.command(call_command(cmd_open::tag, cmd_get_tlv_str(cmd_open::call_id, str("id"))));
+    w.command(call_command(cmd_media::tag,
+                           cmd_get_tlv_str(cmd_media::send_codec, str(8, 2)) +
+                               cmd_get_tlv_str(cmd_media::codec_map, str(2, 8)) +
+                               cmd_get_tlv_address(cmd_media::rtp_dest, ip_port(str(203, 0, 113, 9), 5000))));
+    w.command(call_command(cmd_tdm_channel::tag, cmd_get_tlv_short(cmd_tdm_channel::slot, 1)));
     w.run_ms(500);
     EXPECT_EQ(around.blocks, 50);
     EXPECT_GT(around.loudest, 4500) << "the echo was heard";
@@ -84,12 +87,11 @@ TEST(world, sees_what_the_process_must_not_do) {
     around.world = &w;
     EXPECT_TRUE(w.idle());
     w.fail(sim::call::open, ENODEV);
-    w.command(call_command(18, cmd_get_tlv_short(18, 1)));
-    w.run_ms(100);
-    EXPECT_EQ(around.blocks, 0);
-    w.command(call_command(18, cmd_get_tlv_short(18, 1)));
-    w.run_ms(100);
-    EXPECT_EQ(around.blocks, 10);
+    for (int const blocks : {0, 10}) {
+        w.command(call_command(cmd_tdm_channel::tag, cmd_get_tlv_short(cmd_tdm_channel::slot, 1)));
+        w.run_ms(100);
+        EXPECT_EQ(around.blocks, blocks);
+    }
     w.end_all_calls();
     w.run_ms(3000);
     EXPECT_TRUE(w.idle());
