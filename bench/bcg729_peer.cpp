@@ -1,5 +1,6 @@
-// bcg729's coder on the signal of bench/codecs.cpp, which runs this: prints the ns that a 10 ms frame takes it to encode
-// and to decode. A program of its own because bcg729's licence, the GPL, covers what is linked with it; nothing else is.
+// bcg729's coder on the signal of bench/codecs.cpp, which runs this: prints the ns that a 10 ms frame takes it to
+// encode and to decode. A program of its own because bcg729's licence, the GPL, covers what is linked with it; nothing
+// else is.
 //
 //     bcg729_peer ROUNDS
 #include <cstdio>
@@ -43,8 +44,7 @@ int main(int argc, char** argv) {
         {"decode",
          [&] {
              for (std::size_t i = 0; i < blocks; i++)
-                 bcg729Decoder(decoder, &payload[i * frame_bytes], frame_bytes, 0, 0, 0,
-                               &decoded[i * frame_samples]);
+                 bcg729Decoder(decoder, &payload[i * frame_bytes], frame_bytes, 0, 0, 0, &decoded[i * frame_samples]);
          },
          blocks}};
     stopwatch::race(both, rounds);

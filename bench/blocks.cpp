@@ -1,5 +1,5 @@
-// Work by the block of 10 ms, for counting instructions (scripts/sizes): the same for every run and machine, no clock, no
-// peers, nothing but the process's own code. 200 blocks of speech-like sound over and over.
+// Work by the block of 10 ms, for counting instructions (scripts/sizes): the same for every run and machine, no clock,
+// no peers, nothing but the process's own code. 200 blocks of speech-like sound over and over.
 //
 //     blocks encode|decode CODEC BLOCKS      a coder of that number, blocks of 10 ms through codec.h
 //     blocks call|srtp CODEC BLOCKS          a channel that sends 20 ms a packet to itself: capture, coding, sending,
@@ -22,8 +22,7 @@ std::vector<str> speech() {
     signals::samples const pcm = signals::speech_like(cycle * block_samples, 12000, 1);
     std::vector<str> blocks;
     for (std::size_t i = 0; i < cycle; i++)
-        blocks.push_back(
-            str(reinterpret_cast<unsigned char const*>(&pcm[i * block_samples]), 2 * block_samples));
+        blocks.push_back(str(reinterpret_cast<unsigned char const*>(&pcm[i * block_samples]), 2 * block_samples));
     return blocks;
 }
 

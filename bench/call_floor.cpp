@@ -38,8 +38,8 @@ int bound_socket(int family) {
     int const fd = socket(family, SOCK_DGRAM, 0);
     sockaddr_storage any{};
     any.ss_family = static_cast<sa_family_t>(family);
-    if (bind(fd, reinterpret_cast<sockaddr*>(&any),
-             family == AF_INET ? sizeof(sockaddr_in) : sizeof(sockaddr_in6)) != 0) {
+    if (bind(fd, reinterpret_cast<sockaddr*>(&any), family == AF_INET ? sizeof(sockaddr_in) : sizeof(sockaddr_in6)) !=
+        0) {
         std::perror("call_floor: bind");
         std::exit(EXIT_FAILURE);
     }
@@ -134,8 +134,7 @@ private:
     void receive(call& one) {
         sockaddr_in from{};
         socklen_t length = sizeof from;
-        if (recvfrom(one.rtp, buffer, sizeof buffer, MSG_DONTWAIT, reinterpret_cast<sockaddr*>(&from),
-                     &length) > 0)
+        if (recvfrom(one.rtp, buffer, sizeof buffer, MSG_DONTWAIT, reinterpret_cast<sockaddr*>(&from), &length) > 0)
             one.due += blocks_per_datagram;
     }
 

@@ -73,8 +73,8 @@ telephones::traffic telephones::blocks() {
 
 media_process::media_process(std::string const& program, std::string const& device_base) {
     std::uint16_t const port = free_port();
-    process = std::make_unique<child_process>(std::vector<std::string>{
-        program, "--debug", "--log", "1", "--tdm", device_base, "--port", std::to_string(port)});
+    process = std::make_unique<child_process>(std::vector<std::string>{program, "--debug", "--log", "1", "--tdm",
+                                                                       device_base, "--port", std::to_string(port)});
     client = protocol::control_client::connect_udp("127.0.0.1", port);
     if (!client.start_session(patience))
         fail(program + " does not answer");
@@ -95,6 +95,6 @@ void media_process::set_up_call(std::uint16_t call, bool secure) {
         media.srtp_tag_bytes = 10;
     }
     client.send(protocol::encode(media));
-    client.send(protocol::encode(
-        protocol::tdm_command{.call = call, .slot = static_cast<std::uint16_t>(call % line_count)}));
+    client.send(
+        protocol::encode(protocol::tdm_command{.call = call, .slot = static_cast<std::uint16_t>(call % line_count)}));
 }

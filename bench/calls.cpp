@@ -1,11 +1,11 @@
 // What calls cost the media process on this machine: CPU time of the whole process over simulated lines in real time,
-// next to a floor, a process that makes the system calls of the audio and nothing else (call_floor.cpp), measured in turn
-// with it in the same run. Memory and size at the end. Markdown tables on standard output.
+// next to a floor, a process that makes the system calls of the audio and nothing else (call_floor.cpp), measured in
+// turn with it in the same run. Memory and size at the end. Markdown tables on standard output.
 //
 //     calls [--seconds N] [--rounds N] [--process PATH]
 //
-// A step takes N seconds (5) in each round (3); the least of the rounds counts. Ends with status 1 when a process did not
-// carry the audio.
+// A step takes N seconds (5) in each round (3); the least of the rounds counts. Ends with status 1 when a process did
+// not carry the audio.
 #include <signal.h>
 
 #include <algorithm>
@@ -61,8 +61,7 @@ void wait(int seconds_to_wait) {
 }
 
 /// CPU time of `process` per second of a call, ms, after a second in which it gets going.
-double cpu_ms_per_call_second(child_process const& process, telephones& lines, int calls,
-                              int seconds_to_measure) {
+double cpu_ms_per_call_second(child_process const& process, telephones& lines, int calls, int seconds_to_measure) {
     wait(1);
     auto const before = lines.blocks();
     double const cpu_before = process.cpu_ms();
@@ -74,8 +73,8 @@ double cpu_ms_per_call_second(child_process const& process, telephones& lines, i
     double const wanted = enough * took * blocks_per_second * std::min(calls, line_count);
     if (!process.alive() || static_cast<double>(after.read - before.read) < wanted ||
         static_cast<double>(after.written - before.written) < wanted) {
-        std::fprintf(stderr, "%d calls: %lu blocks read and %lu written in %.1f s, at least %.0f expected\n",
-                     calls, after.read - before.read, after.written - before.written, took, wanted);
+        std::fprintf(stderr, "%d calls: %lu blocks read and %lu written in %.1f s, at least %.0f expected\n", calls,
+                     after.read - before.read, after.written - before.written, took, wanted);
         carried = false;
     }
     return cpu / (calls * took);
@@ -99,8 +98,7 @@ void measure_process(int calls, bool secure, options const& chosen, process_figu
     best.idle = memory::of(process.usage());
     for (int i = 0; i < calls; i++)
         process.set_up_call(static_cast<std::uint16_t>(i), secure);
-    best.cpu_ms =
-        std::min(best.cpu_ms, cpu_ms_per_call_second(process.usage(), lines, calls, chosen.seconds));
+    best.cpu_ms = std::min(best.cpu_ms, cpu_ms_per_call_second(process.usage(), lines, calls, chosen.seconds));
     best.busy = memory::of(process.usage());
 }
 
@@ -120,12 +118,12 @@ void print_table(options const& chosen) {
         std::printf("| %d | %.3f | %.3f | %.2f |\n", calls, plain.cpu_ms, floor, plain.cpu_ms / floor);
         std::fflush(stdout);
     }
-    std::printf("\n8 calls with SRTP: %.3f CPU ms per call-second, %.2f times the plain ones.\n\n",
-                secure.cpu_ms, secure.cpu_ms / plain.cpu_ms);
+    std::printf("\n8 calls with SRTP: %.3f CPU ms per call-second, %.2f times the plain ones.\n\n", secure.cpu_ms,
+                secure.cpu_ms / plain.cpu_ms);
     std::printf("| memory, kB | resident | of it anonymous |\n|---|--:|--:|\n");
     std::printf("| idle | %ld | %ld |\n| 8 calls | %ld | %ld |\n| 8 calls with SRTP | %ld | %ld |\n\n",
-                plain.idle.resident_kb, plain.idle.anonymous_kb, plain.busy.resident_kb,
-                plain.busy.anonymous_kb, secure.busy.resident_kb, secure.busy.anonymous_kb);
+                plain.idle.resident_kb, plain.idle.anonymous_kb, plain.busy.resident_kb, plain.busy.anonymous_kb,
+                secure.busy.resident_kb, secure.busy.anonymous_kb);
     std::printf("Program, stripped: %ld bytes.\n", stripped_bytes(chosen.process));
 }
 

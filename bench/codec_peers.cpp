@@ -37,8 +37,7 @@ void add_frame_coder(entries& to, frame_coder const& coder, samples const& pcm, 
     to.encoders.push_back({coder.name,
                            [=, &pcm] {
                                for (std::size_t i = 0; i < frames; i++)
-                                   coder.encode(&pcm[i * coder.frame_samples],
-                                                payload->data() + i * coder.frame_bytes);
+                                   coder.encode(&pcm[i * coder.frame_samples], payload->data() + i * coder.frame_bytes);
                            },
                            blocks});
     to.encoders.back().work();
@@ -59,8 +58,7 @@ void add_libgsm(entries& to, samples const& pcm) {
     gsm const decoder = gsm_create();
     add_frame_coder(
         to,
-        {"libgsm", 160, 33,
-         [=](auto const* in, auto* out) { gsm_encode(encoder, const_cast<std::int16_t*>(in), out); },
+        {"libgsm", 160, 33, [=](auto const* in, auto* out) { gsm_encode(encoder, const_cast<std::int16_t*>(in), out); },
          [=](auto const* in, auto* out) { gsm_decode(decoder, const_cast<std::uint8_t*>(in), out); }},
         pcm, narrow);
 }
@@ -70,41 +68,38 @@ void add_spandsp(entries& to, int number, samples const& pcm, samples const& wid
         case codec::mu_law:
         case codec::a_law: {
             g711_state_t* const state = g711_init(nullptr, number == codec::mu_law ? G711_ULAW : G711_ALAW);
-            add_frame_coder(
-                to,
-                {"spandsp", 80, 80, [=](auto const* in, auto* out) { g711_encode(state, out, in, 80); },
-                 [=](auto const* in, auto* out) { g711_decode(state, out, in, 80); }},
-                pcm, narrow);
+            add_frame_coder(to,
+                            {"spandsp", 80, 80, [=](auto const* in, auto* out) { g711_encode(state, out, in, 80); },
+                             [=](auto const* in, auto* out) { g711_decode(state, out, in, 80); }},
+                            pcm, narrow);
             break;
         }
         case codec::gsm_full_rate: {
             gsm0610_state_t* const encoder = gsm0610_init(nullptr, GSM0610_PACKING_VOIP);
             gsm0610_state_t* const decoder = gsm0610_init(nullptr, GSM0610_PACKING_VOIP);
-            add_frame_coder(to,
-                            {"spandsp", 160, 33,
-                             [=](auto const* in, auto* out) { gsm0610_encode(encoder, out, in, 160); },
-                             [=](auto const* in, auto* out) { gsm0610_decode(decoder, out, in, 33); }},
-                            pcm, narrow);
+            add_frame_coder(
+                to,
+                {"spandsp", 160, 33, [=](auto const* in, auto* out) { gsm0610_encode(encoder, out, in, 160); },
+                 [=](auto const* in, auto* out) { gsm0610_decode(decoder, out, in, 33); }},
+                pcm, narrow);
             break;
         }
         case codec::g722_64: {
             g722_encode_state_t* const encoder = g722_encode_init(nullptr, 64000, 0);
             g722_decode_state_t* const decoder = g722_decode_init(nullptr, 64000, 0);
-            add_frame_coder(
-                to,
-                {"spandsp", 160, 80, [=](auto const* in, auto* out) { g722_encode(encoder, out, in, 160); },
-                 [=](auto const* in, auto* out) { g722_decode(decoder, out, in, 80); }},
-                wide, wide_rate);
+            add_frame_coder(to,
+                            {"spandsp", 160, 80, [=](auto const* in, auto* out) { g722_encode(encoder, out, in, 160); },
+                             [=](auto const* in, auto* out) { g722_decode(decoder, out, in, 80); }},
+                            wide, wide_rate);
             break;
         }
         case codec::g726_32: {
             g726_state_t* const encoder = g726_init(nullptr, 32000, G726_ENCODING_LINEAR, G726_PACKING_RIGHT);
             g726_state_t* const decoder = g726_init(nullptr, 32000, G726_ENCODING_LINEAR, G726_PACKING_RIGHT);
-            add_frame_coder(
-                to,
-                {"spandsp", 80, 40, [=](auto const* in, auto* out) { g726_encode(encoder, out, in, 80); },
-                 [=](auto const* in, auto* out) { g726_decode(decoder, out, in, 40); }},
-                pcm, narrow);
+            add_frame_coder(to,
+                            {"spandsp", 80, 40, [=](auto const* in, auto* out) { g726_encode(encoder, out, in, 80); },
+                             [=](auto const* in, auto* out) { g726_decode(decoder, out, in, 40); }},
+                            pcm, narrow);
             break;
         }
         default: break;
@@ -193,8 +188,7 @@ entries codec_peers::of_codec(int codec, samples const& pcm, samples const& wide
     add_spandsp(found, codec, pcm, wide);
     for (av_coder const& coder : av_coders) {
         if (coder.number == codec)
-            add_libav(found, coder, codec == codec::g722_64 ? wide : pcm,
-                      codec == codec::g722_64 ? 16000 : 8000);
+            add_libav(found, coder, codec == codec::g722_64 ? wide : pcm, codec == codec::g722_64 ? 16000 : 8000);
     }
     return found;
 }

@@ -1,5 +1,5 @@
-// What coding 10 ms of speech costs, next to other libraries on the same samples in the same run, as a Markdown table on
-// standard output. Ours goes the way of a call: blocks of 10 ms through codec.h, which returns strings of the pool.
+// What coding 10 ms of speech costs, next to other libraries on the same samples in the same run, as a Markdown table
+// on standard output. Ours goes the way of a call: blocks of 10 ms through codec.h, which returns strings of the pool.
 //
 //     codecs [--rounds N] [--only NAME]
 //
@@ -77,14 +77,12 @@ void print_row(char const* name, char const* direction, std::vector<contestant> 
         if (&one == all.data())
             continue;
         char text[64];
-        std::snprintf(text, sizeof text, "%s%s %.0f", others.empty() ? "" : ", ", one.name.c_str(),
-                      one.least_ns);
+        std::snprintf(text, sizeof text, "%s%s %.0f", others.empty() ? "" : ", ", one.name.c_str(), one.least_ns);
         others += text;
         if (fastest == nullptr || one.least_ns < fastest->least_ns)
             fastest = &one;
     }
-    std::printf("| %s | %s | %.0f | %s | ", name, direction, all[0].least_ns,
-                others.empty() ? "none" : others.c_str());
+    std::printf("| %s | %s | %.0f | %s | ", name, direction, all[0].least_ns, others.empty() ? "none" : others.c_str());
     if (fastest != nullptr)
         std::printf("%.2f |\n", all[0].least_ns / fastest->least_ns);
     else
@@ -173,7 +171,6 @@ int main(int argc, char** argv) {
         if (only == nullptr || std::strcmp(only, row.name) == 0)
             taken += compare(row, pcm, wide, rounds);
     }
-    std::printf("\nMemory taken from the system while coding: %llu bytes.\n",
-                static_cast<unsigned long long>(taken));
+    std::printf("\nMemory taken from the system while coding: %llu bytes.\n", static_cast<unsigned long long>(taken));
     return taken == 0 ? EXIT_SUCCESS : EXIT_FAILURE;
 }

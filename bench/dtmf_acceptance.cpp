@@ -57,8 +57,7 @@ void add_tone(signal& out, std::size_t from, double length_ms, double hz, double
     double const phase = uniform(0, 2 * std::numbers::pi);
     auto const n = static_cast<std::size_t>(length_ms * rate_hz / 1000);
     for (std::size_t i = 0; i < n; i++)
-        out[from + i] +=
-            peak_of(dbm0) * std::sin(2 * std::numbers::pi * hz * static_cast<double>(i) / rate_hz + phase);
+        out[from + i] += peak_of(dbm0) * std::sin(2 * std::numbers::pi * hz * static_cast<double>(i) / rate_hz + phase);
 }
 
 std::string detected(signal const& in) {
@@ -66,8 +65,8 @@ std::string detected(signal const& in) {
     for (double const value : in)
         pcm.push_back(static_cast<std::int16_t>(std::lround(std::clamp(value, -32768.0, 32767.0))));
     dtmf_recognition detector;
-    detector.add_samples(str(reinterpret_cast<unsigned char const*>(pcm.data()),
-                             static_cast<int>(pcm.size() * sizeof pcm[0])));
+    detector.add_samples(
+        str(reinterpret_cast<unsigned char const*>(pcm.data()), static_cast<int>(pcm.size() * sizeof pcm[0])));
     str const& text = detector.get_detected();
     std::string keys(reinterpret_cast<char const*>(text.cbuffer()), static_cast<std::size_t>(text.length()));
     std::erase_if(keys, [](char c) { return c == ' ' || c == '?'; });
@@ -80,8 +79,7 @@ bool accepted(press const& p) {
     auto const start = silence + static_cast<std::size_t>(uniform(0, 160));
     auto const step = static_cast<std::size_t>((p.length_ms + p.pause_ms) * rate_hz / 1000);
     signal out(start + 2 * step + silence);
-    double const low = p.level_dbm0 - std::max(0.0, p.twist_db),
-                 high = p.level_dbm0 + std::min(0.0, p.twist_db);
+    double const low = p.level_dbm0 - std::max(0.0, p.twist_db), high = p.level_dbm0 + std::min(0.0, p.twist_db);
     int const presses = p.pause_ms > 0 ? 2 : 1;
     for (int i = 0; i < presses; i++) {
         std::size_t const from = start + static_cast<std::size_t>(i) * step;
@@ -121,8 +119,7 @@ void key_presses(int trials) {
         trials);
     table("Level of each tone", "dBm0", trials, {-30, -24, -23, -22, -21, -20, -18, -15, -10, -6, -3, 0},
           [](double v) { return press{.level_dbm0 = v}; });
-    table("Twist (high group above low group)", "dB", trials,
-          {-12, -10, -9, -8, -6, -4, 0, 4, 6, 8, 9, 10, 12},
+    table("Twist (high group above low group)", "dB", trials, {-12, -10, -9, -8, -6, -4, 0, 4, 6, 8, 9, 10, 12},
           [](double v) { return press{.level_dbm0 = -6, .twist_db = v}; });
     table("Both frequencies off by", "%", trials, {-5, -4, -3.5, -3, -2.5, -1.8, 0, 1.8, 2.5, 3, 3.5, 4, 5},
           [](double v) { return press{.row_shift = v / 100, .column_shift = v / 100}; });

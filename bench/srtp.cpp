@@ -1,6 +1,6 @@
-// What SRTP costs, next to libsrtp2 in the same run, as Markdown tables on standard output: whole packets as a G.711 call
-// of 20 ms has them (160 bytes of payload, tag of 10), and the slope from 160 to 1120 bytes, which is the price of a
-// byte without what each packet costs once.
+// What SRTP costs, next to libsrtp2 in the same run, as Markdown tables on standard output: whole packets as a G.711
+// call of 20 ms has them (160 bytes of payload, tag of 10), and the slope from 160 to 1120 bytes, which is the price of
+// a byte without what each packet costs once.
 //
 //     srtp [ROUNDS]
 #include <srtp2/srtp.h>
@@ -73,9 +73,9 @@ struct our_stream {
         for (int i = 0; i < packets; i++) {
             std::uint32_t sequence = static_cast<std::uint32_t>(i);
             str clear;
-            received += srtp_unprotect(context, secured[static_cast<std::size_t>(i)], header_bytes, sequence,
-                                       clear, trailer) &&
-                        clear == payload;
+            received +=
+                srtp_unprotect(context, secured[static_cast<std::size_t>(i)], header_bytes, sequence, clear, trailer) &&
+                clear == payload;
         }
     }
 };
@@ -160,20 +160,18 @@ void whole_packets(int rounds) {
     peer_stream peer(short_payload, sec_serv_conf_and_auth);
     std::vector<contestant> protect{{"ours", [&] { ours.protect_all(); }, packets, [&] { ours.key(); }},
                                     {"libsrtp2", [&] { peer.protect_all(); }, packets, [&] { peer.fill(); }}};
-    std::vector<contestant> unprotect{
-        {"ours", [&] { ours.unprotect_all(); }, packets, [&] { ours.key(); }},
-        {"libsrtp2", [&] { peer.unprotect_all(); }, packets, [&] { peer.secure(); }}};
+    std::vector<contestant> unprotect{{"ours", [&] { ours.unprotect_all(); }, packets, [&] { ours.key(); }},
+                                      {"libsrtp2", [&] { peer.unprotect_all(); }, packets, [&] { peer.secure(); }}};
     stopwatch::race(protect, rounds);
     std::uint64_t const before = str::allocated_size;
     stopwatch::race(unprotect, rounds);
     if (ours.received != packets || str::allocated_size != before) {
-        std::fprintf(stderr, "%d of %d packets came out, %llu bytes taken from the system\n", ours.received,
-                     packets, static_cast<unsigned long long>(str::allocated_size - before));
+        std::fprintf(stderr, "%d of %d packets came out, %llu bytes taken from the system\n", ours.received, packets,
+                     static_cast<unsigned long long>(str::allocated_size - before));
         std::exit(EXIT_FAILURE);
     }
     std::printf("| packet of 172 bytes | ours, ns | libsrtp2, ns | ours / libsrtp2 |\n|---|--:|--:|--:|\n");
-    std::printf("| protect | %.0f | %.0f | %.2f |\n", protect[0].least_ns, protect[1].least_ns,
-                ratio(protect));
+    std::printf("| protect | %.0f | %.0f | %.2f |\n", protect[0].least_ns, protect[1].least_ns, ratio(protect));
     std::printf("| unprotect | %.0f | %.0f | %.2f |\n\n", unprotect[0].least_ns, unprotect[1].least_ns,
                 ratio(unprotect));
 }
@@ -198,15 +196,14 @@ void price_of_a_byte(int rounds) {
     peer_stream conf_long(long_payload, sec_serv_conf);
     peer_stream auth_short(short_payload, sec_serv_auth);
     peer_stream auth_long(long_payload, sec_serv_auth);
-    std::vector<contestant> all{
-        {"AES-CM", [&] { our_short.protect_all(); }, packets},
-        {"AES-CM", [&] { our_long.protect_all(); }, packets},
-        {"AES-CM", [&] { conf_short.protect_all(); }, packets, [&] { conf_short.fill(); }},
-        {"AES-CM", [&] { conf_long.protect_all(); }, packets, [&] { conf_long.fill(); }},
-        {"HMAC-SHA1", tags_of(short_packet), packets},
-        {"HMAC-SHA1", tags_of(long_packet), packets},
-        {"HMAC-SHA1", [&] { auth_short.protect_all(); }, packets, [&] { auth_short.fill(); }},
-        {"HMAC-SHA1", [&] { auth_long.protect_all(); }, packets, [&] { auth_long.fill(); }}};
+    std::vector<contestant> all{{"AES-CM", [&] { our_short.protect_all(); }, packets},
+                                {"AES-CM", [&] { our_long.protect_all(); }, packets},
+                                {"AES-CM", [&] { conf_short.protect_all(); }, packets, [&] { conf_short.fill(); }},
+                                {"AES-CM", [&] { conf_long.protect_all(); }, packets, [&] { conf_long.fill(); }},
+                                {"HMAC-SHA1", tags_of(short_packet), packets},
+                                {"HMAC-SHA1", tags_of(long_packet), packets},
+                                {"HMAC-SHA1", [&] { auth_short.protect_all(); }, packets, [&] { auth_short.fill(); }},
+                                {"HMAC-SHA1", [&] { auth_long.protect_all(); }, packets, [&] { auth_long.fill(); }}};
     stopwatch::race(all, rounds);
     std::printf("| a byte | ours, ns | libsrtp2, ns | ours / libsrtp2 |\n|---|--:|--:|--:|\n");
     for (std::size_t i = 0; i < all.size(); i += 4) {

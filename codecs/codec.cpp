@@ -85,9 +85,8 @@ codec::unit codec::unit_of(int number, int payload_bytes) {
         case g729: return {g729a_frame_bytes, pcm::block_bytes};
 #endif
         case gsm_full_rate:
-            return gsm_coder::holds_pairs(payload_bytes)
-                       ? unit{gsm_coder::pair_bytes, 2 * gsm_coder::frame_pcm_bytes}
-                       : unit{gsm_coder::frame_bytes, gsm_coder::frame_pcm_bytes};
+            return gsm_coder::holds_pairs(payload_bytes) ? unit{gsm_coder::pair_bytes, 2 * gsm_coder::frame_pcm_bytes}
+                                                         : unit{gsm_coder::frame_bytes, gsm_coder::frame_pcm_bytes};
         case g726_32: return {1, 2 * pcm::sample_bytes};
         default: return {1, pcm::sample_bytes};
     }
@@ -182,8 +181,7 @@ str codec::decode_g722(str const& payload) {
         int const count = std::min(pcm::block_samples, n - done);
         short samples[pcm::block_samples];
         g722_both.decode(count, samples, in + done);
-        std::memcpy(out + done * pcm::sample_bytes, samples,
-                    static_cast<unsigned>(count * pcm::sample_bytes));
+        std::memcpy(out + done * pcm::sample_bytes, samples, static_cast<unsigned>(count * pcm::sample_bytes));
     }
     return pcm;
 }

@@ -114,13 +114,11 @@ int g726::encode_decode(unsigned value, bool encoding) {
     estimate const estimates = adaptative_predictor_and_reconstructed_signal_calculator1();
     unsigned codeword = value;
     if (encoding)
-        codeword =
-            adaptive_quantizer(difference_signal_computation(static_cast<int>(value), estimates.se), y);
+        codeword = adaptive_quantizer(difference_signal_computation(static_cast<int>(value), estimates.se), y);
     level const& meaning = level_of(codeword);
     quantized_difference const difference = inverse_adaptive_quantizer(codeword, y);
     bool const tr = tone_and_transition_detector1(difference.magnitude);
-    int const reconstructed =
-        adaptative_predictor_and_reconstructed_signal_calculator2(difference, estimates, tr);
+    int const reconstructed = adaptative_predictor_and_reconstructed_signal_calculator2(difference, estimates, tr);
     tone_and_transition_detector2();
     adaptation_speed_control2(meaning.fi, y, tr);
     quantizer_scale_factor_adaptation2(meaning.wi, y);
@@ -190,8 +188,7 @@ inline g726::estimate g726::adaptative_predictor_and_reconstructed_signal_calcul
 /// ADDB, ADDC, FLOATA, FLOATB, UPA1, LIMC, UPA2, LIMD, UPB, TRIGB and the delays. Returns the reconstructed
 /// signal.
 inline int g726::adaptative_predictor_and_reconstructed_signal_calculator2(quantized_difference difference,
-                                                                           estimate const& estimates,
-                                                                           bool tr) {
+                                                                           estimate const& estimates, bool tr) {
     int const dqi = with_sign(difference.magnitude, difference.sign);
     int const reconstructed = wrap16(dqi + estimates.se);
     int const partial = wrap16(dqi + estimates.sez);
@@ -230,8 +227,7 @@ inline void g726::adapt_zeros(quantized_difference difference) {
     int const leak = width == 5 ? 9 : 8;
 #pragma GCC unroll 6
     for (int i = 0; i < 6; i++)
-        b[i] =
-            static_cast<std::int16_t>(b[i] + with_sign(gain, difference.sign ^ dq[i].sign) - (b[i] >> leak));
+        b[i] = static_cast<std::int16_t>(b[i] + with_sign(gain, difference.sign ^ dq[i].sign) - (b[i] >> leak));
 }
 
 /// TRIGB.

@@ -35,7 +35,8 @@ public:
 
     /// Whether a payload of this length holds frame pairs: one that is a multiple of 33 holds plain frames.
     static bool holds_pairs(int payload_bytes) { return payload_bytes % frame_bytes != 0; }
-    /// 320 bytes of PCM for each frame; incomplete pairs at the end are ignored. A plain frame without the magic gives silence.
+    /// 320 bytes of PCM for each frame; incomplete pairs at the end are ignored. A plain frame without the magic gives
+    /// silence.
     str decode(str const& payload);
 
 private:

@@ -24,9 +24,7 @@ public:
     /// Unsigned 16 bits; the fallback of the table when absent.
     int number(protocol::field_format const& field) const { return number(field.tag, field.fallback); }
     /// The same of the first one.
-    int first_number(protocol::field_format const& field) const {
-        return first_number(field.tag, field.fallback);
-    }
+    int first_number(protocol::field_format const& field) const { return first_number(field.tag, field.fallback); }
     /// The first byte; 0 when absent.
     int byte(int tag) const { return bytes(tag)[0]; }
     /// Empty when absent.

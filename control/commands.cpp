@@ -71,8 +71,7 @@ void cmd_playback(command_fields const& fields, ip_port const&) {
 }
 
 void cmd_ntp_offset(command_fields const& fields, ip_port const&) {
-    fields.each(protocol::cmd_ntp_offset::seconds,
-                [](str const& value) { ntp_timediff = str2uint32(value); });
+    fields.each(protocol::cmd_ntp_offset::seconds, [](str const& value) { ntp_timediff = str2uint32(value); });
 }
 
 void cmd_tunnel(command_fields const& fields, ip_port const&) {

@@ -51,8 +51,8 @@ bool driver_request(request_number number, int& result) {
 
 void report(int command, int result) {
     namespace message = protocol::report_reset_base;
-    send_command(cmd_get_tlv_str(message::tag, cmd_get_tlv_short(message::command, command) +
-                                                   cmd_get_tlv_short(message::result, result)));
+    send_command(cmd_get_tlv_str(
+        message::tag, cmd_get_tlv_short(message::command, command) + cmd_get_tlv_short(message::result, result)));
 }
 
 }  // namespace

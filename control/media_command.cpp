@@ -58,8 +58,7 @@ void codec_group::take(tlv const& field) {
 void apply_codecs(channel& target, codec_group const& codecs, command_fields const& fields) {
     target.set_codec(codecs.codec, codecs.payload_type, codecs.event_payload_type, codecs.map,
                      fields.number(media::ptime));
-    target.set_ssrc(fields.has(media::ssrc) ? fields.bytes(media::ssrc)
-                                            : utils::generate_randstr(ssrc_bytes));
+    target.set_ssrc(fields.has(media::ssrc) ? fields.bytes(media::ssrc) : utils::generate_randstr(ssrc_bytes));
 }
 
 void apply_destination(channel& target, command_fields const& fields) {

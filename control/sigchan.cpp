@@ -54,8 +54,7 @@ void sigchan_process() {
     if (n <= 0)
         return;
     str const data(bytes, static_cast<int>(n));
-    send_command(
-        cmd_get_tlv_str(protocol::report_signal::tag, cmd_get_tlv_str(protocol::report_signal::data, data)));
+    send_command(cmd_get_tlv_str(protocol::report_signal::tag, cmd_get_tlv_str(protocol::report_signal::data, data)));
 }
 
 void sigchan_send(str const& data) {

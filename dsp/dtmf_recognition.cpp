@@ -38,8 +38,7 @@ std::int32_t goertzel(std::int32_t const* samples, int n, std::int32_t coefficie
     std::int32_t s1 = 0;
     std::int32_t s2 = 0;
     for (int i = 0; i < n; i++) {
-        std::int32_t const s =
-            wrap(static_cast<std::int64_t>(product(s1 >> 8, coefficient) >> 7) + samples[i] - s2);
+        std::int32_t const s = wrap(static_cast<std::int64_t>(product(s1 >> 8, coefficient) >> 7) + samples[i] - s2);
         s2 = s1;
         s1 = s;
     }

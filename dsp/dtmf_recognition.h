@@ -9,8 +9,8 @@
 ///
 /// Blocks of 160 samples (20 ms) go through nine Goertzel filters; every block becomes one character. What has just
 /// become stable over two blocks is appended to the detected text: "0" to "9", "*", "#", "A" to "D", "F" for the fax
-/// tone, a blank for too little energy, "?" for anything else. The only spectral check is that no other filter exceeds a
-/// tenth of the strongest one's power: there is neither a twist nor a harmonic test. A device manager owns one.
+/// tone, a blank for too little energy, "?" for anything else. The only spectral check is that no other filter exceeds
+/// a tenth of the strongest one's power: there is neither a twist nor a harmonic test. A device manager owns one.
 class dtmf_recognition {
 public:
     /// Gain of the input in 1/256; 512 (twice) until somebody changes it.

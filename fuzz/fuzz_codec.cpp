@@ -1,7 +1,8 @@
 // Every coder with payloads and PCM that no sane far end sends. However a stream is cut into calls, the same comes out,
 // of the right length; each direction is untouched by what the other does.
 //
-// g711, g722, g726, gsm, g729: 1 byte of how many units a call gets, then up to 400 bytes as payload and as big-endian PCM.
+// g711, g722, g726, gsm, g729: 1 byte of how many units a call gets, then up to 400 bytes as payload and as big-endian
+// PCM.
 
 #include <algorithm>
 
@@ -56,8 +57,8 @@ void check_decoder(coder const& c, str const& payload, int units) {
     FUZZ_CHECK(pcm.length() == c.pcm_bytes_of(payload.length()));
     str const whole = payload.leftstr(payload.length() / c.unit_bytes * c.unit_bytes);
     if (whole.length() == payload.length() || c.number != codec::gsm_full_rate)
-        FUZZ_CHECK(pcm == in_pieces(whole, units * c.unit_bytes,
-                                    [&](str const& p) { return often.decode(c.number, p); }));
+        FUZZ_CHECK(pcm ==
+                   in_pieces(whole, units * c.unit_bytes, [&](str const& p) { return often.decode(c.number, p); }));
 }
 
 void check_encoder(coder const& c, str const& pcm, int units) {
@@ -94,8 +95,7 @@ FUZZ_TARGET(g722) {
 /// The decoder follows the encoder exactly, at all rates: the code of a sample is what both know of it.
 FUZZ_TARGET(g726) {
     str const bytes = check_coder(input, codec::g726_32);
-    constexpr g726::rate rates[] = {g726::rate::bits2, g726::rate::bits3, g726::rate::bits4,
-                                    g726::rate::bits5};
+    constexpr g726::rate rates[] = {g726::rate::bits2, g726::rate::bits3, g726::rate::bits4, g726::rate::bits5};
     g726 encoder, decoder;
     for (int i = 0; i + 1 < bytes.length(); i += 2) {
         g726::rate const rate = rates[bytes[i - i % 64] % 4];

@@ -55,8 +55,8 @@ private:
         if (from_other != other_is_master)
             return;
         unsigned call = protocol::no_call;
-        for (std::size_t i = 0, size;
-             i + 4 <= value.size() && (size = word(value, i + 2)) <= value.size() - i - 4; i += 4 + size) {
+        for (std::size_t i = 0, size; i + 4 <= value.size() && (size = word(value, i + 2)) <= value.size() - i - 4;
+             i += 4 + size) {
             sim::bytes const field = value.substr(i + 4, size);
             if (word(value, i) == unsigned(protocol::call_field))
                 call = word(field, 0);
@@ -92,8 +92,8 @@ FUZZ_TARGET(control) {
         for (int const tag : {protocol::report_open::tag, protocol::report_loopback_test::tag})
             FUZZ_CHECK(process.answers[tag] == expected.answers[tag]);
         int const heartbeats = static_cast<int>(process.w->now() / sim::second);
-        int const sessions = process.answers[protocol::report_heartbeat::tag] -
-                             expected.answers[protocol::report_heartbeat::tag];
+        int const sessions =
+            process.answers[protocol::report_heartbeat::tag] - expected.answers[protocol::report_heartbeat::tag];
         FUZZ_CHECK(sessions >= beaten && sessions <= heartbeats);
         beaten = sessions;
         FUZZ_CHECK(process.written == expected.written);
@@ -133,7 +133,6 @@ FUZZ_TARGET(signal) {
         expected.append(sim::view(piece));
         messages += (piece.length() + 1023) / 1024;
         process.run(sim::ms);
-        FUZZ_CHECK(process.signalled == expected &&
-                   process.answers[protocol::report_signal::tag] == messages);
+        FUZZ_CHECK(process.signalled == expected && process.answers[protocol::report_signal::tag] == messages);
     }
 }

@@ -24,8 +24,8 @@ private:
 
 }  // namespace
 
-/// First what the driver decides on at its start. Each step: 1 byte of 20 ms blocks that pass behind it, 255: seconds; then what
-/// the driver decides on.
+/// First what the driver decides on at its start. Each step: 1 byte of 20 ms blocks that pass behind it, 255: seconds;
+/// then what the driver decides on.
 FUZZ_TARGET(core) {
     bytes_decide decisions(input);
     sim::driver process(decisions, true, std::getenv("FXSMEDIA_VERBOSE") != nullptr);

@@ -16,9 +16,7 @@ FUZZ_TARGET(rtp) {
         rtimestamp const arrival(arrival_ms * 1000000LL);
         switch (what % step_count) {
             case packet: call.tested.process_rtp_data(input.piece(), from, false, arrival); break;
-            case packet_without_length:
-                call.tested.process_rtp_data(input.bytes(172), from, false, arrival);
-                break;
+            case packet_without_length: call.tested.process_rtp_data(input.bytes(172), from, false, arrival); break;
             case play: call.play(static_cast<int>(arrival_ms % 16)); break;
             case report: call.report(); break;
             default: call.tested.set_destination(ip_port(), ip_port(), false); break;

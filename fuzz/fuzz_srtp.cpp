@@ -1,7 +1,7 @@
 // Secure RTP: what a peer has protected must be played whatever else arrives, and nothing else may be.
 //
-// First byte: tag length (bits 1-0), rollover counter of the first packet (3-2), a stream that was plain before (4), length
-// of the MKI (7-5). Each step: 1 byte of what to do, 1 byte of parameter, for foreign packets a piece.
+// First byte: tag length (bits 1-0), rollover counter of the first packet (3-2), a stream that was plain before (4),
+// length of the MKI (7-5). Each step: 1 byte of what to do, 1 byte of parameter, for foreign packets a piece.
 
 #include "fuzz/fuzz_target.h"
 #include "srtp/srtp.h"
@@ -63,17 +63,7 @@ private:
 }  // namespace
 
 FUZZ_TARGET(srtp) {
-    enum step {
-        good,
-        foreign,
-        damaged,
-        truncated,
-        rekey,
-        forged_takeover,
-        new_stream,
-        receive_key_again,
-        step_count
-    };
+    enum step { good, foreign, damaged, truncated, rekey, forged_takeover, new_stream, receive_key_again, step_count };
     constexpr long long silence_ms = 110;  // another SSRC may take over
     constexpr int tag_lengths[] = {10, 4, 20, 8};
     unsigned const shape = input.byte();
@@ -108,9 +98,7 @@ FUZZ_TARGET(srtp) {
                 deliver(bad);
                 break;
             }
-            case truncated:
-                deliver(srtp_sender(peer).packet().leftstr(static_cast<int>(parameter) % 172));
-                break;
+            case truncated: deliver(srtp_sender(peer).packet().leftstr(static_cast<int>(parameter) % 172)); break;
             case forged_takeover:  // no tag is right; the stream that was interrupted goes on
                 at_ms += silence_ms;
                 deliver(str(0x80, 0, 0, 1) + str(static_cast<unsigned char>(parameter), 172));

@@ -49,8 +49,7 @@ fuzz_call::fuzz_call() : tested(idle_channel()), memory_before(sim::world::pool_
     tested.set_codec(0, 8, 101, map, 20);
     tested.set_ssrc(str("SSRC"));
     tested.set_call_id(str("call"));
-    tested.set_rtcp_xr(
-        str("pkt-loss-rle pkt-dup-rle=100 pkt-rcpt-times=60 rcvr-rtt stat-summary voip-metrics"));
+    tested.set_rtcp_xr(str("pkt-loss-rle pkt-dup-rle=100 pkt-rcpt-times=60 rcvr-rtt stat-summary voip-metrics"));
 }
 
 fuzz_call::~fuzz_call() {

@@ -16,8 +16,7 @@
 
 /// Ends the program, sanitizers or not.
 #define FUZZ_CHECK(condition) \
-    ((condition) ? void()     \
-                 : (std::fprintf(stderr, "%s:%d: %s\n", __FILE__, __LINE__, #condition), std::abort()))
+    ((condition) ? void() : (std::fprintf(stderr, "%s:%d: %s\n", __FILE__, __LINE__, #condition), std::abort()))
 
 /// Takes values off the front of an input; an exhausted one gives zeros and empty strings.
 class fuzz_input {
@@ -55,8 +54,7 @@ struct fuzz_target {
     fuzz_target const* next;
 
     inline static fuzz_target const* first = nullptr;
-    fuzz_target(char const* own_name, void (*function)(fuzz_input&))
-        : name(own_name), run(function), next(first) {
+    fuzz_target(char const* own_name, void (*function)(fuzz_input&)) : name(own_name), run(function), next(first) {
         first = this;
     }
     /// Null when there is none.

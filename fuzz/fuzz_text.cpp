@@ -39,8 +39,7 @@ void check_fields(str const& s, string const& m, unsigned n, string const& set, 
     auto const up_to = [](string const& t, string const& ends) { return t.substr(0, t.find_first_of(ends)); };
     int const field = static_cast<int>(n);
     string const one(1, sep), rest = m.substr(from(field_starts(m, one)));
-    FUZZ_CHECK(to_string(s.get_field(field, to_str(set))) ==
-               up_to(m.substr(from(field_starts(m, set))), set));
+    FUZZ_CHECK(to_string(s.get_field(field, to_str(set))) == up_to(m.substr(from(field_starts(m, set))), set));
     FUZZ_CHECK(to_string(s.get_field(field, sep)) == up_to(rest, one + "\r\n"));
     FUZZ_CHECK(to_string(s.get_rest(field, sep)) == rest);
 }
@@ -136,8 +135,7 @@ void check_bytes(str const& s, string const& m, str const& other, unsigned key) 
 FUZZ_TARGET(text) {
     unsigned const n = input.byte();
     char const sep = static_cast<char>(input.byte());
-    str const set = input.bytes(input.byte()), name = input.bytes(input.byte()),
-              value = input.bytes(input.byte());
+    str const set = input.bytes(input.byte()), name = input.bytes(input.byte()), value = input.bytes(input.byte());
     str const s = input.rest();
     string const m = to_string(s), separators = to_string(set);
     FUZZ_CHECK(to_string(s.strip(set)) == stripped(m, separators));

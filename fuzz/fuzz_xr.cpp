@@ -51,9 +51,8 @@ FUZZ_TARGET(xr) {
     str const mode = input.bytes(input.byte());
     xr.set_mode(mode);
     set_model_mode(model, to_string(mode));
-    FUZZ_CHECK(xr_mode::parse(mode).any() ==
-               (model.rtt || model.summary || model.voip || model.loss_max > 0 || model.dup_max > 0 ||
-                model.times_max > 0));
+    FUZZ_CHECK(xr_mode::parse(mode).any() == (model.rtt || model.summary || model.voip || model.loss_max > 0 ||
+                                              model.dup_max > 0 || model.times_max > 0));
     std::int32_t seq = static_cast<std::int32_t>(input.word());
     std::uint32_t stamp = 0;
     int leaps = 0;
@@ -66,8 +65,8 @@ FUZZ_TARGET(xr) {
         FUZZ_CHECK(xr.calculate_jitter() == model.jitter());
         unsigned const delay = input.word();
         str const sent = xr.get_packet(to_str(remote), to_str(local), static_cast<int>(delay));
-        FUZZ_CHECK(to_string(sent) == model.packet(remote, local, delay,
-                                                   rtimestamp::now().diff_ticks(rtimestamp()), ntp_timediff));
+        FUZZ_CHECK(to_string(sent) ==
+                   model.packet(remote, local, delay, rtimestamp::now().diff_ticks(rtimestamp()), ntp_timediff));
     };
     while (input.more(120)) {
         unsigned const what = input.byte();

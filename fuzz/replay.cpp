@@ -2,8 +2,8 @@
 //
 //     fuzz_replay [--runs N] [--seed N] PATH...
 //
-// A path is a directory named after a target, or a file in such a directory. Each directory's target gets as many random
-// inputs as --runs says (none), from the seed (1) on.
+// A path is a directory named after a target, or a file in such a directory. Each directory's target gets as many
+// random inputs as --runs says (none), from the seed (1) on.
 
 #include <algorithm>
 #include <csignal>
@@ -37,8 +37,7 @@ contents random_input(unsigned seed) {
         int const any = random.below(style == 1 ? 16 : 256);
         bytes.push_back(style == 2 ? values[any % 24] : static_cast<std::uint8_t>(any));
         if (random.below(50) == 0)
-            for (std::size_t at = static_cast<std::size_t>(random.below(static_cast<int>(bytes.size()))),
-                             n = 20;
+            for (std::size_t at = static_cast<std::size_t>(random.below(static_cast<int>(bytes.size()))), n = 20;
                  n > 0 && left > 0; n--, left--)
                 bytes.push_back(bytes[at++]);
     }

@@ -8,8 +8,7 @@
 class ip_port {
 public:
     constexpr ip_port() : port(0) {}
-    ip_port(str const& compact_address, int host_order_port)
-        : address(compact_address), port(host_order_port) {}
+    ip_port(str const& compact_address, int host_order_port) : address(compact_address), port(host_order_port) {}
 
     /// No address or port 0.
     bool empty() const { return address.empty() || port == 0; }

@@ -81,8 +81,7 @@ rtimestamp utils::receive_stamp(int fd) {
         words[0] = narrow[0];
         words[1] = narrow[1];
     }
-    return rtimestamp(static_cast<long long>(words[0]) * 1000000000LL +
-                      static_cast<long long>(words[1]) * 1000LL);
+    return rtimestamp(static_cast<long long>(words[0]) * 1000000000LL + static_cast<long long>(words[1]) * 1000LL);
 }
 
 rtimestamp utils::on_process_clock(rtimestamp const& stamp) {

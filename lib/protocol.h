@@ -154,10 +154,9 @@ constexpr field_format trigger_of(media_group group, field_format field) {
 
 inline constexpr field_format call = call_field;
 
-inline constexpr field_format send_codec =
-    trigger_of(media_group::codec, {6, "send", value_kind::codec_to_send});
-inline constexpr field_format codec_map = trigger_of(
-    media_group::codec, {.tag = 16, .name = "map", .kind = value_kind::codec_to_map, .repeats = true});
+inline constexpr field_format send_codec = trigger_of(media_group::codec, {6, "send", value_kind::codec_to_send});
+inline constexpr field_format codec_map =
+    trigger_of(media_group::codec, {.tag = 16, .name = "map", .kind = value_kind::codec_to_map, .repeats = true});
 /// ms; absent: RFC 3551 section 4.2.
 inline constexpr field_format ptime = trigger_of(media_group::codec, {17, "ptime", value_kind::number, 20});
 inline constexpr field_format event_payload_type =
@@ -165,22 +164,17 @@ inline constexpr field_format event_payload_type =
 /// 4 bytes; absent: random ones.
 inline constexpr field_format ssrc = of_group(media_group::codec, {33, "ssrc", value_kind::data});
 
-inline constexpr field_format rtp_dest =
-    trigger_of(media_group::destination, {5, "rtp", value_kind::endpoint});
-inline constexpr field_format rtcp_dest =
-    trigger_of(media_group::destination, {26, "rtcp", value_kind::endpoint});
+inline constexpr field_format rtp_dest = trigger_of(media_group::destination, {5, "rtp", value_kind::endpoint});
+inline constexpr field_format rtcp_dest = trigger_of(media_group::destination, {26, "rtcp", value_kind::endpoint});
 inline constexpr field_format tcp = of_group(media_group::destination, {34, "tcp", value_kind::flag});
 
 inline constexpr field_format xr_mode = trigger_of(media_group::rtcp_xr, {21, "xr", value_kind::text});
 
 /// 16 bytes master key, 14 bytes master salt.
-inline constexpr field_format srtp_rx_key =
-    trigger_of(media_group::srtp, {23, "srtp_rx_key", value_kind::secret});
-inline constexpr field_format srtp_tx_key =
-    trigger_of(media_group::srtp, {24, "srtp_tx_key", value_kind::secret});
+inline constexpr field_format srtp_rx_key = trigger_of(media_group::srtp, {23, "srtp_rx_key", value_kind::secret});
+inline constexpr field_format srtp_tx_key = trigger_of(media_group::srtp, {24, "srtp_tx_key", value_kind::secret});
 /// Bytes of the authentication tag, at most those of HMAC-SHA1.
-inline constexpr field_format srtp_tag =
-    trigger_of(media_group::srtp, {25, "srtp_tag", value_kind::byte, 0, 0, 20});
+inline constexpr field_format srtp_tag = trigger_of(media_group::srtp, {25, "srtp_tag", value_kind::byte, 0, 0, 20});
 inline constexpr field_format srtp_mki = trigger_of(media_group::srtp, {30, "srtp_mki", value_kind::data});
 
 inline constexpr field_format fields[] = {call,        send_codec,  codec_map, ptime,   event_payload_type,
@@ -269,8 +263,7 @@ inline constexpr int tag = 14;
 inline constexpr field_format call = call_field;
 inline constexpr field_format call_id{22, "call_id", value_kind::text};
 /// One of these two: the compound packet.
-inline constexpr field_format received{
-    .tag = 9, .name = "received", .kind = value_kind::data, .optional = true};
+inline constexpr field_format received{.tag = 9, .name = "received", .kind = value_kind::data, .optional = true};
 inline constexpr field_format sent{.tag = 10, .name = "sent", .kind = value_kind::data, .optional = true};
 inline constexpr field_format fields[] = {call, call_id, received, sent};
 }  // namespace report_rtcp
@@ -280,10 +273,8 @@ inline constexpr int tag = 15;
 inline constexpr field_format call = call_field;
 inline constexpr field_format from{5, "from", value_kind::endpoint};
 /// One of these two: what arrived on that side.
-inline constexpr field_format rtp_data{
-    .tag = 13, .name = "rtp_data", .kind = value_kind::data, .optional = true};
-inline constexpr field_format rtcp_data{
-    .tag = 14, .name = "rtcp_data", .kind = value_kind::data, .optional = true};
+inline constexpr field_format rtp_data{.tag = 13, .name = "rtp_data", .kind = value_kind::data, .optional = true};
+inline constexpr field_format rtcp_data{.tag = 14, .name = "rtcp_data", .kind = value_kind::data, .optional = true};
 inline constexpr field_format tcp{.tag = 34, .name = "tcp", .kind = value_kind::flag, .optional = true};
 inline constexpr field_format fields[] = {call, from, rtp_data, rtcp_data, tcp};
 }  // namespace report_tunnel

@@ -5,8 +5,8 @@
 /// How long a descriptor is left alone after it gave or took nothing.
 ///
 /// A device that died, or whose other side hung up, stays ready for ever; asked in every pass of the main loop it would
-/// take the whole processor, at real-time priority. So who reads or writes it notes what each try did, and the main loop
-/// leaves the descriptor out until the pause is over. One that always moves something never pauses.
+/// take the whole processor, at real-time priority. So who reads or writes it notes what each try did, and the main
+/// loop leaves the descriptor out until the pause is over. One that always moves something never pauses.
 class retry_pause {
 public:
     static constexpr int length_ms = 10;  ///< chosen: a block of audio, and the resolution of the clock

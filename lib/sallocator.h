@@ -14,11 +14,7 @@ struct sallocator {
     /// Destroys the T at p; the memory stays.
     static void destructor(void* p) { static_cast<T*>(p)->~T(); }
     /// a < b
-    static bool less(void const* a, void const* b) {
-        return *static_cast<T const*>(a) < *static_cast<T const*>(b);
-    }
+    static bool less(void const* a, void const* b) { return *static_cast<T const*>(a) < *static_cast<T const*>(b); }
     /// a == b
-    static bool equal(void const* a, void const* b) {
-        return *static_cast<T const*>(a) == *static_cast<T const*>(b);
-    }
+    static bool equal(void const* a, void const* b) { return *static_cast<T const*>(a) == *static_cast<T const*>(b); }
 };

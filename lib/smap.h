@@ -134,8 +134,7 @@ class smap : private smap_impl {
             : node(other.node) {}
 
         pair operator*() const {
-            return {*static_cast<K const*>(get_first(node)),
-                    *static_cast<Value*>(get_second(node, sizeof(K)))};
+            return {*static_cast<K const*>(get_first(node)), *static_cast<Value*>(get_second(node, sizeof(K)))};
         }
         pair operator->() const { return **this; }
         /// To the next greater key.

@@ -106,8 +106,7 @@ str utils::recv_tcp_packet(int fd) {
 void utils::send_tcp_packet(int fd, str& data) {
     if (data.empty())
         return;
-    ssize_t const n =
-        send(fd, data.cbuffer(), static_cast<size_t>(data.length()), MSG_DONTWAIT | MSG_NOSIGNAL);
+    ssize_t const n = send(fd, data.cbuffer(), static_cast<size_t>(data.length()), MSG_DONTWAIT | MSG_NOSIGNAL);
     if (n < 0) {
         log_line(8, "!!!!!!!!!!! TCP error code  %d", arg_int(errno));
         data.clear();
@@ -130,13 +129,11 @@ str utils::local_address_for(str const& destination) {
     str address;
     sockaddr_storage local{};
     socklen_t length = sizeof local;
-    if (connect(fd, &to.any, to.length) == 0 &&
-        getsockname(fd, reinterpret_cast<sockaddr*>(&local), &length) == 0) {
+    if (connect(fd, &to.any, to.length) == 0 && getsockname(fd, reinterpret_cast<sockaddr*>(&local), &length) == 0) {
         if (local.ss_family == AF_INET6)
             address = str(reinterpret_cast<sockaddr_in6&>(local).sin6_addr.s6_addr, 16);
         else
-            address = str(
-                reinterpret_cast<unsigned char const*>(&reinterpret_cast<sockaddr_in&>(local).sin_addr), 4);
+            address = str(reinterpret_cast<unsigned char const*>(&reinterpret_cast<sockaddr_in&>(local).sin_addr), 4);
     }
     close(fd);
     return address;
@@ -145,8 +142,7 @@ str utils::local_address_for(str const& destination) {
 bool utils::is_own_address(int fd, ip_port const& source) {
     sockaddr_in bound{};
     socklen_t length = sizeof bound;
-    if (getsockname(fd, reinterpret_cast<sockaddr*>(&bound), &length) != 0 ||
-        ntohs(bound.sin_port) != source.port)
+    if (getsockname(fd, reinterpret_cast<sockaddr*>(&bound), &length) != 0 || ntohs(bound.sin_port) != source.port)
         return false;
     str const address(reinterpret_cast<unsigned char const*>(&bound.sin_addr), sizeof bound.sin_addr);
     bool const on_all_addresses = bound.sin_addr.s_addr == INADDR_ANY;

@@ -231,8 +231,7 @@ public:
     /// A copy in which that line (its name compared unstripped) becomes: its name as written, sep, prefix,
     /// value, CR LF. When there is none, such a line with `name` is inserted before the final run of line
     /// ends.
-    str set_record_content(str const& name, str const& alt_name, str const& value, char sep,
-                           str const& prefix) const;
+    str set_record_content(str const& name, str const& alt_name, str const& value, char sep, str const& prefix) const;
 
     // ---- formatting
     /// Conversions: %d (int; width pads with zeros, flag or not), %u (unsigned, width ignored), %c (int
@@ -279,8 +278,7 @@ public:
 
 private:
     /// A constant in a block of its own that did not come from the pool.
-    constexpr str(reference& block, int length)
-        : ref(&block), next(this), prev(this), start(0), end(length) {}
+    constexpr str(reference& block, int length) : ref(&block), next(this), prev(this), start(0), end(length) {}
     /// Bytes [from, to) of another's block; `other` must own one.
     str(str const& other, int from, int to) : ref(other.ref), start(from), end(to) { join(other); }
 

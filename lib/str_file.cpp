@@ -161,8 +161,7 @@ bool str::rename_file(str const& from, str const& to) {
     if (std::rename(old_name.c_str(), new_name.c_str()) == 0)
         return true;
     if (log_check_condition(1))
-        log_add_message(1, sprintf("Cannot rename file %s to %s", arg_str(old_name), arg_str(new_name)),
-                        null);
+        log_add_message(1, sprintf("Cannot rename file %s to %s", arg_str(old_name), arg_str(new_name)), null);
     return false;
 }
 

@@ -4,8 +4,7 @@
 
 #include <bit>
 
-inline str::str(str const& other)
-    : ref(other.ref), next(this), prev(this), start(other.start), end(other.end) {
+inline str::str(str const& other) : ref(other.ref), next(this), prev(this), start(other.start), end(other.end) {
     if (ref)
         join(other);
 }

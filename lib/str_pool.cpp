@@ -18,11 +18,10 @@
 #endif
 
 constinit str::size_class str::block_size[class_count] = {
-    {16, nullptr, 0},     {48, nullptr, 0},     {112, nullptr, 0},    {240, nullptr, 0},
-    {496, nullptr, 0},    {1008, nullptr, 0},   {2032, nullptr, 0},   {4080, nullptr, 0},
-    {8176, nullptr, 0},   {16368, nullptr, 0},  {32752, nullptr, 0},  {65520, nullptr, 0},
-    {131056, nullptr, 0}, {196592, nullptr, 0}, {262128, nullptr, 0}, {327664, nullptr, 0},
-    {393200, nullptr, 0}, {458736, nullptr, 0},
+    {16, nullptr, 0},     {48, nullptr, 0},     {112, nullptr, 0},    {240, nullptr, 0},    {496, nullptr, 0},
+    {1008, nullptr, 0},   {2032, nullptr, 0},   {4080, nullptr, 0},   {8176, nullptr, 0},   {16368, nullptr, 0},
+    {32752, nullptr, 0},  {65520, nullptr, 0},  {131056, nullptr, 0}, {196592, nullptr, 0}, {262128, nullptr, 0},
+    {327664, nullptr, 0}, {393200, nullptr, 0}, {458736, nullptr, 0},
 };
 constinit std::int32_t str::large_blocks = 0;
 constinit std::uint64_t str::allocated_size = 0;

@@ -122,8 +122,7 @@ str str::get_field(int n, str const& separators) const {
 str str::get_field(int n, char sep) const {
     auto const own = static_cast<unsigned char>(sep);
     int const from = field_start(*this, n, [own](unsigned char c) { return c == own; });
-    int const to =
-        run_end(*this, from, [own](unsigned char c) { return c != own && c != '\r' && c != '\n'; });
+    int const to = run_end(*this, from, [own](unsigned char c) { return c != own && c != '\r' && c != '\n'; });
     return substr(from, to - from);
 }
 
@@ -229,8 +228,7 @@ str str::get_record_content(str const& name, str const& alt_name, char sep, str 
     return separator < 0 ? str() : line.substr(separator + 1).strip(strip_set);
 }
 
-str str::set_record_content(str const& name, str const& alt_name, str const& value, char sep,
-                            str const& prefix) const {
+str str::set_record_content(str const& name, str const& alt_name, str const& value, char sep, str const& prefix) const {
     auto const written_name = [sep](str const& line) { return line.get_field(0, sep); };
     record_place place = find_record(*this, name, alt_name, written_name);
     str record = name;

@@ -51,8 +51,7 @@ public:
 
 private:
     /// The element count stands right in front of the first element, as compilers store it.
-    static constexpr std::size_t front_bytes = alignof(T) > sizeof(std::size_t) ? alignof(T)
-                                                                                : sizeof(std::size_t);
+    static constexpr std::size_t front_bytes = alignof(T) > sizeof(std::size_t) ? alignof(T) : sizeof(std::size_t);
 
     T* first = nullptr;
     int count = 0;

@@ -17,8 +17,7 @@ public:
     callback_argument(void (*function)(int), int n);
     callback_argument(void (*function)(str const&, str const&), str const& a, str const& b);
     callback_argument(void (*function)(str const&, int), str const& a, int n);
-    callback_argument(void (*function)(str const&, str const&, str const&), str const& a, str const& b,
-                      str const& c);
+    callback_argument(void (*function)(str const&, str const&, str const&), str const& a, str const& b, str const& c);
     callback_argument(callback_argument const& other);
     ~callback_argument();
     callback_argument& operator=(callback_argument const& other);
@@ -31,8 +30,7 @@ private:
 
     using generic_function = void (*)();
 
-    callback_argument(kind_of_call what, generic_function how, str const& a, str const& b, str const& c,
-                      int n);
+    callback_argument(kind_of_call what, generic_function how, str const& a, str const& b, str const& c, int n);
 
     kind_of_call kind;
     generic_function function;

@@ -11,8 +11,8 @@ str cmd_get_tlv_long(int tag, int value) {
 }
 
 str cmd_get_tlv_str(int tag, str const& value) {
-    return utils::int2str(static_cast<unsigned>(tag), 2) +
-           utils::int2str(static_cast<unsigned>(value.length()), 2) + value;
+    return utils::int2str(static_cast<unsigned>(tag), 2) + utils::int2str(static_cast<unsigned>(value.length()), 2) +
+           value;
 }
 
 str cmd_get_tlv_short_str(int tag, str const& text, int value) {

@@ -11,7 +11,6 @@ inline void wipe(void* memory, std::size_t bytes) {
 
 /// Wipes what finished calls left on the stack below the caller, as far as the key set-up of a cipher reaches down.
 [[gnu::noinline]] inline void wipe_stack() {
-    unsigned char
-        left_over[2048];  // chosen: the deepest chain of calls under srtp_init() takes less than half of it
+    unsigned char left_over[2048];  // chosen: the deepest chain of calls under srtp_init() takes less than half of it
     wipe(left_over, sizeof left_over);
 }

@@ -2,8 +2,8 @@
 
 #include <cstdint>
 
-/// Unsigned integers as they stand on the wire: big-endian, at any address, whatever the machine's own order is. Whoever
-/// reads or writes bytes of a protocol does it here.
+/// Unsigned integers as they stand on the wire: big-endian, at any address, whatever the machine's own order is.
+/// Whoever reads or writes bytes of a protocol does it here.
 namespace wire {
 
 /// The first 2, 3, 4 and 8 bytes.

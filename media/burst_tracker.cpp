@@ -59,8 +59,7 @@ void burst_tracker::process_burst() {
     if (!in_burst && !since_then_received) {
         in_burst = true;
         burst_begin = recent_times[0];
-        log_line(5, "Burst begin: pos=%d, begin=%d", arg_int(get_position()),
-                 arg_int(static_cast<int>(burst_begin)));
+        log_line(5, "Burst begin: pos=%d, begin=%d", arg_int(get_position()), arg_int(static_cast<int>(burst_begin)));
     } else if (in_burst && since_then_received) {
         in_burst = false;
         std::uint32_t const end = recent_times[2];
@@ -80,6 +79,5 @@ int burst_tracker::burst_total_ms() const {
 }
 
 int burst_tracker::gap_total_ms() const {
-    return static_cast<int>(rounded_ms(span(first_time, last_time)) -
-                            static_cast<std::uint32_t>(burst_total_ms()));
+    return static_cast<int>(rounded_ms(span(first_time, last_time)) - static_cast<std::uint32_t>(burst_total_ms()));
 }

@@ -51,8 +51,7 @@ void channel::set_destination(ip_port const& rtp_to, ip_port const& rtcp_to, boo
     rtcp.set_destination(rtcp_to, tcp);
 }
 
-void channel::set_codec(int codec, int payload_type, int event_payload_type, str const& payload_map,
-                        int ptime) {
+void channel::set_codec(int codec, int payload_type, int event_payload_type, str const& payload_map, int ptime) {
     sending.set_codec(codec, payload_type, event_payload_type, ptime);
     receiving.set_payload_map(payload_map);
 }

@@ -121,8 +121,7 @@ void channel::tell_of_stream(reception::result const& got, ip_port const& from) 
     notify::new_ssrc(id, from, receiving.get_ssrc());
     if (got.change == reception::stream::first && log_check_condition(7)) {
         str const sender = utils::readable_ip(from);
-        log_line(7, receiving.is_protected() ? "Receiving SRTP from %s" : "Receiving RTP from %s",
-                 arg_str(sender));
+        log_line(7, receiving.is_protected() ? "Receiving SRTP from %s" : "Receiving RTP from %s", arg_str(sender));
     }
 }
 
@@ -141,8 +140,7 @@ void channel::keep(reception::result const& got, rtimestamp const& time) {
         log_line(5, "Resuming RTP playback");
         buffer.play_from(got.sequence);
     }
-    jitter_buffer::arrival const arrival =
-        buffer.put(got.sequence, got.marker, {got.codec, time, false, got.payload});
+    jitter_buffer::arrival const arrival = buffer.put(got.sequence, got.marker, {got.codec, time, false, got.payload});
     if (arrival.late) {
         reports.extended().add_discard();
         return;
@@ -252,8 +250,7 @@ void channel::send_rtcp_update(int index) {
         return;
     channel& reporting = channels[index];
     reporting.send_rtcp_sr();
-    reporting.reports.schedule(rtimestamp::s2ticks(report_period_s),
-                               callback_argument(send_rtcp_update, index));
+    reporting.reports.schedule(rtimestamp::s2ticks(report_period_s), callback_argument(send_rtcp_update, index));
 }
 
 void channel::send_rtcp_sr() {

@@ -9,7 +9,8 @@ namespace {
 
 constexpr int end_packets = 3;  // RFC 4733 section 2.5.1.4: the end of an event is sent three times
 
-// The payload (RFC 4733 section 2.3): event; end bit, reserved bit, volume -10 dBm0; 16 bits of duration in 8 kHz ticks.
+// The payload (RFC 4733 section 2.3): event; end bit, reserved bit, volume -10 dBm0; 16 bits of duration in 8 kHz
+// ticks.
 constexpr int event_bytes = 4;
 constexpr unsigned char event_volume = 10;
 constexpr unsigned char event_end_bit = 0x80;

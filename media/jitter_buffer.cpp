@@ -12,9 +12,8 @@ constexpr int most_payload_bytes = 128 * 1024;  // chosen: above 400 packets of 
 /// A payload that keeps a much larger block alive (a datagram of mostly header) goes on in a block of its own.
 str compact(str const& payload) {
     constexpr int tolerated_bytes = 1024;
-    return payload.get_block_bytes() > 2 * payload.length() + tolerated_bytes
-               ? str(payload.cbuffer(), payload.length())
-               : payload;
+    return payload.get_block_bytes() > 2 * payload.length() + tolerated_bytes ? str(payload.cbuffer(), payload.length())
+                                                                              : payload;
 }
 
 }  // namespace

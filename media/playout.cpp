@@ -6,16 +6,14 @@
 
 namespace {
 
-constexpr int piece_pcm_bytes = 40 * pcm::bytes_per_ms;  // chosen: a packet of the usual lengths is one piece
-constexpr int longest_pcm_bytes =
-    3000 * pcm::bytes_per_ms;  // as old as a packet may grow in the jitter buffer
+constexpr int piece_pcm_bytes = 40 * pcm::bytes_per_ms;      // chosen: a packet of the usual lengths is one piece
+constexpr int longest_pcm_bytes = 3000 * pcm::bytes_per_ms;  // as old as a packet may grow in the jitter buffer
 constexpr int longest_announcements_bytes = 30000 * pcm::bytes_per_ms;  // chosen: beyond any announcement
 
 }  // namespace
 
 bool playout::available(jitter_buffer const& received) const {
-    return !decoded.empty() || !pending.payload.empty() || !announcement.empty() || !tone.empty() ||
-           received.due();
+    return !decoded.empty() || !pending.payload.empty() || !announcement.empty() || !tone.empty() || received.due();
 }
 
 void playout::add_announcement(str const& samples) {

@@ -34,8 +34,8 @@ void reception::key() {
 reception::result reception::receive(str const& packet, position play, std::uint32_t now) {
     result out;
     rtp_header const header = rtp_header::parse(packet);
-    if (header.payload_type >= payload_map.length() ||
-        payload_map[header.payload_type] >= first_unaccepted_codec || !follow(header, play, now, out.change))
+    if (header.payload_type >= payload_map.length() || payload_map[header.payload_type] >= first_unaccepted_codec ||
+        !follow(header, play, now, out.change))
         return out;
     if (out.change == stream::taken_over)
         play.playing = false;
@@ -80,8 +80,7 @@ std::uint32_t const* reception::get_verified_roc() const {
 
 /// Checks and decrypts; the sequence number gets the rollover counter that the tag proved. False: wrong tag.
 bool reception::unprotect(str const& packet, rtp_header const& header, result& out) {
-    if (!srtp_unprotect(srtp_rx, packet, header.bytes, out.sequence, out.payload, trailer,
-                        get_verified_roc())) {
+    if (!srtp_unprotect(srtp_rx, packet, header.bytes, out.sequence, out.payload, trailer, get_verified_roc())) {
         out.dropped_for_tag = ++mac_failures;
         return false;
     }
@@ -96,8 +95,7 @@ bool reception::unprotect(str const& packet, rtp_header const& header, result& o
 
 /// Whether the sender of a live stream stepped its numbers back; else they would be discarded.
 bool reception::steps_back(std::uint32_t sequence, position const& play, std::uint32_t now) const {
-    return sequence != 0 && sequence <= play.last_played && play.playing &&
-           now - last_arrival < step_back_window;
+    return sequence != 0 && sequence <= play.last_played && play.playing && now - last_arrival < step_back_window;
 }
 
 void reception::count(std::uint32_t sequence, std::uint32_t now) {

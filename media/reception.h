@@ -23,8 +23,8 @@ public:
         std::uint32_t last_played;  ///< extended sequence number
         bool playing;
     };
-    /// What became of a packet. Unless it is accepted, only `change`, `dropped_for_tag` and, with the latter, `sequence`
-    /// mean anything.
+    /// What became of a packet. Unless it is accepted, only `change`, `dropped_for_tag` and, with the latter,
+    /// `sequence` mean anything.
     struct result {
         bool accepted = false;
         stream change = stream::followed;  ///< also of a packet that is then dropped for its tag
@@ -50,9 +50,7 @@ public:
     /// One RTP packet of at least rtp_header::fixed_bytes that arrived at `now`.
     result receive(str const& packet, position play, std::uint32_t now);
     /// A compound packet decrypted under the keys of this direction; false: it is not encrypted.
-    bool unprotect_rtcp(str const& compound, str& plain) {
-        return srtcp_unprotect(srtp_rx, compound, plain, trailer);
-    }
+    bool unprotect_rtcp(str const& compound, str& plain) { return srtcp_unprotect(srtp_rx, compound, plain, trailer); }
 
     /// SSRC followed, 4 bytes; empty before the first packet.
     str const& get_ssrc() const { return ssrc; }

@@ -56,9 +56,7 @@ str rtcp::sender_report::build() const {
     byte_writer packet = packet_start(packet_type::sender_report, ssrc);
     packet.put32(sent.seconds).put32(sent.fraction).put32(rtp_timestamp).put32(packets).put32(octets);
     if (!received.ssrc.empty()) {
-        packet.put(received.ssrc)
-            .put8(received.fraction_lost)
-            .put24(static_cast<std::uint32_t>(received.lost));
+        packet.put(received.ssrc).put8(received.fraction_lost).put24(static_cast<std::uint32_t>(received.lost));
         packet.put32(received.highest_sequence).put32(received.jitter);
     }
     if (last_sr.empty())
@@ -71,10 +69,7 @@ str rtcp::sender_report::build() const {
 str rtcp::source_description(str const& ssrc) {
     str const text(cname_text);
     byte_writer packet = packet_start(packet_type::source_description, ssrc);
-    packet.put8(cname_item)
-        .put8(static_cast<std::uint32_t>(text.length()))
-        .put(text)
-        .put8(0);  // end of items
+    packet.put8(cname_item).put8(static_cast<std::uint32_t>(text.length())).put(text).put8(0);  // end of items
     return get_sdes_packet(packet.get());
 }
 

@@ -42,8 +42,7 @@ str rtcp_session::report(transmission const& sent, reception const& received, in
         log_line(7, "RTCP-XR has no SSRC on call %d", arg_int(call));
     } else {
         block.ssrc = received.get_ssrc();
-        block.fraction_lost =
-            rtcp::fraction_lost(known.packets_lost, static_cast<int>(received.get_packets()));
+        block.fraction_lost = rtcp::fraction_lost(known.packets_lost, static_cast<int>(received.get_packets()));
         block.lost = known.packets_lost;
         block.highest_sequence = received.get_highest_sequence();
         block.jitter = static_cast<std::uint32_t>(xr.calculate_jitter());
@@ -83,8 +82,7 @@ void rtcp_session::receive(str const& compound, str const& local_ssrc, rtimestam
 
 /// Keeps what the next report tells the peer. The delay value is read from the field of the peer's packet count, not
 /// from a report block.
-void rtcp_session::receive_sender_report(str const& report, str const& local_ssrc,
-                                         rtimestamp const& arrival) {
+void rtcp_session::receive_sender_report(str const& report, str const& local_ssrc, rtimestamp const& arrival) {
     known.last_sr = report.substr(ntp_middle_offset, 4);
     known.last_sr_time = arrival;
     if (reports_on(report, local_ssrc))

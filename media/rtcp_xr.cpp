@@ -44,8 +44,8 @@ str rtcp_xr::get_packet(str const& remote_ssrc, str const& local_ssrc, int peer_
     log_line(9, "Get RTCP-XR");
     str const blocks = get_blocks(remote_ssrc, peer_delay);
     end_period();
-    return str(version_2_count_0, type) +
-           utils::int2str(static_cast<unsigned>((blocks.length() + 4) / 4), 2) + local_ssrc + blocks;
+    return str(version_2_count_0, type) + utils::int2str(static_cast<unsigned>((blocks.length() + 4) / 4), 2) +
+           local_ssrc + blocks;
 }
 
 str rtcp_xr::get_blocks(str const& remote_ssrc, int peer_delay) {
@@ -54,9 +54,7 @@ str rtcp_xr::get_blocks(str const& remote_ssrc, int peer_delay) {
     started = true;
     str blocks = get_run_lengths(remote_ssrc);
     if (mode.stat_summary)
-        blocks +=
-            xr::stat_summary_block{remote_ssrc, events.get_sequences(), events.get_transit_differences()}
-                .build();
+        blocks += xr::stat_summary_block{remote_ssrc, events.get_sequences(), events.get_transit_differences()}.build();
     if (mode.voip_metrics) {
         voip.add_period(events);
         blocks += voip.get_block(remote_ssrc, peer_delay).build();
@@ -67,9 +65,8 @@ str rtcp_xr::get_blocks(str const& remote_ssrc, int peer_delay) {
 }
 
 str rtcp_xr::get_run_lengths(str const& remote_ssrc) const {
-    str const losses = thin_until_shorter(mode.loss_rle_max, [&](int thinning) {
-        return xr::build_loss_rle(events, begin_seq, thinning, remote_ssrc);
-    });
+    str const losses = thin_until_shorter(
+        mode.loss_rle_max, [&](int thinning) { return xr::build_loss_rle(events, begin_seq, thinning, remote_ssrc); });
     str const duplicates = thin_until_shorter(mode.dup_rle_max, [&](int thinning) {
         return xr::build_duplicate_rle(events, begin_seq, thinning, remote_ssrc);
     });

@@ -49,6 +49,6 @@ private:
     int end_seq = 0;       ///< highest one monitored
     bool started = false;  ///< the first report has fixed begin_seq
 
-    str lrr;  ///< middle 32 bits of the NTP time of the peer's receiver reference time; empty: answered
+    str lrr;              ///< middle 32 bits of the NTP time of the peer's receiver reference time; empty: answered
     rtimestamp lrr_time;  ///< when it arrived
 };

@@ -64,9 +64,8 @@ str transmission::packet(int type, str& payload, bool advance) {
     header.ssrc = ssrc;
     last_payload_type = type;
 
-    str const data = is_protected()
-                         ? srtp_protect(srtp_tx, header.build(str::null), payload, sequence, trailer)
-                         : header.build(payload);
+    str const data = is_protected() ? srtp_protect(srtp_tx, header.build(str::null), payload, sequence, trailer)
+                                    : header.build(payload);
     packets++;
     sequence++;
     timestamp += static_cast<std::uint32_t>(ptime_ms * pcm::samples_per_ms);

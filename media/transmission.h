@@ -51,11 +51,9 @@ public:
     std::uint32_t get_last_timestamp() const { return last_timestamp; }
 
 private:
-    static constexpr int default_ptime_ms = 20;  // RFC 3551 section 4.2
-    static constexpr int no_payload_type =
-        255;  // differs from every real one: the first packet gets the marker
-    static constexpr unsigned last_index =
-        65535;  // only 16 bits of an SRTCP index reach the cipher's counter
+    static constexpr int default_ptime_ms = 20;    // RFC 3551 section 4.2
+    static constexpr int no_payload_type = 255;    // differs from every real one: the first packet gets the marker
+    static constexpr unsigned last_index = 65535;  // only 16 bits of an SRTCP index reach the cipher's counter
 
     int codec_number = -1;
     int payload_type = -1;

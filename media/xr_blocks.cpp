@@ -45,16 +45,14 @@ std::uint32_t deviation(xr_events::transit_differences const& transits, int mean
 
 /// The bits of the packets that survive thinning, with a 0 for each number between them.
 template <typename chooser>
-str run_lengths(xr_events const& events, int before, int type, int thinning, str const& ssrc,
-                chooser const& bit) {
+str run_lengths(xr_events const& events, int before, int type, int thinning, str const& ssrc, chooser const& bit) {
     rle_report_block encoder;
     int last = before;
     events.for_each([&](int sequence, xr_events::packet_event const& event) {
         if (!xr::survives(sequence, thinning))
             return;
         if (sequence > last + 1LL)
-            encoder.add_bits(last, false,
-                             static_cast<std::uint32_t>(sequence) - static_cast<std::uint32_t>(last) - 1);
+            encoder.add_bits(last, false, static_cast<std::uint32_t>(sequence) - static_cast<std::uint32_t>(last) - 1);
         last = sequence;
         encoder.add_bit(sequence, bit(event));
     });
@@ -64,8 +62,7 @@ str run_lengths(xr_events const& events, int before, int type, int thinning, str
 }  // namespace
 
 str xr::build_loss_rle(xr_events const& events, int before, int thinning, str const& ssrc) {
-    return run_lengths(events, before, rtcp::xr_block_type::loss_rle, thinning, ssrc,
-                       [](auto const&) { return true; });
+    return run_lengths(events, before, rtcp::xr_block_type::loss_rle, thinning, ssrc, [](auto const&) { return true; });
 }
 
 str xr::build_duplicate_rle(xr_events const& events, int before, int thinning, str const& ssrc) {
@@ -104,10 +101,7 @@ str xr::stat_summary_block::build() const {
     byte_writer body;
     body.put(ssrc).put16(bits(sequences.lowest)).put16(bits(sequences.highest));
     body.put32(sequences.lost).put32(sequences.duplicates);
-    body.put32(bits(transits.min))
-        .put32(bits(transits.max))
-        .put32(bits(mean))
-        .put32(deviation(transits, mean));
+    body.put32(bits(transits.min)).put32(bits(transits.max)).put32(bits(mean)).put32(deviation(transits, mean));
     body.put32(0);
     return block(rtcp::xr_block_type::statistics_summary, flags, body);
 }
@@ -126,8 +120,7 @@ str xr::voip_metrics_block::build() const {
 
 str xr::reference_time_block::build() const {
     constexpr std::uint32_t seconds_offset = 2085978497;
-    std::uint32_t const seconds =
-        static_cast<std::uint32_t>(now.get_seconds()) + ntp_timediff + seconds_offset;
+    std::uint32_t const seconds = static_cast<std::uint32_t>(now.get_seconds()) + ntp_timediff + seconds_offset;
     std::uint64_t const fraction = (static_cast<std::uint64_t>(now.get_milliseconds()) << 32) / 1000000;
     byte_writer body;
     body.put32(seconds).put32(static_cast<std::uint32_t>(fraction));
@@ -135,8 +128,7 @@ str xr::reference_time_block::build() const {
 }
 
 str xr::dlrr_block::build() const {
-    std::uint32_t const scaled =
-        static_cast<std::uint32_t>(static_cast<std::uint64_t>(delay) << 16) / 1000000u;
+    std::uint32_t const scaled = static_cast<std::uint32_t>(static_cast<std::uint64_t>(delay) << 16) / 1000000u;
     byte_writer body;
     body.put(ssrc).put(last_reference).put32(scaled);
     return block(rtcp::xr_block_type::dlrr, 0, body);

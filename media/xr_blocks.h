@@ -83,8 +83,8 @@ struct reference_time_block {
     str build() const;
 };
 
-/// DLRR (section 4.5) with one report: byte 1 0; 4-7 SSRC; 8-11 middle of the reference time answered; 12-15 delay since
-/// it arrived.
+/// DLRR (section 4.5) with one report: byte 1 0; 4-7 SSRC; 8-11 middle of the reference time answered; 12-15 delay
+/// since it arrived.
 ///
 /// The delay's unit is 1/65536 s only up to 65 ms: its low 32 bits are taken before the division.
 struct dlrr_block {

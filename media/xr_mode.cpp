@@ -42,6 +42,5 @@ xr_mode xr_mode::parse(str const& text) {
 }
 
 bool xr_mode::any() const {
-    return stat_summary || voip_metrics || rcvr_rtt || loss_rle_max >= 1 || dup_rle_max >= 1 ||
-           rcpt_times_max >= 1;
+    return stat_summary || voip_metrics || rcvr_rtt || loss_rle_max >= 1 || dup_rle_max >= 1 || rcpt_times_max >= 1;
 }

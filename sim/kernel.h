@@ -31,8 +31,7 @@ public:
     /// Takes the path from `from` to `to`.
     void transmit(endpoint const& from, endpoint const& to, std::string_view datagram);
     /// Arrives for sure, after delay_ns.
-    void deliver(endpoint const& from, endpoint const& to, std::string_view datagram,
-                 std::int64_t delay_ns = 0);
+    void deliver(endpoint const& from, endpoint const& to, std::string_view datagram, std::int64_t delay_ns = 0);
     /// Data for the process in one piece; end of the stream; the process's writes are taken (default) or not.
     void stream_send(int stream, std::string_view data, std::int64_t delay_ns = 0);
     void stream_close(int stream);
@@ -97,7 +96,8 @@ protected:
     bool quiet() const;
     /// Bytes that would complete the command which the process has received in part.
     std::size_t command_bytes_missing() const;
-    /// Follows where in the stream of commands the process is: each has a tag and a length of two bytes each, and a value.
+    /// Follows where in the stream of commands the process is: each has a tag and a length of two bytes each, and a
+    /// value.
     void mirror_command(std::string_view data);
 
     std::int64_t time = 0, run_until = 0;

@@ -54,8 +54,7 @@ void kernel::transmit(endpoint const& from, endpoint const& to, std::string_view
     path const p = around.route(from, to);
     for (int copies = random.chance(p.duplicate_permille) ? 2 : 1; copies > 0; copies--)
         if (!random.chance(p.loss_permille))
-            deliver(from, to, data,
-                    (p.delay_us + (p.jitter_us > 0 ? random.below(p.jitter_us + 1) : 0)) * us);
+            deliver(from, to, data, (p.delay_us + (p.jitter_us > 0 ? random.below(p.jitter_us + 1) : 0)) * us);
 }
 
 void kernel::deliver(endpoint const& from, endpoint const& to, std::string_view data, std::int64_t delay) {

@@ -14,9 +14,8 @@ void kernel::schedule_event(std::int64_t delay, event&& e) {
 }
 
 void kernel::happen(event& e) {
-    descriptor* const d = e.what == event::token || e.what == event::arrival
-                              ? nullptr
-                              : of_stream(e.number < 0 ? -e.number : e.number);
+    descriptor* const d =
+        e.what == event::token || e.what == event::arrival ? nullptr : of_stream(e.number < 0 ? -e.number : e.number);
     switch (e.what) {
         case event::token: around.wake(e.number); break;
         case event::arrival: arrive(e); break;

@@ -141,9 +141,7 @@ ssize_t seed_bytes(void* buffer, size_t size) {
 
 /// Numerical Recipes' generator, the same with every C library; its high bits are the good ones.
 int random_number() {
-    auto const next = [] {
-        return running->process_random = running->process_random * 1664525u + 1013904223u;
-    };
+    auto const next = [] { return running->process_random = running->process_random * 1664525u + 1013904223u; };
     std::uint32_t const first = next();
     return static_cast<int>((first & 0xFFFF0000u) >> 1 | next() >> 17);
 }
@@ -159,8 +157,7 @@ int random_number() {
     }                                                                                 \
     static_assert(true)
 
-CALL(int, open, (char const* path, int flags, mode_t mode), (path, flags, mode), ours(path),
-     running->open(path));
+CALL(int, open, (char const* path, int flags, mode_t mode), (path, flags, mode), ours(path), running->open(path));
 CALL(int, close, (int fd), (fd), ours(fd), running->close(fd));
 CALL(ssize_t, read, (int fd, void* to, size_t size), (fd, to, size), ours(fd), running->read(fd, to, size));
 CALL(ssize_t, write, (int fd, void const* data, size_t size), (fd, data, size), ours(fd),
@@ -177,8 +174,7 @@ CALL(int, setsockopt, (int fd, int level, int option, void const* value, socklen
      (fd, level, option, value, size), ours(fd), 0);
 CALL(int, getsockname, (int fd, sockaddr* address, socklen_t* length), (fd, address, length), ours(fd),
      name(fd, address, length));
-CALL(ssize_t, sendto,
-     (int fd, void const* data, size_t size, int flags, sockaddr const* to, socklen_t length),
+CALL(ssize_t, sendto, (int fd, void const* data, size_t size, int flags, sockaddr const* to, socklen_t length),
      (fd, data, size, flags, to, length), ours(fd), running->send_to(fd, from_address(to), view(data, size)));
 CALL(ssize_t, recvfrom, (int fd, void* to, size_t size, int flags, sockaddr* sender, socklen_t* length),
      (fd, to, size, flags, sender, length), ours(fd), receive_from(fd, to, size, sender, length));
@@ -191,8 +187,7 @@ CALL(int, select, (int count, fd_set* read, fd_set* write, fd_set* except, timev
 CALL(int, poll, (pollfd * wanted, nfds_t count, int limit_ms), (wanted, count, limit_ms),
      count == 1 && ours(wanted->fd), wait_for(wanted, limit_ms));
 CALL(int, gettimeofday, (timeval * time, void* zone), (time, zone), running, time_of_day(time));
-CALL(ssize_t, getrandom, (void* to, size_t size, unsigned flags), (to, size, flags), running,
-     seed_bytes(to, size));
+CALL(ssize_t, getrandom, (void* to, size_t size, unsigned flags), (to, size, flags), running, seed_bytes(to, size));
 CALL(int, rand, (), (), running, random_number());
 CALL(long, syscall, (long number, long a, long b, long c, long d, long e, long f), (number, a, b, c, d, e, f),
      running&& number == SYS_sched_setscheduler, running->schedule());

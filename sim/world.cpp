@@ -87,8 +87,7 @@ void world::run(std::int64_t ns) {
 }
 
 void world::command(str const& data) {
-    command(std::string_view(reinterpret_cast<char const*>(data.cbuffer()),
-                             static_cast<std::size_t>(data.length())));
+    command(std::string_view(reinterpret_cast<char const*>(data.cbuffer()), static_cast<std::size_t>(data.length())));
 }
 
 void world::end_all_calls() {

@@ -28,8 +28,8 @@ inline void aes_add_in_subkey(v128_t& state, v128_t const& key) {
 
 /// SubBytes, ShiftRows and MixColumns of one column: its four bytes come from columns a, b, c and d.
 inline std::uint32_t mixed_column(std::uint32_t a, std::uint32_t b, std::uint32_t c, std::uint32_t d) {
-    return aes_round_table[0][octet(a, 0)] ^ aes_round_table[1][octet(b, 1)] ^
-           aes_round_table[2][octet(c, 2)] ^ aes_round_table[3][octet(d, 3)];
+    return aes_round_table[0][octet(a, 0)] ^ aes_round_table[1][octet(b, 1)] ^ aes_round_table[2][octet(c, 2)] ^
+           aes_round_table[3][octet(d, 3)];
 }
 
 inline void aes_round(v128_t& state, v128_t const& key) {
@@ -42,8 +42,8 @@ inline void aes_round(v128_t& state, v128_t const& key) {
 
 /// SubBytes and ShiftRows of one column.
 inline std::uint32_t substituted_column(std::uint32_t a, std::uint32_t b, std::uint32_t c, std::uint32_t d) {
-    return word_of(aes_sbox[octet(a, 0)], 0) | word_of(aes_sbox[octet(b, 1)], 1) |
-           word_of(aes_sbox[octet(c, 2)], 2) | word_of(aes_sbox[octet(d, 3)], 3);
+    return word_of(aes_sbox[octet(a, 0)], 0) | word_of(aes_sbox[octet(b, 1)], 1) | word_of(aes_sbox[octet(c, 2)], 2) |
+           word_of(aes_sbox[octet(d, 3)], 3);
 }
 
 /// The last round has no MixColumns.
@@ -122,8 +122,7 @@ void aes_compute_tables() {
         unsigned char const s1 = aes_sbox[x];
         unsigned char const s2 = aes_shift(s1);
         unsigned char const s3 = s2 ^ s1;
-        unsigned char const columns[4][4] = {
-            {s2, s1, s1, s3}, {s3, s2, s1, s1}, {s1, s3, s2, s1}, {s1, s1, s3, s2}};
+        unsigned char const columns[4][4] = {{s2, s1, s1, s3}, {s3, s2, s1, s1}, {s1, s3, s2, s1}, {s1, s1, s3, s2}};
         for (int row = 0; row < 4; row++)
             std::memcpy(&aes_round_table[row][x], columns[row], 4);
     }

@@ -28,8 +28,8 @@ str derive(aes_cm_context& context, str const& master_salt, unsigned char label,
     return derived;
 }
 
-void derive_session(aes_cm_context& context, str const& master_salt, unsigned char key_label,
-                    unsigned char auth_label, unsigned char salt_label) {
+void derive_session(aes_cm_context& context, str const& master_salt, unsigned char key_label, unsigned char auth_label,
+                    unsigned char salt_label) {
     context.session_key = derive(context, master_salt, key_label, session_key_bytes);
     context.session_salt = derive(context, master_salt, salt_label, session_key_bytes);
     context.auth_key = derive(context, master_salt, auth_label, auth_key_bytes);

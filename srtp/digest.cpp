@@ -105,8 +105,8 @@ template <typename function, unsigned t>
     word& e = v[(first + 4) % 5];
     if constexpr (t >= 16)
         w[t % 16] = std::rotl(w[(t + 13) % 16] ^ w[(t + 8) % 16] ^ w[(t + 2) % 16] ^ w[t % 16], 1);
-    e += std::rotl(v[first % 5], 5) + function::mix(b, v[(first + 2) % 5], v[(first + 3) % 5]) +
-         function::constant + w[t % 16];
+    e += std::rotl(v[first % 5], 5) + function::mix(b, v[(first + 2) % 5], v[(first + 3) % 5]) + function::constant +
+         w[t % 16];
     b = std::rotl(b, 30);
 }
 

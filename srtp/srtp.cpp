@@ -65,8 +65,7 @@ void srtp_init(srtp_ctx& context, str const& master_key, str const& master_salt,
 void srtp_key(srtp_ctx& context, str const& material, str const& ssrc) {
     constexpr int master_key_bytes = 16;
     constexpr int master_salt_bytes = 14;
-    srtp_init(context, material.leftstr(master_key_bytes),
-              material.substr(master_key_bytes, master_salt_bytes), ssrc);
+    srtp_init(context, material.leftstr(master_key_bytes), material.substr(master_key_bytes, master_salt_bytes), ssrc);
 }
 
 void srtp_set_index(srtp_ctx& context, unsigned int seq) {
@@ -130,8 +129,7 @@ bool srtp_absorbed::matches(str const& tag, std::uint32_t roc) const {
 }
 
 bool srtp_match_tag(srtp_ctx& context, str const& tag, srtp_absorbed const& packet, int roc_step) {
-    std::uint32_t const guess =
-        roc_step == srtp_roc_restarted ? 0 : context.roc + static_cast<std::uint32_t>(roc_step);
+    std::uint32_t const guess = roc_step == srtp_roc_restarted ? 0 : context.roc + static_cast<std::uint32_t>(roc_step);
     if (!packet.matches(tag, guess))
         return false;
     context.roc = guess;
@@ -190,8 +188,7 @@ bool find_roc(srtp_ctx& rx, str const& tag, srtp_absorbed const& packet, std::ui
 
 }  // namespace
 
-str srtp_protect(srtp_ctx& tx, str const& header, str& payload, std::uint32_t sequence,
-                 srtp_trailer const& trailer) {
+str srtp_protect(srtp_ctx& tx, str const& header, str& payload, std::uint32_t sequence, srtp_trailer const& trailer) {
     payload = srtp_encrypt(tx, payload, sequence & 0xFFFF, static_cast<int>(sequence >> 16));
     str packet = header + payload;
     str const tag = srtp_get_tag(tx, packet, trailer.tag_length);
@@ -208,14 +205,12 @@ bool srtp_unprotect(srtp_ctx& rx, str const& packet, int header_bytes, std::uint
     if (trailer.tag_length > 0) {
         str const tag = packet.rightstr(trailer.tag_length);
         authenticated = packet.leftstr(packet.length() - tag.length() - trailer.mki.length());
-        if (tag.length() < trailer.tag_length ||
-            !find_roc(rx, tag, srtp_absorbed(rx, authenticated), verified_roc))
+        if (tag.length() < trailer.tag_length || !find_roc(rx, tag, srtp_absorbed(rx, authenticated), verified_roc))
             return false;
         sequence = rx.roc << 16 | (sequence & 0xFFFF);
     }
     srtp_set_index(rx, sequence);
-    payload = srtp_decrypt(rx, authenticated.substr(header_bytes), sequence,
-                           packet.substr(at_rtp_ssrc, ssrc_bytes));
+    payload = srtp_decrypt(rx, authenticated.substr(header_bytes), sequence, packet.substr(at_rtp_ssrc, ssrc_bytes));
     return true;
 }
 

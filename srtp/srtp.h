@@ -9,9 +9,9 @@
 
 /// SRTP and SRTCP (RFC 3711) with the default transforms: AES-128 counter mode, HMAC-SHA1, key derivation rate 0.
 ///
-/// One direction's keys, the operations on its counter, payload and tag, and whole packets put together from them. There
-/// is no replay list and no key lifetime. Nothing reports an error: a wrong key shows as a tag that doesn't match. A
-/// channel owns one context for each direction.
+/// One direction's keys, the operations on its counter, payload and tag, and whole packets put together from them.
+/// There is no replay list and no key lifetime. Nothing reports an error: a wrong key shows as a tag that doesn't
+/// match. A channel owns one context for each direction.
 
 /// One direction of a stream. Usable from srtp_init() on; until then it has all-zero round keys.
 struct srtp_ctx {
@@ -101,14 +101,13 @@ struct srtp_trailer {
 
 /// Encrypts and authenticates. sequence: extended, bits 16-31 are the rollover counter, bits 0-15 must be what the
 /// header carries. `payload` is replaced by its encrypted form.
-str srtp_protect(srtp_ctx& tx, str const& header, str& payload, std::uint32_t sequence,
-                 srtp_trailer const& trailer);
+str srtp_protect(srtp_ctx& tx, str const& header, str& payload, std::uint32_t sequence, srtp_trailer const& trailer);
 
 /// Checks a packet whose header takes header_bytes (at least 12) and decrypts its payload. sequence: the extended
 /// number that its low 16 bits were taken for; gets the rollover counter that the tag proved. False: the tag fits
 /// none of the rollover counters tried (the current one, +1, -1, +2, +3, 0, and *verified_roc with its successor unless
-/// that is null), the packet is shorter than a tag, or the context was never keyed; nothing has changed then, in neither
-/// context nor arguments.
+/// that is null), the packet is shorter than a tag, or the context was never keyed; nothing has changed then, in
+/// neither context nor arguments.
 ///
 /// Without authentication the rollover counter stays as it is, and so does the sequence; an MKI is not looked for
 /// and counts as payload.

@@ -105,8 +105,7 @@ void Pred_lt_3(int16_t* exc, int t0, int frac) {
     }
 }
 
-void backward_filter(int16_t const xn[subframe_size], int16_t const h[subframe_size],
-                     int16_t dn[subframe_size]) {
+void backward_filter(int16_t const xn[subframe_size], int16_t const h[subframe_size], int16_t dn[subframe_size]) {
     int32_t y[subframe_size];
     if (sums_fit(sum_of_magnitudes(h, subframe_size), peak<subframe_size>(xn))) {
         int16_t padded[subframe_size + 8] = {};

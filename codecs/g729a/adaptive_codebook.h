@@ -36,8 +36,7 @@ pitch_delay decode_second_delay(int p2, int first_t0);
 
 /// dn = the target xn filtered backwards through the impulse response h (Q12), scaled to at most 13 bits and sign
 /// (3.7.1, 3.8.1).
-void backward_filter(int16_t const xn[subframe_size], int16_t const h[subframe_size],
-                     int16_t dn[subframe_size]);
+void backward_filter(int16_t const xn[subframe_size], int16_t const h[subframe_size], int16_t dn[subframe_size]);
 
 /// exc[0..39] = the excitation delayed. At delays below a subframe and a filter's half, 50 samples, the new samples
 /// are their own past.

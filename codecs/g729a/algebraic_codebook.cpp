@@ -139,8 +139,7 @@ pulse_pair search_first_pair(correlations const& c, int first_track, int second_
 }
 
 // Best pair of first_track and second_track beside the fixed pair. Energy is 1/16 of all four pulses'.
-pulse_pair search_second_pair(correlations const& c, pulse_pair const& fixed, int first_track,
-                              int second_track) {
+pulse_pair search_second_pair(correlations const& c, pulse_pair const& fixed, int first_track, int second_track) {
     int16_t const* with_p = c.phi[fixed.first];
     int16_t const* with_q = c.phi[fixed.second];
     int32_t second_energy[positions_per_track];  // of a second pulse, and with the fixed pair
@@ -152,8 +151,8 @@ pulse_pair search_second_pair(correlations const& c, pulse_pair const& fixed, in
     pulse_pair best;
     for (int u = first_track; u < subframe_size; u += track_step) {
         int32_t const first_correlation = fixed.correlation + c.dn[u];
-        int32_t const first_energy = fixed.value.energy * 0x4000 + with_p[u] * 0x2000 + with_q[u] * 0x2000 +
-                                     c.phi[u][u] * 0x1000 + 0x8000;
+        int32_t const first_energy =
+            fixed.value.energy * 0x4000 + with_p[u] * 0x2000 + with_q[u] * 0x2000 + c.phi[u][u] * 0x1000 + 0x8000;
         for (int k = 0; k < positions_per_track; ++k) {
             int const v = second_track + k * track_step;
             int32_t const correlation = std::min(first_correlation + c.dn[v], 32767);
@@ -199,8 +198,8 @@ void search_pulses(correlations const& c, int position[pulses]) {
 // The codeword of four pulses on their tracks (3.8.2).
 algebraic_code encode_pulses(int const position[pulses], bool const positive[pulses]) {
     int const fourth = position[3] / track_step * 2 + position[3] % track_step - 3;
-    int const positions = position[0] / track_step | position[1] / track_step << 3 |
-                          position[2] / track_step << 6 | fourth << 9;
+    int const positions =
+        position[0] / track_step | position[1] / track_step << 3 | position[2] / track_step << 6 | fourth << 9;
     int signs = 0;
     for (int k = 0; k < pulses; ++k)
         signs |= positive[k] << k;

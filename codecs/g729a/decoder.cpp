@@ -46,8 +46,7 @@ pitch_delay repeat_delay(g729a_decoder& decoder) {
 }
 
 // Excitation of a subframe from positions, signs and gain index (4.1.4 - 4.1.6).
-void decode_excitation(g729a_decoder& decoder, pitch_delay delay, int16_t const* parameters, bool lost,
-                       int16_t* exc) {
+void decode_excitation(g729a_decoder& decoder, pitch_delay delay, int16_t const* parameters, bool lost, int16_t* exc) {
     Pred_lt_3(exc, delay.t0, delay.frac);
     algebraic_code pulse_code = {parameters[0], parameters[1]};
     if (lost) {
@@ -95,8 +94,8 @@ void Init_Decod_ld8a() {
     std::fill_n(decoder.past_qua_en, gain_memory, gain_error_at_rest);
 }
 
-void Decod_ld8a(int16_t const parm[g729a_parm_words], int16_t synth[frame_size],
-                int16_t a_t[subframes][lp_size], int16_t t0[subframes]) {
+void Decod_ld8a(int16_t const parm[g729a_parm_words], int16_t synth[frame_size], int16_t a_t[subframes][lp_size],
+                int16_t t0[subframes]) {
     g729a_decoder& decoder = lrcodec_obj->decoder;
     bool const lost = parm[g729a_parm_bad_frame] != 0;
     decode_spectrum(decoder, parm + g729a_parm_first, lost);

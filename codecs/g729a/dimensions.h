@@ -4,11 +4,11 @@
 /// the ITU-T's fixed-point software.
 namespace g729a {
 
-constexpr int frame_size = 80;                         ///< L_FRAME: 10 ms (G.729 2)
-constexpr int subframe_size = 40;                      ///< L_SUBFR: 5 ms (G.729 2)
-constexpr int subframes = frame_size / subframe_size;  ///< of a frame
-constexpr int speech_past = 120;                       ///< what LP analysis sees before the frame (3.2.1)
-constexpr int lookahead = 40;                          ///< L_NEXT: what it sees behind the frame (3.2.1)
+constexpr int frame_size = 80;                                     ///< L_FRAME: 10 ms (G.729 2)
+constexpr int subframe_size = 40;                                  ///< L_SUBFR: 5 ms (G.729 2)
+constexpr int subframes = frame_size / subframe_size;              ///< of a frame
+constexpr int speech_past = 120;                                   ///< what LP analysis sees before the frame (3.2.1)
+constexpr int lookahead = 40;                                      ///< L_NEXT: what it sees behind the frame (3.2.1)
 constexpr int window_size = speech_past + frame_size + lookahead;  ///< L_WINDOW (3.2.1)
 
 constexpr int lp_order = 10;           ///< M (3.2)

@@ -25,8 +25,7 @@ void g729a_init(g729a_state& state) {
     Init_Post_Process();
 }
 
-void g729a_encode_frame(g729a_state& state, int16_t const pcm[g729a_frame_samples],
-                        uint8_t bytes[g729a_frame_bytes]) {
+void g729a_encode_frame(g729a_state& state, int16_t const pcm[g729a_frame_samples], uint8_t bytes[g729a_frame_bytes]) {
     lrcodec_obj = &state;
     int16_t* speech = g729a_new_speech(state);
     std::memcpy(speech, pcm, g729a_frame_samples * sizeof *pcm);
@@ -36,8 +35,7 @@ void g729a_encode_frame(g729a_state& state, int16_t const pcm[g729a_frame_sample
     prm2bits_ld8k(parameters, bytes);
 }
 
-void g729a_decode_frame(g729a_state& state, uint8_t const bytes[g729a_frame_bytes],
-                        int16_t pcm[g729a_frame_samples]) {
+void g729a_decode_frame(g729a_state& state, uint8_t const bytes[g729a_frame_bytes], int16_t pcm[g729a_frame_samples]) {
     lrcodec_obj = &state;
     g729a_decoder& decoder = state.decoder;
     bits2prm_ld8k(bytes, decoder.parm + g729a_parm_first);

@@ -38,8 +38,8 @@ struct g729a_high_pass {
 /// Memory of the encoder (3). Signals are Q0, LSP Q15, filters Q12 unless said otherwise; a buffer that is as long as
 /// its past and a frame holds the past in front.
 struct g729a_coder {
-    int16_t old_speech[g729a::window_size];  ///< high-passed input: past, the frame being coded, lookahead
-    int16_t old_wsp[g729a::pit_max + g729a::frame_size];    ///< weighted speech
+    int16_t old_speech[g729a::window_size];               ///< high-passed input: past, the frame being coded, lookahead
+    int16_t old_wsp[g729a::pit_max + g729a::frame_size];  ///< weighted speech
     int16_t old_exc[g729a::exc_past + g729a::frame_size];   ///< excitation
     int16_t old_a[g729a::lp_size];                          ///< last stable LP filter
     int16_t lsp_old[g729a::lp_order];                       ///< LSP of the last frame, before quantization
@@ -48,16 +48,16 @@ struct g729a_coder {
     int16_t mem_w[g729a::lp_order];                         ///< memory of the open-loop weighting filter
     int16_t mem_w0[g729a::lp_order];                        ///< memory of the target's weighting filter
     int16_t sharp;                                          ///< pitch sharpening Q14
-    int16_t past_qua_en[g729a::gain_memory];  ///< past gain prediction errors Q10 dB, newest first
-    int32_t exc_err[g729a::taming_zones];     ///< bound of the excitation error by delay Q14 (taming)
+    int16_t past_qua_en[g729a::gain_memory];                ///< past gain prediction errors Q10 dB, newest first
+    int32_t exc_err[g729a::taming_zones];                   ///< bound of the excitation error by delay Q14 (taming)
 };
 
 /// Memory of the decoder (4.1, 4.4) and what it hands to the post-filter.
 struct g729a_decoder {
-    int16_t parm[g729a_parm_words];                 ///< the frame's parameters, see g729a_parm
-    int16_t synth[g729a::frame_size];               ///< output Q0, at half amplitude until Post_Process()
-    int16_t a_t[g729a::subframes][g729a::lp_size];  ///< LP filter of each subframe Q12
-    int16_t t0[g729a::subframes];                   ///< integer pitch delay of each subframe
+    int16_t parm[g729a_parm_words];                         ///< the frame's parameters, see g729a_parm
+    int16_t synth[g729a::frame_size];                       ///< output Q0, at half amplitude until Post_Process()
+    int16_t a_t[g729a::subframes][g729a::lp_size];          ///< LP filter of each subframe Q12
+    int16_t t0[g729a::subframes];                           ///< integer pitch delay of each subframe
     int16_t old_exc[g729a::exc_past + g729a::frame_size];   ///< excitation
     int16_t mem_syn[g729a::lp_order];                       ///< last synthesis outputs
     int16_t lsp_old[g729a::lp_order];                       ///< quantized LSP of the last frame Q15
@@ -67,8 +67,8 @@ struct g729a_decoder {
     int16_t old_t0;                                         ///< last pitch delay
     int16_t sharp;                                          ///< pitch sharpening Q14
     int16_t gain_pitch, gain_code;                          ///< last gains Q14, Q1
-    int16_t past_qua_en[g729a::gain_memory];  ///< past gain prediction errors Q10 dB, newest first
-    int16_t seed;                             ///< pulses of lost frames
+    int16_t past_qua_en[g729a::gain_memory];                ///< past gain prediction errors Q10 dB, newest first
+    int16_t seed;                                           ///< pulses of lost frames
 };
 
 /// Memory of the post-filter (A.4.2).
@@ -94,12 +94,10 @@ struct g729a_state {
 void g729a_init(g729a_state& state);
 
 /// Codes the next 80 samples.
-void g729a_encode_frame(g729a_state& state, int16_t const pcm[g729a_frame_samples],
-                        uint8_t bytes[g729a_frame_bytes]);
+void g729a_encode_frame(g729a_state& state, int16_t const pcm[g729a_frame_samples], uint8_t bytes[g729a_frame_bytes]);
 
 /// Decodes the next frame, which is taken as good whatever its parity bit says.
-void g729a_decode_frame(g729a_state& state, uint8_t const bytes[g729a_frame_bytes],
-                        int16_t pcm[g729a_frame_samples]);
+void g729a_decode_frame(g729a_state& state, uint8_t const bytes[g729a_frame_bytes], int16_t pcm[g729a_frame_samples]);
 
 /// The state that the steps below, of which those functions are made, work on.
 extern g729a_state* lrcodec_obj;

@@ -29,8 +29,8 @@ constexpr int16_t map2[rows_2] = {4, 6, 0, 2, 12, 14, 8, 10, 15, 11, 9, 13, 7, 3
 constexpr int16_t imap1[rows_1] = {5, 1, 7, 4, 2, 0, 6, 3};
 constexpr int16_t imap2[rows_2] = {2, 14, 3, 13, 0, 15, 1, 12, 6, 10, 7, 9, 4, 11, 5, 8};
 
-// Preselection (3.9.2): rows of each codebook that it leaves, and what the optimum is compared with to find the first of
-// them, GA Q14, GB Q15.
+// Preselection (3.9.2): rows of each codebook that it leaves, and what the optimum is compared with to find the first
+// of them, GA Q14, GB Q15.
 constexpr int candidates_1 = 4;
 constexpr int candidates_2 = 8;
 constexpr int16_t thr1[rows_1 - candidates_1] = {10808, 12374, 19778, 32567};
@@ -110,8 +110,7 @@ gain_pair optimum(gain_terms const& terms) {
         int32_t const quotient = L_mult(numerator.mantissa, inverse);
         return extract_h(L_shr(quotient, numerator.exponent + inverse_exponent - q));
     };
-    return {divide(difference(g[2], g[1], g[3], g[4], 0, 1), 24),
-            divide(difference(g[0], g[3], g[1], g[4], 0, 1), 17)};
+    return {divide(difference(g[2], g[1], g[3], g[4], 0, 1), 24), divide(difference(g[0], g[3], g[1], g[4], 0, 1), 17)};
 }
 
 // How many thresholds, each times gain and shifted, value has passed.
@@ -175,8 +174,7 @@ struct gain_rows {
     int32_t correction() const { return gbk1[row_1][1] + gbk2[row_2][1]; }                   // Q13
 };
 
-gain_rows search(int32_t const aligned[gain_terms::count], preselection first, scaled prediction,
-                 bool taming) {
+gain_rows search(int32_t const aligned[gain_terms::count], preselection first, scaled prediction, bool taming) {
     gain_rows best = {first.first_1, first.first_2};
     int32_t least = max_32;
     for (int i = first.first_1; i < first.first_1 + candidates_1; ++i) {

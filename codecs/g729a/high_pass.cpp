@@ -16,8 +16,7 @@ constexpr int16_t a100[3] = {8192, 15836, -7667};
 
 // Filters one sample x; b and a are in one Q format, which shift makes Q16. Returns the output in Q16, which is also
 // what the filter remembers.
-inline int32_t high_pass(g729a_high_pass& state, int16_t x, int16_t const b[3], int16_t const a[3],
-                         int shift) {
+inline int32_t high_pass(g729a_high_pass& state, int16_t x, int16_t const b[3], int16_t const a[3], int shift) {
     int16_t const x2 = state.x1;
     state.x1 = state.x0;
     state.x0 = x;

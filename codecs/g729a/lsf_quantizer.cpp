@@ -143,8 +143,7 @@ int search_second(int16_t const rest[half_order], int16_t const w[half_order], i
     uint32_t best_distance = no_distance;
     for (int k = 0; k < lspcb2_rows; ++k) {
         int16_t const* row = lspcb2[k] + offset;
-        uint32_t distance =
-            term(rest[0], row[0], w[0]) + term(rest[1], row[1], w[1]) + term(rest[2], row[2], w[2]);
+        uint32_t distance = term(rest[0], row[0], w[0]) + term(rest[1], row[1], w[1]) + term(rest[2], row[2], w[2]);
         if (distance >= best_distance)
             continue;
         distance += term(rest[3], row[3], w[3]) + term(rest[4], row[4], w[4]);
@@ -209,8 +208,7 @@ lsf_codes quantize_lsf(int16_t const lsf[lp_order], int16_t const freq_prev[lsf_
     return codes[distance[1] < distance[0] ? 1 : 0];
 }
 
-void reconstruct_lsf(lsf_codes const& codes, int16_t freq_prev[lsf_memory][lp_order],
-                     int16_t lsf_q[lp_order]) {
+void reconstruct_lsf(lsf_codes const& codes, int16_t freq_prev[lsf_memory][lp_order], int16_t lsf_q[lp_order]) {
     int16_t q[lp_order];
     for (int j = 0; j < lp_order; ++j)
         q[j] = add(lspcb1[codes.first][j], lspcb2[j < half_order ? codes.low : codes.high][j]);

@@ -10,8 +10,7 @@
 namespace g729a {
 
 /// First content of every row of freq_prev, and the LSF that the decoder starts from: (i + 1) pi / 11, Q13.
-inline constexpr int16_t freq_prev_reset[lp_order] = {2339,  4679,  7018,  9358,  11698,
-                                                      14037, 16377, 18717, 21056, 23396};
+inline constexpr int16_t freq_prev_reset[lp_order] = {2339, 4679, 7018, 9358, 11698, 14037, 16377, 18717, 21056, 23396};
 
 /// Codes of a frame's LSF.
 struct lsf_codes {
@@ -25,8 +24,7 @@ struct lsf_codes {
 lsf_codes quantize_lsf(int16_t const lsf[lp_order], int16_t const freq_prev[lsf_memory][lp_order]);
 
 /// lsf_q = quantized LSF of the codes, in order and apart; freq_prev moves on.
-void reconstruct_lsf(lsf_codes const& codes, int16_t freq_prev[lsf_memory][lp_order],
-                     int16_t lsf_q[lp_order]);
+void reconstruct_lsf(lsf_codes const& codes, int16_t freq_prev[lsf_memory][lp_order], int16_t lsf_q[lp_order]);
 
 /// Moves freq_prev on as if lsf had been quantized by predictor mode: what a lost frame leaves behind (4.4.1).
 void repeat_lsf(int16_t const lsf[lp_order], int mode, int16_t freq_prev[lsf_memory][lp_order]);

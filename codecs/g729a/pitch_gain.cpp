@@ -72,8 +72,8 @@ int16_t G_pitch(int16_t const xn[subframe_size], int16_t const y1[subframe_size]
     return std::min(shr(gain, xy.exponent - yy.exponent), highest_pitch_gain);
 }
 
-void Corr_xy2(int16_t const xn[subframe_size], int16_t const y1[subframe_size],
-              int16_t const y2[subframe_size], gain_terms& terms) {
+void Corr_xy2(int16_t const xn[subframe_size], int16_t const y1[subframe_size], int16_t const y2[subframe_size],
+              gain_terms& terms) {
     int16_t y2_q9[subframe_size];
     for (int i = 0; i < subframe_size; ++i)
         y2_q9[i] = static_cast<int16_t>(y2[i] >> 3);

@@ -20,8 +20,8 @@ struct gain_terms {
 int16_t G_pitch(int16_t const xn[subframe_size], int16_t const y1[subframe_size], gain_terms& terms);
 
 /// Fills the other three terms. y2 is Q12.
-void Corr_xy2(int16_t const xn[subframe_size], int16_t const y1[subframe_size],
-              int16_t const y2[subframe_size], gain_terms& terms);
+void Corr_xy2(int16_t const xn[subframe_size], int16_t const y1[subframe_size], int16_t const y2[subframe_size],
+              gain_terms& terms);
 
 /// Taming: a bound of what a lost frame's excitation error can grow to, kept for zones of 40 samples of past
 /// excitation, newest first, keeps coder and decoder from drifting apart on tones.

@@ -151,8 +151,8 @@ void control_gain(int16_t const in[subframe_size], int16_t out[subframe_size], i
 
 // Filters synth[0..39], with ten samples of past, into out[0..39]; res2 and sc are this subframe's place in
 // the residual and its scaled copy.
-void filter_subframe(g729a_post_filter& state, int16_t const* synth, int16_t const a[lp_size], int t0,
-                     int16_t* res2, int16_t* sc, int16_t* out) {
+void filter_subframe(g729a_post_filter& state, int16_t const* synth, int16_t const a[lp_size], int t0, int16_t* res2,
+                     int16_t* sc, int16_t* out) {
     int16_t numerator[lp_size];
     int16_t denominator[lp_size];
     Weight_Az(a, gamma_numerator, numerator);
@@ -176,8 +176,7 @@ void Init_Post_Filter() {
     lrcodec_obj->post_filter.past_gain = gain_at_rest;
 }
 
-void Post_Filter(int16_t synth[frame_size], int16_t const a_t[subframes][lp_size],
-                 int16_t const t0[subframes]) {
+void Post_Filter(int16_t synth[frame_size], int16_t const a_t[subframes][lp_size], int16_t const t0[subframes]) {
     g729a_post_filter& state = lrcodec_obj->post_filter;
     int16_t unfiltered[lp_order + frame_size];
     std::memcpy(unfiltered, state.synth, sizeof state.synth);

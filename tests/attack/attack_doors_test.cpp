@@ -12,8 +12,7 @@ namespace {
 bool hears(telephones& lines, unsigned line) {
     auto const from = static_cast<std::ptrdiff_t>(lines.heard(line).size());
     lines.run(100);
-    return std::any_of(lines.heard(line).begin() + from, lines.heard(line).end(),
-                       [](int s) { return s != 0; });
+    return std::any_of(lines.heard(line).begin() + from, lines.heard(line).end(), [](int s) { return s != 0; });
 }
 
 long memory_kb(controlled_process const& of) {
@@ -38,8 +37,7 @@ TEST(Control, APoisonedStreamSilencesCommandsButNotMediaAndTimers) {
         SCOPED_TRACE(poison);
         controlled_process process({"--tdm", lines->tdm_path()});
         protocol::address const itself{{127, 0, 0, 1}, process.open(0).rtp_port};
-        tell(process,
-             protocol::media_command{.call = 0, .send = linear, .map = {linear}, .rtp_dest = itself});
+        tell(process, protocol::media_command{.call = 0, .send = linear, .map = {linear}, .rtp_dest = itself});
         process.put_on_line(0, line);
         EXPECT_GE(answer_ms(process), 0);
         ASSERT_TRUE(lines->wait_for_open(1));
@@ -52,8 +50,7 @@ TEST(Control, APoisonedStreamSilencesCommandsButNotMediaAndTimers) {
             attacker.send(full);
         EXPECT_TRUE(hears(*lines, line++)) << "itself";
         long const grown_kb = memory_kb(process) - before_kb;
-        std::printf("poison %s: commands are lost, media and heartbeats go on, %ld kB more memory\n", poison,
-                    grown_kb);
+        std::printf("poison %s: commands are lost, media and heartbeats go on, %ld kB more memory\n", poison, grown_kb);
         EXPECT_LT(grown_kb, most_stream_kb);
     }
 }
@@ -63,8 +60,7 @@ TEST(Control, APoisonedStreamSilencesCommandsButNotMediaAndTimers) {
 // Each dead device is tried once in 10 ms.
 TEST(Device, DeadOnesCostLittle) {
     auto const lines = speakers();
-    auto line = std::make_unique<fxsline::signal_device>(),
-         signalling = std::make_unique<fxsline::signal_device>();
+    auto line = std::make_unique<fxsline::signal_device>(), signalling = std::make_unique<fxsline::signal_device>();
     ASSERT_EQ(line->create(own_lines + "0") + signalling->create(own_lines + "tty"), "");
     controlled_process process({"--tdm", own_lines, "--tunnel", own_lines + "tty"});
     process.connect(0, 1, linear);
@@ -92,8 +88,8 @@ TEST(Device, DeadOnesCostLittle) {
             log_lines += std::holds_alternative<protocol::log_line>(*report);
     double const wall_s = ms_since(begin) / 1000.0;
     double const percent = (usage(process.process.pid()).cpu_ms - before_ms) / wall_s / 10;
-    std::printf("two dead lines, a dead signalling device: %.1f %% of a processor, %.0f log lines a second\n",
-                percent, log_lines / wall_s);
+    std::printf("two dead lines, a dead signalling device: %.1f %% of a processor, %.0f log lines a second\n", percent,
+                log_lines / wall_s);
     EXPECT_TRUE(percent > 0 && percent < 15 && log_lines > 0 && log_lines / wall_s < 250);
     EXPECT_TRUE(hears(*lines, 3));
 }
@@ -109,9 +105,8 @@ protected:
         EXPECT_TRUE(lines->wait_for_open(2));
     }
     std::uint64_t lost_blocks() {
-        return lines->mount().locked([&] {
-            return lines->bank().line(0).counters().overruns + lines->bank().line(1).counters().overruns;
-        });
+        return lines->mount().locked(
+            [&] { return lines->bank().line(0).counters().overruns + lines->bank().line(1).counters().overruns; });
     }
     /// In a thread, until the owner lets go of it.
     static std::jthread repeat(std::atomic<unsigned>& times, std::function<void()> const& act) {
@@ -137,8 +132,8 @@ protected:
             EXPECT_TRUE(process.client.wait_for<protocol::heartbeat>(patience)) << what;
         }
         std::uint64_t const lost = lost_blocks() - lost_before;
-        std::printf("%s: %u sends, %d commands answered within %d ms, %d of %u blocks lost\n", what,
-                    sends.load(), answers, worst_ms, int(lost), 2 * ticks);
+        std::printf("%s: %u sends, %d commands answered within %d ms, %d of %u blocks lost\n", what, sends.load(),
+                    answers, worst_ms, int(lost), 2 * ticks);
         EXPECT_LE(lost, ticks) << what;
         EXPECT_TRUE(worst_ms >= 0 && worst_ms < most_ms) << what;
         EXPECT_TRUE(hears(*lines, 0) && hears(*lines, 1)) << what;
@@ -171,8 +166,7 @@ TEST_F(Flood, OfOneDoorDisturbsNoOtherCall) {
     tell(process, protocol::media_command{.call = 2, .rtp_dest = far, .tcp = true});
     descriptor const connection(accept(listening.get(), nullptr, nullptr));
     std::string const frame = from_hex("0300") + be16(334) + be16(332) + packet.build();
-    measure("TCP connection",
-            [&] { (void)!send(connection.get(), frame.data(), frame.size(), MSG_NOSIGNAL); });
+    measure("TCP connection", [&] { (void)!send(connection.get(), frame.data(), frame.size(), MSG_NOSIGNAL); });
 }
 
 // ---- large packets
@@ -206,8 +200,8 @@ TEST(Memory, AHugePacketHoldsTheLineUpForThreeSecondsOfAudioOnly) {
         lines->run(1);
         worst_ms = std::max(worst_ms, ms_since(begin));
     }
-    std::printf("behind 64 KB of G.729: heard after %d ms of audio, the slowest block took %d ms\n",
-                10 * ticks, worst_ms);
+    std::printf("behind 64 KB of G.729: heard after %d ms of audio, the slowest block took %d ms\n", 10 * ticks,
+                worst_ms);
     EXPECT_TRUE(ticks > 250 && ticks < 350 && worst_ms < 1000);
 }
 

@@ -35,8 +35,7 @@ inline std::uint16_t port_of(int fd) {
 
 /// A UDP socket of its own that sends to one port of the process.
 struct stranger {
-    explicit stranger(std::uint16_t port)
-        : socket(protocol::control_client::connect_udp("127.0.0.1", port)) {}
+    explicit stranger(std::uint16_t port) : socket(protocol::control_client::connect_udp("127.0.0.1", port)) {}
     void send(std::string const& bytes) {
         socket.send({reinterpret_cast<std::uint8_t const*>(bytes.data()), bytes.size()});
     }
@@ -71,14 +70,12 @@ void tell(controlled_process& process, command const& what) {
 inline int answer_ms(controlled_process& asked, std::chrono::milliseconds limit = patience) {
     static std::uint8_t number = 0;
     protocol::codec_choice const said{++number, static_cast<std::uint8_t>(getpid() % 128)};
-    std::string const text =
-        "Map codec " + std::to_string(said.codec) + " to " + std::to_string(said.payload_type);
+    std::string const text = "Map codec " + std::to_string(said.codec) + " to " + std::to_string(said.payload_type);
     for (auto const begin = steady::now(); steady::now() - begin < limit;) {
         asked.client.kept().clear();
         tell(asked, protocol::log_level_command{.level = 7});
         tell(asked, protocol::media_command{.call = 99, .map = {said}});
-        if (asked.client.wait_for<protocol::log_line>(50ms,
-                                                      [&](auto const& line) { return line.text == text; }))
+        if (asked.client.wait_for<protocol::log_line>(50ms, [&](auto const& line) { return line.text == text; }))
             return ms_since(begin);
     }
     return -1;
@@ -88,8 +85,7 @@ inline int answer_ms(controlled_process& asked, std::chrono::milliseconds limit 
 inline std::unique_ptr<telephones> speakers(unsigned seed = 31) {
     std::vector<fxsline::speech> all;
     for (unsigned line = 0; line < 4; line++)
-        all.push_back(
-            fxsline::speech::recording(signals::speech_like(8000, 8000, seed + line), true, "voice"));
+        all.push_back(fxsline::speech::recording(signals::speech_like(8000, 8000, seed + line), true, "voice"));
     return std::make_unique<telephones>(all);
 }
 

@@ -67,9 +67,9 @@ struct gsm : testing::Test {
 
 }  // namespace
 
-// Any bytes of any length at any address by turns: each coder gives what one gives that is alone in its codec. (fuzz_codec
-// has the right amounts.) All that reaches it from outside are clear(), reset() and, for what GSM and events keep, other
-// numbers. What is done once more does not ask the pool for more.
+// Any bytes of any length at any address by turns: each coder gives what one gives that is alone in its codec.
+// (fuzz_codec has the right amounts.) All that reaches it from outside are clear(), reset() and, for what GSM and
+// events keep, other numbers. What is done once more does not ask the pool for more.
 TEST(codec, coders_do_not_disturb_each_other) {
     std::string const pcm = noise(2000);
     std::uint64_t warm = 0;
@@ -84,8 +84,7 @@ TEST(codec, coders_do_not_disturb_each_other) {
             unsigned const operation = random() % 64, any = random() % (4 * std::size(numbers));
             int const number = any < 16 ? numbers[any] : static_cast<int>(2 + any % 6), n = coder_of(number);
             std::string some = pcm.substr(random() % 3000, random() % 701);
-            SCOPED_TRACE(testing::Message()
-                         << "step " << step << ", number " << number << ", " << some.size());
+            SCOPED_TRACE(testing::Message() << "step " << step << ", number " << number << ", " << some.size());
             if (operation < 2) {
                 together.clear();
                 for (auto* each : {&encoders[3], &encoders[4], &decoders[3], &decoders[4], &decoders[7]})
@@ -102,8 +101,7 @@ TEST(codec, coders_do_not_disturb_each_other) {
                 ASSERT_EQ(coded, encode(*encoders[n], n, some));
             } else {
                 if (n == codec::telephone_event)
-                    some = event(static_cast<int>(random() % 14), random() % 256,
-                                 static_cast<int>(random() % 700));
+                    some = event(static_cast<int>(random() % 14), random() % 256, static_cast<int>(random() % 700));
                 else
                     decode(*decoders[7], codec::linear, "");
                 ASSERT_EQ(to_string(together.decode(number, to_str("x" + some).substr(1))),
@@ -115,8 +113,9 @@ TEST(codec, coders_do_not_disturb_each_other) {
     EXPECT_EQ(str::allocated_size, warm);
 }
 
-// The tone is the generator's, at the event's volume (of which the end bit and the reserved bit are no part), and goes on
-// where the packet before stopped. An event that is no digit is silent but counts. fuzz/fuzz_codec.cpp has the durations.
+// The tone is the generator's, at the event's volume (of which the end bit and the reserved bit are no part), and goes
+// on where the packet before stopped. An event that is no digit is silent but counts. fuzz/fuzz_codec.cpp has the
+// durations.
 TEST(codec, events_sound_as_the_generator) {
     std::mt19937 random(4);
     codec c;

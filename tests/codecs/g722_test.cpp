@@ -31,9 +31,7 @@ signals::bytes spandsp_encode(signals::samples pcm) {
 
 /// libavcodec's decoder: 16 kHz and 15 bits.
 signals::samples libav_decode(signals::bytes const& data) {
-    auto const must = [](int result) {
-        result < 0 ? throw std::runtime_error("libavcodec: G.722 fails") : result;
-    };
+    auto const must = [](int result) { result < 0 ? throw std::runtime_error("libavcodec: G.722 fails") : result; };
     AVCodecContext* context = avcodec_alloc_context3(avcodec_find_decoder(AV_CODEC_ID_ADPCM_G722));
     context->sample_rate = 16000;
     context->ch_layout = AV_CHANNEL_LAYOUT_MONO;
@@ -91,8 +89,7 @@ TEST(G722, EncodesLikeLibspandspAndDecodesLikeLibavcodecAt16kHz) {
 TEST(G722, LimitsEverySum) {
     digest decoded, encoded;
     for (unsigned seed = 0; seed < 24; seed++)
-        decoded.add(
-            decode_pairs(signals::codes(60000, 8, 1 << seed % 12, seed, 1 + static_cast<int>(seed / 6))));
+        decoded.add(decode_pairs(signals::codes(60000, 8, 1 << seed % 12, seed, 1 + static_cast<int>(seed / 6))));
     for (int half_period : {1, 3, 50, 4000})
         encoded.add(encode_pairs(signals::square(40000, half_period, 32767)));
     encoded.add(encode_pairs(signals::noise(200000, 32767, 4)));

@@ -176,7 +176,8 @@ TEST(G729aDigest, DecoderWithLosses) {
     EXPECT_EQ(sum.value, 0x8a2655de616134b6u);
 }
 
-// A wrong parity bit changes a lot for a receiver that checks it, as vectors show, but nothing for g729a_decode_frame().
+// A wrong parity bit changes a lot for a receiver that checks it, as vectors show, but nothing for
+// g729a_decode_frame().
 TEST(G729aState, FrameDecoderIgnoresParity) {
     coder good, flipped;
     for (packed bytes : read<packed>(fs::path(G729A_COMMITTED_VECTORS) / "speech_clip36db.g729")) {

@@ -56,13 +56,11 @@ TEST_F(commands, what_each_one_answers) {
         {"000C 0012 0004 0002 0000 001C 0002 0001 001D 0002 0100", {"7 Clear playback on channel 1"}},
         {"0010 0006 0004 0002 0009", {"1 Illegal port 9"}},
         {"0010 0012 0004 0002 0005 000B 0002 7530 000C 0002 7530",
-         {"7 Open RTP port 0 and RTCP port 0",
-          unspaced("0006 0012 0004 0002 0005 000D 0002 0000 000E 0002 0000")}},
+         {"7 Open RTP port 0 and RTCP port 0", unspaced("0006 0012 0004 0002 0005 000D 0002 0000 000E 0002 0000")}},
         {"0011 000C 0004 0002 0008 0006 0002 0802", {"7 Send codec local 2 remote 8"}},
         {"0011 000C 0004 0002 0000 0010 0002 0562", {"7 Map codec 5 to 98"}},
         {"0012 000C 0004 0002 0002 0012 0002 FFFF", {"7 Reset channel for call 3"}},
-        {"0012 000C 0004 0002 0001 0012 0002 0003",
-         {"6 Open " + telephone.path(3), "7 Set channel 4 for call 2"}},
+        {"0012 000C 0004 0002 0001 0012 0002 0003", {"6 Open " + telephone.path(3), "7 Set channel 4 for call 2"}},
         {"000C 0006 0004 0002 0001", {"7 Clear playback on channel 2", "7 Clear Tx"}},
         {"0012 0006 0004 0002 0001", {"6 Close " + telephone.path(3), "7 Reset channel for call 2"}},
         {"0014 0000", {}},
@@ -162,8 +160,7 @@ TEST_F(commands, what_comes_from_the_own_socket_is_dropped) {
         send_command(to_str(from_hex("0013 0000 0007 0006 0001 0002 0001")));
         int received = 0;
         ip_port source;
-        for (str data; received < 5 && !(data = utils::recv_udp_packet4(command_fd, source)).empty();
-             received++)
+        for (str data; received < 5 && !(data = utils::recv_udp_packet4(command_fd, source)).empty(); received++)
             on_command(data, source);
         EXPECT_EQ(received, 1) << "it causes nothing that comes back again";
         EXPECT_EQ(log_level, 9);
@@ -175,8 +172,7 @@ TEST_F(commands, what_comes_from_the_own_socket_is_dropped) {
 }
 
 TEST_F(commands, loopback_test_finds_its_pattern_in_what_comes_back) {
-    std::string const found = unspaced("0015 0006 0009 0002 0001"),
-                      not_found = unspaced("0015 0006 0009 0002 0000");
+    std::string const found = unspaced("0015 0006 0009 0002 0001"), not_found = unspaced("0015 0006 0009 0002 0000");
     std::string const pattern = "loopbacktest" + std::string(148, '\0'), noise(160, 'l');
     std::pair<std::string, int> const table[] = {
         {pattern, 1},
@@ -211,16 +207,16 @@ std::string scan(std::vector<char const*> arguments) {
     char const* const ends[] = {" run", " version", " bad"};
     str const text = str::sprintf("%d %d %s %s %s ", arg_int(chosen.log), arg_int(chosen.local_port),
                                   arg_str(tunnel_device), arg_str(chosen.pipe), arg_str(tdm_device));
-    return to_string(text + utils::readable_ip(control_adr)) + (chosen.debug ? " debug" : "") +
-           (ipv4 ? " 4" : "") + (ipv6 ? " 6" : "") + ends[static_cast<int>(verdict)];
+    return to_string(text + utils::readable_ip(control_adr)) + (chosen.debug ? " debug" : "") + (ipv4 ? " 4" : "") +
+           (ipv6 ? " 6" : "") + ends[static_cast<int>(verdict)];
 }
 
 TEST(options, table) {
     std::string const normal = "0 0   /dev/sdt 127.0.0.1:1299";
     std::pair<std::vector<char const*>, std::string> const table[] = {
         {{}, normal + " 4 6 run"},
-        {{"--log", "-2", "--port", "12ab", "--tunnel", "/dev/x", "--pipe", "/p", "--tdm", "/t", "--dest-port",
-          "77", "--dest-ip", "::1", "--debug", "--ipv6", "--ipv4"},
+        {{"--log", "-2", "--port", "12ab", "--tunnel", "/dev/x", "--pipe", "/p", "--tdm", "/t", "--dest-port", "77",
+          "--dest-ip", "::1", "--debug", "--ipv6", "--ipv4"},
          "-2 12 /dev/x /p /t [::1]:77 debug 4 run"},
         {{"--dest-ip", "10.0.0.9", "--port", "1", "--port", "2"}, "0 2   /dev/sdt 10.0.0.9:1299 4 6 run"},
         {{"--ipv4", "--ipv6"}, normal + " 6 run"},

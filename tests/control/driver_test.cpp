@@ -46,9 +46,7 @@ struct driver : media_fixture {
     }
     ~driver() override { set_led1(0); }
 
-    void command(int tag, std::string const& fields) {
-        dispatch_command(tag, to_str(fields), peer.address());
-    }
+    void command(int tag, std::string const& fields) { dispatch_command(tag, to_str(fields), peer.address()); }
     lines taken() { return std::exchange(requests, {}); }
     std::string request(char const* number, int line) {
         return number + (" " + std::filesystem::canonical(telephone.path(line)).string());

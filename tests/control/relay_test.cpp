@@ -1,5 +1,5 @@
-// The driver's message pipe and the signalling device: bytes from a descriptor become reports, commands become bytes. How
-// lines are cut is in fuzz/fuzz_control.cpp.
+// The driver's message pipe and the signalling device: bytes from a descriptor become reports, commands become bytes.
+// How lines are cut is in fuzz/fuzz_control.cpp.
 
 #include <sys/stat.h>
 
@@ -47,14 +47,13 @@ struct relay : testing::Test {
 TEST_F(relay, a_driver_line_that_fits_no_datagram_is_lost_and_takes_no_more_memory) {
     fxs_in_fd = device;
     std::string const longest(65503, 'x'), returns(300, '\r');
-    std::pair<std::string, bool> const table[] = {
-        {longest + "\r\n", true},
-        {longest + "y\n", false},
-        {returns + longest + returns + "\n", true},
-        {longest + returns + "y\n", false},
-        {longest.substr(100) + returns + "y" + returns + "\n", false},
-        {std::string(4 << 20, 'x') + "\n", false},
-        {longest + std::string(4 << 20, '\r') + "\n", true}};
+    std::pair<std::string, bool> const table[] = {{longest + "\r\n", true},
+                                                  {longest + "y\n", false},
+                                                  {returns + longest + returns + "\n", true},
+                                                  {longest + returns + "y\n", false},
+                                                  {longest.substr(100) + returns + "y" + returns + "\n", false},
+                                                  {std::string(4 << 20, 'x') + "\n", false},
+                                                  {longest + std::string(4 << 20, '\r') + "\n", true}};
     std::uint64_t const before = str::allocated_size;
     for (auto const& [written, reported] : table) {
         EXPECT_TRUE(driver_says(written) == (reported ? report(longest) : lines{})) << written.size();

@@ -16,8 +16,8 @@ std::string next_datagram(udp_peer const& peer) {
     return to_hex({data, static_cast<std::size_t>(n)});
 }
 
-/// The priority with which a process runs in turn with others of that priority; 0: an ordinary process. (musl's functions
-/// for it only ever answer ENOSYS.)
+/// The priority with which a process runs in turn with others of that priority; 0: an ordinary process. (musl's
+/// functions for it only ever answer ENOSYS.)
 int realtime_priority(pid_t process) {
     int priority = 0;
     syscall(SYS_sched_getparam, process, &priority);

@@ -30,8 +30,7 @@ struct line_device : media_fixture {
         tested.clear();
         std::istringstream all(steps);
         for (std::string step; all >> step;)
-            step[0] == '+' ? tested.register_channel(step[1] - '0')
-                           : tested.deregister_channel(step[1] - '0');
+            step[0] == '+' ? tested.register_channel(step[1] - '0') : tested.deregister_channel(step[1] - '0');
     }
     /// Channels that captured audio goes to, as digits.
     std::string listeners() {
@@ -57,9 +56,8 @@ TEST_F(line_device, places_are_taken_freed_and_passed_on) {
         char const* steps;
         char const* listeners;
         char const* owner;  // whose audio is written at once
-    } const table[] = {{"+0 +1", "01", "0"},          {"+0 +1 +2", "01", "0"},
-                       {"+0 +1 -0 +2", "12", "1"},    {"+0 +1 -1 +2", "02", "0"},
-                       {"+0 +1 -0 -1", "closed", ""}, {"+0 +1 +2 -2 -0 -1", "closed", ""},
+    } const table[] = {{"+0 +1", "01", "0"},       {"+0 +1 +2", "01", "0"},       {"+0 +1 -0 +2", "12", "1"},
+                       {"+0 +1 -1 +2", "02", "0"}, {"+0 +1 -0 -1", "closed", ""}, {"+0 +1 +2 -2 -0 -1", "closed", ""},
                        {"-0", "closed", ""}};
     for (auto const& [steps, expected_listeners, owner] : table) {
         register_as(steps);
@@ -95,11 +93,10 @@ TEST_F(line_device, short_reads_and_failing_devices) {
         EXPECT_EQ(sent(0), lines{block.replace(0, bytes, said)}) << bytes;
     }
     // Of devices that fail, what they are asked for is lost.
-    std::pair<char const*, lines> const table[] = {
-        {"/dev/full", {"7 Clear Tx"}},
-        {"/dev/null", {"7 TDM read returned 0", "7 Clear Tx"}},
-        {"/proc/self/mem", {"7 TDM read returned -1", "7 Clear Tx"}},
-        {"/", {}}};
+    std::pair<char const*, lines> const table[] = {{"/dev/full", {"7 Clear Tx"}},
+                                                   {"/dev/null", {"7 TDM read returned 0", "7 Clear Tx"}},
+                                                   {"/proc/self/mem", {"7 TDM read returned -1", "7 Clear Tx"}},
+                                                   {"/", {}}};
     for (auto const& [device, logged] : table) {
         devmgrs.resize(devmgr_count);  // as at the start
         devmgrs[2].init(2);
@@ -129,8 +126,7 @@ TEST(mixing, sums_are_saturated_as_far_as_the_shorter_one_reaches) {
         str queue = to_str(pcm_of(b, b_samples));
         str const pcm = to_str(pcm_of(a, a_samples));
         int const mixed = std::min(a_samples, b_samples);
-        EXPECT_TRUE(to_string(devmgr::mix_audio(pcm, queue)) ==
-                    pcm_of(sum, mixed) + pcm_of(a, a_samples - mixed))
+        EXPECT_TRUE(to_string(devmgr::mix_audio(pcm, queue)) == pcm_of(sum, mixed) + pcm_of(a, a_samples - mixed))
             << a << "+" << b;
         EXPECT_TRUE(to_string(queue) == pcm_of(b, b_samples - mixed)) << a << "+" << b;
         EXPECT_TRUE(to_string(pcm) == pcm_of(a, a_samples)) << "the block that came in may be shared";

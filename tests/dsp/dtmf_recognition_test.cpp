@@ -125,8 +125,7 @@ struct dtmf_detector : testing::Test {
         bool const stable = history == std::string(3, history[0]);
         ASSERT_EQ(detector.get_digit(), stable ? history[0] : '?');
         for (char const c : "0123456789*#ABCDF? ")
-            ASSERT_EQ(detector.count_history(c), std::count(history.begin(), history.end(), c))
-                << c << history;
+            ASSERT_EQ(detector.count_history(c), std::count(history.begin(), history.end(), c)) << c << history;
         seen.insert(history.back());
     }
     dtmf_recognition detector;
@@ -184,8 +183,8 @@ TEST_F(dtmf_detector, random_tones_noise_and_chunks) {
             double const peak = std::pow(10, random.between(31, 45) / 10.0);
             std::vector<partial> partials;
             for (int n = random.between(0, 3); n > 0; n--)
-                partials.push_back({frequencies[random.below(9)] + random.between(-20, 20) / 10.0,
-                                    peak * random.between(4, 10) / 10});
+                partials.push_back(
+                    {frequencies[random.below(9)] + random.between(-20, 20) / 10.0, peak * random.between(4, 10) / 10});
             samples pcm = tones(partials, random.between(1, 900), random.below(1000));
             int const noise = random.chance(30) ? random.between(1, 3000) : 0;
             for (std::int16_t& sample : pcm)

@@ -145,8 +145,7 @@ TEST(dtmf_synthesizer, any_digits_at_any_attenuation) {
                 sum = wave_at(lows[layout[asked][0]], position) + wave_at(highs[layout[asked][1]], position),
                 position++;
             std::int64_t const wrapped = sum < 0 ? sum + 4294967296 : sum;
-            ASSERT_EQ(sample, static_cast<std::int16_t>(wrapped / (attenuation + 10)))
-                << asked << ", block " << i;
+            ASSERT_EQ(sample, static_cast<std::int16_t>(wrapped / (attenuation + 10))) << asked << ", block " << i;
         }
     }
 }

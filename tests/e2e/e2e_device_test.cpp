@@ -21,8 +21,7 @@ std::string led_events(telephones const& lines) {
     std::string all;
     for (fxsline::line_event const& event : lines.events())
         if (event.kind == fxsline::event_kind::led_on || event.kind == fxsline::event_kind::led_off)
-            all += (event.kind == fxsline::event_kind::led_on ? "on " : "off ") + std::to_string(event.line) +
-                   " ";
+            all += (event.kind == fxsline::event_kind::led_on ? "on " : "off ") + std::to_string(event.line) + " ";
     return all;
 }
 
@@ -33,9 +32,8 @@ TEST(Device, LedBlinksOnTheOpenLineUntilItIsSwitchedOff) {
     process.put_on_line(0, 2);
     ASSERT_TRUE(lines.wait_for_open(1));
     process.send(protocol::encode(protocol::led_command{.pattern = 2}));
-    ASSERT_TRUE(lines.mount().wait_until([&] {
-        return led_events(lines).starts_with("on 2 off 2 on 2 off 2 on 2 off 2 on 2 off 2 on 2 off 2 ");
-    }));
+    ASSERT_TRUE(lines.mount().wait_until(
+        [&] { return led_events(lines).starts_with("on 2 off 2 on 2 off 2 on 2 off 2 on 2 off 2 on 2 off 2 "); }));
     process.send(protocol::encode(protocol::led_command{.pattern = 3}));
     process.settle();
     process.send(protocol::encode(protocol::led_command{}));
@@ -88,11 +86,7 @@ TEST(Device, LinesOfTheDriverPipeBecomeReports) {
         std::string written;
         std::string reported;
     } const table[] = {
-        {"HOOK 1 off\r\n", "HOOK 1 off"},
-        {"\n", ""},
-        {"A\r\nB\r\n", "A"},
-        {"C\r\n", "BC"},
-        {"last\n", "last"},
+        {"HOOK 1 off\r\n", "HOOK 1 off"}, {"\n", ""}, {"A\r\nB\r\n", "A"}, {"C\r\n", "BC"}, {"last\n", "last"},
     };
     for (auto const& [written, reported] : table) {
         ASSERT_EQ(write(driver, written.data(), written.size()), static_cast<ssize_t>(written.size()));

@@ -31,8 +31,8 @@ std::unique_ptr<telephones> talkers() {
 bool hears(telephones& lines, unsigned line) {
     std::size_t const from = lines.heard(line).size();
     lines.run(100);
-    return std::ranges::any_of(lines.heard(line).begin() + static_cast<std::ptrdiff_t>(from),
-                               lines.heard(line).end(), [](int sample) { return sample != 0; });
+    return std::ranges::any_of(lines.heard(line).begin() + static_cast<std::ptrdiff_t>(from), lines.heard(line).end(),
+                               [](int sample) { return sample != 0; });
 }
 
 class Limits : public testing::Test {
@@ -59,8 +59,8 @@ protected:
     void limit_log(std::uint16_t level) { send(protocol::log_level_command{.level = level}); }
     bool logged(std::string const& begin) {
         return process->client
-            .wait_for<protocol::log_line>(
-                patience, [&](protocol::log_line const& line) { return line.text.starts_with(begin); })
+            .wait_for<protocol::log_line>(patience,
+                                          [&](protocol::log_line const& line) { return line.text.starts_with(begin); })
             .has_value();
     }
     /// The timers run: a heartbeat comes after all that has come so far.
@@ -223,8 +223,8 @@ long sleeps(pid_t pid) {
 
 TEST(LimitsAtStart, LivesWithoutItsControlPortAndItsDevices) {
     controlled_process holder({});
-    media_process process({"--debug", "--log", "1", "--port", std::to_string(holder.port), "--tdm",
-                           "/nowhere/sdt", "--pipe", "/nowhere/fxs", "--tunnel", "/nowhere/tty"});
+    media_process process({"--debug", "--log", "1", "--port", std::to_string(holder.port), "--tdm", "/nowhere/sdt",
+                           "--pipe", "/nowhere/fxs", "--tunnel", "/nowhere/tty"});
     long const before = sleeps(process.pid());
     for (int ms = 0; sleeps(process.pid()) < before + 2; ms++) {
         ASSERT_LT(ms, 20000) << "it neither waits nor beats";
@@ -243,8 +243,7 @@ TEST(LimitsAtStart, LeavesDescriptorsAloneThatSelectCantTake) {
         inherited.push_back(dup(STDIN_FILENO));
     while (inherited.back() >= 0 && inherited.back() < 4 * FD_SETSIZE);
     std::uint16_t const port = free_port();
-    media_process process(
-        {"--debug", "--port", std::to_string(port)});  // standard descriptors become sockets
+    media_process process({"--debug", "--port", std::to_string(port)});  // standard descriptors become sockets
     for (int const fd : inherited)
         close(fd);
     setrlimit(RLIMIT_NOFILE, &usual);

@@ -33,8 +33,7 @@ TEST(Protocol, EveryWorkedDatagramDoesWhatTheManualSays) {
             return !candidate.is_command && candidate.name == worked.reply;
         });
         ASSERT_NE(reply, datagrams.end()) << worked.reply;
-        EXPECT_TRUE(answered(process.client, *reply))
-            << worked.name << " is not answered by " << worked.reply;
+        EXPECT_TRUE(answered(process.client, *reply)) << worked.name << " is not answered by " << worked.reply;
         replies++;
     }
     EXPECT_GE(replies, 3);
@@ -54,8 +53,7 @@ TEST(Protocol, CommandsMayBeCutAnywhere) {
         process.client.send(all.subspan(cut));
         for (std::uint16_t call = 0; call < 3; call++)
             ASSERT_TRUE(process.client.wait_for<protocol::open_reply>(
-                20s,
-                [&](protocol::open_reply const& reply) { return reply.call == call && reply.rtp_port != 0; }))
+                20s, [&](protocol::open_reply const& reply) { return reply.call == call && reply.rtp_port != 0; }))
                 << "cut at " << cut;
     }
 }

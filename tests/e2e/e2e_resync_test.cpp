@@ -46,8 +46,8 @@ TEST_F(resync, the_broken_command_is_not_carried_out) {
     process.send(protocol::from_hex("0004ffff 000400020000").value());  // end call 0
     EXPECT_EQ(fxsctl("resync").wait(), answered);
     ASSERT_TRUE(process.client.start_session(20s));
-    process.send(protocol::encode(protocol::open_command{
-        .call = 1, .port_min = rtp_port, .port_max = static_cast<std::uint16_t>(rtp_port + 2)}));
+    process.send(protocol::encode(
+        protocol::open_command{.call = 1, .port_min = rtp_port, .port_max = static_cast<std::uint16_t>(rtp_port + 2)}));
     auto const reply = process.client.wait_for<protocol::open_reply>(20s);
     ASSERT_TRUE(reply.has_value());
     EXPECT_EQ(reply->rtp_port, 0) << "call 0 has left its ports";

@@ -66,8 +66,7 @@ protected:
     /// Lets the telephones live in real time, which the partner does, until it has ended; its exit status. With a
     /// head start the partner's bursts and the machine's load can't leave the line without audio.
     static int run_with(telephones& lines, std::string const& command, std::chrono::milliseconds head_start) {
-        std::future<int> partner_end =
-            std::async(std::launch::async, [&] { return std::system(command.c_str()); });
+        std::future<int> partner_end = std::async(std::launch::async, [&] { return std::system(command.c_str()); });
         partner_end.wait_for(head_start);
         fxsline::tick_clock clock;
         while (partner_end.wait_for(1ms) != std::future_status::ready)
@@ -94,13 +93,12 @@ TEST_P(RtpPartner, IsHeardOnTheLine) {
     controlled_process process({"--tdm", lines.tdm_path()});
     protocol::open_reply const opened = process.open(0);
     call(process, lines, free_port());
-    EXPECT_EQ(
-        run_with(lines,
-                 "ffmpeg -v error -re -i " + file("said.wav") + " " + GetParam().encoder + " -payload_type " +
-                     payload_type() + " -f rtp rtp://127.0.0.1:" + std::to_string(opened.rtp_port) +
-                     "?pkt_size=" + std::to_string(GetParam().packet_bytes) + " >/dev/null",
-                 500ms),
-        0);
+    EXPECT_EQ(run_with(lines,
+                       "ffmpeg -v error -re -i " + file("said.wav") + " " + GetParam().encoder + " -payload_type " +
+                           payload_type() + " -f rtp rtp://127.0.0.1:" + std::to_string(opened.rtp_port) +
+                           "?pkt_size=" + std::to_string(GetParam().packet_bytes) + " >/dev/null",
+                       500ms),
+              0);
     lines.run(100);
     comparison const result = compare(said, lines.heard(0), 1500);
     EXPECT_GE(result.similarity, GetParam().least_similarity);
@@ -116,8 +114,8 @@ TEST_P(RtpPartner, HearsTheLine) {
     write_session_description(partner_port);
     call(process, lines, partner_port);
     EXPECT_EQ(run_with(lines,
-                       "ffmpeg -v error -y -analyzeduration 0 -protocol_whitelist file,udp,rtp -i " +
-                           file(".sdp") + " -t 2 -ar 8000 -ac 1 " + file("heard.wav") + " </dev/null",
+                       "ffmpeg -v error -y -analyzeduration 0 -protocol_whitelist file,udp,rtp -i " + file(".sdp") +
+                           " -t 2 -ar 8000 -ac 1 " + file("heard.wav") + " </dev/null",
                        0ms),
               0);
     signals::samples twice = said;
@@ -177,21 +175,19 @@ TEST(FilePartner, IsHeardOnTheLine) {
         signals::samples const said = signals::speech_like(2 * 8000, 12000, 14);
         std::string const file = testing::TempDir() + "coded" + std::to_string(::getpid());
         write_wav(file + ".wav", said);
-        ASSERT_EQ(std::system(("ffmpeg -v error -y -i " + file + ".wav " + row.encoder + " " + file).c_str()),
-                  0);
+        ASSERT_EQ(std::system(("ffmpeg -v error -y -i " + file + ".wav " + row.encoder + " " + file).c_str()), 0);
         std::ifstream coded(file, std::ios::binary);
         telephones lines({});
         controlled_process process({"--tdm", lines.tdm_path()});
         protocol::open_reply const opened = process.open(0);
-        process.send(
-            protocol::encode(protocol::media_command{.call = 0, .send = row.codec, .map = {row.codec}}));
+        process.send(protocol::encode(protocol::media_command{.call = 0, .send = row.codec, .map = {row.codec}}));
         process.put_on_line(0, 0);
         ASSERT_TRUE(lines.wait_for_open(1));
         auto partner = protocol::control_client::connect_udp("127.0.0.1", opened.rtp_port);
         protocol::bytes payload(row.bytes_of_20_ms);
         constexpr unsigned head_start = 4;
-        for (unsigned packet = 0; coded.read(reinterpret_cast<char*>(payload.data()),
-                                             static_cast<std::streamsize>(payload.size()));
+        for (unsigned packet = 0;
+             coded.read(reinterpret_cast<char*>(payload.data()), static_cast<std::streamsize>(payload.size()));
              packet++) {
             protocol::bytes datagram{
                 0x80, row.codec.payload_type, 1, static_cast<std::uint8_t>(packet), 0, 0, 0, 0, 1, 2, 3, 4};

@@ -69,8 +69,7 @@ TEST(Startup, ObeysItsPeerOnly) {
     process.settle();
     EXPECT_EQ(process.open(1).call, 1);
     for (protocol::report const& report : process.client.kept())
-        EXPECT_FALSE(std::holds_alternative<protocol::open_reply>(report))
-            << "the stranger's command was obeyed";
+        EXPECT_FALSE(std::holds_alternative<protocol::open_reply>(report)) << "the stranger's command was obeyed";
 }
 
 }  // namespace

@@ -51,9 +51,8 @@ telephones::telephones(std::vector<fxsline::speech> says) : directory(temporary_
     lines = std::make_unique<fxsline::line_bank>(
         config, [this](fxsline::line_event const& event) { driver_events.push_back(event); });
     for (unsigned i = 0; i < 4; i++)
-        lines->line(i).tap_heard([this, i](fxsline::block const& block) {
-            ears[i].insert(ears[i].end(), block.begin(), block.end());
-        });
+        lines->line(i).tap_heard(
+            [this, i](fxsline::block const& block) { ears[i].insert(ears[i].end(), block.begin(), block.end()); });
     files = std::make_unique<fxsline::line_mount>(*lines);
     if (files->open({.mountpoint = directory}) != fxsline::mount_error::none)
         throw std::runtime_error(files->error());
@@ -152,8 +151,8 @@ void controlled_process::expect_sent(bool sent) {
 
 protocol::open_reply controlled_process::open(std::uint16_t call) {
     send(protocol::encode(protocol::open_command{.call = call, .call_id = "call-" + std::to_string(call)}));
-    auto const reply = client.wait_for<protocol::open_reply>(
-        patience, [&](protocol::open_reply const& r) { return r.call == call; });
+    auto const reply =
+        client.wait_for<protocol::open_reply>(patience, [&](protocol::open_reply const& r) { return r.call == call; });
     EXPECT_TRUE(reply.has_value());
     return reply.value_or(protocol::open_reply{});
 }

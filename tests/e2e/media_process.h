@@ -68,8 +68,7 @@ public:
     void send(protocol::bytes const& datagram) { expect_sent(client.send(datagram)); }
     protocol::open_reply open(std::uint16_t call);
     /// Connects calls a and b with each other on 127.0.0.1; both send and accept this codec.
-    void connect(std::uint16_t a, std::uint16_t b, protocol::codec_choice codec,
-                 protocol::media_command extra = {});
+    void connect(std::uint16_t a, std::uint16_t b, protocol::codec_choice codec, protocol::media_command extra = {});
     void put_on_line(std::uint16_t call, std::uint16_t line);
     /// Waits until the process has carried out everything sent before.
     void settle();

@@ -108,8 +108,7 @@ TEST(slist, random_operations_like_std_list) {
             model.erase(std::next(model.begin(), n));
         }
         slist<item> const& view = list;
-        ASSERT_TRUE(model.empty() ||
-                    (view.front().value == model.front() && view.back().value == model.back()));
+        ASSERT_TRUE(model.empty() || (view.front().value == model.front() && view.back().value == model.back()));
     });
 }
 

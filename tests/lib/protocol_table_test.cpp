@@ -30,9 +30,8 @@ std::set<std::string> header() {
     std::set<std::string> all;
     for (auto const& message : protocol::command_formats)
         for (auto const& field : message.fields)
-            all.insert(std::to_string(message.tag) + ": " + std::to_string(field.tag) +
-                       (field.triggers ? " * " : " ") + kind_name(field.kind) +
-                       (field.repeats ? ", repeatable" : "") +
+            all.insert(std::to_string(message.tag) + ": " + std::to_string(field.tag) + (field.triggers ? " * " : " ") +
+                       kind_name(field.kind) + (field.repeats ? ", repeatable" : "") +
                        (field.fallback != 0 ? " = " + std::to_string(field.fallback) : ""));
     for (auto const& message : protocol::report_formats) {
         std::string fields;
@@ -64,8 +63,7 @@ std::set<std::string> manual() {
                 fields += " " + (*n)[2].str();
             all.insert("report " + match[1].str() + ":" + fields);
         } else if (!section.empty() && std::regex_match(line, match, field_row)) {
-            all.insert(section + ": " + match[1].str() + " " +
-                       std::regex_replace(match[2].str(), bytes, "bytes") +
+            all.insert(section + ": " + match[1].str() + " " + std::regex_replace(match[2].str(), bytes, "bytes") +
                        (match[3].matched ? " = " + match[3].str() : ""));
         }
     }

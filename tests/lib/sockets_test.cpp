@@ -59,8 +59,7 @@ TEST(sockets, datagrams_arrive_with_their_sender) {
         EXPECT_EQ(peer.received(fd), (std::vector<std::string>{"four"}));
         EXPECT_TRUE(utils::local_address_for(peer.address().address) == peer.address().address);
         for (int const length : {1, 3, 5, 15, 17}) {
-            EXPECT_EQ(utils::send_udp_packet(fd, ip_port(str('\0', length), peer.address().port), str("x")),
-                      -1);
+            EXPECT_EQ(utils::send_udp_packet(fd, ip_port(str('\0', length), peer.address().port), str("x")), -1);
             EXPECT_TRUE(utils::local_address_for(str('\0', length)).empty()) << length;
         }
         EXPECT_EQ(peer.received(fd), std::vector<std::string>{}) << "0.0.0.0 would have reached it";

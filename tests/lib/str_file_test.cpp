@@ -44,8 +44,7 @@ TEST_F(str_file, failures_give_nothing_and_are_logged) {
     EXPECT_FALSE(str::rename_file(path("x"), path("y")));
     EXPECT_EQ(log.log_lines(),
               (lines{"1 Could not fstat " + name("x"), "1 Could not open /dev/null/x for writing",
-                     "1 Cannot remove file " + name("x"),
-                     "1 Cannot rename file " + name("x") + " to " + name("y")}));
+                     "1 Cannot remove file " + name("x"), "1 Cannot rename file " + name("x") + " to " + name("y")}));
 }
 
 /// No file grows beyond so many bytes: writes end short, as on a full disk.

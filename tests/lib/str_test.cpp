@@ -42,10 +42,8 @@ TEST(str, arguments_out_of_any_range) {
         {s.get_line(-1), ""},
         {records.get_record(str("z"), str("B"), ':', str::lws), "b : 2\r\n 3"},
         {records.get_record(str("b"), str::null, ':', str::null), ""},
-        {records.set_record_content(str("z"), str("a"), nine, ':', str::space),
-         "A: 9\r\nb : 2\r\n 3\r\nc: 4\r\n\r\n"},
-        {records.set_record_content(str("b "), str::null, nine, ':', str::null),
-         "A: 1\r\nb :9\r\nc: 4\r\n\r\n"},
+        {records.set_record_content(str("z"), str("a"), nine, ':', str::space), "A: 9\r\nb : 2\r\n 3\r\nc: 4\r\n\r\n"},
+        {records.set_record_content(str("b "), str::null, nine, ':', str::null), "A: 1\r\nb :9\r\nc: 4\r\n\r\n"},
         {records.set_record_content(str("b"), str::null, nine, ':', str::null),
          "A: 1\r\nb : 2\r\n 3\r\nc: 4\r\nb:9\r\n\r\n"},
     });
@@ -73,8 +71,7 @@ TEST(str, sprintf) {
         {str::sprintf("[%12d][%012d][%3d][%3d]", 7, 7, -5, 12345), "[           7][7][-05][12345]"},
         {str::sprintf("%u %9u", 4294967295u, 7u), "4294967295 7"},
         {str::sprintf("%x %x %x %x", 0u, 0xAu, 0x12345u, 0xFEDCBA98u), "0000 000A 2345 BA98"},
-        {str::sprintf("%s|%S|%S", arg_str(data), "text", static_cast<char const*>(nullptr)),
-         "\0\xAB\\|text|"s},
+        {str::sprintf("%s|%S|%S", arg_str(data), "text", static_cast<char const*>(nullptr)), "\0\xAB\\|text|"s},
         {str::sprintf("%h %H %h", arg_str(data), arg_str(data), arg_str(str::null)), "00ab5c 00AB5C "},
         {str::sprintf("%c%c%%%", 'a', 0x1FF), "a\xFF%"},
         {str::sprintf("%i%5q%X%d", 8), "8"},  // unknown ones consume nothing
@@ -182,8 +179,7 @@ private:
 
     /// Sizes around the classes' limits, short ones more often.
     std::string random_bytes() {
-        std::string text(
-            at(random.below(4) ? random.below(20) : (32 << random.below(5)) - random.between(14, 18)), 0);
+        std::string text(at(random.below(4) ? random.below(20) : (32 << random.below(5)) - random.between(14, 18)), 0);
         for (char& c : text)
             c = static_cast<char>(random.word());
         return text;
@@ -279,8 +275,8 @@ bool is_left_over(std::string const& what) {
     for (int bin = 0; bin < 8; bin++)
         for (int i = 0; i < 20; i++)
             blocks.emplace_back(static_cast<unsigned char const*>(nullptr), str::get_bin_size(bin));
-    return std::ranges::any_of(
-        blocks, [&](str const& block) { return to_string(block).find(what) != std::string::npos; });
+    return std::ranges::any_of(blocks,
+                               [&](str const& block) { return to_string(block).find(what) != std::string::npos; });
 }
 
 TEST(pool, a_secret_leaves_no_bytes_behind) {

@@ -13,10 +13,9 @@ constexpr long long ms = 1000000, s = 1000000000;
 
 TEST(rtimestamp, spans_round_half_up_and_negative_ones_move_toward_zero) {
     constexpr long long table[][2] = {// ns, ms
-                                      {499999, 0},   {500000, 1},    {1499999, 1},
-                                      {1500000, 2},  {-1, 0},        {-1 * ms, 0},
-                                      {-1499999, 0}, {-1500000, -1}, {-2 * ms, -1},
-                                      {-3 * ms, -2}, {10 * ms, 10},  {3000 * ms + 499999, 3000}};
+                                      {499999, 0},   {500000, 1},   {1499999, 1},  {1500000, 2},
+                                      {-1, 0},       {-1 * ms, 0},  {-1499999, 0}, {-1500000, -1},
+                                      {-2 * ms, -1}, {-3 * ms, -2}, {10 * ms, 10}, {3000 * ms + 499999, 3000}};
     for (auto const& [span, in_ms] : table) {
         EXPECT_EQ(rtimestamp::ticks2ms(span), in_ms) << span;
         EXPECT_EQ(rtimestamp::ticks2s(span * 1000), in_ms) << span * 1000;
@@ -28,14 +27,13 @@ TEST(rtimestamp, spans_round_half_up_and_negative_ones_move_toward_zero) {
 
 TEST(rtimestamp, parts_of_a_time) {
     constexpr long long wrap = (1LL << 32) * 125000, later = 1700000000;
-    constexpr long long table[][4] = {
-        // ns; ms of the second, seconds, samples
-        {124999, 0, 0, 0},
-        {125000, 0, 0, 1},
-        {999999999, 999, 0, 7999},
-        {later * s + 7 * ms + 999999, 7, later, (later * 8000 + 63) & 0xFFFFFFFF},
-        {wrap - 1, 911, 536870, 0xFFFFFFFF},
-        {wrap + 5 * 125000, 912, 536870, 5}};
+    constexpr long long table[][4] = {// ns; ms of the second, seconds, samples
+                                      {124999, 0, 0, 0},
+                                      {125000, 0, 0, 1},
+                                      {999999999, 999, 0, 7999},
+                                      {later * s + 7 * ms + 999999, 7, later, (later * 8000 + 63) & 0xFFFFFFFF},
+                                      {wrap - 1, 911, 536870, 0xFFFFFFFF},
+                                      {wrap + 5 * 125000, 912, 536870, 5}};
     for (auto const& [ticks, milliseconds, seconds, samples] : table) {
         EXPECT_EQ(rtimestamp(ticks).get_milliseconds(), milliseconds) << ticks;
         EXPECT_EQ(rtimestamp(ticks).get_seconds(), seconds) << ticks;
@@ -95,9 +93,8 @@ TEST_F(timeouts, carry_every_kind_of_arguments) {
 
 TEST_F(timeouts, an_action_may_reschedule_or_destroy_its_own_timeout) {
     static constexpr auto destroy = +[](str const& text) { subject.reset(), calls += to_string(text); };
-    auto const reschedule = +[](str const& text) {
-        subject->callback(rtimestamp::ms2ticks(30), callback_argument(destroy, text));
-    };
+    auto const reschedule =
+        +[](str const& text) { subject->callback(rtimestamp::ms2ticks(30), callback_argument(destroy, text)); };
     subject = std::make_unique<timeout>();
     subject->callback(0, callback_argument(reschedule, str("its own string")));
     queue.next();
@@ -111,8 +108,7 @@ TEST_F(timeouts, random_operations_agree_with_an_ordered_map) {
     constexpr std::size_t slots = 24;
     seed_range{1, 20}.roll([&](dice& random) {
         std::unique_ptr<timeout> all[slots];
-        std::multimap<long long, std::pair<std::size_t, int>>
-            pending;  // due time: slot, number of its action
+        std::multimap<long long, std::pair<std::size_t, int>> pending;  // due time: slot, number of its action
         auto const now = [] { return rtimestamp::now().diff_ticks(rtimestamp()); };
         auto const forget = [&](std::size_t i) {
             std::erase_if(pending, [i](auto const& entry) { return entry.second.first == i; });
@@ -141,8 +137,7 @@ TEST_F(timeouts, random_operations_agree_with_an_ordered_map) {
                         pending.emplace(due, std::pair(other, who.second));
             } else {
                 queue.next();
-                std::string const fired =
-                    pending.empty() ? "" : std::to_string(pending.begin()->second.second) + ";";
+                std::string const fired = pending.empty() ? "" : std::to_string(pending.begin()->second.second) + ";";
                 pending.empty() ? pending.end() : pending.erase(pending.begin());
                 ASSERT_EQ(take_calls(), fired);
             }

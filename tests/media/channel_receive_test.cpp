@@ -92,11 +92,11 @@ TEST_F(receiving, other_protocols_on_the_port_go_to_call_control) {
     deliver(from_hex("1F00 1234 5A525450 CAFEBABE"));
     deliver(from_hex("0101 0000 2112A442 01020304"));
     std::string const channel_and_sender = "0004 0002 0003 0005 0006 0FA0 C0A80107 ";
-    EXPECT_EQ(peer.transcript(),
-              (lines{unspaced("0017 0020" + channel_and_sender + "000D 000C 1F00 1234 5A525450 CAFEBABE"),
-                     "8 TCP rec send tunnel cmd",
-                     unspaced("000F 0026" + channel_and_sender +
-                              "000D 000C 0101 0000 2112A442 01020304 0022 0002 0000")}));
+    EXPECT_EQ(
+        peer.transcript(),
+        (lines{unspaced("0017 0020" + channel_and_sender + "000D 000C 1F00 1234 5A525450 CAFEBABE"),
+               "8 TCP rec send tunnel cmd",
+               unspaced("000F 0026" + channel_and_sender + "000D 000C 0101 0000 2112A442 01020304 0022 0002 0000")}));
     EXPECT_FALSE(tested.output_available());
 }
 
@@ -175,9 +175,8 @@ TEST_F(receiving, a_marker_starts_anew_and_clears_what_the_line_has_queued) {
 // Stamps of received packets are wall-clock time; nothing but differences may count, and no difference may do harm.
 TEST_F(receiving, a_wall_clock_that_steps_costs_what_is_buffered_at_most) {
     int sequence = 0;
-    for (long long const start_s :
-         {1800000000LL, 1800003600LL, 1800000000LL, 2085978495LL, 2085978496LL, 1LL * INT_MAX, 1LL << 31,
-          1800000000LL, 0LL, (1LL << 32) - 1, 1LL << 32, 1800000000LL})
+    for (long long const start_s : {1800000000LL, 1800003600LL, 1800000000LL, 2085978495LL, 2085978496LL, 1LL * INT_MAX,
+                                    1LL << 31, 1800000000LL, 0LL, (1LL << 32) - 1, 1LL << 32, 1800000000LL})
         for (int i = 0; i < 5; i++) {
             sequence++;
             deliver(named_packet(sequence, sequence), static_cast<double>(start_s) * 1000 + i * 20);

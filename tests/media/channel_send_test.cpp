@@ -49,10 +49,9 @@ TEST_F(sending, audio_is_packed_up_to_the_packet_time) {
 struct event_row {
     int ptime, before, first, events, end_duration, ends, blocks_after;
 };
-constexpr event_row event_table[] = {{10, 6, 0, 35, 2800, 3, 1},  {20, 3, 160, 16, 2560, 3, 2},
-                                     {30, 2, 240, 9, 2400, 3, 1}, {40, 1, 320, 7, 2240, 3, 4},
-                                     {60, 1, 480, 3, 1920, 3, 4}, {5, 6, 0, 35, 2800, 3, 1},
-                                     {200, 0, 0, 0, 0, 2, 16}};
+constexpr event_row event_table[] = {
+    {10, 6, 0, 35, 2800, 3, 1},  {20, 3, 160, 16, 2560, 3, 2}, {30, 2, 240, 9, 2400, 3, 1}, {40, 1, 320, 7, 2240, 3, 4},
+    {60, 1, 480, 3, 1920, 3, 4}, {5, 6, 0, 35, 2800, 3, 1},    {200, 0, 0, 0, 0, 2, 16}};
 
 TEST_F(sending, telephone_events_for_every_packet_time) {
     for (event_row const& row : event_table) {
@@ -76,8 +75,7 @@ TEST_F(sending, telephone_events_for_every_packet_time) {
             int const step = row.ptime < 10 ? 80 : row.ptime * 8;
             int const duration = end ? row.end_duration : row.first + (i - row.before) * step;
             if (event) {
-                EXPECT_EQ(to_hex(p.payload),
-                          (end ? "0B8A" : "0B0A") + to_hex(be16(static_cast<unsigned>(duration))));
+                EXPECT_EQ(to_hex(p.payload), (end ? "0B8A" : "0B0A") + to_hex(be16(static_cast<unsigned>(duration))));
             }
         }
         // What was collected before the tone is dropped; 6 blocks of silence follow it.

@@ -37,9 +37,7 @@ protected:
         ADD_FAILURE() << "no free ports";
         return 0;
     }
-    static long open_descriptors() {
-        return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {});
-    }
+    static long open_descriptors() { return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}); }
     using four = std::array<int, 4>;
     four sockets() const {
         return {tested.get_fd_rtp4(), tested.get_fd_rtp6(), tested.get_fd_rtcp4(), tested.get_fd_rtcp6()};
@@ -53,14 +51,12 @@ protected:
         four ports{-1, -1, -1, -1};
         for (unsigned i = 0; i < 4 && port; i++)
             ports[i] = bound_port(sockets()[i]);
-        EXPECT_EQ(port ? ports : sockets(),
-                  port ? (four{port, port, port + 1, port + 1}) : (four{-1, -1, -1, -1}));
+        EXPECT_EQ(port ? ports : sockets(), port ? (four{port, port, port + 1, port + 1}) : (four{-1, -1, -1, -1}));
         EXPECT_EQ(rtcp, port ? port + 1 : 0);
         return port ? port - base : -1;
     }
     long tries() const {
-        return std::ranges::count_if(log,
-                                     [](auto const& line) { return line.starts_with("9 Trying to open "); });
+        return std::ranges::count_if(log, [](auto const& line) { return line.starts_with("9 Trying to open "); });
     }
 
     channel& tested;
@@ -74,8 +70,7 @@ TEST_F(channel_sockets, small_ranges_and_their_edges) {
                                           {0, 0, -1, 0}, {4, 0, -1, 0}, {1, 4, 2, 1},  {1, 5, any, 8}};
     for (auto const& [from, to, rtp, most_tries] : table) {
         int const got = open(from, to);
-        EXPECT_TRUE(got == rtp || (rtp == any && (got == 2 || got == 4)))
-            << from << " to " << to << ": " << got;
+        EXPECT_TRUE(got == rtp || (rtp == any && (got == 2 || got == 4))) << from << " to " << to << ": " << got;
         EXPECT_LE(tries(), most_tries) << from << " to " << to;
     }
 }
@@ -88,8 +83,8 @@ TEST_F(channel_sockets, a_pair_counts_only_with_every_socket_of_it) {
         long const before = open_descriptors();
         EXPECT_EQ(open(0, 2), -1);
         EXPECT_EQ(open_descriptors(), before);
-        EXPECT_EQ(log.back(), (v6 ? "0 UDPv6: bind() to port " : "0 UDP: bind() to port ") +
-                                  std::to_string(port) + " failed");
+        EXPECT_EQ(log.back(),
+                  (v6 ? "0 UDPv6: bind() to port " : "0 UDP: bind() to port ") + std::to_string(port) + " failed");
     }
 }
 

@@ -19,9 +19,7 @@ protected:
         tested.open(20000, 40000, 0);
         tested.set_destination(far.address(), ip_port(), false);
     }
-    static str material(int name) {
-        return to_str(std::string(16, static_cast<char>(name)) + std::string(14, 's'));
-    }
+    static str material(int name) { return to_str(std::string(16, static_cast<char>(name)) + std::string(14, 's')); }
     void key(int receive, int transmit, int tag_length = 10, std::string const& mki = "") {
         tested.set_srtp(material(receive), material(transmit), tag_length, to_str(mki));
     }
@@ -102,8 +100,7 @@ TEST_F(secure, a_call_may_be_rekeyed_with_every_trailer) {
                 ASSERT_EQ(heard(packet), named);
                 tested.process_audio(to_str(pcm_of(named)));
                 std::vector<rtp_packet> const packets = sent(receiver);
-                ASSERT_TRUE(packets.size() == 1 && packets[0].ssrc == ssrc &&
-                            packets[0].payload == pcm_of(named));
+                ASSERT_TRUE(packets.size() == 1 && packets[0].ssrc == ssrc && packets[0].payload == pcm_of(named));
             }
             EXPECT_EQ(heard(packet), 0) << "replayed";
             EXPECT_EQ(notices(), tag_length == 0 ? "" : first ? "0018 001B " : "001B ");

@@ -79,15 +79,13 @@ TEST_F(over_tcp, which_peer_is_connected_to) {
 
 TEST_F(over_tcp, datagrams_are_tunnelled_from_the_media_ports) {
     tested.open(20000, 40000, 0);
-    int const fds[] = {tested.get_fd_rtp4(), tested.get_fd_rtp6(), tested.get_fd_rtcp4(),
-                       tested.get_fd_rtcp6()};
+    int const fds[] = {tested.get_fd_rtp4(), tested.get_fd_rtp6(), tested.get_fd_rtcp4(), tested.get_fd_rtcp6()};
     for (int i = 0; i < 4; i++) {
         bool const of_rtcp = i / 2, v6 = i % 2;
         udp_peer given(v6), stored(v6), unused(v6);
         tested.set_destination(ip_port(), ip_port(), false);
         tunnel(of_rtcp, ip_port(), "to nobody", false);
-        tested.set_destination((of_rtcp ? unused : stored).address(), (of_rtcp ? stored : unused).address(),
-                               false);
+        tested.set_destination((of_rtcp ? unused : stored).address(), (of_rtcp ? stored : unused).address(), false);
         tunnel(of_rtcp, given.address(), "there", false);
         tunnel(of_rtcp, ip_port(), "here", false);
         tunnel(of_rtcp, ip_port(str("odd"), 1), "nowhere", false);
@@ -104,8 +102,7 @@ TEST_F(over_tcp, reports_are_understood_framed_and_bare_on_either_connection) {
     tcp_stream const media = rtp.accept(), reports = rtcp.accept();
     std::string const report = from_hex("80C9 0001 AAAA0001 81CA 0002 AAAA0001 01020000");
     std::string const stun = from_hex("0001 0000 2112A442 0102030405060708090A0B0C");
-    std::string const copy =
-        element_of(14, short_element(4, 1) + element_of(22, "id") + element_of(9, report));
+    std::string const copy = element_of(14, short_element(4, 1) + element_of(22, "id") + element_of(9, report));
     std::string const framed_stun = from_hex("0300 0016 0014") + stun;
     std::string const framed_report = from_hex("0300 0016 0014") + report;
     auto const handed_up = [](tcp_listener const& far, std::string const& data) {

@@ -29,13 +29,12 @@ TEST(jitter_buffer, a_gap_waits_for_as_many_packets_as_the_depth_says) {
         order steps, expected;
     } const table[] = {
         {{10, 11, 12, -9}, {10, 11, 12}},
-        {{10, -1, 12, -9}, {10, 12}},                          // depth 1: played over at once, depth 2
-        {{10, -1, 12, -1, 14, -9}, {10, 12}},                  // depth 2: waits
-        {{10, -1, 12, -1, 14, -9, 13, -9}, {10, 12, 13, 14}},  // the gap closes
-        {{10, -1, 12, -1, 14, -9, 15, -9}, {10, 12, 14, 15}},  // or two are there: depth 3
-        {{10, -1, 12, 11, -9}, {10, 11, 12}},                  // overtaken
-        {{10, 12, 11, 11, 12, -9, 11, 13, -9, 15, -9},
-         {10, 11, 12, 13}},  // copies; a late one counts as a gap does
+        {{10, -1, 12, -9}, {10, 12}},                                      // depth 1: played over at once, depth 2
+        {{10, -1, 12, -1, 14, -9}, {10, 12}},                              // depth 2: waits
+        {{10, -1, 12, -1, 14, -9, 13, -9}, {10, 12, 13, 14}},              // the gap closes
+        {{10, -1, 12, -1, 14, -9, 15, -9}, {10, 12, 14, 15}},              // or two are there: depth 3
+        {{10, -1, 12, 11, -9}, {10, 11, 12}},                              // overtaken
+        {{10, 12, 11, 11, 12, -9, 11, 13, -9, 15, -9}, {10, 11, 12, 13}},  // copies; a late one counts as a gap does
         {{20, -1, 19, 18, 21, 23, -9, 24, -9, 25, -9}, {20, 21, 23, 24, 25}},
     };
     for (auto const& [steps, expected] : table)
@@ -89,8 +88,8 @@ struct buffer_model {
         auto const key = static_cast<std::int32_t>(number);
         bool const known = held.count(key) > 0;
         bool const outgrown =
-            !held.empty() && (held.size() > 400 ||
-                              rounded_ms(entry.received.diff_ticks(held.begin()->second.received)) > 3000);
+            !held.empty() &&
+            (held.size() > 400 || rounded_ms(entry.received.diff_ticks(held.begin()->second.received)) > 3000);
         if (outgrown)
             start_over();
         if (!known) {
@@ -149,8 +148,7 @@ TEST(jitter_buffer, agrees_with_the_model_on_a_bad_network) {
                             got_out.played.first == wanted.played.first)
                     << name;
             }
-            ASSERT_TRUE(tested.get_last_played() == model.last && tested.is_playing() == model.playing)
-                << name;
+            ASSERT_TRUE(tested.get_last_played() == model.last && tested.is_playing() == model.playing) << name;
         }
     });
 }

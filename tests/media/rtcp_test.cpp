@@ -69,8 +69,7 @@ protected:
 TEST(rtcp_packets, length_field_and_padding) {
     EXPECT_TRUE(rtcp::get_rtcp_packet(str()).empty());
     EXPECT_TRUE(rtcp::get_sdes_packet(str()).empty());
-    EXPECT_EQ(to_hex(to_string(rtcp::get_sdes_packet(to_str(from_hex("81CF999901020304"))))),
-              "81CF000101020304");
+    EXPECT_EQ(to_hex(to_string(rtcp::get_sdes_packet(to_str(from_hex("81CF999901020304"))))), "81CF000101020304");
     EXPECT_EQ(to_hex(to_string(rtcp::get_sdes_packet(to_str(from_hex("80CF000001"))))), "80CF000101000000");
     str const longest = rtcp::get_rtcp_packet(str('\x80', 4 * 0x1234 + 1));
     EXPECT_EQ(to_hex(to_string(longest.leftstr(4))), "A0801234");
@@ -131,13 +130,11 @@ TEST_F(rtcp_channel, what_is_received) {
         {"report on us", "81C8 000C" + sr + block, "03040506", 1000, ""},
         {"a delay is rounded", "81C8 000C" + from + "00000021 00000000" + block, "03040506", 1, ""},
         {"a delay wraps", "81C8 000C" + from + "00420000 00000000" + block, "03040506", 464, ""},
-        {"on us in the second block, whatever the count says", "80C8 0012" + sr + other_block + block,
-         "03040506", 1000, ""},
+        {"on us in the second block, whatever the count says", "80C8 0012" + sr + other_block + block, "03040506", 1000,
+         ""},
         {"length field without the block", "81C8 0006" + sr + block, "03040506", 0, ""},
-        {"receiver report and an extended one", "80C9 0001 AAAA0001 80CF 0004" + rrtr, "00000000", 0,
-         "13141516"},
-        {"extended, then sender report", "80CF 0004" + rrtr + "81C8 000C" + sr + block, "03040506", 1000,
-         "13141516"},
+        {"receiver report and an extended one", "80C9 0001 AAAA0001 80CF 0004" + rrtr, "00000000", 0, "13141516"},
+        {"extended, then sender report", "80CF 0004" + rrtr + "81C8 000C" + sr + block, "03040506", 1000, "13141516"},
         {"length field beyond the end", "81C8 FFFF" + sr + block, "03040506", 1000, ""},
         {"cut within the time", "80C8 0006 AAAA0001 01020304", "03040000", 0, ""},
         {"a walk of zero words", "80C8 0000 80C8 0000 80C8 0006" + sr, "03040506", 0, ""},
@@ -233,8 +230,7 @@ TEST(rtcp_xr, jumps_over_billions_of_numbers_cost_nothing) {
     xr.monitor(far, 160, 808);
     constexpr unsigned zeros = far - 6, full_runs = (zeros - 1) / 16383, words = (full_runs + 3) / 2 + 2;
     std::string const packet = report();
-    EXPECT_EQ(packet.substr(16, 32),
-              "0100" + to_hex(be16(words)) + to_hex("REMO") + unspaced("0005 0001 3FFF 3FFF"));
+    EXPECT_EQ(packet.substr(16, 32), "0100" + to_hex(be16(words)) + to_hex("REMO") + unspaced("0005 0001 3FFF 3FFF"));
     EXPECT_EQ(packet.substr(16 + 8 * (words + 1)).substr(0, 32),
               "07000008" + to_hex("REMO") + unspaced("FF00FF00 0001 0000"))
         << "the duplicate block fits no thinning";

@@ -19,8 +19,7 @@ protected:
             channels[i].open(20000, 60000, 0);
         }
         for (int i = 0; i < channel_count; i++) {
-            int const coder =
-                i / 2 * 2 % 7 + i % 2;  // linear and mu-law, A-law and G.729, GSM and G.722, G.726
+            int const coder = i / 2 * 2 % 7 + i % 2;  // linear and mu-law, A-law and G.729, GSM and G.722, G.726
             ip_port const there(str(127, 0, 0, 1), channels[i ^ 1].get_rtp_port());
             channels[i].set_codec(coder, coder, 7, to_str(from_hex("0001020304050607")), i < 4 ? 20 : 30);
             channels[i].set_ssrc(to_str(be32(0x1000u + static_cast<unsigned>(i))));

@@ -25,8 +25,7 @@ TEST_F(framing, what_was_framed_is_taken_out_again) {
 
 TEST_F(framing, reports_are_told_by_their_type) {
     for (int type = 0; type < 256; type++)
-        EXPECT_EQ(process_tcp_rtcp(to_str(std::string{'\x80', static_cast<char>(type)})),
-                  type >= 200 && type <= 204)
+        EXPECT_EQ(process_tcp_rtcp(to_str(std::string{'\x80', static_cast<char>(type)})), type >= 200 && type <= 204)
             << type;
     EXPECT_FALSE(process_tcp_rtcp(str::x_FF));
 }
@@ -35,13 +34,11 @@ TEST_F(framing, reports_are_told_by_their_type) {
 /// payload types are unmapped, so RTP ends with its log line.
 framing::lines expected_of(std::string piece) {
     framing::lines out;
-    auto const byte = [&](std::size_t i) {
-        return i < piece.size() ? static_cast<unsigned char>(piece[i]) : 0u;
-    };
+    auto const byte = [&](std::size_t i) { return i < piece.size() ? static_cast<unsigned char>(piece[i]) : 0u; };
     auto const handed_up = [](std::string const& data, int tag = 13, bool framed = true) {
         std::string const mark = framed ? short_element(34, 1) : "";
-        return to_hex(element_of(
-            15, from_hex("0004 0002 0003 0005 0006 0FA0 C0A80107") + element_of(tag, data) + mark));
+        return to_hex(
+            element_of(15, from_hex("0004 0002 0003 0005 0006 0FA0 C0A80107") + element_of(tag, data) + mark));
     };
     for (int pass = 1; pass <= 10 && !piece.empty(); pass++) {
         std::size_t const length = (byte(2) << 8) | (byte(3) + 4);
@@ -89,8 +86,7 @@ std::string random_unit(dice& random) {
     std::string const rtp = from_hex("8012 0001 00000002 00000003") + bytes;
     std::string const rtcp = from_hex("81C8 0001 00000002 00000003") + bytes;
     std::string const stun = from_hex("0101 0000 2112A442 01020304") + bytes;
-    std::string const turn = from_hex("0200") + be16(size) + rtp,
-                      tls = from_hex("16030100") + be16(size) + stun;
+    std::string const turn = from_hex("0200") + be16(size) + rtp, tls = from_hex("16030100") + be16(size) + stun;
     std::string const units[] = {frame + rtp,
                                  frame + rtcp,
                                  frame + stun,

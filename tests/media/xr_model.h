@@ -65,15 +65,14 @@ public:
         number j = 0;
         for (auto const& [seq, a] : period)
             if (auto const b = period.find(seq + 1); b != period.end()) {
-                transits.push_back(
-                    std::abs(since(b->second.timestamp, a.timestamp) - since(b->second.time, a.time)));
+                transits.push_back(std::abs(since(b->second.timestamp, a.timestamp) - since(b->second.time, a.time)));
                 j += (transits.back() - j) / 16;
             }
         return static_cast<int>(j);
     }
 
-    std::string packet(std::string const& remote_ssrc, std::string const& local, unsigned delay,
-                       long long now_ns, std::uint32_t ntp_offset) {
+    std::string packet(std::string const& remote_ssrc, std::string const& local, unsigned delay, long long now_ns,
+                       std::uint32_t ntp_offset) {
         if (period.empty())
             return "";
         remote = remote_ssrc;
@@ -179,19 +178,16 @@ private:
             most = std::max(most, d);
         }
         auto const n = static_cast<number>(transits.size());
-        number const mean = nearest(sum, n),
-                     variance = std::max<number>(nearest(squares, n) - mean * mean, 0);
+        number const mean = nearest(sum, n), variance = std::max<number>(nearest(squares, n) - mean * mean, 0);
         return block(6, 0xE0,
-                     field(lowest) + field(top) + long_field(lost) + long_field(duplicates) +
-                         long_field(least) + long_field(most) + long_field(mean) +
+                     field(lowest) + field(top) + long_field(lost) + long_field(duplicates) + long_field(least) +
+                         long_field(most) + long_field(mean) +
                          long_field(static_cast<number>(std::sqrt(static_cast<long double>(variance)))) +
                          long_field(0));
     }
 
     /// The fed packet that lies `back` behind the newest; those before the first count as received at 0.
-    fed behind_newest(std::size_t back) const {
-        return back < all.size() ? all[all.size() - 1 - back] : fed{true, 0};
-    }
+    fed behind_newest(std::size_t back) const { return back < all.size() ? all[all.size() - 1 - back] : fed{true, 0}; }
 
     void feed(fed const& f) {
         all.push_back(f);
@@ -251,8 +247,7 @@ private:
         if (reference_time.empty())
             return "";
         auto const passed = static_cast<std::uint64_t>(now_ns - reference_arrival_ns) * 65536;
-        return block(5, 0,
-                     std::exchange(reference_time, "") + be32(static_cast<std::uint32_t>(passed) / 1000000));
+        return block(5, 0, std::exchange(reference_time, "") + be32(static_cast<std::uint32_t>(passed) / 1000000));
     }
 
     std::string remote;

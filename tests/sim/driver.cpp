@@ -97,9 +97,7 @@ void driver::episode() {
     run(3 * second);
     check_idle();
     int const quiet = dice.below(100);
-    run(quiet < 50   ? dice.between(1, 60) * minute
-        : quiet < 92 ? dice.between(1, 10) * hour
-                     : dice.between(1, 6) * day);
+    run(quiet < 50 ? dice.between(1, 60) * minute : quiet < 92 ? dice.between(1, 10) * hour : dice.between(1, 6) * day);
     check_idle();
 }
 

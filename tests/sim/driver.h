@@ -77,8 +77,8 @@ private:
         return -1;
     }
     int legs_on(int line) const {
-        return static_cast<int>(std::count_if(std::begin(legs), std::end(legs),
-                                              [&](leg const& l) { return l.open && l.line == line; }));
+        return static_cast<int>(
+            std::count_if(std::begin(legs), std::end(legs), [&](leg const& l) { return l.open && l.line == line; }));
     }
 
     decider& dice;

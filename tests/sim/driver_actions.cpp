@@ -96,13 +96,10 @@ void driver::disturb(int index) {
     endpoint const stranger = l.six ? v6(99, 4000) : v4(198, 51, 100, 1, 4000);
     auto const tone = [&](int kind, int set) {
         call_command(cmd_playback::tag, index,
-                     cmd_get_tlv_short(cmd_playback::tone_kind, kind) +
-                         cmd_get_tlv_short(cmd_playback::tone_set, set));
+                     cmd_get_tlv_short(cmd_playback::tone_kind, kind) + cmd_get_tlv_short(cmd_playback::tone_set, set));
     };
     switch (dice.below(6)) {
-        case 0:
-            w->deliver(stranger, near, std::string_view("\x00\x01\x00\x00\x21\x12\xA4\x42xxxxxxxxxxxx", 20));
-            break;
+        case 0: w->deliver(stranger, near, std::string_view("\x00\x01\x00\x00\x21\x12\xA4\x42xxxxxxxxxxxx", 20)); break;
         case 1: w->deliver(stranger, near, "\x10\x00zzZRTPxxxxxxxx"); break;
         case 2:
         case 3: {
@@ -127,9 +124,8 @@ void driver::fail_something(int) {
     static constexpr struct {
         call which;
         int error;
-    } faults[] = {{call::socket, EMFILE}, {call::bind, EADDRINUSE}, {call::open, ENODEV},
-                  {call::send, ENOBUFS},  {call::ioctl, EIO},       {call::write, EAGAIN},
-                  {call::read, EIO},      {call::receive, EAGAIN}};
+    } faults[] = {{call::socket, EMFILE}, {call::bind, EADDRINUSE}, {call::open, ENODEV}, {call::send, ENOBUFS},
+                  {call::ioctl, EIO},     {call::write, EAGAIN},    {call::read, EIO},    {call::receive, EAGAIN}};
     auto const& f = faults[dice.below(8)];
     bool const opens = f.which == call::socket || f.which == call::bind || f.which == call::open;
     failures_until = w->now() + 10 * second;
@@ -155,8 +151,7 @@ void driver::fail_something(int) {
 void driver::set_ntp_offset() {
     auto const process_s = static_cast<std::uint32_t>((w->now() / (10 * ms) + chosen.clock_start) / 100);
     auto const day_s = static_cast<std::uint32_t>(w->time_of_day() / second);
-    command(cmd_ntp_offset::tag,
-            cmd_get_tlv_long(cmd_ntp_offset::seconds, static_cast<int>(day_s - process_s)));
+    command(cmd_ntp_offset::tag, cmd_get_tlv_long(cmd_ntp_offset::seconds, static_cast<int>(day_s - process_s)));
     run(ms);
     ntp_known = true;
 }

@@ -17,8 +17,7 @@ int driver::open_leg(int line) {
         return -1;
     rtp_ports[index] = 0;
     call_command(cmd_open::tag, index,
-                 cmd_get_tlv_str(cmd_open::call_id, str("call")) +
-                     cmd_get_tlv_short(cmd_open::port_min, 20000) +
+                 cmd_get_tlv_str(cmd_open::call_id, str("call")) + cmd_get_tlv_short(cmd_open::port_min, 20000) +
                      cmd_get_tlv_short(cmd_open::port_max, 60000));
     run(5 * ms);
     if (rtp_ports[index] == 0) {
@@ -60,8 +59,7 @@ void driver::configure(int index, bool with_codec, bool with_destination, bool w
     if (with_codec) {
         format const& f = formats[l.codec];
         static constexpr int packet_times[] = {10, 20, 30, 40, 60};
-        int const ptime =
-            f.codec == codec_number::gsm ? 20 * dice.between(1, 3) : packet_times[dice.below(5)];
+        int const ptime = f.codec == codec_number::gsm ? 20 * dice.between(1, 3) : packet_times[dice.below(5)];
         bool const events = dice.chance(700);
         std::uint32_t const ssrc = dice.word() | 1;
         fields += codec_fields(f, formats, 7, ptime, ssrc, events);
@@ -85,8 +83,8 @@ void driver::begin_far(int index, std::uint32_t process_sequence) {
     leg& l = legs[index];
     int const port = 5000 + 2 * (serial++ % 4000), host = 10 + index;
     far_end::plan p;
-    p.rtp = l.six ? v6(static_cast<unsigned char>(host), port)
-                  : v4(203, 0, 113, static_cast<unsigned char>(host), port);
+    p.rtp =
+        l.six ? v6(static_cast<unsigned char>(host), port) : v4(203, 0, 113, static_cast<unsigned char>(host), port);
     p.device_rtp = l.near();
     p.talk = &formats[dice.below(7)];
     p.ptime_ms = p.talk->codec == codec_number::gsm ? 20 : 10 * dice.between(1, 4);
@@ -117,9 +115,9 @@ void driver::open_far_call(int line) {
     l.clean = dice.chance(700);
     l.keyed = dice.chance(350);
     l.codec = dice.below(7);
-    l.route = l.clean ? path{dice.between(200, 10000), dice.between(0, 3000)}
-                      : path{dice.between(200, 150000), dice.between(0, 80000), dice.between(0, 200),
-                             dice.between(0, 60)};
+    l.route = l.clean
+                  ? path{dice.between(200, 10000), dice.between(0, 3000)}
+                  : path{dice.between(200, 150000), dice.between(0, 80000), dice.between(0, 200), dice.between(0, 60)};
     if (l.keyed) {
         l.in = random_keys();
         l.out = random_keys(l.in.tag_bytes);

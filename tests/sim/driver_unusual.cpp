@@ -55,8 +55,7 @@ str driver::any_field(field_format const& field) {
     bool const own = dice.chance(800);
     auto const type = static_cast<unsigned char>(own ? f.payload_type : dice.below(256)),
                codec = static_cast<unsigned char>(own ? f.codec : dice.below(10));
-    return cmd_get_tlv_str(field,
-                           field.kind == value_kind::codec_to_send ? str(type, codec) : str(codec, type));
+    return cmd_get_tlv_str(field, field.kind == value_kind::codec_to_send ? str(type, codec) : str(codec, type));
 }
 
 /// Of the protocol's commands, with fields that belong to it, of values in and out of their ranges.
@@ -85,8 +84,7 @@ void driver::any_rtp(int) {
         any_sequence = static_cast<int>(dice.word());
     str const sender(dice.chance(800) ? 'A' : 'B', 4), payload('U', dice.below(256));
     for (int n = dice.below(8); n >= 0; n--, any_sequence++)
-        to_channel(false, be16(0x8000 | type) + be16(any_sequence) + be16(any_sequence) + be16(0) + sender +
-                              payload);
+        to_channel(false, be16(0x8000 | type) + be16(any_sequence) + be16(any_sequence) + be16(0) + sender + payload);
 }
 
 /// A compound of one packet with any body, or no RTP and RTCP at all.

@@ -24,8 +24,7 @@ struct mouth {
     int block = 0;
     void say(int who, std::int16_t* pcm) {
         for (int i = 0; i < block_samples; i++) {
-            pcm[i] =
-                static_cast<std::int16_t>(block < voiced_blocks ? std::lround(peak * std::sin(phase)) : 0);
+            pcm[i] = static_cast<std::int16_t>(block < voiced_blocks ? std::lround(peak * std::sin(phase)) : 0);
             phase += 2 * std::numbers::pi * tone_hz(who) / 8000;
         }
         block = (block + 1) % syllable_blocks;
@@ -54,8 +53,7 @@ struct ear {
             b = a;
             a = next;
         }
-        return std::sqrt(std::max(0.0, a * a + b * b - step * a * b)) * 2 / size * syllable_blocks /
-               voiced_blocks;
+        return std::sqrt(std::max(0.0, a * a + b * b - step * a * b)) * 2 / size * syllable_blocks / voiced_blocks;
     }
 };
 

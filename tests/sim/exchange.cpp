@@ -37,8 +37,8 @@ void exchange::reported(int tag, str const& value) {
         unsigned const level = wire::get16(value.cbuffer() + tlv_header_bytes);
         std::string_view const text = view(value).substr(text_at);
         if (verbose)
-            std::printf("%.6f log %u %.*s\n", static_cast<double>(now) / second, level,
-                        static_cast<int>(text.size()), text.data());
+            std::printf("%.6f log %u %.*s\n", static_cast<double>(now) / second, level, static_cast<int>(text.size()),
+                        text.data());
         if (level <= 1 && w && now > failures_until && text.find("bind() to port") == text.npos)
             unlawful(text, level);
     }
@@ -121,9 +121,8 @@ bool exchange::any_leg_heard_at(int line, condition const& holds) const {
 /// Whether something that is heard at this line went through a speech coder.
 bool exchange::speech_coder_on(int line) const {
     auto const is = [](int codec) { return codec == codec::g729 || codec == codec::gsm_full_rate; };
-    return any_leg_heard_at(line, [&](leg const& l) {
-        return is(l.codec) || (!l.to_leg && is(fars[&l - legs].planned().talk->codec));
-    });
+    return any_leg_heard_at(
+        line, [&](leg const& l) { return is(l.codec) || (!l.to_leg && is(fars[&l - legs].planned().talk->codec)); });
 }
 
 /// Whether all that is heard at this line can be relied on.
@@ -213,8 +212,8 @@ void exchange::print_figures() const {
     std::printf(
         "%.2f days, %llu calls, %.2f hours of talk, %llu packets sent, %llu at far ends, %llu ears asked, "
         "%llu round trips, pool %llu bytes\n",
-        static_cast<double>(w->now()) / 86400 / second, calls, static_cast<double>(talk_ns) / 3600 / second,
-        packets, heard, ears, trips, static_cast<unsigned long long>(str::allocated_size));
+        static_cast<double>(w->now()) / 86400 / second, calls, static_cast<double>(talk_ns) / 3600 / second, packets,
+        heard, ears, trips, static_cast<unsigned long long>(str::allocated_size));
 }
 
 }  // namespace sim

@@ -10,8 +10,8 @@ constexpr int no_line = -1;
 
 /// One channel and who is at its other end: the far end of the same number, or another leg on another line.
 struct leg {
-    bool open = false, to_leg = false, six = false, tcp = false, clean = true, keyed = false,
-         doubtful = false, closing = false, changing = false;
+    bool open = false, to_leg = false, six = false, tcp = false, clean = true, keyed = false, doubtful = false,
+         closing = false, changing = false;
     int rtp_port = 0, line = no_line, partner = -1;
     int codec = 0;
     path route;

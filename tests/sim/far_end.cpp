@@ -15,11 +15,10 @@ namespace sim {
 
 using namespace rtcp::packet_type;
 
-format const formats[7] = {
-    {codec::linear, 98, 320, "linear"},   {codec::mu_law, 0, 160, "PCMU"},
-    {codec::a_law, 8, 160, "PCMA"},       {codec::g729, 18, FXSMEDIA_G729 ? 20 : 160, "G.729"},
-    {codec::gsm_full_rate, 3, 33, "GSM"}, {codec::g722_64, 9, 160, "G.722"},
-    {codec::g726_32, 97, 80, "G.726"}};
+format const formats[7] = {{codec::linear, 98, 320, "linear"},   {codec::mu_law, 0, 160, "PCMU"},
+                           {codec::a_law, 8, 160, "PCMA"},       {codec::g729, 18, FXSMEDIA_G729 ? 20 : 160, "G.729"},
+                           {codec::gsm_full_rate, 3, 33, "GSM"}, {codec::g722_64, 9, 160, "G.722"},
+                           {codec::g726_32, 97, 80, "G.726"}};
 
 format const* find_format(int payload_type) {
     for (format const& f : formats)
@@ -94,9 +93,8 @@ void far_end::wake(int token) {
 
 void far_end::send_event(int digit) {
     for (int step = 1; step <= 5; step++) {
-        str payload =
-            str(static_cast<unsigned char>(digit), static_cast<unsigned char>(step < 3 ? 10 : 0x8A)) +
-            be16(std::min(step, 3) * 400);
+        str payload = str(static_cast<unsigned char>(digit), static_cast<unsigned char>(step < 3 ? 10 : 0x8A)) +
+                      be16(std::min(step, 3) * 400);
         send_packet(event_type, payload, step == 1, p.timestamp);
     }
 }
@@ -119,8 +117,7 @@ void far_end::send_packet(int payload_type, str& payload, bool marker, std::uint
 void far_end::send_report() {
     std::uint64_t const now = ntp();
     last_report_sent = static_cast<std::uint32_t>(now);
-    str const time =
-        be32(static_cast<std::uint32_t>(now >> 16)) + be32(static_cast<std::uint32_t>(now << 16));
+    str const time = be32(static_cast<std::uint32_t>(now >> 16)) + be32(static_cast<std::uint32_t>(now << 16));
     str packet = str(0x80, 0xC8, 0, 6) + be32(p.ssrc) + time + be32(p.timestamp) +
                  be32(static_cast<std::uint32_t>(sent)) + be32(0) + str(0x80, 0xCF, 0, 4) + be32(p.ssrc) +
                  str('\x04', '\0', '\0', '\x02') + time;
@@ -129,8 +126,7 @@ void far_end::send_report() {
 
 void far_end::transmit(bool rtp, str const& packet) {
     if (!p.streams)
-        return w->transmit(rtp ? p.rtp : rtcp_of(p.rtp), rtp ? p.device_rtp : rtcp_of(p.device_rtp),
-                           view(packet));
+        return w->transmit(rtp ? p.rtp : rtcp_of(p.rtp), rtp ? p.device_rtp : rtcp_of(p.device_rtp), view(packet));
     if (int const stream = streams[!rtp])
         w->stream_send(stream, view(frame_for_tcp(packet)), 5 * ms);
 }

@@ -80,8 +80,7 @@ private:
         note("from port", from.port, to.address_bytes());
         bool const pcm = section == "linear" && (data[1] & 0x7F) == sim::formats[0].payload_type;
         note("to port", to.port, pcm ? data.substr(0, header_bytes) : data);
-        for (std::size_t at = header_bytes; pcm && at < data.size();
-             at += block_bytes) {  // in the machine's order
+        for (std::size_t at = header_bytes; pcm && at < data.size(); at += block_bytes) {  // in the machine's order
             std::int16_t block[sim::block_samples];
             std::memcpy(block, data.data() + at, sizeof block);
             note_pcm("samples", to.port, block);
@@ -109,8 +108,7 @@ private:
 
     std::FILE* transcript;
     sim::path link;
-    speech line_speech[4] = {speech(1), speech(2), speech(3), speech(4)},
-           far_speech[2] = {speech(5), speech(6)};
+    speech line_speech[4] = {speech(1), speech(2), speech(3), speech(4)}, far_speech[2] = {speech(5), speech(6)};
     int serial = 0;
     sim::bytes section;
     std::uint64_t hash = 0, events = 0;
@@ -176,9 +174,8 @@ void scenario::call(int index, terms const& t) {
     fars[index].begin(*w, index, p, *this);
     auto const ssrc = static_cast<std::uint32_t>(0x7000 + index);
     call_command(cmd_media::tag, index,
-                 codec_fields(*t.codec, t.codec, 1, t.ptime_ms, ssrc, t.events) +
-                     destination_fields(p.rtp, t.streams) + cmd_get_tlv_str(cmd_media::xr_mode, str(t.xr)) +
-                     (t.keyed ? key_fields(p.out, p.in) : str::null));
+                 codec_fields(*t.codec, t.codec, 1, t.ptime_ms, ssrc, t.events) + destination_fields(p.rtp, t.streams) +
+                     cmd_get_tlv_str(cmd_media::xr_mode, str(t.xr)) + (t.keyed ? key_fields(p.out, p.in) : str::null));
     call_command(cmd_tdm_channel::tag, index, cmd_tdm_channel::slot, t.line);
 }
 
@@ -192,8 +189,7 @@ void scenario::end_calls() {
 }
 
 void scenario::play() {
-    sim::format const &g729 = sim::formats[3], &pcma = sim::formats[2], &gsm = sim::formats[4],
-                      &g722 = sim::formats[5];
+    sim::format const &g729 = sim::formats[3], &pcma = sim::formats[2], &gsm = sim::formats[4], &g722 = sim::formats[5];
     begin("start");
     start({.seed = 20, .clock_start = 0xFFFFFFFF - 1500});  // the clock wraps after 15 s
     command(cmd_log_level::tag, cmd_log_level::level, 7);
@@ -213,9 +209,8 @@ void scenario::play() {
     begin("TCP");
     call(0, {.codec = &g729, .ptime_ms = 40, .streams = true});
     w->run_ms(3000);
-    call_command(
-        cmd_tunnel::tag, 0,
-        cmd_get_tlv_short(cmd_tunnel::tcp, 1) + cmd_get_tlv_str(cmd_tunnel::rtp_data, str("tunnelled")));
+    call_command(cmd_tunnel::tag, 0,
+                 cmd_get_tlv_short(cmd_tunnel::tcp, 1) + cmd_get_tlv_str(cmd_tunnel::rtp_data, str("tunnelled")));
     w->run_ms(20);
     w->stream_close(fars[0].media_stream());
     w->run_ms(500);
@@ -248,9 +243,8 @@ void scenario::play() {
     call(0, {.codec = &pcma, .line = 3});
     fars[0].end();
     for (int kind = 1; kind < 6; kind++) {
-        call_command(
-            cmd_playback::tag, 0,
-            cmd_get_tlv_short(cmd_playback::tone_kind, kind) + cmd_get_tlv_short(cmd_playback::tone_set, 1));
+        call_command(cmd_playback::tag, 0,
+                     cmd_get_tlv_short(cmd_playback::tone_kind, kind) + cmd_get_tlv_short(cmd_playback::tone_set, 1));
         w->run_ms(400);
     }
     command(cmd_led::tag, cmd_led::pattern, 2);

@@ -59,8 +59,8 @@ protected:
         call_command(tag, index, cmd_get_tlv_short(field, number));
     }
     /// Sends and accepts one codec, accepts the others of the list.
-    static str codec_fields(format const& codec, format const* accepted, int count, int ptime_ms,
-                            std::uint32_t ssrc, bool events);
+    static str codec_fields(format const& codec, format const* accepted, int count, int ptime_ms, std::uint32_t ssrc,
+                            bool events);
     /// RTCP goes to the port above.
     static str destination_fields(endpoint const& rtp, bool streams);
     /// `in` and `out` of the process.

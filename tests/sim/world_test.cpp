@@ -21,8 +21,8 @@ struct diary : sim::surroundings {
     int blocks = 0, loudest = 0;
 
     void note(std::string_view what, std::string_view data) {
-        text += std::to_string(world ? world->now() / sim::us : -1) + " " + std::string(what) + " " +
-                to_hex(data) + "\n";
+        text +=
+            std::to_string(world ? world->now() / sim::us : -1) + " " + std::string(what) + " " + to_hex(data) + "\n";
     }
     void report(std::string_view data) override { note("report", data); }
     void sent(sim::endpoint const&, sim::endpoint const& to, std::string_view data) override {
@@ -56,10 +56,10 @@ std::string echo_call(std::uint64_t seed, std::uint32_t clock_start) {
     sim::world w(around, {.seed = seed, .clock_start = clock_start});
     around.world = &w;
     w.command(call_command(cmd_open::tag, cmd_get_tlv_str(cmd_open::call_id, str("id"))));
-    w.command(call_command(cmd_media::tag,
-                           cmd_get_tlv_str(cmd_media::send_codec, str(8, 2)) +
-                               cmd_get_tlv_str(cmd_media::codec_map, str(2, 8)) +
-                               cmd_get_tlv_address(cmd_media::rtp_dest, ip_port(str(203, 0, 113, 9), 5000))));
+    w.command(
+        call_command(cmd_media::tag, cmd_get_tlv_str(cmd_media::send_codec, str(8, 2)) +
+                                         cmd_get_tlv_str(cmd_media::codec_map, str(2, 8)) +
+                                         cmd_get_tlv_address(cmd_media::rtp_dest, ip_port(str(203, 0, 113, 9), 5000))));
     w.command(call_command(cmd_tdm_channel::tag, cmd_get_tlv_short(cmd_tdm_channel::slot, 1)));
     w.run_ms(500);
     EXPECT_EQ(around.blocks, 50);

@@ -106,9 +106,7 @@ private:
     void send(command const& c) {
         client.send(protocol::encode(c));
     }
-    std::uint16_t below(std::size_t n) {
-        return static_cast<std::uint16_t>(decide.below(static_cast<int>(n)));
-    }
+    std::uint16_t below(std::size_t n) { return static_cast<std::uint16_t>(decide.below(static_cast<int>(n))); }
     protocol::bytes random_bytes(int n) {
         protocol::bytes data(static_cast<std::size_t>(n));
         std::ranges::generate(data, [this] { return static_cast<std::uint8_t>(decide.word()); });
@@ -136,8 +134,7 @@ private:
         for (int i = 0; i < 2; i++) {
             std::uint16_t const port = ports[1 - i];
             c.legs[i].media.rtp_dest = far ? c.far.address(0, i) : protocol::address{ip, port};
-            c.legs[i].media.rtcp_dest =
-                far ? c.far.address(1, i) : protocol::address{ip, std::uint16_t(port + 1)};
+            c.legs[i].media.rtcp_dest = far ? c.far.address(1, i) : protocol::address{ip, std::uint16_t(port + 1)};
         }
         set_media(c);
         for (leg const& l : c.legs)

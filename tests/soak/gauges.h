@@ -70,8 +70,8 @@ public:
 
     lateness clock;    ///< the telephones' own ticks
     lateness process;  ///< from a tick until the process has read and written all that it brought
-    /// Of a thread with the process's priority that wakes up every 10 ms and then exchanges bytes with another, about as
-    /// often as the process asks something of the file server of four lines.
+    /// Of a thread with the process's priority that wakes up every 10 ms and then exchanges bytes with another, about
+    /// as often as the process asks something of the file server of four lines.
     lateness control;
 
 private:
@@ -92,13 +92,12 @@ private:
 
 /// Log lines of healthy calls, as shell patterns behind their level.
 inline constexpr char const* explained_lines[] = {
-    "8 rtp *", "8 rtcp *", "8 loop count *", "9 RTCP: *", "9 RTCP report: *", "9 Get RTCP-XR",
-    "9 RTCP not enrypted", "9 received rtcp msg on tcp socket", "9 Trying to open ports * and *",
-    "7 RTCP-XR has no SSRC on call ?", "7 Open RTP port * and RTCP port *", "7 Send codec local ? remote *",
-    "7 Map codec ? to *", "7 Set channel ? for call ?", "7 Reset channel for call ?", "8 Close call ?",
-    "7 Receiving *RTP from *", "5 SRTP Tx=* Rx=*", "6 RTCP-XR mode *", "6 Open *sdt?", "6 Close *sdt?",
-    "7 Clear Tx", "7 Playback on channel ?", "7 Clear playback on channel ?", "7 Synth *",
-    "5 reset base command 3", "5 Start session 127.0.0.1:*",
+    "8 rtp *", "8 rtcp *", "8 loop count *", "9 RTCP: *", "9 RTCP report: *", "9 Get RTCP-XR", "9 RTCP not enrypted",
+    "9 received rtcp msg on tcp socket", "9 Trying to open ports * and *", "7 RTCP-XR has no SSRC on call ?",
+    "7 Open RTP port * and RTCP port *", "7 Send codec local ? remote *", "7 Map codec ? to *",
+    "7 Set channel ? for call ?", "7 Reset channel for call ?", "8 Close call ?", "7 Receiving *RTP from *",
+    "5 SRTP Tx=* Rx=*", "6 RTCP-XR mode *", "6 Open *sdt?", "6 Close *sdt?", "7 Clear Tx", "7 Playback on channel ?",
+    "7 Clear playback on channel ?", "7 Synth *", "5 reset base command 3", "5 Start session 127.0.0.1:*",
     // A network that loses and delays, a new SSRC with a new codec, a call that was off its line, an old key:
     "5 Burst begin: *", "5 Burst * end: *", "5 Resuming RTP playback", "5 Tuning to new SSRC",
     "7 jitter buffer deleted", "4 Dropped 10* SRTP packets with wrong MAC *",
@@ -114,13 +113,12 @@ struct report_audit {
         if (std::holds_alternative<protocol::heartbeat>(report)) {
             auto const now = steady::now();
             if (heartbeats++ > 0)
-                longest_gap_s =
-                    std::max(longest_gap_s, std::chrono::duration<double>(now - last_beat).count());
+                longest_gap_s = std::max(longest_gap_s, std::chrono::duration<double>(now - last_beat).count());
             last_beat = now;
         } else if (auto const* const line = std::get_if<protocol::log_line>(&report)) {
             std::string const text = std::to_string(line->level) + " " + line->text;
-            auto const pattern = std::ranges::find_if(
-                explained_lines, [&](char const* p) { return fnmatch(p, text.c_str(), 0) == 0; });
+            auto const pattern =
+                std::ranges::find_if(explained_lines, [&](char const* p) { return fnmatch(p, text.c_str(), 0) == 0; });
             log_lines++;
             pattern != std::end(explained_lines) ? void(counts[*pattern]++) : complain(text);
         } else if (std::holds_alternative<protocol::driver_result>(report)) {

@@ -79,8 +79,7 @@ public:
 
 private:
     std::vector<std::string> arguments() const {
-        std::vector<std::string> all{"--tdm", lines->tdm_path(), "--log",
-                                     "1",     "--port",          std::to_string(port)};
+        std::vector<std::string> all{"--tdm", lines->tdm_path(), "--log", "1", "--port", std::to_string(port)};
         if (!wanted.real_time)
             all.push_back("--debug");
         return all;
@@ -95,8 +94,7 @@ private:
     /// Until all that was asked for has been done and has had its consequences.
     void settle() {
         traffic.ask_driver();
-        for (auto const until = steady::now() + patience;
-             audit.answers < traffic.questions && steady::now() < until;)
+        for (auto const until = steady::now() + patience; audit.answers < traffic.questions && steady::now() < until;)
             live_for(10ms);
         live_for(200ms);
     }
@@ -117,9 +115,9 @@ private:
             "far packets %u (gaps %u)\n  late ms: process %s\n           clock   %s\n           control %s\n",
             s / 60, traffic.begun, traffic.changes, now.resident_kb, now.peak_kb, now.descriptors, most,
             (now.cpu_ms - before.cpu_ms) / s / 10, audit.heartbeats, audit.longest_gap_s, audit.log_lines,
-            audit.unexplained, total(&fxsline::line_counters::overruns),
-            total(&fxsline::line_counters::underruns), traffic.far_packets, traffic.far_gaps,
-            clock.process.text().c_str(), clock.clock.text().c_str(), clock.control.text().c_str());
+            audit.unexplained, total(&fxsline::line_counters::overruns), total(&fxsline::line_counters::underruns),
+            traffic.far_packets, traffic.far_gaps, clock.process.text().c_str(), clock.clock.text().c_str(),
+            clock.control.text().c_str());
         std::fflush(stdout);
     }
     bool judge() {
@@ -134,13 +132,11 @@ private:
                    {leaked == 0 && most <= before.descriptors + most_descriptors, "descriptors come back"},
                    {traffic.far_packets > 0 && traffic.far_gaps == 0, "far ends got every packet, in order"},
                    {short_run || grown_kb <= most_growth_kb, "memory stays after the first pause"},
-                   {short_run || clock.process.above_10_ms() <= 2 * machine_late + 2,
-                    "late only when the machine is"},
+                   {short_run || clock.process.above_10_ms() <= 2 * machine_late + 2, "late only when the machine is"},
                    {short_run || total(&fxsline::line_counters::overruns) == 0 || machine_worst_ms > 40,
                     "no block that a line said was lost"}});
-        std::printf(
-            "memory grew by %ld kB after the first pause, descriptors leaked %ld; repeat with --seed %u\n",
-            grown_kb, leaked, wanted.seed);
+        std::printf("memory grew by %ld kB after the first pause, descriptors leaked %ld; repeat with --seed %u\n",
+                    grown_kb, leaked, wanted.seed);
         return well;
     }
 

@@ -34,9 +34,9 @@ bool libsrtp_peer::convert(str& packet, direction way, bool rtcp) {
     alignas(4) unsigned char buffer[4096];
     int n = packet.length();
     std::copy_n(packet.cbuffer(), n, buffer);
-    auto const status =
-        way == sends ? (rtcp ? srtp_protect_rtcp_mki : srtp_protect_mki)(session, buffer, &n, has_mki, 0)
-                     : (rtcp ? srtp_unprotect_rtcp_mki : srtp_unprotect_mki)(session, buffer, &n, has_mki);
+    auto const status = way == sends
+                            ? (rtcp ? srtp_protect_rtcp_mki : srtp_protect_mki)(session, buffer, &n, has_mki, 0)
+                            : (rtcp ? srtp_unprotect_rtcp_mki : srtp_unprotect_mki)(session, buffer, &n, has_mki);
     if (status == srtp_err_status_ok)
         packet = str(buffer, n);
     return status == srtp_err_status_ok;

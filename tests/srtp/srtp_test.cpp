@@ -21,8 +21,7 @@ str const b3_key = hex("E1F97A0D3E018BE0D64FA32C06DE41390EC675AD498AFEEBB6960B3A
 str const ssrc = hex("CAFEBABE"), audio('\xAB', 16), header = hex("800F1234DECAFBADCAFEBABE");
 str const compound = hex("81C8000BCAFEBABE") + audio;
 str const published_srtp = header + hex("4E55DC4CE79978D88CA4D215949D2402B78D6ACC99EA179B8DBB");
-str const published_srtcp =
-    hex("81C8000BCAFEBABE7128035BE487B9BDBEF89041F977A5A880000001993E08CD54D6C1230798");
+str const published_srtcp = hex("81C8000BCAFEBABE7128035BE487B9BDBEF89041F977A5A880000001993E08CD54D6C1230798");
 
 /// Both directions under that key.
 struct Srtp : testing::Test {
@@ -117,8 +116,8 @@ str random_header(dice& random, std::uint32_t sequence, str const& own_ssrc) {
 
 /// `count` packets each way, one in ten missing and one in ten late; with each a report, whose tag has 10 bytes.
 void exchange(str const& key, srtp_trailer const& trailer, std::uint32_t from, int count) {
-    SCOPED_TRACE(testing::Message() << "tag " << trailer.tag_length << ", MKI " << trailer.mki.length()
-                                    << ", key " << key.length());
+    SCOPED_TRACE(testing::Message() << "tag " << trailer.tag_length << ", MKI " << trailer.mki.length() << ", key "
+                                    << key.length());
     dice random(11);
     std::vector<std::uint32_t> order{from};
     for (int i = 1; i < count; i++)
@@ -135,8 +134,7 @@ void exchange(str const& key, srtp_trailer const& trailer, std::uint32_t from, i
     unsigned report = 0;
     for (std::uint32_t const sequence : order) {
         SCOPED_TRACE(sequence);
-        str const head = random_header(random, sequence, ssrc),
-                  said = random_octets(random, random.below(70));
+        str const head = random_header(random, sequence, ssrc), said = random_octets(random, random.below(70));
         str payload = said, packet = srtp_protect(tx, head, payload, sequence, trailer);
         int const trailer_bytes = trailer.tag_length + trailer.mki.length();
         ASSERT_EQ(head.length() + said.length() + trailer_bytes, packet.length());

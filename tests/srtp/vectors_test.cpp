@@ -76,8 +76,7 @@ TEST(Digest, EveryLengthOfDataInPiecesAndOfKeys) {
             five.update(data.substr(at, n));
             one.update(data.substr(at, n));
         }
-        for (str const& result :
-             {five.finish(), one.finish(), hmac_md5(data, message), hmac_sha(data, message)})
+        for (str const& result : {five.finish(), one.finish(), hmac_md5(data, message), hmac_sha(data, message)})
             all.update(result);
     }
     EXPECT_EQ(hex("6BE7224467310A3039809033F6A3F960E51A264A"), all.finish());

@@ -40,8 +40,7 @@ public:
     /// The same without log lines.
     std::vector<std::string> reports() {
         std::vector<std::string> others = datagrams();
-        std::erase_if(others,
-                      [](std::string const& d) { return get_be16(d, 0) == protocol::report_log::tag; });
+        std::erase_if(others, [](std::string const& d) { return get_be16(d, 0) == protocol::report_log::tag; });
         return others;
     }
     /// Only the log lines, as "level text".

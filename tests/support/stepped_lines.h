@@ -73,8 +73,7 @@ public:
         std::string all;
         while (!all.ends_with(mark)) {
             char buffer[4096];
-            ssize_t const n =
-                shows(telephone[line], POLLIN) ? read(telephone[line], buffer, sizeof buffer) : -1;
+            ssize_t const n = shows(telephone[line], POLLIN) ? read(telephone[line], buffer, sizeof buffer) : -1;
             if (n <= 0) {
                 ADD_FAILURE() << "the mark got lost";
                 return all;

@@ -42,8 +42,7 @@ CLI::Range payload_type() {
 protocol::address address_value(std::string const& option, std::string const& text) {
     auto const value = protocol::parse_address(text);
     if (!value) {
-        reject(option, text,
-               "an address like 192.0.2.1:5004 or [2001:db8::1]:5004 (no host names, port 1 to 65535)");
+        reject(option, text, "an address like 192.0.2.1:5004 or [2001:db8::1]:5004 (no host names, port 1 to 65535)");
     }
     return *value;
 }
@@ -72,11 +71,9 @@ protocol::bytes secret_value(std::string const& option, std::string const& text,
     bool const in_file = text.starts_with('@');
     auto const value = protocol::from_hex(in_file ? file_text(option, text.substr(1)) : text);
     if (!value || value->size() != length) {
-        std::string const found =
-            value ? std::to_string(value->size()) + " bytes were given" : "the text is no hex";
+        std::string const found = value ? std::to_string(value->size()) + " bytes were given" : "the text is no hex";
         throw failure(exit_code::usage, option + ": " + std::to_string(length) + " bytes as " +
-                                            std::to_string(2 * length) + " hexadecimal digits are needed, " +
-                                            found);
+                                            std::to_string(2 * length) + " hexadecimal digits are needed, " + found);
     }
     return *value;
 }
@@ -96,8 +93,7 @@ protocol::codec_choice map_entry_value(std::string const& option, std::string co
     std::size_t const equals = text.find('=');
     std::string const number = text.substr(0, equals);
     protocol::codec_choice entry;
-    auto const [end, error] =
-        std::from_chars(number.data(), number.data() + number.size(), entry.payload_type);
+    auto const [end, error] = std::from_chars(number.data(), number.data() + number.size(), entry.payload_type);
     bool const is_number = error == std::errc() && end == number.data() + number.size();
     if (equals == std::string::npos || !is_number || entry.payload_type > 127)
         reject(option, text, "PT=CODEC with a payload type of 0 to 127, e.g. 8=pcma");

@@ -9,8 +9,8 @@
 #include "tools/protocol/codecs.h"
 #include "tools/protocol/commands.h"
 
-/// Values of the protocol from texts of the command line. Each function throws a usage `failure` that names the option and
-/// what it expects.
+/// Values of the protocol from texts of the command line. Each function throws a usage `failure` that names the option
+/// and what it expects.
 namespace fxsctl {
 
 /// Checks for CLI11 options.

@@ -27,8 +27,7 @@ struct call_options {
 void check_calls(call_options const& options) {
     std::size_t const wanted = options.to.empty() ? 2 : 1;
     if (options.calls.size() != wanted) {
-        throw failure(exit_code::usage,
-                      "give one call index and --to ADDR:PORT, or two call indexes to connect");
+        throw failure(exit_code::usage, "give one call index and --to ADDR:PORT, or two call indexes to connect");
     }
     if (wanted == 2 && options.calls[0] == options.calls[1])
         throw failure(exit_code::usage, "a call cannot be connected with itself");
@@ -48,8 +47,7 @@ std::vector<std::uint16_t> lines_for(call_options const& options) {
     std::vector<std::uint16_t> const lines = options.lines.empty() ? options.calls : options.lines;
     for (std::uint16_t const line : lines) {
         if (line >= protocol::slot_count) {
-            throw failure(exit_code::usage,
-                          "there is no line " + std::to_string(line) + "; choose with --line");
+            throw failure(exit_code::usage, "there is no line " + std::to_string(line) + "; choose with --line");
         }
     }
     return lines;
@@ -72,8 +70,8 @@ protocol::media_command crossed(protocol::media_command keys) {
     return keys;
 }
 
-protocol::media_command media_from(call_options const& options, std::uint16_t call,
-                                   protocol::address const& to, protocol::media_command const& keys) {
+protocol::media_command media_from(call_options const& options, std::uint16_t call, protocol::address const& to,
+                                   protocol::media_command const& keys) {
     protocol::media_command command = keys;
     command.call = call;
     apply(options.codec, command);
@@ -138,8 +136,7 @@ void connect_two(call_options const& options, std::vector<std::uint16_t> const& 
 /// Finds wrong options before anything is opened.
 void check_values(call_options const& options) {
     protocol::bytes const via = ip_value("--via", options.via);
-    protocol::address const to =
-        options.to.empty() ? protocol::address{via, 1} : address_value("--to", options.to);
+    protocol::address const to = options.to.empty() ? protocol::address{via, 1} : address_value("--to", options.to);
     media_from(options, options.calls[0], to, keys_from(options));
 }
 
@@ -161,29 +158,25 @@ void run_call(call_options options, settings const& global) {
 
 void add_call(CLI::App& app, program& p) {
     auto options = std::make_shared<call_options>();
-    CLI::App* sub =
-        add_command(app, p, "call", "Set a whole call up: to an address, or two calls of the process",
-                    [options](settings const& global) { run_call(*options, global); });
+    CLI::App* sub = add_command(app, p, "call", "Set a whole call up: to an address, or two calls of the process",
+                                [options](settings const& global) { run_call(*options, global); });
     sub->add_option("calls", options->calls, "One call index (with --to) or two to connect with each other")
         ->required()
         ->expected(1, 2)
         ->check(call_index());
-    sub->add_option(
-           "--line,--lines,-l", options->lines,
-           "Line of each call, separated by commas (default: the number of the call). A line that already "
-           "has a call makes a conference")
+    sub->add_option("--line,--lines,-l", options->lines,
+                    "Line of each call, separated by commas (default: the number of the call). A line that already "
+                    "has a call makes a conference")
         ->delimiter(',')
         ->check(line_index());
     sub->add_option("--to", options->to, "ADDR:PORT of the remote RTP");
     sub->add_option("--rtcp", options->rtcp, "ADDR:PORT of the remote RTCP (default: RTP port + 1)");
-    sub->add_option("--via", options->via,
-                    "Address over which two calls reach each other (default 127.0.0.1)");
+    sub->add_option("--via", options->via, "Address over which two calls reach each other (default 127.0.0.1)");
     add_codec_options(*sub, options->codec);
     sub->add_option("--xr", options->xr_mode, xr_help);
     sub->add_option("--call-id", options->call_id, "Call identifier (default fxsctl-INDEX)");
     sub->add_option("--port-min", options->port_min, "Lowest local RTP port")->check(CLI::Range(1, 65534));
-    sub->add_option("--port-max", options->port_max, "Local ports stay below this one")
-        ->check(CLI::Range(2, 65535));
+    sub->add_option("--port-max", options->port_max, "Local ports stay below this one")->check(CLI::Range(2, 65535));
     sub->add_flag("--tcp", options->tcp, "Media over TCP connections to --to and --rtcp");
     sub->add_flag("--srtp", options->srtp.draw,
                   "Encrypt; keys that are not given are drawn (given ones are the first call's)");

@@ -16,9 +16,7 @@ void run_reset_base(protocol::reset_base_command const& command, settings const&
     }
     auto const result = link.request<protocol::driver_result>(
         protocol::encode(command), "the driver could not be reached (no line device opened)",
-        [](protocol::driver_result const& candidate) {
-            return candidate.command == reported_driver_command;
-        });
+        [](protocol::driver_result const& candidate) { return candidate.command == reported_driver_command; });
     print(global, origin::report, protocol::describe(result));
     if (result.result < 0)
         throw failure(exit_code::refused, "the driver refused the command");
@@ -26,9 +24,9 @@ void run_reset_base(protocol::reset_base_command const& command, settings const&
 
 void run_loopback(settings const& global) {
     connection link(global);
-    auto const result = link.request<protocol::loopback_result>(
-        protocol::encode(protocol::loopback_test_command{}), "the process did not report a result",
-        [](protocol::loopback_result const&) { return true; });
+    auto const result = link.request<protocol::loopback_result>(protocol::encode(protocol::loopback_test_command{}),
+                                                                "the process did not report a result",
+                                                                [](protocol::loopback_result const&) { return true; });
     print(global, origin::report, protocol::describe(result));
     if (!result.found)
         throw failure(exit_code::refused, "the pattern did not come back from line 0");
@@ -43,9 +41,8 @@ protocol::led_command led_from(std::string const& text) {
     if (named != led_patterns.end()) {
         command.pattern = named->second;
     } else if (!CLI::detail::lexical_cast(text, command.pattern)) {
-        throw failure(
-            exit_code::usage,
-            "pattern: \"" + text + "\" is none of off, even, five-flashes, three-flashes, 0 to 65535");
+        throw failure(exit_code::usage,
+                      "pattern: \"" + text + "\" is none of off, even, five-flashes, three-flashes, 0 to 65535");
     }
     return command;
 }
@@ -74,28 +71,23 @@ void add_device(CLI::App& app, program& p) {
         protocol::led_command const command = led_from(*pattern);
         connection(global).run(protocol::encode(command));
     });
-    sub->add_option("pattern", *pattern,
-                    "off, even, five-flashes, three-flashes or 0 to 3; other numbers stay dark")
+    sub->add_option("pattern", *pattern, "off, even, five-flashes, three-flashes or 0 to 3; other numbers stay dark")
         ->required();
 
     auto reset = std::make_shared<protocol::reset_base_command>();
     sub = add_command(app, p, "reset-base", "Pass a command to the line driver; for 3 its result is printed",
                       [reset](settings const& global) { run_reset_base(*reset, global); });
-    sub->add_option("command", reset->command, "Driver command, 0 to 255")
-        ->required()
-        ->check(CLI::Range(0, 255));
+    sub->add_option("command", reset->command, "Driver command, 0 to 255")->required()->check(CLI::Range(0, 255));
 
     auto data = std::make_shared<signal_options>();
-    sub =
-        add_command(app, p, "signal", "Write bytes to the signalling device", [data](settings const& global) {
-            protocol::signal_command const command = signal_from(*data);
-            connection(global).run(protocol::encode(command));
-        });
+    sub = add_command(app, p, "signal", "Write bytes to the signalling device", [data](settings const& global) {
+        protocol::signal_command const command = signal_from(*data);
+        connection(global).run(protocol::encode(command));
+    });
     sub->add_option("data", data->hex, "Bytes in hexadecimal; each argument is one write");
     sub->add_option("--text", data->text, "Text to write as it is, after the bytes");
 
-    add_command(app, p, "loopback-test",
-                "Write a pattern to line 0 and wait for it to come back (blocks the process)",
+    add_command(app, p, "loopback-test", "Write a pattern to line 0 and wait for it to come back (blocks the process)",
                 [](settings const& global) {
                     constexpr unsigned longest_test_ms = 5000;
                     settings patient = global;

@@ -21,9 +21,8 @@ struct media_options {
 void apply_destination(media_options const& options, protocol::media_command& command) {
     if (options.rtp.empty()) {
         if (options.tcp || options.no_rtcp || !options.rtcp.empty()) {
-            throw failure(
-                exit_code::usage,
-                "--rtcp, --no-rtcp and --tcp need --rtp: the process sets both destinations together");
+            throw failure(exit_code::usage,
+                          "--rtcp, --no-rtcp and --tcp need --rtp: the process sets both destinations together");
         }
         return;
     }
@@ -46,13 +45,11 @@ protocol::media_command media_from(media_options const& options) {
     apply(options.srtp, command);
     if (!options.ssrc.empty()) {
         if (!command.send) {
-            throw failure(exit_code::usage,
-                          "--ssrc needs --codec: the process sets the SSRC only with the codec");
+            throw failure(exit_code::usage, "--ssrc needs --codec: the process sets the SSRC only with the codec");
         }
         command.ssrc = secret_value("--ssrc", options.ssrc, 4);
     }
-    if (!command.send && !command.rtp_dest && !command.xr_mode && !command.srtp_rx_key &&
-        !command.srtp_tx_key)
+    if (!command.send && !command.rtp_dest && !command.xr_mode && !command.srtp_rx_key && !command.srtp_tx_key)
         throw failure(exit_code::usage, "nothing to set: give --codec, --rtp, --xr or a key");
     return command;
 }
@@ -68,8 +65,7 @@ void add_media(CLI::App& app, program& p) {
                                 });
     sub->add_option("--call,-c", options->call, "Call index, 0 to 7")->required()->check(call_index());
     add_codec_options(*sub, options->codec);
-    sub->add_option("--ssrc", options->ssrc,
-                    "SSRC to send, 8 hexadecimal digits (default: the process draws one)");
+    sub->add_option("--ssrc", options->ssrc, "SSRC to send, 8 hexadecimal digits (default: the process draws one)");
     sub->add_option("--rtp", options->rtp, "ADDR:PORT to send RTP to");
     sub->add_option("--rtcp", options->rtcp, "ADDR:PORT to send RTCP to (default: RTP port + 1)");
     sub->add_flag("--no-rtcp", options->no_rtcp, "Send no RTCP")->excludes("--rtcp");

@@ -81,8 +81,7 @@ private:
         set_log_level(link.client());
         clock::time_point const start = clock::now();
         std::chrono::duration<double> const limit(options.duration_s);
-        while (end_asked_for == 0 && !counted_out() &&
-               (options.duration_s == 0 || clock::now() - start < limit)) {
+        while (end_asked_for == 0 && !counted_out() && (options.duration_s == 0 || clock::now() - start < limit)) {
             show_kept(link.client());
             pass_on(middle, longest_wait);
             if (link.client().closed())
@@ -166,9 +165,7 @@ private:
         return shows;
     }
 
-    protocol::keys key_display() const {
-        return options.show_keys ? protocol::keys::shown : protocol::keys::hidden;
-    }
+    protocol::keys key_display() const { return options.show_keys ? protocol::keys::shown : protocol::keys::hidden; }
 
     /// Heartbeats, and the session commands that confirm other commands; shown only with --filter.
     static bool is_small_talk(std::string const& name) { return name == "heartbeat" || name == "session"; }
@@ -206,14 +203,12 @@ private:
 
 void add_monitor(CLI::App& app, program& p) {
     auto options = std::make_shared<monitor_options>();
-    CLI::App* sub =
-        add_command(app, p, "monitor",
-                    "Print everything the process sends; other runs of fxsctl then go through this one",
-                    [options](settings const& global) { monitor(global, *options).run(); });
+    CLI::App* sub = add_command(app, p, "monitor",
+                                "Print everything the process sends; other runs of fxsctl then go through this one",
+                                [options](settings const& global) { monitor(global, *options).run(); });
     std::vector<std::string> names = protocol::report_names();
     names.insert(names.end(), {"command", "session"});
-    sub->add_option("--duration,-t", options->duration_s, "End after this many seconds")
-        ->check(CLI::PositiveNumber);
+    sub->add_option("--duration,-t", options->duration_s, "End after this many seconds")->check(CLI::PositiveNumber);
     sub->add_option("--count,-n", options->count, "End after this many lines");
     sub->add_option("--filter,-f", options->filter,
                     "Only these, separated by commas (default: all but heartbeat and session)")
@@ -225,10 +220,9 @@ void add_monitor(CLI::App& app, program& p) {
     add_srtp_options(*sub, options->srtp);
     sub->add_flag("--show-keys", options->show_keys, "Print SRTP keys that commands and log lines hold");
     sub->add_option("--log-level,-L", options->log_level, "Set the log level first")->check(CLI::Range(0, 9));
-    sub->add_option(
-           "--relay", options->relay_port,
-           "Stand in for the process on this UDP port: call control that is pointed here works as before, "
-           "and is observed")
+    sub->add_option("--relay", options->relay_port,
+                    "Stand in for the process on this UDP port: call control that is pointed here works as before, "
+                    "and is observed")
         ->check(CLI::Range(1, 65535));
     sub->add_option("--relay-peer", options->relay_peer_port,
                     "Port of call control until it sends something (default 1299)")

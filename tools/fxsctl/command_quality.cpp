@@ -32,8 +32,7 @@ protocol::rtcp_copy copy_from(json const& line) {
     // What the monitor decrypted needs no key any more.
     std::string const hex = line.value("plain", line.at("data").get<std::string>());
     return {line.at("call").get<std::uint16_t>(), line.at("call_id").get<std::string>(),
-            line.at("direction").get<std::string>() == "received",
-            protocol::from_hex(hex).value_or(protocol::bytes())};
+            line.at("direction").get<std::string>() == "received", protocol::from_hex(hex).value_or(protocol::bytes())};
 }
 
 class line_reader {
@@ -88,9 +87,9 @@ void run_quality(quality_options const& options, settings const& global) {
 
 void add_quality(CLI::App& app, program& p) {
     auto options = std::make_shared<quality_options>();
-    CLI::App* sub = add_command(app, p, "quality",
-                                "Sum up the calls in the output of `fxsctl --json monitor`; needs no process",
-                                [options](settings const& global) { run_quality(*options, global); });
+    CLI::App* sub =
+        add_command(app, p, "quality", "Sum up the calls in the output of `fxsctl --json monitor`; needs no process",
+                    [options](settings const& global) { run_quality(*options, global); });
     sub->add_option("file", options->file, "The monitor's lines (default \"-\": standard input)");
     add_srtp_options(*sub, options->srtp);
 }

@@ -74,20 +74,17 @@ protocol::tunnel_command tunnel_from(tunnel_options const& options) {
 
 void add_open(CLI::App& app, program& p) {
     auto command = std::make_shared<protocol::open_command>();
-    CLI::App* sub =
-        add_command(app, p, "open", "Open a call: bind its RTP and RTCP ports and print them",
-                    [command](settings const& global) {
-                        check_range(*command);
-                        connection link(global);
-                        print(global, origin::report, protocol::describe(open_call(link, *command)));
-                    });
+    CLI::App* sub = add_command(app, p, "open", "Open a call: bind its RTP and RTCP ports and print them",
+                                [command](settings const& global) {
+                                    check_range(*command);
+                                    connection link(global);
+                                    print(global, origin::report, protocol::describe(open_call(link, *command)));
+                                });
     sub->add_option("--call,-c", command->call, "Call index, 0 to 7")->required()->check(call_index());
-    sub->add_option("--port-min", command->port_min, "Lowest RTP port (default 49152)")
-        ->check(CLI::Range(1, 65534));
+    sub->add_option("--port-min", command->port_min, "Lowest RTP port (default 49152)")->check(CLI::Range(1, 65534));
     sub->add_option("--port-max", command->port_max, "Ports below this one are tried (default 65536)")
         ->check(CLI::Range(2, 65535));
-    sub->add_option("--tos", command->tos,
-                    "IP type of service of the RTP sockets (default 160, 0: leave alone)")
+    sub->add_option("--tos", command->tos, "IP type of service of the RTP sockets (default 160, 0: leave alone)")
         ->check(CLI::Range(0, 255));
     sub->add_option("--call-id", command->call_id,
                     "Call identifier; when there is one, copies of all RTCP packets are reported with it");
@@ -95,9 +92,8 @@ void add_open(CLI::App& app, program& p) {
 
 void add_line(CLI::App& app, program& p) {
     auto tdm = std::make_shared<tdm_options>();
-    CLI::App* sub =
-        add_command(app, p, "tdm", "Put a call on a line, or take it off; two calls on one line confer",
-                    [tdm](settings const& global) { run_tdm(*tdm, global); });
+    CLI::App* sub = add_command(app, p, "tdm", "Put a call on a line, or take it off; two calls on one line confer",
+                                [tdm](settings const& global) { run_tdm(*tdm, global); });
     sub->add_option("--call,-c", tdm->call, "Call index, 0 to 7")->required()->check(call_index());
     sub->add_option("--line,-l", tdm->line, "Line (TDM slot), 0 to 3")->check(line_index());
     sub->add_flag("--none", tdm->none, "Take the call off its line");

@@ -10,8 +10,8 @@
 namespace fxsctl {
 namespace {
 
-/// A tone table of the process: the country whose national tones (ITU-T E.180 supplement 2) it has, or nothing, and what
-/// distinguishes it: frequencies in Hz, on and off times in s.
+/// A tone table of the process: the country whose national tones (ITU-T E.180 supplement 2) it has, or nothing, and
+/// what distinguishes it: frequencies in Hz, on and off times in s.
 struct tone_set {
     std::uint8_t number;  ///< 1 to 16
     std::string_view name;
@@ -75,12 +75,12 @@ protocol::playback_command playback_from(play_options const& options) {
     auto const set = find(tone_sets, options.set);
     auto const kind = find(tone_kinds, options.kind);
     if (!set) {
-        throw failure(exit_code::usage, "tone set: \"" + options.set +
-                                            "\" is neither 1 to 16 nor a name; `fxsctl tones` lists them");
+        throw failure(exit_code::usage,
+                      "tone set: \"" + options.set + "\" is neither 1 to 16 nor a name; `fxsctl tones` lists them");
     }
     if (!kind) {
-        throw failure(exit_code::usage, "kind of tone: \"" + options.kind +
-                                            "\" is none of ringback, busy, congestion, dial, 1 to 4");
+        throw failure(exit_code::usage,
+                      "kind of tone: \"" + options.kind + "\" is none of ringback, busy, congestion, dial, 1 to 4");
     }
     return {options.call, *set, *kind};
 }
@@ -115,8 +115,7 @@ protocol::bytes digits_from(dtmf_options const& options) {
     for (char const c : options.digits) {
         std::size_t const code = keys.find(c);
         if (code == std::string_view::npos) {
-            throw failure(exit_code::usage,
-                          "digits: '" + std::string(1, c) + "' is none of 0 to 9, *, #, A to D");
+            throw failure(exit_code::usage, "digits: '" + std::string(1, c) + "' is none of 0 to 9, *, #, A to D");
         }
         codes.push_back(static_cast<std::uint16_t>(code));
     }
@@ -148,16 +147,14 @@ void add_tones(CLI::App& app, program& p) {
     add_command(app, p, "tones", "List the tone sets and kinds", list_tones);
 
     auto dtmf = std::make_shared<dtmf_options>();
-    sub = add_command(app, p, "dtmf", "Send digits to the peer, one every 500 ms",
-                      [dtmf](settings const& global) {
-                          protocol::bytes const commands = digits_from(*dtmf);
-                          connection(global).run(commands);
-                      });
+    sub = add_command(app, p, "dtmf", "Send digits to the peer, one every 500 ms", [dtmf](settings const& global) {
+        protocol::bytes const commands = digits_from(*dtmf);
+        connection(global).run(commands);
+    });
     sub->add_option("--call,-c", dtmf->call, "Call index, 0 to 7")->required()->check(call_index());
     sub->add_option("digits", dtmf->digits,
                     "Digits 0 to 9, * and # (quote them in a shell); A to D only as telephone events");
-    sub->add_option("--code", dtmf->codes, "Further telephone-event codes, 0 to 255")
-        ->check(CLI::Range(0, 255));
+    sub->add_option("--code", dtmf->codes, "Further telephone-event codes, 0 to 255")->check(CLI::Range(0, 255));
 }
 
 }  // namespace fxsctl

@@ -11,16 +11,14 @@ namespace {
 
 using clock = std::chrono::steady_clock;
 
-constexpr int loudest_trouble_level =
-    4;  ///< log levels up to this one are failures, 5 and more are life as usual
+constexpr int loudest_trouble_level = 4;  ///< log levels up to this one are failures, 5 and more are life as usual
 
 }  // namespace
 
 connection::connection(settings const& global) : chosen(global) {
     if (chosen.port == 0) {
-        throw failure(
-            exit_code::usage,
-            "which process? Give its control port with --port or in the environment variable FXSMEDIA_PORT");
+        throw failure(exit_code::usage,
+                      "which process? Give its control port with --port or in the environment variable FXSMEDIA_PORT");
     }
     bool const may_share = chosen.local_port == 0 && !chosen.no_session;
     int const monitor = may_share ? connect_to_hub(chosen) : -1;
@@ -103,15 +101,13 @@ void connection::fail_without_answer() const {
     if (process.closed())
         throw failure(exit_code::no_answer, "the monitor that this command went through has ended");
     if (process.refused()) {
-        throw failure(exit_code::no_answer, "nothing listens on " + where +
-                                                ": is fxsmedia running with --port " +
+        throw failure(exit_code::no_answer, "nothing listens on " + where + ": is fxsmedia running with --port " +
                                                 std::to_string(chosen.port) + "?");
     }
-    throw failure(
-        exit_code::no_answer,
-        "no answer from " + where + " within " + std::to_string(chosen.timeout_ms) +
-            " ms: the process is busy, or waits for the rest of a command that was sent broken; for that "
-            "there is `fxsctl resync`");
+    throw failure(exit_code::no_answer,
+                  "no answer from " + where + " within " + std::to_string(chosen.timeout_ms) +
+                      " ms: the process is busy, or waits for the rest of a command that was sent broken; for that "
+                      "there is `fxsctl resync`");
 }
 
 protocol::open_reply open_call(connection& link, protocol::open_command const& command) {

@@ -51,8 +51,7 @@ private:
 };
 
 template <class T>
-T connection::request(protocol::bytes commands, std::string const& what,
-                      std::function<bool(T const&)> const& wanted) {
+T connection::request(protocol::bytes commands, std::string const& what, std::function<bool(T const&)> const& wanted) {
     T answer;
     bool alive = false;
     send(std::move(commands));

@@ -66,8 +66,8 @@ void hub::take_from_process(std::vector<datagram>& passed) {
             send(fd, data->data(), data->size(), MSG_DONTWAIT | MSG_NOSIGNAL);
         }
         if (relay_fd >= 0) {
-            sendto(relay_fd, data->data(), data->size(), MSG_DONTWAIT,
-                   reinterpret_cast<sockaddr const*>(&relay_peer), sizeof relay_peer);
+            sendto(relay_fd, data->data(), data->size(), MSG_DONTWAIT, reinterpret_cast<sockaddr const*>(&relay_peer),
+                   sizeof relay_peer);
         }
         passed.push_back({false, std::move(*data)});
     }

@@ -59,8 +59,7 @@ int listen_as_hub(settings const& global) {
 bool trusted_peer(int fd) {
     ucred peer{};
     socklen_t size = sizeof peer;
-    return getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 &&
-           (peer.uid == 0 || peer.uid == getuid());
+    return getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0 && (peer.uid == 0 || peer.uid == getuid());
 }
 
 }  // namespace fxsctl

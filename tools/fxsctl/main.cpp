@@ -19,20 +19,17 @@ void add_shared_options(CLI::App& app, fxsctl::settings& global) {
     app.add_option("--port,-p", global.port, "Control port of the process")
         ->envname("FXSMEDIA_PORT")
         ->check(CLI::Range(1, 65535));
-    app.add_option("--host", global.host,
-                   "IPv4 address of the process (it listens on others only with --debug)")
+    app.add_option("--host", global.host, "IPv4 address of the process (it listens on others only with --debug)")
         ->check(CLI::ValidIPV4);
     app.add_option("--local-port", global.local_port,
                    "Send from this port, past any monitor (default: any; 1299 is the process's default peer)")
         ->check(CLI::Range(1, 65535));
-    app.add_flag(
-        "--no-session", global.no_session,
-        "Don't take the session: the process must already report to --local-port. Nothing is confirmed then");
+    app.add_flag("--no-session", global.no_session,
+                 "Don't take the session: the process must already report to --local-port. Nothing is confirmed then");
     app.add_option("--timeout,-w", global.timeout_ms, "How long to wait for answers, in ms (default 1000)")
         ->check(CLI::Range(1, 3600000));
     app.add_flag("--json,-j", global.json, "Print JSON, one object per line");
-    app.add_flag("--verbose,-v", global.verbose,
-                 "Show on standard error what else the process reports meanwhile");
+    app.add_flag("--verbose,-v", global.verbose, "Show on standard error what else the process reports meanwhile");
 }
 
 }  // namespace

@@ -46,8 +46,7 @@ bool is_size(std::string const& text) {
 std::string word_for(std::string const& option, std::string const& asked) {
     std::size_t const equals = asked.find('=');
     std::string const name = asked.substr(0, equals);
-    auto const known =
-        std::ranges::find_if(modes, [&](mode const& m) { return name == m.name || name == m.word; });
+    auto const known = std::ranges::find_if(modes, [&](mode const& m) { return name == m.name || name == m.word; });
     bool const sized = equals != std::string::npos;
     if (known == modes.end() || (sized && (!known->has_size || !is_size(asked.substr(equals + 1))))) {
         throw failure(exit_code::usage, option + ": \"" + asked +
@@ -62,8 +61,7 @@ std::string word_for(std::string const& option, std::string const& asked) {
 void add_codec_options(CLI::App& sub, codec_options& options) {
     sub.add_option("--codec", options.codec,
                    "Codec to send: linear, pcmu, pcma, g729, gsm, g722, g726, or its number 0 to 6");
-    sub.add_option("--pt", options.payload_type,
-                   "RTP payload type to send (default: the usual one of the codec)")
+    sub.add_option("--pt", options.payload_type, "RTP payload type to send (default: the usual one of the codec)")
         ->check(payload_type());
     sub.add_option("--event-pt", options.event_payload_type,
                    "Payload type of telephone events, sent and received; without it digits go in-band")
@@ -100,12 +98,10 @@ void apply(codec_options const& options, protocol::media_command& command) {
 }
 
 void add_srtp_options(CLI::App& sub, srtp_options& options) {
-    sub.add_option(
-        "--srtp-rx-key", options.rx_key,
-        "Master key and salt for receiving: 30 bytes as 60 hexadecimal digits, or @FILE holding them");
+    sub.add_option("--srtp-rx-key", options.rx_key,
+                   "Master key and salt for receiving: 30 bytes as 60 hexadecimal digits, or @FILE holding them");
     sub.add_option("--srtp-tx-key", options.tx_key, "The same for sending (and for RTCP in both directions)");
-    sub.add_option("--srtp-tag", options.tag_bytes,
-                   "Length of the authentication tag in bytes (default 10, 0: none)")
+    sub.add_option("--srtp-tag", options.tag_bytes, "Length of the authentication tag in bytes (default 10, 0: none)")
         ->check(CLI::Range(0, longest_tag_bytes));
     sub.add_option("--srtp-mki", options.mki, "Master key identifier in hexadecimal (default: none)");
 }

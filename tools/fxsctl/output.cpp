@@ -95,8 +95,7 @@ void print(settings const& global, origin from, protocol::description const& mes
     std::cout << (stamped ? time + arrow : "") << text_line(message) << std::endl;
 }
 
-void print_rtcp(settings const& global, protocol::rtcp_copy const& copy, rtcp_reading const& reading,
-                bool stamped) {
+void print_rtcp(settings const& global, protocol::rtcp_copy const& copy, rtcp_reading const& reading, bool stamped) {
     protocol::description d = described(copy, reading);
     if (!global.json) {
         if (reading.readable())
@@ -115,8 +114,7 @@ void print_rtcp(settings const& global, protocol::rtcp_copy const& copy, rtcp_re
 void print_quality(settings const& global, rtcp_view::quality_tracker const& tracker) {
     std::vector<rtcp_view::call_quality> const calls = tracker.calls();
     if (!global.json) {
-        std::cout << (calls.empty() ? "no RTCP was copied: calls need an identifier\n"
-                                    : rtcp_view::to_table(calls))
+        std::cout << (calls.empty() ? "no RTCP was copied: calls need an identifier\n" : rtcp_view::to_table(calls))
                   << std::flush;
         return;
     }

@@ -28,8 +28,8 @@ public:
     /// The keys of a media command, for every call.
     void use(protocol::media_command const& keys);
 
-    /// Takes the keys out of commands to the process. A call's keys stay until others replace them: its last reports come
-    /// after its end, and the authentication tag shows when a key does not fit.
+    /// Takes the keys out of commands to the process. A call's keys stay until others replace them: its last reports
+    /// come after its end, and the authentication tag shows when a key does not fit.
     void learn(protocol::byte_view commands);
 
     rtcp_reading read(protocol::rtcp_copy const& copy) const;

@@ -69,8 +69,8 @@ comparison compare(samples const& said, samples const& heard, int longest_delay_
     std::size_t const start = excerpt.empty() ? 0 : static_cast<std::size_t>(excerpt.data() - said.data());
     if (excerpt.empty() || start + excerpt.size() > heard.size())
         return comparison{};
-    std::size_t const delays = std::min(static_cast<std::size_t>(longest_delay_ms) * samples_per_ms,
-                                        heard.size() - start - excerpt.size());
+    std::size_t const delays =
+        std::min(static_cast<std::size_t>(longest_delay_ms) * samples_per_ms, heard.size() - start - excerpt.size());
     double const said_energy = energy(excerpt);
     double heard_energy = energy(std::span(heard).subspan(start, excerpt.size()));
     std::size_t best_delay = 0;

@@ -13,15 +13,13 @@ constexpr int exit_unlike = 1;
 constexpr int exit_unusable = 2;
 
 void print_text(comparison const& c) {
-    std::printf("delay %.1f ms, level %+.1f dB (said %.1f dBFS, heard %.1f dBFS), similarity %.3f%s\n",
-                c.delay_ms, c.level_db, c.said_dbfs, c.heard_dbfs, c.similarity,
-                c.inverted ? ", inverted" : "");
+    std::printf("delay %.1f ms, level %+.1f dB (said %.1f dBFS, heard %.1f dBFS), similarity %.3f%s\n", c.delay_ms,
+                c.level_db, c.said_dbfs, c.heard_dbfs, c.similarity, c.inverted ? ", inverted" : "");
 }
 
 void print_json(comparison const& c) {
-    nlohmann::json const line{{"delay_ms", c.delay_ms},     {"level_db", c.level_db},
-                              {"said_dbfs", c.said_dbfs},   {"heard_dbfs", c.heard_dbfs},
-                              {"similarity", c.similarity}, {"inverted", c.inverted}};
+    nlohmann::json const line{{"delay_ms", c.delay_ms},     {"level_db", c.level_db},     {"said_dbfs", c.said_dbfs},
+                              {"heard_dbfs", c.heard_dbfs}, {"similarity", c.similarity}, {"inverted", c.inverted}};
     std::printf("%s\n", line.dump().c_str());
 }
 

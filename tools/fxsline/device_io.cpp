@@ -85,9 +85,8 @@ void device_io::abandon() {
 }
 
 bool device_io::reader_sleeps() const {
-    return !reads.empty() || std::ranges::any_of(pollers, [](poller const& one) {
-        return one.asleep && (one.wanted & POLLIN) != 0;
-    });
+    return !reads.empty() ||
+           std::ranges::any_of(pollers, [](poller const& one) { return one.asleep && (one.wanted & POLLIN) != 0; });
 }
 
 void device_io::interrupted(fuse_req_t request, void* self) {

@@ -12,9 +12,9 @@
 
 namespace fxsline {
 
-/// FUSE requests to one line's device file: reads, writes and polls are answered at once where the line allows, otherwise
-/// when a tick, a transmit clear or an interrupt does. Owns the waiting requests and the pollers' handles, not the line.
-/// Not locked: its owner, file_server, is entered by one thread at a time.
+/// FUSE requests to one line's device file: reads, writes and polls are answered at once where the line allows,
+/// otherwise when a tick, a transmit clear or an interrupt does. Owns the waiting requests and the pollers' handles,
+/// not the line. Not locked: its owner, file_server, is entered by one thread at a time.
 class device_io {
 public:
     explicit device_io(simulated_line& served) : line(served) {}

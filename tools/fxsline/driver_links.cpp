@@ -77,8 +77,8 @@ signal_device::~signal_device() {
 std::string signal_device::create(std::string const& link) {
     master = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
     char name[64];
-    if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0 ||
-        ptsname_r(master, name, sizeof name) != 0 || (slave = open(name, O_RDWR | O_NOCTTY | O_CLOEXEC)) < 0)
+    if (master < 0 || grantpt(master) != 0 || unlockpt(master) != 0 || ptsname_r(master, name, sizeof name) != 0 ||
+        (slave = open(name, O_RDWR | O_NOCTTY | O_CLOEXEC)) < 0)
         return std::string("can't make a pseudo-terminal: ") + std::strerror(errno);
     make_raw(slave);
     if (leads_to_terminal(link))

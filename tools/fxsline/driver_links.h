@@ -12,7 +12,8 @@
 namespace fxsline {
 
 /// The driver's end of the message pipe: two named pipes, BASE0 from the driver to the process and BASE1 the other
-/// way. The process sends nothing; BASE1 is there because the process opens it. Owns both files and removes them at the end.
+/// way. The process sends nothing; BASE1 is there because the process opens it. Owns both files and removes them at the
+/// end.
 class driver_pipe {
 public:
     driver_pipe() = default;
@@ -67,9 +68,9 @@ struct links_config {
     std::string signal;  ///< path of the link to the signalling device; empty: no such device
 };
 
-/// The driver's links to the process beside its device files: the message pipe and the signalling device, either of which
-/// may be missing. Reports what goes over them as events of the bank and sends the lines of a script at their times. Not
-/// locked: line_mount serialises.
+/// The driver's links to the process beside its device files: the message pipe and the signalling device, either of
+/// which may be missing. Reports what goes over them as events of the bank and sends the lines of a script at their
+/// times. Not locked: line_mount serialises.
 class driver_links {
 public:
     /// The bank stays the caller's.

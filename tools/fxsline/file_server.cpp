@@ -122,8 +122,8 @@ void file_server::list(fuse_req_t request, size_t bytes, off_t offset) {
     for (size_t i = static_cast<size_t>(offset); i < files.all().size(); i++) {
         mount_file const& file = files.all()[i];
         struct stat const status = status_of(file);
-        size_t const length = fuse_add_direntry(request, page.data() + used, bytes - used, file.name.c_str(),
-                                                &status, static_cast<off_t>(i + 1));
+        size_t const length = fuse_add_direntry(request, page.data() + used, bytes - used, file.name.c_str(), &status,
+                                                static_cast<off_t>(i + 1));
         if (length > bytes - used)
             break;
         used += length;
@@ -159,8 +159,7 @@ void file_server::read(fuse_req_t request, mount_file const& file, size_t bytes,
     std::string& text = snapshots[info.fh];
     if (offset == 0)
         text = text_of(file);
-    std::string_view const rest =
-        std::string_view(text).substr(std::min(text.size(), static_cast<size_t>(offset)));
+    std::string_view const rest = std::string_view(text).substr(std::min(text.size(), static_cast<size_t>(offset)));
     fuse_reply_buf(request, rest.data(), std::min(rest.size(), bytes));
 }
 
@@ -168,9 +167,7 @@ void file_server::write(fuse_req_t request, mount_file const& file, std::string_
                         fuse_file_info const& info) {
     int error = EACCES;
     switch (file.kind) {
-        case file_kind::device:
-            devices[file.line].write(request, bytes, (info.flags & O_NONBLOCK) != 0);
-            return;
+        case file_kind::device: devices[file.line].write(request, bytes, (info.flags & O_NONBLOCK) != 0); return;
         case file_kind::say: error = say(file.line, bytes); break;
         case file_kind::clock: error = step(bytes); break;
         case file_kind::driver_say: error = links->say(bytes); break;

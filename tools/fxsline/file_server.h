@@ -56,8 +56,8 @@ private:
 inline constexpr uint64_t max_step_ticks = 360000;
 
 /// Answers FUSE requests for the mount's directory and files: device files through device_io, the control files
-/// (lineN.say, lineN.stats, clock, led, driver.say, signal.say) here. Ticks pass here too, since each may answer waiting
-/// requests. One thread at a time: line_mount holds its lock around every call and every request.
+/// (lineN.say, lineN.stats, clock, led, driver.say, signal.say) here. Ticks pass here too, since each may answer
+/// waiting requests. One thread at a time: line_mount holds its lock around every call and every request.
 class file_server {
 public:
     /// Neither `telephones` nor `driver` is owned; `driver` may be nullptr. With `can_step` the file "clock" can be
@@ -88,12 +88,9 @@ private:
     void list(fuse_req_t request, size_t bytes, off_t offset);
     void open(fuse_req_t request, mount_file const& file, fuse_file_info& info);
     void release(mount_file const& file, fuse_file_info const& info);
-    void read(fuse_req_t request, mount_file const& file, size_t bytes, off_t offset,
-              fuse_file_info const& info);
-    void write(fuse_req_t request, mount_file const& file, std::string_view bytes,
-               fuse_file_info const& info);
-    void poll(fuse_req_t request, mount_file const& file, fuse_file_info const& info,
-              fuse_pollhandle* notify);
+    void read(fuse_req_t request, mount_file const& file, size_t bytes, off_t offset, fuse_file_info const& info);
+    void write(fuse_req_t request, mount_file const& file, std::string_view bytes, fuse_file_info const& info);
+    void poll(fuse_req_t request, mount_file const& file, fuse_file_info const& info, fuse_pollhandle* notify);
     void ioctl(fuse_req_t request, mount_file const& file, uint32_t number);
 
     std::string text_of(mount_file const& file);

@@ -7,25 +7,18 @@
 namespace fxsline {
 
 struct operations_table {
-    static file_server& server(fuse_req_t request) {
-        return *static_cast<file_server*>(fuse_req_userdata(request));
-    }
+    static file_server& server(fuse_req_t request) { return *static_cast<file_server*>(fuse_req_userdata(request)); }
 
     /// The kernel names only inodes that it was given, and opens, reads, ... no directory through these.
-    static mount_file const& file(fuse_req_t request, fuse_ino_t inode) {
-        return *server(request).files.find(inode);
-    }
+    static mount_file const& file(fuse_req_t request, fuse_ino_t inode) { return *server(request).files.find(inode); }
 
     static void init(void*, fuse_conn_info* connection) {
         // Requests and answers are a few hundred bytes: copying them is cheaper than passing them through pipes.
-        connection->want &=
-            ~static_cast<unsigned>(FUSE_CAP_SPLICE_READ | FUSE_CAP_SPLICE_WRITE | FUSE_CAP_SPLICE_MOVE);
+        connection->want &= ~static_cast<unsigned>(FUSE_CAP_SPLICE_READ | FUSE_CAP_SPLICE_WRITE | FUSE_CAP_SPLICE_MOVE);
         connection->max_readahead = 0;
     }
 
-    static void lookup(fuse_req_t request, fuse_ino_t, char const* name) {
-        server(request).lookup(request, name);
-    }
+    static void lookup(fuse_req_t request, fuse_ino_t, char const* name) { server(request).lookup(request, name); }
 
     static void getattr(fuse_req_t request, fuse_ino_t inode, fuse_file_info*) {
         server(request).attributes(request, inode);
@@ -64,8 +57,8 @@ struct operations_table {
 
     /// The driver's requests have no argument. Their numbers, made for MIPS, read on a PC as "no direction, 8192
     /// bytes"; without a direction the kernel copies nothing, so the argument is ignored on every machine.
-    static void ioctl(fuse_req_t request, fuse_ino_t inode, unsigned number, void*, fuse_file_info*,
-                      unsigned flags, void const*, size_t, size_t) {
+    static void ioctl(fuse_req_t request, fuse_ino_t inode, unsigned number, void*, fuse_file_info*, unsigned flags,
+                      void const*, size_t, size_t) {
         if ((flags & FUSE_IOCTL_DIR) != 0)
             fuse_reply_err(request, ENOTTY);
         else

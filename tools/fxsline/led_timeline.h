@@ -12,8 +12,8 @@ struct led_command {
     bool on;
 };
 
-/// The commands to the call LED with their line times, as a list and as a drawing. Reads no clock: its owner, line_bank,
-/// gives the time.
+/// The commands to the call LED with their line times, as a list and as a drawing. Reads no clock: its owner,
+/// line_bank, gives the time.
 class led_timeline {
 public:
     static constexpr uint64_t column_ms = 50;       ///< one character: the shortest flash of a blink pattern

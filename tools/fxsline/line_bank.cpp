@@ -75,10 +75,9 @@ std::string line_bank::stats(unsigned index) {
          << line.says().describe() << "\nspeech " << progress << "\nopens " << count.opens << "\nblocks_read "
          << count.samples_read / block_samples << "\nblocks_written " << count.samples_written / block_samples
          << "\nsamples_to_read " << line.samples_to_read() << "\nsamples_to_play " << line.samples_to_play()
-         << "\noverruns " << count.overruns << "\nunderruns " << count.underruns << "\ntx_clears "
-         << count.tx_clears << "\nled " << (led() ? "on" : "off") << "\nheard_level_dbfs " << std::fixed
-         << std::setprecision(1) << line.heard_level().dbfs() << "\nheard_peak " << line.heard_level().peak()
-         << "\n";
+         << "\noverruns " << count.overruns << "\nunderruns " << count.underruns << "\ntx_clears " << count.tx_clears
+         << "\nled " << (led() ? "on" : "off") << "\nheard_level_dbfs " << std::fixed << std::setprecision(1)
+         << line.heard_level().dbfs() << "\nheard_peak " << line.heard_level().peak() << "\n";
     return text.str();
 }
 

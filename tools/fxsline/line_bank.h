@@ -14,7 +14,7 @@
 namespace fxsline {
 
 /// Driver requests of ioctl, without argument, in the encoding of _IO('0', n) on MIPS.
-inline constexpr uint32_t request_base = 0x20003000;  ///< | n: base command n, for every other n below 4096
+inline constexpr uint32_t request_base = 0x20003000;      ///< | n: base command n, for every other n below 4096
 inline constexpr uint32_t request_tx_clear = 0x20003005;  ///< discard the samples queued for the line
 inline constexpr uint32_t request_led_on = 0x20003006;
 inline constexpr uint32_t request_led_off = 0x20003007;
@@ -25,8 +25,9 @@ struct bank_config {
     std::map<unsigned, int> base_answers;
 };
 
-/// All telephones of one simulated device, on one clock, with the driver that they share: its requests, the call LED and
-/// the events. A model without threads, like simulated_line; the caller serialises (line_mount does, with its lock).
+/// All telephones of one simulated device, on one clock, with the driver that they share: its requests, the call LED
+/// and the events. A model without threads, like simulated_line; the caller serialises (line_mount does, with its
+/// lock).
 class line_bank {
 public:
     /// `events` may be empty. It is called from within the operations below.
@@ -63,8 +64,7 @@ public:
     std::string stats(unsigned index);
 
 private:
-    void report(event_kind kind, unsigned index, int64_t number = 0, int64_t answer = 0,
-                std::string text = {});
+    void report(event_kind kind, unsigned index, int64_t number = 0, int64_t answer = 0, std::string text = {});
 
     std::vector<simulated_line> telephones;
     std::map<unsigned, int> base_answers;

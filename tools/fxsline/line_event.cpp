@@ -47,8 +47,7 @@ std::string event_text(line_event const& event) {
     kind_names const& kind = names_of(event.kind);
     std::string const source = kind.source != nullptr ? kind.source : "line " + std::to_string(event.line);
     char head[64];
-    std::snprintf(head, sizeof head, "%8llu ms  %s  ", static_cast<unsigned long long>(event.time_ms),
-                  source.c_str());
+    std::snprintf(head, sizeof head, "%8llu ms  %s  ", static_cast<unsigned long long>(event.time_ms), source.c_str());
     std::string text = std::string(head) + kind.text;
     switch (kind.what) {
         case carries::nothing: return text;

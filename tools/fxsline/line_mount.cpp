@@ -38,8 +38,7 @@ fuse_session* new_session(mount_config const& config, file_server& files) {
     fuse_args list{};
     list.argc = 3;
     list.argv = arguments;
-    fuse_session* session =
-        fuse_session_new(&list, &file_server::operations(), sizeof(fuse_lowlevel_ops), &files);
+    fuse_session* session = fuse_session_new(&list, &file_server::operations(), sizeof(fuse_lowlevel_ops), &files);
     fuse_opt_free_args(&list);
     return session;
 }

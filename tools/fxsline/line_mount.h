@@ -45,13 +45,12 @@ enum class mount_error { none, no_fuse, bad_mountpoint };
 ///
 /// A program calls open() and serve(). A test calls open() and start(), which serves in a thread of its own, steps
 /// the clock with advance(), and waits for what the process under test does with wait_until() or settle(). Let
-/// another process use the files wherever possible: when a program that uses its own mount crashes, the kernel waits for
-/// answers that never come, and keeps the program until umount -f.
+/// another process use the files wherever possible: when a program that uses its own mount crashes, the kernel waits
+/// for answers that never come, and keeps the program until umount -f.
 class line_mount {
 public:
     /// Bank and links (nullptr: none) stay the caller's and must outlive the mount.
-    explicit line_mount(line_bank& telephones, driver_links* driver = nullptr)
-        : bank(telephones), links(driver) {}
+    explicit line_mount(line_bank& telephones, driver_links* driver = nullptr) : bank(telephones), links(driver) {}
     line_mount(line_mount const&) = delete;
     ~line_mount() { stop(); }
 
@@ -79,8 +78,8 @@ public:
         return function();
     }
 
-    /// Waits until `condition` holds, which is checked after every request and signal, locked. False when `limit` passed
-    /// first.
+    /// Waits until `condition` holds, which is checked after every request and signal, locked. False when `limit`
+    /// passed first.
     bool wait_until(std::function<bool()> const& condition, std::chrono::milliseconds limit = patience);
 
     /// Waits until every open device has been read empty and its reader sleeps in select, poll or read until there is

@@ -74,8 +74,7 @@ int run(program_options const& options) {
     mount.stop();
     if (!conclude(options, printer, bank))
         return failure("can't write " + options.led_file, exit_not_recorded);
-    return files.finish() ? exit_ended
-                          : failure("a recording could not be written completely", exit_not_recorded);
+    return files.finish() ? exit_ended : failure("a recording could not be written completely", exit_not_recorded);
 }
 
 }  // namespace

@@ -63,8 +63,8 @@ outcome<std::string> prepare_mount_point(std::string const& directory) {
     struct statfs ignored {};  // always asks the file system, where stat may answer from the kernel's cache
     while (statfs(path.c_str(), &ignored) != 0 && errno == ENOTCONN) {
         if (!detach(path)) {
-            return outcome<std::string>::failed("can't remove the dead mount on " + path +
-                                                " (try: fusermount3 -u -z " + path + ")");
+            return outcome<std::string>::failed("can't remove the dead mount on " + path + " (try: fusermount3 -u -z " +
+                                                path + ")");
         }
     }
     struct stat status {};

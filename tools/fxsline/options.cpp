@@ -49,14 +49,12 @@ void declare(CLI::App& app, program_options& options, raw_options& raw) {
     app.add_option("--loop", raw.loop, "N: line N says its file over and over")
         ->check(CLI::Range(0, 3))
         ->allow_extra_args(false);
-    app.add_option("--delay", raw.delay, "N=MS: silence before the speech of line N")
-        ->allow_extra_args(false);
+    app.add_option("--delay", raw.delay, "N=MS: silence before the speech of line N")->allow_extra_args(false);
     app.add_option("--from-start", raw.from_start,
                    "N: speech of line N starts with the clock, not when its device is opened first")
         ->check(CLI::Range(0, 3))
         ->allow_extra_args(false);
-    app.add_option("--hear", raw.hear, "N=FILE: record what line N hears to a WAV file")
-        ->allow_extra_args(false);
+    app.add_option("--hear", raw.hear, "N=FILE: record what line N hears to a WAV file")->allow_extra_args(false);
     app.add_option("--said", raw.said, "N=FILE: record what line N says, on the same time axis")
         ->allow_extra_args(false);
     app.add_option("--backlog", raw.backlog_blocks, "Unread blocks kept while a device is open")
@@ -85,10 +83,8 @@ void declare(CLI::App& app, program_options& options, raw_options& raw) {
 std::pair<unsigned, std::string> numbered(std::string const& text, unsigned limit) {
     size_t const equals = text.find('=');
     unsigned number = 0;
-    if (equals == text.npos || !CLI::detail::lexical_cast(text.substr(0, equals), number) ||
-        number >= limit) {
-        throw CLI::ValidationError("'" + text + "' is not N=VALUE with N from 0 to " +
-                                   std::to_string(limit - 1));
+    if (equals == text.npos || !CLI::detail::lexical_cast(text.substr(0, equals), number) || number >= limit) {
+        throw CLI::ValidationError("'" + text + "' is not N=VALUE with N from 0 to " + std::to_string(limit - 1));
     }
     return {number, text.substr(equals + 1)};
 }
@@ -130,8 +126,8 @@ void fill_speech(bank_config& bank, raw_options const& raw) {
         bank.lines[line].from_clock_start = true;
     for (unsigned line : raw.loop) {
         if (!bank.lines[line].says.describe().starts_with("loop")) {
-            throw CLI::ValidationError("--loop " + std::to_string(line) + " needs --say " +
-                                       std::to_string(line) + "=FILE");
+            throw CLI::ValidationError("--loop " + std::to_string(line) + " needs --say " + std::to_string(line) +
+                                       "=FILE");
         }
     }
 }

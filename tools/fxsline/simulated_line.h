@@ -11,11 +11,10 @@
 namespace fxsline {
 
 struct line_config {
-    speech says;  ///< what the telephone says
-    bool from_clock_start =
-        false;              ///< speech starts with the clock, not at the first tick with the device open
-    unsigned delay_ms = 0;  ///< silence before the speech, rounded up to whole ticks
-    unsigned backlog_blocks = 8;  ///< unread speech kept while the device is open: what one drain read takes
+    speech says;                     ///< what the telephone says
+    bool from_clock_start = false;   ///< speech starts with the clock, not at the first tick with the device open
+    unsigned delay_ms = 0;           ///< silence before the speech, rounded up to whole ticks
+    unsigned backlog_blocks = 8;     ///< unread speech kept while the device is open: what one drain read takes
     unsigned play_queue_blocks = 2;  ///< what can be written ahead of the telephone's ear
 };
 

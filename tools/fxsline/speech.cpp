@@ -77,11 +77,10 @@ outcome<sound_file> open_sound(std::string const& path, SF_INFO& info) {
     if (!sound)
         return outcome<sound_file>::failed(path + ": " + sf_strerror(nullptr));
     if (info.samplerate != static_cast<int>(sample_rate_hz)) {
-        return outcome<sound_file>::failed(
-            path + " has " + std::to_string(info.samplerate) +
-            " samples a second, a telephone line has 8000 (convert it first, for "
-            "example with sox " +
-            path + " -r 8000 -c 1 -b 16 new.wav)");
+        return outcome<sound_file>::failed(path + " has " + std::to_string(info.samplerate) +
+                                           " samples a second, a telephone line has 8000 (convert it first, for "
+                                           "example with sox " +
+                                           path + " -r 8000 -c 1 -b 16 new.wav)");
     }
     return {std::move(sound), {}};
 }

@@ -78,8 +78,8 @@ std::optional<udp_link::clock::time_point> udp_link::send_due(clock::time_point 
         queue.erase(queue.begin());
         side_state const& to = sides[static_cast<std::size_t>(due.to_side)];
         if (to.peer)
-            sendto(to.socket.get(), due.data.data(), due.data.size(), 0,
-                   reinterpret_cast<sockaddr const*>(&*to.peer), sizeof *to.peer);
+            sendto(to.socket.get(), due.data.data(), due.data.size(), 0, reinterpret_cast<sockaddr const*>(&*to.peer),
+                   sizeof *to.peer);
     }
     if (queue.empty())
         return std::nullopt;
@@ -87,8 +87,7 @@ std::optional<udp_link::clock::time_point> udp_link::send_due(clock::time_point 
 }
 
 tcp_link::tcp_link(int port_a, int port_b)
-    : sides{side_state{listen_tcp(port_a), descriptor(), 0},
-            side_state{listen_tcp(port_b), descriptor(), 0}} {}
+    : sides{side_state{listen_tcp(port_a), descriptor(), 0}, side_state{listen_tcp(port_b), descriptor(), 0}} {}
 
 void tcp_link::accept_client(int side) {
     side_state& at = sides[static_cast<std::size_t>(side)];

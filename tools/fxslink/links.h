@@ -50,9 +50,7 @@ public:
     /// Sends what is due and says when the next packet will be; nothing waits: no time.
     std::optional<clock::time_point> send_due(clock::time_point now);
     /// What was offered by a side, and what became of it.
-    impairment::counters const& count(int side) const {
-        return sides[static_cast<std::size_t>(side)].network.count();
-    }
+    impairment::counters const& count(int side) const { return sides[static_cast<std::size_t>(side)].network.count(); }
 
 private:
     struct side_state {

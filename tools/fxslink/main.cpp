@@ -35,15 +35,12 @@ void add_options(CLI::App& app, request& wanted) {
     app.add_option("PORT_B", wanted.port_b, "Local port of the other side")->required()->check(port);
     auto* const tcp = app.add_flag("--tcp", wanted.tcp, "Join TCP connections instead of relaying datagrams");
     app.add_flag("--rtcp", wanted.rtcp, "Link the ports above both as well");
-    app.add_option("--loss", wanted.network.loss_percent, "Packets lost, in %")
-        ->check(percent)
-        ->excludes(tcp);
+    app.add_option("--loss", wanted.network.loss_percent, "Packets lost, in %")->check(percent)->excludes(tcp);
     app.add_option("--duplicate", wanted.network.duplicate_percent, "Packets doubled, in %")
         ->check(percent)
         ->excludes(tcp);
     app.add_option("--delay", wanted.network.delay_ms, "Delay in ms")->check(milliseconds)->excludes(tcp);
-    app.add_option("--jitter", wanted.network.jitter_ms,
-                   "Largest additional delay in ms; packets overtake each other")
+    app.add_option("--jitter", wanted.network.jitter_ms, "Largest additional delay in ms; packets overtake each other")
         ->check(milliseconds)
         ->excludes(tcp);
     app.add_option("--seed", wanted.seed, "Repeats the decisions of an earlier run")->excludes(tcp);
@@ -132,8 +129,7 @@ void report(relay const& ended, request const& wanted) {
     }
     for (std::size_t i = 0; i < ended.tcp.size(); i++)
         for (int const side : {0, 1})
-            std::printf("from port %d: %lu bytes\n",
-                        (side == 0 ? wanted.port_a : wanted.port_b) + static_cast<int>(i),
+            std::printf("from port %d: %lu bytes\n", (side == 0 ? wanted.port_a : wanted.port_b) + static_cast<int>(i),
                         ended.tcp[i].count(side));
 }
 

@@ -28,8 +28,7 @@ std::optional<address> parse_address(std::string_view text) {
     std::string_view const host = text.substr(0, colon);
     std::string_view const port_text = text.substr(colon + 1);
     address endpoint;
-    auto const [end, error] =
-        std::from_chars(port_text.data(), port_text.data() + port_text.size(), endpoint.port);
+    auto const [end, error] = std::from_chars(port_text.data(), port_text.data() + port_text.size(), endpoint.port);
     std::optional<bytes> const ip = parse_ip(host);
     bool const complete = error == std::errc() && end == port_text.data() + port_text.size();
     bool const bare_ipv6 = ip && ip->size() == 16 && host.front() != '[';

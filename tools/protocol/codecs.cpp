@@ -10,12 +10,11 @@ struct other_name {
     int number;
 };
 
-constexpr other_name aliases[] = {
-    {"l16", codec_number::linear},          {"g711u", codec_number::pcmu},
-    {"ulaw", codec_number::pcmu},           {"g711a", codec_number::pcma},
-    {"alaw", codec_number::pcma},           {"g729a", codec_number::g729},
-    {"g726-32", codec_number::g726},        {"event", codec_number::telephone_event},
-    {"dtmf", codec_number::telephone_event}};
+constexpr other_name aliases[] = {{"l16", codec_number::linear},          {"g711u", codec_number::pcmu},
+                                  {"ulaw", codec_number::pcmu},           {"g711a", codec_number::pcma},
+                                  {"alaw", codec_number::pcma},           {"g729a", codec_number::g729},
+                                  {"g726-32", codec_number::g726},        {"event", codec_number::telephone_event},
+                                  {"dtmf", codec_number::telephone_event}};
 
 std::string lower_case(std::string_view text) {
     std::string lower(text);

@@ -17,17 +17,13 @@ public:
     field_writer& flag(int tag, std::optional<bool> value) {
         return value ? number(tag, std::uint16_t{*value}) : *this;
     }
-    field_writer& byte(int tag, std::optional<std::uint8_t> value) {
-        return value ? data(tag, bytes{*value}) : *this;
-    }
+    field_writer& byte(int tag, std::optional<std::uint8_t> value) { return value ? data(tag, bytes{*value}) : *this; }
     field_writer& data(int tag, std::optional<bytes> const& value) {
         if (value)
             append_tlv(fields, tag, *value);
         return *this;
     }
-    field_writer& data_unless_empty(int tag, bytes const& value) {
-        return value.empty() ? *this : data(tag, value);
-    }
+    field_writer& data_unless_empty(int tag, bytes const& value) { return value.empty() ? *this : data(tag, value); }
     field_writer& endpoint(int tag, std::optional<address> const& value) {
         return value ? data(tag, encode_address(*value)) : *this;
     }

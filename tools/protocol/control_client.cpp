@@ -25,8 +25,7 @@ sockaddr_in socket_address(std::uint16_t port) {
 }
 
 int milliseconds_until(std::chrono::steady_clock::time_point deadline) {
-    auto const left =
-        std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now()).count();
+    auto const left = std::chrono::ceil<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now()).count();
     return static_cast<int>(std::clamp<std::int64_t>(left, 0, 1'000'000'000));
 }
 
@@ -63,8 +62,7 @@ void control_client::note_error(char const* what) {
     last_error = std::string(what) + ": " + std::strerror(errno);
 }
 
-control_client control_client::connect_udp(std::string const& host, std::uint16_t port,
-                                           std::uint16_t local_port) {
+control_client control_client::connect_udp(std::string const& host, std::uint16_t port, std::uint16_t local_port) {
     control_client client;
     sockaddr_in remote = socket_address(port);
     if (inet_pton(AF_INET, host.c_str(), &remote.sin_addr) != 1) {
@@ -117,8 +115,7 @@ bool control_client::take_datagram(bytes& datagram) {
     }
     int type = SOCK_DGRAM;
     socklen_t type_size = sizeof type;
-    if (size == 0 && getsockopt(socket_fd, SOL_SOCKET, SO_TYPE, &type, &type_size) == 0 &&
-        type != SOCK_DGRAM) {
+    if (size == 0 && getsockopt(socket_fd, SOL_SOCKET, SO_TYPE, &type, &type_size) == 0 && type != SOCK_DGRAM) {
         ended = true;  // an empty read ends a connection; on UDP it is an empty datagram
         return false;
     }

@@ -12,7 +12,8 @@
 
 namespace protocol {
 
-/// Call control's end of the control link: sends commands, receives reports and keeps those that were not asked for yet.
+/// Call control's end of the control link: sends commands, receives reports and keeps those that were not asked for
+/// yet.
 ///
 /// For one thread. Works on any connected socket that keeps message boundaries: a UDP socket to the process, or a
 /// SOCK_SEQPACKET connection to a program in between. Prints nothing and never throws.
@@ -28,8 +29,7 @@ public:
 
     /// A UDP socket connected to the process's control port, so that datagrams of anybody else don't get in.
     /// host: IPv4 text. local_port 0: any. Check valid(); on failure error() says why.
-    static control_client connect_udp(std::string const& host, std::uint16_t port,
-                                      std::uint16_t local_port = 0);
+    static control_client connect_udp(std::string const& host, std::uint16_t port, std::uint16_t local_port = 0);
 
     bool valid() const { return socket_fd >= 0; }
     int fd() const { return socket_fd; }

@@ -74,8 +74,7 @@ struct describer {
 
     description operator()(log_line const& r) const {
         std::string const text = show == keys::shown ? r.text : without_keys(r.text);
-        description d{report_name(report_log::tag),
-                      {field(report_log::level, r.level), field(report_log::text, text)}};
+        description d{report_name(report_log::tag), {field(report_log::level, r.level), field(report_log::text, text)}};
         if (!r.detail.empty())
             d.fields.push_back(field(report_log::detail, r.detail));
         return d;
@@ -101,9 +100,8 @@ struct describer {
                  {"data", to_hex(r.packet)}}};
     }
     description operator()(tunnel_data const& r) const {
-        description d{
-            report_name(report_tunnel::tag),
-            {field(report_tunnel::call, r.call), field(report_tunnel::from, r.from), {"rtcp", r.rtcp}}};
+        description d{report_name(report_tunnel::tag),
+                      {field(report_tunnel::call, r.call), field(report_tunnel::from, r.from), {"rtcp", r.rtcp}}};
         if (r.tcp)
             d.fields.push_back({report_tunnel::tcp.name, *r.tcp});
         d.fields.push_back({"data", to_hex(r.data)});
@@ -114,9 +112,9 @@ struct describer {
         return {report_name(report_loopback_test::tag), {{report_loopback_test::found.name, r.found}}};
     }
     description operator()(zrtp_data const& r) const {
-        return {report_name(report_zrtp::tag),
-                {field(report_zrtp::call, r.call), field(report_zrtp::from, r.from),
-                 field(report_zrtp::packet, r.packet)}};
+        return {
+            report_name(report_zrtp::tag),
+            {field(report_zrtp::call, r.call), field(report_zrtp::from, r.from), field(report_zrtp::packet, r.packet)}};
     }
     description operator()(new_ssrc const& r) const {
         return {report_name(report_new_ssrc::tag),
@@ -174,10 +172,8 @@ described_field describe_field(field_format const& format, byte_view value, keys
         case value_kind::number:
         case value_kind::flag:
         case value_kind::byte: return {name, big_endian(value)};
-        case value_kind::signed_number:
-            return {name, std::int64_t{static_cast<std::int16_t>(big_endian(value))}};
-        case value_kind::signed_long:
-            return {name, std::int64_t{static_cast<std::int32_t>(big_endian(value))}};
+        case value_kind::signed_number: return {name, std::int64_t{static_cast<std::int16_t>(big_endian(value))}};
+        case value_kind::signed_long: return {name, std::int64_t{static_cast<std::int32_t>(big_endian(value))}};
         case value_kind::text: return {name, std::string(value.begin(), value.end())};
         case value_kind::data: return {name, to_hex(value)};
         case value_kind::endpoint: return {name, to_text(*decode_address(value))};

@@ -16,8 +16,7 @@ struct described_field {
 };
 
 struct description {
-    std::string
-        name;  ///< of lib/protocol.h, usable as a filter; "undecodable" for what no report or command is
+    std::string name;  ///< of lib/protocol.h, usable as a filter; "undecodable" for what no report or command is
     std::vector<described_field> fields;
 };
 

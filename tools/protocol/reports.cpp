@@ -150,8 +150,7 @@ report parse_report(tlv const& element) {
     if (element.tag == report_driver_line::tag)  // a plain text line, no sub-fields
         return driver_line{std::string(element.value.begin(), element.value.end())};
     if (element.tag == report_heartbeat::tag) {
-        return element.value.empty() ? report(heartbeat{})
-                                     : cannot_decode(element, "a heartbeat is not empty");
+        return element.value.empty() ? report(heartbeat{}) : cannot_decode(element, "a heartbeat is not empty");
     }
     for (report_reader const& reader : readers) {
         if (reader.tag == element.tag) {
@@ -171,8 +170,7 @@ std::vector<report> parse_reports(byte_view datagram) {
     for (tlv const& element : list.elements)
         reports.push_back(parse_report(element));
     if (!list.rest.empty() || list.elements.empty()) {
-        reports.push_back(
-            undecodable{list.rest.empty() ? "empty datagram" : "element is cut off", list.rest});
+        reports.push_back(undecodable{list.rest.empty() ? "empty datagram" : "element is cut off", list.rest});
     }
     return reports;
 }

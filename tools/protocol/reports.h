@@ -86,9 +86,9 @@ struct undecodable {
     bytes data;  ///< the element with its header, or what was left of the datagram
 };
 
-using report = std::variant<log_line, open_reply, signal_data, driver_result, rtcp_copy, tunnel_data,
-                            heartbeat, loopback_result, zrtp_data, new_ssrc, driver_line, srtp_verified,
-                            playback_empty, undecodable>;
+using report =
+    std::variant<log_line, open_reply, signal_data, driver_result, rtcp_copy, tunnel_data, heartbeat, loopback_result,
+                 zrtp_data, new_ssrc, driver_line, srtp_verified, playback_empty, undecodable>;
 
 /// Every report in the datagram, in order; at least one (an empty datagram is one `undecodable`).
 std::vector<report> parse_reports(byte_view datagram);

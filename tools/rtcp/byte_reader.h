@@ -11,7 +11,8 @@
 
 namespace rtcp_view {
 
-/// Reads big-endian numbers from a byte range, one after the other. Beyond the end it gives zeros, and ran_out() says so.
+/// Reads big-endian numbers from a byte range, one after the other. Beyond the end it gives zeros, and ran_out() says
+/// so.
 class byte_reader {
 public:
     explicit byte_reader(protocol::byte_view data) : rest(data) {}

@@ -17,8 +17,8 @@ struct reception_quality {
     std::optional<std::uint64_t> duplicates;
 };
 
-/// The quality of calls, from the copies of their RTCP packets: what each end reported last, and the round trip computed
-/// from both. Reads no clock and prints nothing.
+/// The quality of calls, from the copies of their RTCP packets: what each end reported last, and the round trip
+/// computed from both. Reads no clock and prints nothing.
 ///
 /// "Own" is what the process measured of the stream it receives (it stands in what it sends), "peer" what the peer
 /// measured of the stream that the process sends.

@@ -65,8 +65,7 @@ void parse_report(header const& head, byte_reader& in, packet& out) {
     } else if (by_sender && r.announced == 1 && in.left() == answered_report_bytes) {
         r.blockless = {in.u32(), in.u32()};
     } else {
-        out.problem =
-            std::to_string(r.blocks.size()) + " of " + std::to_string(r.announced) + " report blocks";
+        out.problem = std::to_string(r.blocks.size()) + " of " + std::to_string(r.announced) + " report blocks";
     }
     out.body = std::move(r);
 }
@@ -218,8 +217,7 @@ std::vector<packet> parse_compound(byte_view data) {
 
 bool looks_encrypted(byte_view data) {
     std::optional<header> const first = header_of(data);
-    if (!first || !is_known(first->type) || first->length + srtcp_trailer_bytes > data.size() ||
-        is_whole(data))
+    if (!first || !is_known(first->type) || first->length + srtcp_trailer_bytes > data.size() || is_whole(data))
         return false;
     std::optional<header> const second = header_of(data.subspan(first->length));
     return !second || !is_known(second->type) || has_srtcp_index(data);

@@ -47,8 +47,7 @@ void parse_receipt_times(byte_reader& in, xr_block& out) {
         receipt_times::group group;
         group.begin = in.u16();
         group.end = in.u16();
-        for (std::size_t n = count_reported(group.begin, group.end, block.thinning); n > 0 && !in.ran_out();
-             --n)
+        for (std::size_t n = count_reported(group.begin, group.end, block.thinning); n > 0 && !in.ran_out(); --n)
             group.times.push_back(in.u32());
         if (in.ran_out() && !group.times.empty())
             group.times.pop_back();  // that one was not there
@@ -91,17 +90,14 @@ void parse_statistics(byte_reader& in, xr_block& out) {
 void parse_voip_metrics(byte_reader& in, xr_block& out) {
     voip_metrics block;
     block.ssrc = in.u32();
-    for (std::uint8_t* value :
-         {&block.loss_rate, &block.discard_rate, &block.burst_density, &block.gap_density})
+    for (std::uint8_t* value : {&block.loss_rate, &block.discard_rate, &block.burst_density, &block.gap_density})
         *value = in.u8();
-    for (std::uint16_t* value :
-         {&block.burst_ms, &block.gap_ms, &block.round_trip_ms, &block.end_system_delay_ms})
+    for (std::uint16_t* value : {&block.burst_ms, &block.gap_ms, &block.round_trip_ms, &block.end_system_delay_ms})
         *value = in.u16();
-    for (std::uint8_t* value : {&block.levels[0], &block.levels[1], &block.levels[2], &block.gmin,
-                                &block.scores[0], &block.scores[1], &block.scores[2], &block.scores[3]})
+    for (std::uint8_t* value : {&block.levels[0], &block.levels[1], &block.levels[2], &block.gmin, &block.scores[0],
+                                &block.scores[1], &block.scores[2], &block.scores[3]})
         *value = in.u8();
-    for (std::uint16_t* value :
-         {&block.configuration, &block.jb_nominal_ms, &block.jb_maximum, &block.jb_absolute_ms})
+    for (std::uint16_t* value : {&block.configuration, &block.jb_nominal_ms, &block.jb_maximum, &block.jb_absolute_ms})
         *value = in.u16();
     out.content = block;
 }
@@ -112,14 +108,13 @@ struct known_block {
     void (*parse)(byte_reader& in, xr_block& out);
 };
 
-constexpr known_block known_blocks[] = {
-    {rtcp::xr_block_type::loss_rle, 8, parse_run_lengths},
-    {rtcp::xr_block_type::duplicate_rle, 8, parse_run_lengths},
-    {rtcp::xr_block_type::receipt_times, 4, parse_receipt_times},
-    {rtcp::xr_block_type::receiver_reference_time, 8, parse_reference_time},
-    {rtcp::xr_block_type::dlrr, 0, parse_reference_answers},
-    {rtcp::xr_block_type::statistics_summary, 36, parse_statistics},
-    {rtcp::xr_block_type::voip_metrics, 32, parse_voip_metrics}};
+constexpr known_block known_blocks[] = {{rtcp::xr_block_type::loss_rle, 8, parse_run_lengths},
+                                        {rtcp::xr_block_type::duplicate_rle, 8, parse_run_lengths},
+                                        {rtcp::xr_block_type::receipt_times, 4, parse_receipt_times},
+                                        {rtcp::xr_block_type::receiver_reference_time, 8, parse_reference_time},
+                                        {rtcp::xr_block_type::dlrr, 0, parse_reference_answers},
+                                        {rtcp::xr_block_type::statistics_summary, 36, parse_statistics},
+                                        {rtcp::xr_block_type::voip_metrics, 32, parse_voip_metrics}};
 
 void parse_content(byte_view body, xr_block& out) {
     byte_reader in(body);

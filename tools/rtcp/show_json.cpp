@@ -96,9 +96,8 @@ struct block_shower {
     void operator()(reference_answers const& r) const {
         ordered_json answers = ordered_json::array();
         for (auto const& one : r.answers) {
-            answers.push_back({{"ssrc", hex32(one.ssrc)},
-                               {"lrr", hex32(one.last_rr)},
-                               {"dlrr_ms", ms_of_delay(one.delay)}});
+            answers.push_back(
+                {{"ssrc", hex32(one.ssrc)}, {"lrr", hex32(one.last_rr)}, {"dlrr_ms", ms_of_delay(one.delay)}});
         }
         out["answers"] = std::move(answers);
     }
@@ -209,10 +208,8 @@ struct body_shower {
             out["reason"] = *b.reason;
     }
     void operator()(application const& a) const {
-        out.update({{"ssrc", hex32(a.ssrc)},
-                    {"name", a.name},
-                    {"subtype", a.subtype},
-                    {"data", protocol::to_hex(a.data)}});
+        out.update(
+            {{"ssrc", hex32(a.ssrc)}, {"name", a.name}, {"subtype", a.subtype}, {"data", protocol::to_hex(a.data)}});
     }
     void operator()(extended_report const& x) const {
         out["ssrc"] = hex32(x.ssrc);

@@ -25,8 +25,7 @@ void add_reception(ordered_json& out, std::string const& who, reception_quality 
     auto const add = [&](char const* name, ordered_json value) { out[who + name] = std::move(value); };
     add("_loss_percent", known(q.reported, [](auto const& b) { return percent(b.fraction_lost); }));
     add("_lost", known(q.reported, [](auto const& b) { return b.lost; }));
-    add("_jitter_ms",
-        known(q.reported, [](auto const& b) { return one_digit(b.jitter / rtp_units_per_ms); }));
+    add("_jitter_ms", known(q.reported, [](auto const& b) { return one_digit(b.jitter / rtp_units_per_ms); }));
     add("_xr_lost", known(q.lost));
     add("_xr_duplicates", known(q.duplicates));
     auto const metric = [&](char const* name, auto const& get) { add(name, known(q.metrics, get)); };

@@ -45,8 +45,7 @@ std::optional<bytes> open_srtcp(srtcp_key const& key, byte_view packet) {
         return std::nullopt;
     srtp_ctx context;
     byte_view const material(key.material);
-    srtp_init(context, to_str(material.first(master_key_bytes)), to_str(material.subspan(master_key_bytes)),
-              str());
+    srtp_init(context, to_str(material.first(master_key_bytes)), to_str(material.subspan(master_key_bytes)), str());
     byte_view const authenticated = packet.first(packet.size() - trailer);
     if (!tag_fits(context, authenticated, packet.last(tag_bytes)))
         return std::nullopt;

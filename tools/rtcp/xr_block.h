@@ -87,7 +87,7 @@ struct voip_metrics {
     std::uint16_t end_system_delay_ms = 0;
     std::uint8_t levels[3] = {};  ///< signal and noise (signed dBm), RERL (dB); 127: not measured
     std::uint8_t gmin = 0;
-    std::uint8_t scores[4] = {};  ///< R factor, external R factor, MOS-LQ, MOS-CQ (1/10); 127: not measured
+    std::uint8_t scores[4] = {};      ///< R factor, external R factor, MOS-LQ, MOS-CQ (1/10); 127: not measured
     std::uint16_t configuration = 0;  ///< receiver configuration and reserved byte
     std::uint16_t jb_nominal_ms = 0;
     std::uint16_t jb_maximum = 0;  ///< as on the wire

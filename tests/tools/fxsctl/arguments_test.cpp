@@ -31,8 +31,8 @@ void expect_sent(std::string const& arguments, fake_process& process, std::strin
     EXPECT_EQ(sent, hex) << arguments;
 }
 
-/// Arguments and what they send; "@": the worked datagram of that name in the page. $K and $F stand for a key and a file
-/// with it.
+/// Arguments and what they send; "@": the worked datagram of that name in the page. $K and $F stand for a key and a
+/// file with it.
 std::string const sent_datagrams = R"(
 open -c 0 --port-min 16400 --port-max 16402 --tos 184 --call-id demo-0 > @open
 open --call 1 > @open-anywhere
@@ -103,8 +103,7 @@ TEST(subcommands, send_these_datagrams) {
 TEST(subcommands, keys_drawn_for_two_calls_cross_over_and_are_printed_on_request) {
     for (bool const shown : {false, true}) {
         fake_process process;
-        outcome const run =
-            run_fxsctl(std::string("call 0 1 --srtp") + (shown ? " --show-keys" : ""), &process);
+        outcome const run = run_fxsctl(std::string("call 0 1 --srtp") + (shown ? " --show-keys" : ""), &process);
         std::vector<std::string> const commands = process.commands();
         ASSERT_EQ(commands.size(), 6U) << run.err;
         auto const key_of = [&](std::size_t command, char const* header) {
@@ -161,8 +160,7 @@ TEST(subcommands, wrong_arguments_end_with_2_and_send_nothing) {
             std::string const arguments = with(cases[0] + " " + cases[i].substr(0, mark), {{"$K", key}});
             outcome const run = run_fxsctl(arguments, &process);
             EXPECT_EQ(run.exit_code, 2) << arguments;
-            EXPECT_NE(run.err.find(cases[i].substr(mark + 2)), std::string::npos)
-                << arguments << ": " << run.err;
+            EXPECT_NE(run.err.find(cases[i].substr(mark + 2)), std::string::npos) << arguments << ": " << run.err;
             EXPECT_EQ(run.out, "") << arguments;
         }
     }
@@ -213,8 +211,7 @@ TEST(runs, end_with_this_code_and_print_this) {
         EXPECT_NE(run.err.find(cells[3]), std::string::npos) << run.err;
         EXPECT_EQ(run.err.empty(), cells[3].empty()) << run.err;
     }
-    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(40))
-        << "refusal took a whole timeout";
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(40)) << "refusal took a whole timeout";
 }
 
 TEST(runs, need_to_know_the_port) {

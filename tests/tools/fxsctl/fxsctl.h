@@ -59,17 +59,15 @@ public:
     }
 
 private:
-    static sockaddr_in loopback(std::uint16_t port) {
-        return {AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}};
-    }
+    static sockaddr_in loopback(std::uint16_t port) { return {AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}}; }
     static void take_your_time() { std::this_thread::sleep_for(std::chrono::milliseconds(15)); }
 
     void serve() {
         protocol::bytes datagram(65536);
         sockaddr_in from{};
         socklen_t from_size = sizeof from;
-        for (ssize_t size; (size = recvfrom(fd, datagram.data(), datagram.size(), 0,
-                                            reinterpret_cast<sockaddr*>(&from), &from_size)) > 0;) {
+        for (ssize_t size; (size = recvfrom(fd, datagram.data(), datagram.size(), 0, reinterpret_cast<sockaddr*>(&from),
+                                            &from_size)) > 0;) {
             take_your_time();
             std::lock_guard const lock(guard);
             auto const taken = protocol::byte_view(datagram).first(static_cast<std::size_t>(size));
@@ -90,8 +88,7 @@ private:
             send_to(from, whole);  // the answer looks like the command
         } else if (from == last_sender) {
             received.push_back(to_hex(whole));
-            if (answers ? !answers->empty()
-                        : element.tag == cmd_open::tag)  // fxsctl writes the call index first
+            if (answers ? !answers->empty() : element.tag == cmd_open::tag)  // fxsctl writes the call index first
                 send_to(from, answers ? *answers : open_answer(element.value.at(5)));
         }
     }

@@ -17,8 +17,8 @@ constexpr std::chrono::milliseconds soon{5000};
 
 std::string const passed_key = "e1f97a0d3e018be0d64fa32c06de41390ec675ad498afeebb6960b3aabe6";
 
-/// The first two packets of the compound in tests/tools/rtcp/rtcp_view_test.cpp, protected by libsrtp2 with that key, as
-/// a copy of call 1 with identifier "id".
+/// The first two packets of the compound in tests/tools/rtcp/rtcp_view_test.cpp, protected by libsrtp2 with that key,
+/// as a copy of call 1 with identifier "id".
 char const* const received_copy =
     "000e0062 000400020001 001600026964 00090052"
     "81c8000c1111111141d7db46c199c52390f03a515a81ccc72b7415ca716170e69a07ff7561237775ac824dd4a813a7ec26"
@@ -40,16 +40,15 @@ std::string const shown = R"json(
 
 TEST(monitor, shows_what_passes_as_json_lines_and_sums_up) {
     fake_process process;
-    child monitor = start_fxsctl(
-        "--json monitor --summary --count 8 --filter rtcp,command,log,new-ssrc,undecodable", &process);
+    child monitor =
+        start_fxsctl("--json monitor --summary --count 8 --filter rtcp,command,log,new-ssrc,undecodable", &process);
     ASSERT_TRUE(monitor.wait_for_text("watching"));
     ASSERT_EQ(run_fxsctl("media -c 1 --srtp-rx-key " + passed_key, &process).exit_code, 0);
-    for (char const* report :
-         {"0002001a 000100020005 00020010 53525450205478 3d616263642052783d", received_copy,
-          "001c0006000400020005 00130000 00190001 41",        // filtered out
-          "00020012 000100020001 00020008 6f68ff0a22c3a421",  // no UTF-8, quotes, line end
-          "00180018 000400020003 0005000613887f000001 0020000412345678", "ff00",
-          "0002000a 000100020005 00020000", sent_copy, "ff01"})  // one too many
+    for (char const* report : {"0002001a 000100020005 00020010 53525450205478 3d616263642052783d", received_copy,
+                               "001c0006000400020005 00130000 00190001 41",        // filtered out
+                               "00020012 000100020001 00020008 6f68ff0a22c3a421",  // no UTF-8, quotes, line end
+                               "00180018 000400020003 0005000613887f000001 0020000412345678", "ff00",
+                               "0002000a 000100020005 00020000", sent_copy, "ff01"})  // one too many
         process.report(report);
     EXPECT_EQ(monitor.wait(), 0);
     EXPECT_EQ(monitor.out.find(passed_key), std::string::npos);
@@ -82,8 +81,7 @@ TEST(monitor, time_or_a_signal_ends_it_with_the_summary) {
     ASSERT_TRUE(monitor.wait_for_text("watching"));
     process.report(sent_copy);
     EXPECT_EQ(monitor.end(SIGTERM), 0);
-    EXPECT_NE(monitor.out.find("reports_sent                          1\n"), std::string::npos)
-        << monitor.out;
+    EXPECT_NE(monitor.out.find("reports_sent                          1\n"), std::string::npos) << monitor.out;
 }
 
 TEST(monitor, shares_the_session_and_leaves_nothing_behind) {
@@ -91,26 +89,21 @@ TEST(monitor, shares_the_session_and_leaves_nothing_behind) {
     std::uint16_t const port = fake_process().port(), own_port = fake_process().port();
     control_client call_control = control_client::connect_udp("127.0.0.1", port);
     std::string const relay = "monitor --relay " + std::to_string(port);
-    child monitor =
-        start_fxsctl(relay + " --relay-peer " + std::to_string(call_control.local_port()), &process);
+    child monitor = start_fxsctl(relay + " --relay-peer " + std::to_string(call_control.local_port()), &process);
     ASSERT_TRUE(monitor.wait_for_text("other runs of fxsctl go through this one"));
     child observer = start_fxsctl("monitor", &process);
     ASSERT_TRUE(observer.wait_for_text("through another monitor"));
     process.report("001c0006000400020001");
     EXPECT_TRUE(call_control.wait_for<playback_empty>(soon)) << "although it has not sent anything yet";
-    EXPECT_TRUE(monitor.wait_for_text("playback-empty call=1") &&
-                observer.wait_for_text("playback-empty call=1"));
+    EXPECT_TRUE(monitor.wait_for_text("playback-empty call=1") && observer.wait_for_text("playback-empty call=1"));
 
     EXPECT_EQ(run_fxsctl("open --call 3", &process).out, "open call=3 rtp_port=40006 rtcp_port=40007\n");
     ASSERT_TRUE(call_control.start_session(soon));
     ASSERT_TRUE(call_control.send(encode(open_command{4, {}, {}, {}, {}})));
-    EXPECT_TRUE(
-        call_control.wait_for<open_reply>(soon, [](auto const& reply) { return reply.rtp_port == 40008; }));
-    for (char const* const line :
-         {"> open call=3\n", "< open call=3 rtp_port=40006", "< open call=4 rtp_port=40008"})
+    EXPECT_TRUE(call_control.wait_for<open_reply>(soon, [](auto const& reply) { return reply.rtp_port == 40008; }));
+    for (char const* const line : {"> open call=3\n", "< open call=3 rtp_port=40006", "< open call=4 rtp_port=40008"})
         EXPECT_TRUE(monitor.wait_for_text(line)) << line;
-    EXPECT_TRUE(control_client::connect_udp("127.0.0.1", port).start_session(soon))
-        << "the last sender is informed";
+    EXPECT_TRUE(control_client::connect_udp("127.0.0.1", port).start_session(soon)) << "the last sender is informed";
     EXPECT_EQ(process.peers().size(), 1U) << "the session must have stayed with the monitor";
 
     EXPECT_EQ(run_fxsctl("--local-port " + std::to_string(own_port) + " " + relay, &process).exit_code, 5);

@@ -114,8 +114,7 @@ TEST(values, addresses_and_codecs_by_their_texts) {
     for (char const* wrong : {"127.0.0.1:0", "127.0.0.1:65536", "127.0.0.1", "127.0.0.1:", "127.0.0.1:50x",
                               "127.0.0.300:5", "::1:5004", "[127.0.0.1]:5", "localhost:5004", "", ":"})
         EXPECT_FALSE(parse_address(wrong)) << wrong;
-    for (auto const& [text, number] :
-         {std::pair{"PCMA", 2}, {"g711u", 1}, {"G726-32", 6}, {"event", 7}, {"3", 3}})
+    for (auto const& [text, number] : {std::pair{"PCMA", 2}, {"g711u", 1}, {"G726-32", 6}, {"event", 7}, {"3", 3}})
         EXPECT_TRUE(find_codec(text) != nullptr && find_codec(text)->number == number) << text;
     for (char const* unknown : {"opus", "8", "", "-1"})
         EXPECT_EQ(find_codec(unknown), nullptr) << unknown;

@@ -186,8 +186,7 @@ TEST(LedTimeline, DrawsFlashesThatComeATickEarlyOrLate) {
 }
 
 TEST(PipeScript, RowsBecomeBytesOrAreRefused) {
-    auto const parsed =
-        parse_pipe_script("20 off-hook 1\n# no\n\n10 A\\r\\nB\\n\\c\n86400000  \\\\\\x41\\x00");
+    auto const parsed = parse_pipe_script("20 off-hook 1\n# no\n\n10 A\\r\\nB\\n\\c\n86400000  \\\\\\x41\\x00");
     std::string sent;
     for (scripted_text const& text : parsed.value.value_or(pipe_script{}))
         sent += std::to_string(text.time_ms) + ":" + text.bytes;

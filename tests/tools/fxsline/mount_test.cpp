@@ -23,8 +23,8 @@ long result_of(ssize_t returned) {
 
 class LineMount : public testing::Test {
 protected:
-    /// A thread that waits for an answer of this same process can't be killed: if the serving thread crashes or hangs, a
-    /// child cuts the connection, long after any honest run.
+    /// A thread that waits for an answer of this same process can't be killed: if the serving thread crashes or hangs,
+    /// a child cuts the connection, long after any honest run.
     LineMount() : test(getpid()), guard(fork()) {
         if (guard != 0)
             return;
@@ -53,9 +53,7 @@ protected:
         out.resize(result > 0 ? static_cast<size_t>(result) / 2 : 0);
         return result;
     }
-    static long write_from(int fd, samples const& in) {
-        return result_of(write(fd, in.data(), in.size() * 2));
-    }
+    static long write_from(int fd, samples const& in) { return result_of(write(fd, in.data(), in.size() * 2)); }
 
     telephones lines{{{}, fxsline::speech::recording(counting(8000), true, "test")}};
     std::string const directory = lines.tdm_path().substr(0, lines.tdm_path().size() - 3);

@@ -68,9 +68,9 @@ TEST_F(Program, RecordsBothWaysAndSpeaksOverItsLinks) {
     std::ofstream(script) << "35 second\n5 first\\c\n";
     ASSERT_EQ(mkfifo((base + "0").c_str(), 0600), 0);        // left by a killed run
     std::filesystem::create_symlink("/dev/pts/4242", link);  // the same
-    child program = start({mount.path(""), "--stepped", "--json", "--tone", "1=1000,-6", "--delay", "1=15",
-                           "--hear", "1=" + heard, "--said", "1=" + said, "--pipe", base, "--pipe-script",
-                           script, "--hook", "2=20,50", "--signal", link});
+    child program =
+        start({mount.path(""), "--stepped", "--json", "--tone", "1=1000,-6", "--delay", "1=15", "--hear", "1=" + heard,
+               "--said", "1=" + said, "--pipe", base, "--pipe-script", script, "--hook", "2=20,50", "--signal", link});
     ASSERT_TRUE(program.wait_for_text("serving"));
     EXPECT_EQ(say("signal.say", "0a 0D 03:04 11 13 7f ff00\n"), 0);  // before the process comes
     EXPECT_EQ(say("clock", "1"), 0);                                 // and this waits in the pipe

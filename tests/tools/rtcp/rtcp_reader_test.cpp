@@ -31,8 +31,7 @@ TEST(srtcp, opens_what_libsrtp2_protected_and_nothing_else) {
         bytes const packet = protect(peer);
         EXPECT_EQ(rtcp_view::open_srtcp({key, mki}, packet), compound);
         for (std::size_t length = 0; length < packet.size(); ++length)
-            EXPECT_EQ(rtcp_view::open_srtcp({key, mki}, protocol::byte_view(packet).first(length)),
-                      std::nullopt);
+            EXPECT_EQ(rtcp_view::open_srtcp({key, mki}, protocol::byte_view(packet).first(length)), std::nullopt);
         for (std::size_t const at : {std::size_t{0}, std::size_t{9}, packet.size() - 1}) {
             bytes forged = packet;
             forged[at] ^= 1;
