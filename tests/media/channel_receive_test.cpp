@@ -124,6 +124,14 @@ TEST_F(receiving, the_pause_decides_whether_a_new_beginning_is_followed) {
     }
 }
 
+// Number 0 counts as played already, so nothing plays and nobody is protected from being replaced.
+TEST_F(receiving, a_sender_of_whom_nothing_plays_is_replaced_at_once) {
+    deliver(named_packet(0, 1), 1000);
+    EXPECT_FALSE(tested.output_available());
+    deliver(named_packet(5000, 3, other_ssrc), 1010);
+    EXPECT_EQ(play(tested), 3);
+}
+
 TEST(extended_sequence, stays_near_the_play_out_point) {
     constexpr std::uint32_t table[][3] = {
         // number, last one, extended
