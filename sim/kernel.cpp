@@ -18,12 +18,12 @@ bool starts_with(char const* text, char const* front) {
 
 }  // namespace
 
-kernel::kernel(surroundings& surroundings_, settings const& settings_)
-    : chosen(settings_),
-      process_random(static_cast<std::uint32_t>(settings_.seed)),
-      around(surroundings_),
-      random(settings_.seed),
-      day_offset(settings_.time_of_day_s * second) {}
+kernel::kernel(surroundings& outer, settings const& wanted)
+    : chosen(wanted),
+      process_random(static_cast<std::uint32_t>(wanted.seed)),
+      around(outer),
+      random(wanted.seed),
+      day_offset(wanted.time_of_day_s * second) {}
 
 bool kernel::quiet() const {
     return std::none_of(std::begin(table), std::end(table), [](descriptor const& d) {

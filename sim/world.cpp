@@ -32,7 +32,7 @@ void set_globals(bool use_ipv4, bool use_ipv6) {
 
 }  // namespace
 
-world::world(surroundings& outer, settings const& chosen_) : kernel(outer, chosen_) {
+world::world(surroundings& outer, settings const& wanted) : kernel(outer, wanted) {
     set_globals(chosen.use_ipv4, chosen.use_ipv6);
     tunnel_device = str("/sim/signal");
     take_over(this);
@@ -93,7 +93,7 @@ void world::command(str const& data) {
 void world::end_all_calls() {
     ip_port const sender = control_adr;
     for (int call = 0; call < channel_count; call++)
-        dispatch_command(4, cmd_get_tlv_short(4, call), sender);
+        dispatch_command(protocol::cmd_end::tag, cmd_get_tlv_short(protocol::cmd_end::call, call), sender);
 }
 
 bool world::idle() const {

@@ -15,8 +15,8 @@ class str;
 ///         void line(int, std::int16_t const*, std::int16_t* said) override { said[0] = 1000; }
 ///     } around;
 ///     sim::world w(around, {.seed = 1});
-///     w.command(cmd_get_tlv_str(16, cmd_get_tlv_short(4, 0)));  // open call 0
-///     w.run_ms(1000);                                           // a simulated second
+///     w.command(cmd_get_tlv_str(cmd_open::tag, cmd_get_tlv_short(cmd_open::call, 0)));
+///     w.run_ms(1000);  // a simulated second
 ///
 /// What the world asks and reports goes through `surroundings`, what is done to it are functions of `world`. There is
 /// one world at a time; its end resets the process to the state just after its start, so that the next run in the
@@ -31,7 +31,7 @@ public:
 
     /// Passes of the main loop until this much time has gone by.
     void run(std::int64_t ns);
-    void run_ms(int ms_) { run(ms_ * ms); }
+    void run_ms(int time_ms) { run(time_ms * ms); }
     /// One datagram from call_control to the control port; it has arrived when this returns.
     void command(str const& data);
     void command(std::string_view data) { deliver(call_control, control_port, data); }

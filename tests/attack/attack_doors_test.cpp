@@ -27,7 +27,7 @@ long memory_kb(controlled_process const& of) {
 // copies that the pool keeps of other sizes on the way there.
 constexpr long most_stream_kb = 1024;
 
-TEST(Control, APoisonedStreamSilencesCommandsButNotMediaAndTimers) {
+TEST(control, a_poisoned_stream_silences_commands_but_not_media_and_timers) {
     auto const lines = speakers();
     std::string full;  // of elements that never end
     while (full.size() < 65000)
@@ -58,7 +58,7 @@ TEST(Control, APoisonedStreamSilencesCommandsButNotMediaAndTimers) {
 // ---- devices
 
 // Each dead device is tried once in 10 ms.
-TEST(Device, DeadOnesCostLittle) {
+TEST(device, dead_ones_cost_little) {
     auto const lines = speakers();
     auto line = std::make_unique<fxsline::signal_device>(), signalling = std::make_unique<fxsline::signal_device>();
     ASSERT_EQ(line->create(own_lines + "0") + signalling->create(own_lines + "tty"), "");
@@ -96,9 +96,9 @@ TEST(Device, DeadOnesCostLittle) {
 
 // ---- floods
 
-class Flood : public testing::Test {
+class flooded : public testing::Test {
 protected:
-    Flood() : lines(speakers()), process({"--tdm", lines->tdm_path()}) {
+    flooded() : lines(speakers()), process({"--tdm", lines->tdm_path()}) {
         process.connect(0, 1, linear);
         process.put_on_line(0, 0);
         process.put_on_line(1, 1);
@@ -143,7 +143,7 @@ protected:
     controlled_process process;
 };
 
-TEST_F(Flood, OfOneDoorDisturbsNoOtherCall) {
+TEST_F(flooded, of_one_door_disturbs_no_other_call) {
     protocol::open_reply const target = process.open(2);
     tell(process, protocol::media_command{.call = 2, .send = linear, .map = {linear}});
     stranger rtp(target.rtp_port), control(process.port), first(target.rtcp_port), second(target.rtcp_port);
@@ -171,7 +171,7 @@ TEST_F(Flood, OfOneDoorDisturbsNoOtherCall) {
 
 // ---- large packets
 
-TEST(Memory, EightChannelsUnderLargePacketsStayWithinBounds) {
+TEST(memory, eight_channels_under_large_packets_stay_within_bounds) {
     controlled_process process({});
     eight_channels attacked(process);
     long const before_kb = memory_kb(process);
@@ -184,7 +184,7 @@ TEST(Memory, EightChannelsUnderLargePacketsStayWithinBounds) {
     EXPECT_LT(grown_kb, most_flooded_kb);
 }
 
-TEST(Memory, AHugePacketHoldsTheLineUpForThreeSecondsOfAudioOnly) {
+TEST(memory, a_huge_packet_holds_the_line_up_for_three_seconds_of_audio_only) {
     auto const lines = speakers();
     controlled_process process({"--tdm", lines->tdm_path()});
     stranger far(process.open(0).rtp_port);

@@ -35,9 +35,9 @@ std::string packet_of(srtp_ctx& sender, std::uint32_t sequence, int name) {
 }
 
 /// The process with call 0 on a line that takes everything at once: what a packet plays is there when it was accepted.
-class Secure : public testing::Test {
+class secure_call : public testing::Test {
 protected:
-    Secure() : no_error(line.create(own_lines + "0")), process({"--tdm", own_lines}) { start(); }
+    secure_call() : no_error(line.create(own_lines + "0")), process({"--tdm", own_lines}) { start(); }
 
     void start() {
         far = std::make_unique<stranger>(process.open(0).rtp_port);
@@ -73,7 +73,7 @@ protected:
 };
 
 // tests/media/channel_srtp_test.cpp has more of this; here it comes over the network.
-TEST_F(Secure, NothingForgedIsPlayedAndTheRolloverCounterSurvives) {
+TEST_F(secure_call, nothing_forged_is_played_and_the_rollover_counter_survives) {
     srtp_ctx none, zero = keyed(std::string(30, '\0')), old = keyed(material(9)), first = keyed(material(1)),
                    second = keyed(material(2)), wrong = keyed(material(3));
     std::uint32_t number = 100;
@@ -140,7 +140,7 @@ std::vector<int> found(std::string const& key_and_salt, pid_t pid) {
     return counts;
 }
 
-TEST_F(Secure, KeysAreGoneFromMemoryWithTheCallAndWithTheNextKeys) {
+TEST_F(secure_call, keys_are_gone_from_memory_with_the_call_and_with_the_next_keys) {
     std::random_device random;
     std::string keys[4];  // to receive, to transmit, and both again
     for (std::string& key_and_salt : keys)

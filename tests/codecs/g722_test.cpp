@@ -72,7 +72,7 @@ signals::bytes encode_pairs(signals::samples const& pcm) {
     return out;
 }
 
-TEST(G722, EncodesLikeLibspandspAndDecodesLikeLibavcodecAt16kHz) {
+TEST(g722, encodes_like_libspandsp_and_decodes_like_libavcodec_at_16_khz) {
     std::vector<signals::bytes> streams{signals::codes(480000, 8, 1, 9)};
     for (unsigned byte = 0; byte < 256; byte++)
         streams.push_back(signals::bytes(8000, static_cast<std::uint8_t>(byte)));
@@ -86,7 +86,7 @@ TEST(G722, EncodesLikeLibspandspAndDecodesLikeLibavcodecAt16kHz) {
 
 // The digests are those of a coder that follows ITU-T G.722 clauses 6.2.1 to 6.2.4 to the letter: one 16-bit operation
 // after the other, each addition limited.
-TEST(G722, LimitsEverySum) {
+TEST(g722, limits_every_sum) {
     digest decoded, encoded;
     for (unsigned seed = 0; seed < 24; seed++)
         decoded.add(decode_pairs(signals::codes(60000, 8, 1 << seed % 12, seed, 1 + static_cast<int>(seed / 6))));
@@ -97,7 +97,7 @@ TEST(G722, LimitsEverySum) {
     EXPECT_EQ(encoded.value, 0xeda52a7d8422a272u);
 }
 
-TEST(G722, InterpolatesAndDecimates8kHz) {
+TEST(g722, interpolates_and_decimates_8_khz) {
     for (signals::named const& signal : signals::assortment(48000, 32767, 8)) {
         SCOPED_TRACE(signal.name);
         signals::samples wideband;

@@ -62,11 +62,11 @@ struct both {
     }
 };
 
-class G726 : public testing::TestWithParam<int> {};
-INSTANTIATE_TEST_SUITE_P(Bits, G726, testing::Range(2, 6));
+class g726_widths : public testing::TestWithParam<int> {};
+INSTANTIATE_TEST_SUITE_P(bits, g726_widths, testing::Range(2, 6));
 
 // The rate changes now and then in the loud speech, which leaves the adaptive state as it is.
-TEST_P(G726, AgreesWithLibspandspOverSecondsOfSignal) {
+TEST_P(g726_widths, agrees_with_libspandsp_over_seconds_of_signal) {
     std::mt19937 random(31);
     for (signals::named const& signal : signals::assortment(64000, 32767, 726)) {
         both coders(GetParam());
@@ -84,7 +84,7 @@ TEST_P(G726, AgreesWithLibspandspOverSecondsOfSignal) {
 }
 
 // No encoder sends these: the coefficients and the reconstructed signal reach the ends of their 16 bits and wrap.
-TEST_P(G726, AgreesWithLibspandspOnAnyCodewords) {
+TEST_P(g726_widths, agrees_with_libspandsp_on_any_codewords) {
     int const bits = GetParam();
     std::vector<signals::bytes> streams;
     for (int hold : {1, 3, 30, 1000, 5000})
@@ -98,7 +98,7 @@ TEST_P(G726, AgreesWithLibspandspOnAnyCodewords) {
     }
 }
 
-TEST_P(G726, TakesTheLowBitsOfEverySampleAndByte) {
+TEST_P(g726_widths, takes_the_low_bits_of_every_sample_and_byte) {
     for (unsigned sample = 0; sample < 65536; sample++) {
         both coders(GetParam());
         ASSERT_EQ(coders.encoder.encode(sample | 0xABCD0000),

@@ -90,11 +90,11 @@ void check_folder(fs::path const& folder, char const* input, char const* output,
     EXPECT_EQ(decoded, decoded_frames) << folder;
 }
 
-TEST(G729aVectors, Committed) {
+TEST(g729a_vectors, committed) {
     check_folder(G729A_COMMITTED_VECTORS, ".pcm", ".dec", 2510, 4010);
 }
 
-TEST(G729aVectors, Complete) {
+TEST(g729a_vectors, complete) {
     fs::path const folder = G729A_ALL_VECTORS;
     if (!fs::exists(folder))
         GTEST_SKIP() << "only the committed vectors were run: no " << folder
@@ -141,7 +141,7 @@ std::vector<sound> extreme_signal(unsigned seed, size_t frames) {
 // Arithmetic corners that ordinary signals miss. The digests were taken from a second build of the coder that
 // clips after every single operation; that build reproduces the ITU-T's vectors, erasures included.
 // Channels by turns: they share no memory.
-TEST(G729aDigest, Encoders) {
+TEST(g729a_digest, encoders) {
     digest sum;
     constexpr size_t channels = 4, frames = 2000;
     std::vector<coder> encoders(channels, coder(0x55));
@@ -156,7 +156,7 @@ TEST(G729aDigest, Encoders) {
 
 // Random frames, some of them lost; every other block of 25 keeps its spectrum and its largest gains, which
 // makes the synthesis overflow.
-TEST(G729aDigest, DecoderWithLosses) {
+TEST(g729a_digest, decoder_with_losses) {
     digest sum;
     std::mt19937 random(5);
     coder decoder;
@@ -178,7 +178,7 @@ TEST(G729aDigest, DecoderWithLosses) {
 
 // A wrong parity bit changes a lot for a receiver that checks it, as vectors show, but nothing for
 // g729a_decode_frame().
-TEST(G729aState, FrameDecoderIgnoresParity) {
+TEST(g729a_state, frame_decoder_ignores_parity) {
     coder good, flipped;
     for (packed bytes : read<packed>(fs::path(G729A_COMMITTED_VECTORS) / "speech_clip36db.g729")) {
         sound const pcm = good.decode(bytes);

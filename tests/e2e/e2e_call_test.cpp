@@ -35,7 +35,7 @@ double rms(signals::samples const& pcm, std::size_t from, std::size_t n) {
     return std::sqrt(sum / static_cast<double>(n));
 }
 
-TEST(Call, CarriesEverySampleBothWays) {
+TEST(call, carries_every_sample_both_ways) {
     signals::samples const first = voice(1);
     signals::samples const second = voice(2);
     telephones lines({recording(first), recording(second)});
@@ -53,7 +53,7 @@ TEST(Call, CarriesEverySampleBothWays) {
     EXPECT_LE(at_first, 6 * block);
 }
 
-TEST(Call, CompandsAndInvertsG711) {
+TEST(call, compands_and_inverts_g711) {
     for (protocol::codec_choice const codec : {mu_law, a_law}) {
         signals::samples const said = voice(3);
         telephones lines({recording(said)});
@@ -80,7 +80,7 @@ TEST(Call, CompandsAndInvertsG711) {
     }
 }
 
-TEST(Call, PlaysAKeyPressOnceAsToneAtTheFarEnd) {
+TEST(call, plays_a_key_press_once_as_tone_at_the_far_end) {
     telephones lines({recording(voice(4))});
     controlled_process process({"--tdm", lines.tdm_path()});
     process.connect(0, 1, mu_law, protocol::media_command{.event_payload_type = 101});
@@ -108,7 +108,7 @@ TEST(Call, PlaysAKeyPressOnceAsToneAtTheFarEnd) {
     EXPECT_LE(changes, 4) << "one uninterrupted tone";
 }
 
-TEST(Call, PlaysAProgressToneToTheLine) {
+TEST(call, plays_a_progress_tone_to_the_line) {
     telephones lines({});
     controlled_process process({"--tdm", lines.tdm_path()});
     process.open(0);
@@ -126,7 +126,7 @@ TEST(Call, PlaysAProgressToneToTheLine) {
     EXPECT_EQ(rms(lines.heard(0), silent_from, 20 * block), 0);
 }
 
-TEST(Call, MixesThreeParties) {
+TEST(call, mixes_three_parties) {
     signals::samples const voices[] = {voice(5), voice(6), voice(7)};
     telephones lines({recording(voices[0]), recording(voices[1]), recording(voices[2])});
     controlled_process process({"--tdm", lines.tdm_path()});
@@ -155,7 +155,7 @@ TEST(Call, MixesThreeParties) {
     }
 }
 
-TEST(Call, EndsAndLeavesTheLineClosed) {
+TEST(call, ends_and_leaves_the_line_closed) {
     telephones lines({});
     controlled_process process({"--tdm", lines.tdm_path()});
     process.connect(0, 1, mu_law);

@@ -25,7 +25,7 @@ std::string led_events(telephones const& lines) {
     return all;
 }
 
-TEST(Device, LedBlinksOnTheOpenLineUntilItIsSwitchedOff) {
+TEST(device, led_blinks_on_the_open_line_until_it_is_switched_off) {
     telephones lines({});
     controlled_process process({"--tdm", lines.tdm_path()});
     process.open(0);
@@ -47,7 +47,7 @@ TEST(Device, LedBlinksOnTheOpenLineUntilItIsSwitchedOff) {
     EXPECT_EQ(told(), until_off) << "dark for a second and more";
 }
 
-TEST(Device, BaseCommandsReachTheDriverAndTheThirdIsAnswered) {
+TEST(device, base_commands_reach_the_driver_and_the_third_is_answered) {
     telephones lines({});
     controlled_process process({"--tdm", lines.tdm_path()});
     for (int const open_line : {-1, 1}) {
@@ -73,7 +73,7 @@ TEST(Device, BaseCommandsReachTheDriverAndTheThirdIsAnswered) {
     }
 }
 
-TEST(Device, LinesOfTheDriverPipeBecomeReports) {
+TEST(device, lines_of_the_driver_pipe_become_reports) {
     std::string directory = testing::TempDir() + "fxsmedia-XXXXXX";
     ASSERT_NE(mkdtemp(directory.data()), nullptr);
     std::string const base = directory + "/fxs";
@@ -99,7 +99,7 @@ TEST(Device, LinesOfTheDriverPipeBecomeReports) {
     std::filesystem::remove_all(directory);
 }
 
-TEST(Device, TheSignallingDeviceIsATransparentRelay) {
+TEST(device, the_signalling_device_is_a_transparent_relay) {
     int const line = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);  // the far side of a serial line
     ASSERT_EQ(grantpt(line), 0);
     ASSERT_EQ(unlockpt(line), 0);

@@ -35,15 +35,15 @@ bool hears(telephones& lines, unsigned line) {
                                [](int sample) { return sample != 0; });
 }
 
-class Limits : public testing::Test {
+class limits : public testing::Test {
 protected:
-    Limits() : lines(talkers()), directory(testing::TempDir() + "fxs-links-XXXXXX") {
+    limits() : lines(talkers()), directory(testing::TempDir() + "fxs-links-XXXXXX") {
         EXPECT_NE(mkdtemp(directory.data()), nullptr);
         for (char line = '0'; line < '4'; line++)
             link(line, lines->tdm_path() + line);
         process = std::make_unique<controlled_process>(std::vector<std::string>{"--tdm", directory + "/sdt"});
     }
-    ~Limits() override {
+    ~limits() override {
         process.reset();
         fs::remove_all(directory);
     }
@@ -81,7 +81,7 @@ protected:
     std::unique_ptr<controlled_process> process;
 };
 
-TEST_F(Limits, WithoutDescriptorsNothingOpensUntilThereAreSomeAgain) {
+TEST_F(limits, without_descriptors_nothing_opens_until_there_are_some_again) {
     pid_t const pid = process->process.pid();
     process->connect(0, 1, linear);
     rlimit usual{}, few{};
@@ -108,7 +108,7 @@ TEST_F(Limits, WithoutDescriptorsNothingOpensUntilThereAreSomeAgain) {
     EXPECT_TRUE(hears(*lines, 1)) << "the call from before";
 }
 
-TEST_F(Limits, ARangeWithoutFreePortsGivesNoneUntilOneIsFreed) {
+TEST_F(limits, a_range_without_free_ports_gives_none_until_one_is_freed) {
     std::uint16_t const port = process->open(0).rtp_port;
     auto const end = static_cast<std::uint16_t>(port + 2);
     EXPECT_EQ(open_within(1, port, end), 0);
@@ -116,7 +116,7 @@ TEST_F(Limits, ARangeWithoutFreePortsGivesNoneUntilOneIsFreed) {
     EXPECT_EQ(open_within(1, port, end), port);
 }
 
-TEST_F(Limits, ABrokenDeviceDisturbsNobodyAndIsReplaced) {
+TEST_F(limits, a_broken_device_disturbs_nobody_and_is_replaced) {
     int line = -1;  // the far side of a terminal
     std::unique_ptr<telephones> others;
     struct {
@@ -172,7 +172,7 @@ TEST_F(Limits, ABrokenDeviceDisturbsNobodyAndIsReplaced) {
     }
 }
 
-TEST_F(Limits, CallsOutliveTheCallControlThatMadeThem) {
+TEST_F(limits, calls_outlive_the_call_control_that_made_them) {
     process->connect(0, 1, linear);
     process->put_on_line(0, 0);
     process->put_on_line(1, 1);
@@ -187,14 +187,14 @@ TEST_F(Limits, CallsOutliveTheCallControlThatMadeThem) {
     EXPECT_TRUE(lines->wait_for_open(0));
 }
 
-TEST_F(Limits, ACallControlThatDoesNotReadLosesDatagramsOnly) {
+TEST_F(limits, a_call_control_that_does_not_read_loses_datagrams_only) {
     for (int i = 0; i < 20000; i++)
         send(protocol::end_command{});
     expect_beat();
     EXPECT_NE(process->open(7).rtp_port, 0);
 }
 
-TEST_F(Limits, AProcessThatWasStoppedGoesOnWithTheNewestAudio) {
+TEST_F(limits, a_process_that_was_stopped_goes_on_with_the_newest_audio) {
     process->connect(0, 1, linear);
     process->put_on_line(0, 0);
     process->put_on_line(1, 1);
@@ -221,7 +221,7 @@ long sleeps(pid_t pid) {
     return -1;
 }
 
-TEST(LimitsAtStart, LivesWithoutItsControlPortAndItsDevices) {
+TEST(limits_at_start, lives_without_its_control_port_and_its_devices) {
     controlled_process holder({});
     media_process process({"--debug", "--log", "1", "--port", std::to_string(holder.port), "--tdm", "/nowhere/sdt",
                            "--pipe", "/nowhere/fxs", "--tunnel", "/nowhere/tty"});
@@ -233,7 +233,7 @@ TEST(LimitsAtStart, LivesWithoutItsControlPortAndItsDevices) {
     EXPECT_TRUE(process.alive());
 }
 
-TEST(LimitsAtStart, LeavesDescriptorsAloneThatSelectCantTake) {
+TEST(limits_at_start, leaves_descriptors_alone_that_select_cant_take) {
     rlimit usual{}, many{};
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &usual), 0);
     many = {5 * FD_SETSIZE, usual.rlim_max};

@@ -18,7 +18,7 @@ bool answered(protocol::control_client& client, protocol::worked_datagram const&
     return false;
 }
 
-TEST(Protocol, EveryWorkedDatagramDoesWhatTheManualSays) {
+TEST(protocol, every_worked_datagram_does_what_the_manual_says) {
     auto const datagrams = protocol::load_worked_datagrams(FXSMEDIA_SOURCE "/docs/control-protocol.md");
     telephones lines({});
     controlled_process process({"--tdm", lines.tdm_path()});
@@ -40,7 +40,7 @@ TEST(Protocol, EveryWorkedDatagramDoesWhatTheManualSays) {
     EXPECT_TRUE(process.process.alive());
 }
 
-TEST(Protocol, CommandsMayBeCutAnywhere) {
+TEST(protocol, commands_may_be_cut_anywhere) {
     controlled_process process({});
     protocol::bytes stream;
     for (std::uint16_t call = 0; call < 3; call++) {
@@ -58,7 +58,7 @@ TEST(Protocol, CommandsMayBeCutAnywhere) {
     }
 }
 
-TEST(Protocol, LoopbackTestFindsItsPatternOnALineThatEchoes) {
+TEST(protocol, loopback_test_finds_its_pattern_on_a_line_that_echoes) {
     telephones lines({});
     // The telephone says what it hears: the blocks come back two ticks later.
     lines.bank().line(0).tap_heard([&](fxsline::block const& block) {

@@ -44,9 +44,9 @@ void write_wav(std::string const& path, signals::samples const& pcm) {
     ASSERT_EQ(std::system(("ffmpeg -v error -y -f s16le -ar 8000 -ac 1 -i " + raw + " " + path).c_str()), 0);
 }
 
-class RtpPartner : public testing::TestWithParam<partner> {
+class rtp_partner : public testing::TestWithParam<partner> {
 protected:
-    RtpPartner() : prefix(testing::TempDir() + GetParam().name + std::to_string(::getpid())) {}
+    rtp_partner() : prefix(testing::TempDir() + GetParam().name + std::to_string(::getpid())) {}
 
     std::string file(std::string const& name) const { return prefix + name; }
     std::string payload_type() const { return std::to_string(GetParam().codec.payload_type); }
@@ -84,7 +84,7 @@ private:
     std::string prefix;
 };
 
-TEST_P(RtpPartner, IsHeardOnTheLine) {
+TEST_P(rtp_partner, is_heard_on_the_line) {
     if (GetParam().encoder == nullptr)
         GTEST_SKIP() << "ffmpeg can't send it";
     signals::samples const said = signals::speech_like(12000, 12000, 11);
@@ -105,7 +105,7 @@ TEST_P(RtpPartner, IsHeardOnTheLine) {
     EXPECT_NEAR(result.level_db, GetParam().level_db, 1);
 }
 
-TEST_P(RtpPartner, HearsTheLine) {
+TEST_P(rtp_partner, hears_the_line) {
     signals::samples const said = signals::speech_like(3 * 8000, 12000, 12);
     telephones lines({fxsline::speech::recording(said, true, "test")});
     controlled_process process({"--tdm", lines.tdm_path()});
@@ -127,7 +127,7 @@ TEST_P(RtpPartner, HearsTheLine) {
 }
 
 /// ffmpeg decodes G.729 but not out of RTP: the packets are collected here.
-TEST(G729Partner, DecodesWhatTheLineSays) {
+TEST(g729_partner, decodes_what_the_line_says) {
     if (!FXSMEDIA_G729)
         GTEST_SKIP() << "built without G.729";
     signals::samples const said = signals::speech_like(3 * 8000, 12000, 13);
@@ -161,7 +161,7 @@ TEST(G729Partner, DecodesWhatTheLineSays) {
 
 /// What ffmpeg encodes but can't send in packets of whole blocks is sent from here, some packets before the clock
 /// starts, so that the line never waits for one that is on its way.
-TEST(FilePartner, IsHeardOnTheLine) {
+TEST(file_partner, is_heard_on_the_line) {
     struct {
         protocol::codec_choice codec;
         char const* encoder;
@@ -202,7 +202,7 @@ TEST(FilePartner, IsHeardOnTheLine) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Ffmpeg, RtpPartner, testing::ValuesIn(partners),
+INSTANTIATE_TEST_SUITE_P(ffmpeg, rtp_partner, testing::ValuesIn(partners),
                          [](auto const& suite) { return std::string(suite.param.name); });
 
 }  // namespace

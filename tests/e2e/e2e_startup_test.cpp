@@ -9,7 +9,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-TEST(Startup, AnswersWithExitStatusAndVersion) {
+TEST(startup, answers_with_exit_status_and_version) {
     struct {
         std::vector<std::string> arguments;
         int status;
@@ -28,7 +28,7 @@ TEST(Startup, AnswersWithExitStatusAndVersion) {
     }
 }
 
-TEST(Startup, BeatsAtTheGivenPeerEverySecond) {
+TEST(startup, beats_at_the_given_peer_every_second) {
     std::uint16_t const process_port = free_port();
     auto peer = protocol::control_client::connect_udp("127.0.0.1", process_port);
     media_process process({"--debug", "--log", "1", "--port", std::to_string(process_port), "--dest-port",
@@ -48,7 +48,7 @@ bool is_file(pid_t pid, int fd) {
     return !none && !target.string().starts_with("socket:");
 }
 
-TEST(Startup, ClosesTheStandardDescriptorsUnlessToldToLog) {
+TEST(startup, closes_the_standard_descriptors_unless_told_to_log) {
     for (bool const keep : {false, true}) {
         std::uint16_t const port = free_port();
         auto peer = protocol::control_client::connect_udp("127.0.0.1", port);
@@ -62,7 +62,7 @@ TEST(Startup, ClosesTheStandardDescriptorsUnlessToldToLog) {
     }
 }
 
-TEST(Startup, ObeysItsPeerOnly) {
+TEST(startup, obeys_its_peer_only) {
     controlled_process process({});
     auto stranger = protocol::control_client::connect_udp("127.0.0.1", process.port);
     stranger.send(protocol::encode(protocol::open_command{.call = 0}));

@@ -24,12 +24,12 @@ str const published_srtp = header + hex("4E55DC4CE79978D88CA4D215949D2402B78D6AC
 str const published_srtcp = hex("81C8000BCAFEBABE7128035BE487B9BDBEF89041F977A5A880000001993E08CD54D6C1230798");
 
 /// Both directions under that key.
-struct Srtp : testing::Test {
+struct srtp_packets : testing::Test {
     srtp_ctx tx = keyed(b3_key, ssrc), rx = keyed(b3_key, str());
     str payload = audio, got = str("before");
 };
 
-TEST_F(Srtp, PublishedPackets) {
+TEST_F(srtp_packets, published_packets) {
     EXPECT_EQ(published_srtp, srtp_protect(tx, header, payload, 0x1234, {10, str()}));
     EXPECT_EQ(published_srtp.substr(12, 16), payload);
     std::uint32_t sequence = 0x71234;
@@ -44,7 +44,7 @@ TEST_F(Srtp, PublishedPackets) {
     EXPECT_EQ(hex("8000FFFF"), srtcp_protect(tx, compound, 65535, hex("77")).substr(24, 4));
 }
 
-TEST_F(Srtp, DamagedPacketsLeaveTheStreamAlone) {
+TEST_F(srtp_packets, damaged_packets_leave_the_stream_alone) {
     srtp_trailer const trailer{10, hex("0102")};
     rx.roc = 1;
     str const good = srtp_protect(tx, header, payload, 0x11234, trailer);
@@ -68,7 +68,7 @@ TEST_F(Srtp, DamagedPacketsLeaveTheStreamAlone) {
     }
 }
 
-TEST_F(Srtp, HostileTrailersAndHeaders) {
+TEST_F(srtp_packets, hostile_trailers_and_headers) {
     std::uint32_t sequence = 0;
     for (str const& packet : {str(), header, published_srtp})
         for (int const tag_length : {INT_MIN, -1, 1, 20, 21, 38, 65535, INT_MAX})
@@ -82,7 +82,7 @@ TEST_F(Srtp, HostileTrailersAndHeaders) {
     EXPECT_EQ(str(), got);
 }
 
-TEST_F(Srtp, ReportsThatAreNotEncryptedAreLeftAlone) {
+TEST_F(srtp_packets, reports_that_are_not_encrypted_are_left_alone) {
     str clear = published_srtcp;
     for (int n = 0; n < 22; n++)
         EXPECT_FALSE(srtcp_unprotect(rx, str('\xFF', n), got, {10, str()})) << n;
@@ -161,7 +161,7 @@ void exchange(str const& key, srtp_trailer const& trailer, std::uint32_t from, i
     }
 }
 
-TEST(SrtpPeer, WrapsTagLengthsMkisAndKeysOfAnyLength) {
+TEST(srtp_peer, wraps_tag_lengths_mkis_and_keys_of_any_length) {
     dice random(7);
     exchange(random_octets(random, 30), {10, str()}, 65000, 75000);  // all indices of reports
     for (int tag_length = 0; tag_length <= 20; tag_length++)
@@ -174,7 +174,7 @@ TEST(SrtpPeer, WrapsTagLengthsMkisAndKeysOfAnyLength) {
         exchange(random_octets(random, n), {4, str()}, 65530, 20);
 }
 
-TEST(SrtpPeer, OneStreamOverRolloversRestartsAndNewKeys) {
+TEST(srtp_peer, one_stream_over_rollovers_restarts_and_new_keys) {
     dice random(16);
     str key = random_octets(random, 30);
     srtp_ctx rx = keyed(key, str());

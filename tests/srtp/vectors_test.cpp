@@ -5,8 +5,8 @@
 #include "tests/srtp/octets.h"
 
 /// Key and salt of RFC 3711 appendix B.2.
-struct Rfc3711 : testing::Test {
-    Rfc3711() {
+struct rfc3711 : testing::Test {
+    rfc3711() {
         aes_cm_init(context, hex("2B7E151628AED2A6ABF7158809CF4F3C"),
                     hex("F0F1F2F3F4F5F6F7F8F9FAFBFCFDFFFF"));  // the salt has 14 bytes
     }
@@ -14,7 +14,7 @@ struct Rfc3711 : testing::Test {
     aes_cm_context context;
 };
 
-TEST_F(Rfc3711, Keystream) {
+TEST_F(rfc3711, keystream) {
     struct {
         int block;
         char const* keystream;
@@ -29,7 +29,7 @@ TEST_F(Rfc3711, Keystream) {
     EXPECT_EQ(keystream.leftstr(16), keystream.rightstr(16)) << "the block number wraps without carry";
 }
 
-TEST_F(Rfc3711, EveryCallStartsOnAFreshBlockButUsesWhatWasAdvanced) {
+TEST_F(rfc3711, every_call_starts_on_a_fresh_block_but_uses_what_was_advanced) {
     EXPECT_EQ(hex("E03EAD0935C95E80E166"), encrypted_zeros(10));
     EXPECT_EQ(hex("D23513162B02D0F72A43"), encrypted_zeros(10));
     EXPECT_EQ(str(), encrypted_zeros(0));
@@ -41,7 +41,7 @@ TEST_F(Rfc3711, EveryCallStartsOnAFreshBlockButUsesWhatWasAdvanced) {
     EXPECT_EQ(hex("01E4FCA894"), encrypted_zeros(5));
 }
 
-TEST(Digest, PublishedVectors) {
+TEST(digest, published_vectors) {
     str const big("Test Using Larger Than Block-Size Key and Larger Than One Block-Size Data");
     str const aa80('\xAA', 80), jefe("Jefe"), question("what do ya want for nothing?");
     struct {
@@ -61,7 +61,7 @@ TEST(Digest, PublishedVectors) {
 }
 
 /// SHA-1 over the results, compared with that of Python's hashlib and hmac for the same messages and keys.
-TEST(Digest, EveryLengthOfDataInPiecesAndOfKeys) {
+TEST(digest, every_length_of_data_in_pieces_and_of_keys) {
     sha1 all;
     for (int length = 0; length <= 400; length++) {
         str data('\0', length), message('\0', length / 2);
@@ -82,7 +82,7 @@ TEST(Digest, EveryLengthOfDataInPiecesAndOfKeys) {
     EXPECT_EQ(hex("6BE7224467310A3039809033F6A3F960E51A264A"), all.finish());
 }
 
-TEST(Digest, Md5BlockByHand) {
+TEST(digest, md5_block_by_hand) {
     md5 digest, other;  // RFC 1321 section 3: "a", its padding, and its length of 8 bits, as one block
     str const block = hex("6180") + str('\0', 54) + hex("08");
     digest.transform(block);
@@ -93,7 +93,7 @@ TEST(Digest, Md5BlockByHand) {
 }
 
 /// Against the output of OpenSSL's TLS1-PRF over one hash alone.
-TEST(Hmac, ExpansionInWholeBlocks) {
+TEST(hmac, expansion_in_whole_blocks) {
     str const secret = hex("35DC8F1A0B7752AA01FE"), seed = hex("C0FFEE00112233445566778899AABBCCDDEEFF42");
     str const sha40 = hex("41E2EDCAA362CCB26AD8284023733795FB5F24BC6326FC76C60DB757F8B6F784EB910B3AF6DF2420");
     str const five = hmac_md5_expand(secret, seed, 40);

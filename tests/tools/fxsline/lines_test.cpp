@@ -24,7 +24,7 @@ void write_wav(std::string const& path, int rate, int channels, std::vector<floa
 }
 
 /// Random operations against two plain queues.
-TEST(SimulatedLine, AgreesWithAModelOverRandomOperations) {
+TEST(simulated_line, agrees_with_a_model_over_random_operations) {
     unsigned const seed = std::random_device()();
     SCOPED_TRACE(testing::Message() << "seed " << seed);
     std::mt19937 random(seed);
@@ -94,7 +94,7 @@ TEST(SimulatedLine, AgreesWithAModelOverRandomOperations) {
     EXPECT_EQ(line.counters().underruns, underruns);
 }
 
-TEST(Speech, ToneHasItsFrequenciesAndLevelForAMinute) {
+TEST(speech, tone_has_its_frequencies_and_level_for_a_minute) {
     speech tone = *parse_speech("tone 440.5+1000 -20\n").value;
     level_meter meter;
     for (int i = 0; i < 480000;) {
@@ -122,7 +122,7 @@ no samples|wav empty
 can't open|wav pipe
 )";
 
-TEST(Speech, CommandsAreTakenOrRefusedWithAReason) {
+TEST(speech, commands_are_taken_or_refused_with_a_reason) {
     temporary_directory const directory;
     write_wav(directory.path("stereo"), 8000, 2, {0.5F, 0.25F, -0.75F, -0.25F});
     write_wav(directory.path("wide"), 16000, 1, {0});
@@ -143,7 +143,7 @@ TEST(Speech, CommandsAreTakenOrRefusedWithAReason) {
     EXPECT_EQ(samples(out.begin(), out.begin() + 3), (samples{12288, -16384, 12288}));
 }
 
-TEST(LineBank, RequestsAnswerAndReport) {
+TEST(line_bank, requests_answer_and_report) {
     std::string log;
     line_bank bank({.base_answers = {{3, 17}, {4, -EIO}}},
                    [&](line_event const& event) { log += event_text(event).substr(8) + "\n"; });
@@ -169,7 +169,7 @@ TEST(LineBank, RequestsAnswerAndReport) {
                    "\n");
 }
 
-TEST(LedTimeline, DrawsFlashesThatComeATickEarlyOrLate) {
+TEST(led_timeline, draws_flashes_that_come_a_tick_early_or_late) {
     led_timeline led;
     for (uint64_t const on_ms : {120U, 220U, 330U, 1000U}) {
         led.add({on_ms, true});
@@ -185,7 +185,7 @@ TEST(LedTimeline, DrawsFlashesThatComeATickEarlyOrLate) {
     EXPECT_EQ(led.commands().front().time_ms, 3000U);
 }
 
-TEST(PipeScript, RowsBecomeBytesOrAreRefused) {
+TEST(pipe_script, rows_become_bytes_or_are_refused) {
     auto const parsed = parse_pipe_script("20 off-hook 1\n# no\n\n10 A\\r\\nB\\n\\c\n86400000  \\\\\\x41\\x00");
     std::string sent;
     for (scripted_text const& text : parsed.value.value_or(pipe_script{}))

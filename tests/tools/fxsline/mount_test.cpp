@@ -21,11 +21,11 @@ long result_of(ssize_t returned) {
     return returned < 0 ? -errno : returned;
 }
 
-class LineMount : public testing::Test {
+class mounted_lines : public testing::Test {
 protected:
     /// A thread that waits for an answer of this same process can't be killed: if the serving thread crashes or hangs,
     /// a child cuts the connection, long after any honest run.
-    LineMount() : test(getpid()), guard(fork()) {
+    mounted_lines() : test(getpid()), guard(fork()) {
         if (guard != 0)
             return;
         sleep(60);
@@ -35,7 +35,7 @@ protected:
             umount2(directory.c_str(), how);
         _exit(0);
     }
-    ~LineMount() override {
+    ~mounted_lines() override {
         kill(guard, SIGKILL);
         waitpid(guard, nullptr, 0);
         for (int const fd : descriptors)
@@ -61,7 +61,7 @@ protected:
     std::vector<int> descriptors;
 };
 
-TEST_F(LineMount, ReadsTakeWhatIsThereOrWait) {
+TEST_F(mounted_lines, reads_take_what_is_there_or_wait) {
     struct sigaction action {};
     action.sa_handler = [](int) {};  // without SA_RESTART
     sigaction(SIGUSR1, &action, nullptr);
@@ -96,7 +96,7 @@ TEST_F(LineMount, ReadsTakeWhatIsThereOrWait) {
     EXPECT_EQ(waiting.get(), -ENODEV);
 }
 
-TEST_F(LineMount, WritesFillTheRoomOrWaitForIt) {
+TEST_F(mounted_lines, writes_fill_the_room_or_wait_for_it) {
     int const fd = open_file("sdt0"), impatient = open_file("sdt0", O_WRONLY | O_NONBLOCK);
     auto const write_later = [&] {
         auto result = std::async(std::launch::async, [fd] { return write_from(fd, counting(80, 500)); });
@@ -127,7 +127,7 @@ TEST_F(LineMount, WritesFillTheRoomOrWaitForIt) {
     EXPECT_EQ(waiting.get(), -ENODEV);
 }
 
-TEST_F(LineMount, ControlFiles) {
+TEST_F(mounted_lines, control_files) {
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator(directory), {}), 14);
     for (auto const& [file, text, result] : {std::tuple{"clock", "12", 2L},
                                              {"clock", "-1", -EINVAL},

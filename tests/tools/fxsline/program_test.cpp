@@ -13,7 +13,7 @@ namespace {
 
 using namespace std::string_literals;
 
-class Program : public testing::Test {
+class fxsline_program : public testing::Test {
 protected:
     static child start(std::vector<std::string> arguments) {
         arguments.insert(arguments.begin(), FXSLINE_PROGRAM);
@@ -64,7 +64,7 @@ std::string const all_events = R"({"time_ms":0,"event":"signal_to_process","text
 {"time_ms":80,"event":"led_timeline","commands":[{"time_ms":10,"on":true},{"time_ms":20,"on":false}],"drawing":"."}
 )";
 
-TEST_F(Program, RecordsBothWaysAndSpeaksOverItsLinks) {
+TEST_F(fxsline_program, records_both_ways_and_speaks_over_its_links) {
     std::ofstream(script) << "35 second\n5 first\\c\n";
     ASSERT_EQ(mkfifo((base + "0").c_str(), 0600), 0);        // left by a killed run
     std::filesystem::create_symlink("/dev/pts/4242", link);  // the same
@@ -117,7 +117,7 @@ TEST_F(Program, RecordsBothWaysAndSpeaksOverItsLinks) {
     EXPECT_TRUE(played.substr(160) == spoken.substr(0, 6 * 160) + quiet);
 }
 
-TEST_F(Program, TakesOverTheMountOfAKilledRunButNotOfALivingOne) {
+TEST_F(fxsline_program, takes_over_the_mount_of_a_killed_run_but_not_of_a_living_one) {
     child killed = start({mount.path("")});
     ASSERT_TRUE(killed.wait_for_text("serving "));
     EXPECT_EQ(start({mount.path("")}).wait(), 3);
@@ -148,7 +148,7 @@ std::string const refusals = R"(
 5 HERE --signal SCRIPT > can't create the link
 )";
 
-TEST_F(Program, SaysWhyItCanNotRun) {
+TEST_F(fxsline_program, says_why_it_cannot_run) {
     std::ofstream(script) << "10 a\nb\n";
     for (std::string const& row : split(refusals.substr(1), '\n')) {
         std::size_t const mark = row.find(" > ");
