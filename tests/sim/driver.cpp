@@ -34,10 +34,10 @@ driver::action const driver::unusual[] = {{40, &driver::any_command}, {16, &driv
                                           {12, &driver::any_packet},  {8, &driver::any_stream},
                                           {10, &driver::any_device},  {8, &driver::any_failure}};
 
-driver::driver(decider& decisions, bool anything, bool verbose_) : dice(decisions), unusual_too(anything) {
+driver::driver(decider& decisions, bool anything, bool talkative) : dice(decisions), unusual_too(anything) {
     // Around the present, the ends of signed 32-bit seconds and of NTP's first era, and beyond both.
     static constexpr std::int64_t days_s[] = {1700000000, 2147483648 - 7200, 2085978496 - 7200, 4000000000};
-    verbose = verbose_;
+    verbose = talkative;
     chosen.seed = dice.word();
     if (dice.chance(333))  // the 32-bit clock wraps within ten minutes
         chosen.clock_start = 0xFFFFFFFF - static_cast<std::uint32_t>(dice.below(60000));

@@ -10,7 +10,7 @@ namespace sim {
 /// no call control and no far end does; what the exchange knows of calls is not checked after that.
 class driver final : public exchange {
 public:
-    driver(decider& decisions, bool anything, bool verbose_ = false);
+    driver(decider& decisions, bool anything, bool talkative = false);
     /// Starts the process; what begins here is ended by finish().
     void begin();
     void finish();

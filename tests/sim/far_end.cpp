@@ -35,11 +35,11 @@ constexpr int round_trip_limit_ms = 60;
 
 }  // namespace
 
-void far_end::begin(world& w_, int index_, plan const& plan_, ear_and_mouth& audio_) {
-    w = &w_;
-    audio = &audio_;
-    p = plan_;
-    index = index_;
+void far_end::begin(world& home, int number, plan const& wanted, ear_and_mouth& ears) {
+    w = &home;
+    audio = &ears;
+    p = wanted;
+    index = number;
     on = first = true;
     digits = 0;
     streams[0] = streams[1] = 0;
@@ -73,7 +73,7 @@ void far_end::wake(int token) {
     if (!on || token >> 8 != generation)
         return;
     str pcm;
-    for (int ms_ = 0; ms_ < p.ptime_ms; ms_ += pcm::block_ms) {
+    for (int done_ms = 0; done_ms < p.ptime_ms; done_ms += pcm::block_ms) {
         std::int16_t block[block_samples] = {};
         audio->say(index, block);
         pcm.append(reinterpret_cast<unsigned char const*>(block), sizeof block);

@@ -63,7 +63,7 @@ public:
         virtual void hear(int far, std::int16_t const* pcm) = 0;
     };
 
-    void begin(world& w, int index, plan const& p, ear_and_mouth& audio);
+    void begin(world& home, int number, plan const& wanted, ear_and_mouth& ears);
     void end();
     /// Between begin() and end().
     void talk_in(format const& f) { p.talk = &f; }

@@ -54,7 +54,7 @@ private:
 
 class scenario final : public sim::telephone_network {
 public:
-    explicit scenario(std::FILE* transcript_) : transcript(transcript_) {}
+    explicit scenario(std::FILE* to) : transcript(to) {}
     void play();
     sim::bytes digests;
 
@@ -142,10 +142,10 @@ void scenario::note_pcm(char const* what, int number, std::int16_t const* pcm) {
 /// Closes the section before; null: there is no other.
 void scenario::begin(char const* name) {
     if (!section.empty()) {
-        char line_[100];
-        std::snprintf(line_, sizeof line_, "%-12s %6llu %016llx\n", section.c_str(),
+        char row[100];
+        std::snprintf(row, sizeof row, "%-12s %6llu %016llx\n", section.c_str(),
                       static_cast<unsigned long long>(events), static_cast<unsigned long long>(hash));
-        digests += line_;
+        digests += row;
     }
     section = name ? name : "";
     hash = 0xCBF29CE484222325u;
@@ -215,9 +215,9 @@ void scenario::play() {
     w->stream_close(fars[0].media_stream());
     w->run_ms(500);
     end_calls();
-    for (bool const events_ : {true, false}) {
-        begin(events_ ? "events" : "in-band");
-        call(0, {.codec = &gsm, .events = events_});
+    for (bool const as_events : {true, false}) {
+        begin(as_events ? "events" : "in-band");
+        call(0, {.codec = &gsm, .events = as_events});
         w->run_ms(300);
         for (int digit = 3; digit < 12; digit += 4)
             call_command(cmd_dtmf::tag, 0, cmd_dtmf::digit, digit);

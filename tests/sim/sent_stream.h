@@ -10,17 +10,17 @@ namespace sim {
 class sent_stream {
 public:
     /// From the next packet on. Payloads of the first ones may be of another size: audio collected before.
-    void expect(format const& f, int ptime_ms, bool with_events, std::uint32_t ssrc_) {
+    void expect(format const& f, int ptime_ms, bool with_events, std::uint32_t wanted_ssrc) {
         sends = &f;
         ptime = ptime_ms;
         has_events = with_events;
-        ssrc = ssrc_;
+        ssrc = wanted_ssrc;
         irregular(2);
     }
     /// Bytes of the tag, 0 without.
-    void protect(int bytes_) { tag = bytes_; }
+    void protect(int tag_bytes) { tag = tag_bytes; }
     /// So many packets may be of another size.
-    void irregular(std::int64_t packets_) { odd = std::max(odd, packets_); }
+    void irregular(std::int64_t how_many) { odd = std::max(odd, how_many); }
     /// The next packet may have any number and time (packets got lost unseen).
     void forget() { known = counted = false; }
 
