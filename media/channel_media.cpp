@@ -154,13 +154,14 @@ void channel::keep(reception::result const& got, rtimestamp const& time) {
 // ---- to the line
 
 str channel::get_samples(bool& talk_spurt) {
-    playout::block const block = player.next(buffer, codec_state);
-    talk_spurt = block.starts_talk_spurt;
-    if (block.announcement_ended)
+    playout::events told;
+    str const block = player.next(buffer, codec_state, told);
+    talk_spurt = told.starts_talk_spurt;
+    if (told.announcement_ended)
         notify::playback_empty(id);
-    if (block.buffered_ms >= 0)
-        reports.extended().monitor_jitter_buffer_size(block.buffered_ms);
-    return block.pcm;
+    if (told.buffered_ms >= 0)
+        reports.extended().monitor_jitter_buffer_size(told.buffered_ms);
+    return block;
 }
 
 // ---- from the line, RTP out

@@ -10,21 +10,21 @@ constexpr int oldest_ms = 3000;
 constexpr int most_payload_bytes = 128 * 1024;  // chosen: above 400 packets of 20 ms of linear PCM
 
 /// A payload that keeps a much larger block alive (a datagram of mostly header) goes on in a block of its own.
-str compact(str const& payload) {
+void compact(str& payload) {
     constexpr int tolerated_bytes = 1024;
-    return payload.get_block_bytes() > 2 * payload.length() + tolerated_bytes ? str(payload.cbuffer(), payload.length())
-                                                                              : payload;
+    if (payload.get_block_bytes() > 2 * payload.length() + tolerated_bytes)
+        payload = str(payload.cbuffer(), payload.length());
 }
 
 }  // namespace
 
-jitter_buffer::arrival jitter_buffer::put(std::uint32_t sequence, bool marker, packet const& entry) {
+jitter_buffer::arrival jitter_buffer::put(std::uint32_t sequence, bool marker, packet entry) {
     if (marker)
         start_over();
-    bool first = marker;
+    entry.first = marker;
     if (!playing && sequence != 0) {
         play_from(sequence);
-        first = true;
+        entry.first = true;
     }
     if (sequence <= last_played) {
         deepen();
@@ -36,7 +36,8 @@ jitter_buffer::arrival jitter_buffer::put(std::uint32_t sequence, bool marker, p
     if (outgrown)
         start_over();
     if (!duplicate) {
-        packets.insert(key, {entry.codec, entry.received, first, compact(entry.payload)});
+        compact(entry.payload);
+        packets.insert(key, entry);
         payload_bytes += entry.payload.length();
         playing = true;
     }

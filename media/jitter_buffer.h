@@ -39,7 +39,7 @@ public:
     /// Takes a packet in. One with the marker, and the first one after play-out stopped, starts a talk spurt. Of
     /// packets of one number the first stays. Before it stores, it throws away what it holds when that is more than
     /// 400 packets or 128 KiB of payload, or when the oldest arrived more than 3 s before `entry`.
-    arrival put(std::uint32_t sequence, bool marker, packet const& entry);
+    arrival put(std::uint32_t sequence, bool marker, packet entry);
     /// Whether a packet is due.
     bool due() const;
     /// Takes the packet that is due. Only while due() is true.

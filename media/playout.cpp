@@ -20,34 +20,33 @@ void playout::add_announcement(str const& samples) {
     announcement += samples.leftstr(longest_announcements_bytes - announcement.length());
 }
 
-playout::block playout::next(jitter_buffer& received, codec& decoder) {
-    block out;
+str playout::next(jitter_buffer& received, codec& decoder, events& told) {
     if (decoded.empty() && !pending.payload.empty())
         decode_piece(decoder);
     if (decoded.empty())
-        take_announcement(out);
+        take_announcement(told);
     if (decoded.empty())
-        take_packet(received, decoder, out);
+        take_packet(received, decoder, told);
     if (decoded.empty() && !tone.empty())
         decoded = tone.get_10ms();
     if (decoded.length() < pcm::block_bytes)
         decoded = str('\0', pcm::block_bytes);
-    out.pcm = decoded.leftstr(pcm::block_bytes);
+    str const block = decoded.leftstr(pcm::block_bytes);
     decoded = decoded.substr(pcm::block_bytes);
-    return out;
+    return block;
 }
 
-void playout::take_announcement(block& out) {
+void playout::take_announcement(events& told) {
     if (announcement.empty())
         return;
     decoded = announcement.leftstr(pcm::block_bytes);
     announcement = announcement.substr(pcm::block_bytes);
     if (decoded.length() < pcm::block_bytes)
         decoded += str('\0', pcm::block_bytes - decoded.length());
-    out.announcement_ended = announcement.empty();
+    told.announcement_ended = announcement.empty();
 }
 
-void playout::take_packet(jitter_buffer& received, codec& decoder, block& out) {
+void playout::take_packet(jitter_buffer& received, codec& decoder, events& told) {
     if (!received.due())
         return;
     jitter_buffer::departure const taken = received.take();
@@ -59,8 +58,8 @@ void playout::take_packet(jitter_buffer& received, codec& decoder, block& out) {
         decoded = decoder.decode(packet.codec, packet.payload);
         pcm_bytes = decoded.length();
     }
-    out.starts_talk_spurt = packet.first;
-    out.buffered_ms = pcm_bytes / pcm::bytes_per_ms * taken.held;
+    told.starts_talk_spurt = packet.first;
+    told.buffered_ms = pcm_bytes / pcm::bytes_per_ms * taken.held;
 }
 
 /// Bytes of PCM of a packet that is to be decoded in pieces; 0: it is short.

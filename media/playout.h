@@ -10,9 +10,8 @@
 /// 16-bit at 8 kHz in host byte order. A channel owns one.
 class playout {
 public:
-    /// 10 ms for the line.
-    struct block {
-        str pcm;                          ///< 160 bytes
+    /// What came with 10 ms for the line.
+    struct events {
         bool starts_talk_spurt = false;   ///< what the line still has queued is to be discarded
         bool announcement_ended = false;  ///< the last piece of the queued PCM was taken
         int buffered_ms = -1;             ///< audio held when a packet was taken for this block; -1: none was
@@ -20,9 +19,10 @@ public:
 
     /// Whether next() has real audio to give.
     bool available(jitter_buffer const& received) const;
-    /// The next block, zeros when there is nothing to play. A remainder of less than 10 ms of a packet is dropped. A
-    /// packet of more than 40 ms is decoded piece by piece as it is played; what it holds beyond 3 s is dropped.
-    block next(jitter_buffer& received, codec& decoder);
+    /// The next block of 160 bytes, zeros when there is nothing to play. A remainder of less than 10 ms of a packet is
+    /// dropped. A packet of more than 40 ms is decoded piece by piece as it is played; what it holds beyond 3 s is
+    /// dropped.
+    str next(jitter_buffer& received, codec& decoder, events& told);
 
     /// Plays a call-progress tone when there is no other audio; false (and silence) for an unknown one.
     bool set_tone(int tone_set, int kind) { return tone.set_tone(tone_set, kind) != 0; }
@@ -30,8 +30,8 @@ public:
     void add_announcement(str const& samples);
 
 private:
-    void take_announcement(block& out);
-    void take_packet(jitter_buffer& received, codec& decoder, block& out);
+    void take_announcement(events& told);
+    void take_packet(jitter_buffer& received, codec& decoder, events& told);
     int begin_long_packet(jitter_buffer::packet const& packet);
     void decode_piece(codec& decoder);
 
