@@ -41,10 +41,11 @@ private:
 void add_codec_group(field_writer& out, media_command const& command) {
     if (command.send)
         out.data(cmd_media::send_codec, bytes{command.send->payload_type, command.send->codec});
-    out.byte(cmd_media::event_payload_type, command.event_payload_type);
     for (codec_choice const& entry : command.map)
         out.data(cmd_media::codec_map, bytes{entry.codec, entry.payload_type});
-    out.number(cmd_media::ptime, command.ptime_ms).data(cmd_media::ssrc, command.ssrc);
+    out.number(cmd_media::ptime, command.ptime_ms)
+        .byte(cmd_media::event_payload_type, command.event_payload_type)
+        .data(cmd_media::ssrc, command.ssrc);
 }
 
 }  // namespace
@@ -106,8 +107,8 @@ bytes encode(open_command const& command) {
         .number(cmd_open::call, command.call)
         .number(cmd_open::port_min, command.port_min)
         .number(cmd_open::port_max, command.port_max)
-        .number(cmd_open::tos, command.tos)
         .data_unless_empty(cmd_open::call_id, to_bytes(command.call_id))
+        .number(cmd_open::tos, command.tos)
         .command(cmd_open::tag);
 }
 

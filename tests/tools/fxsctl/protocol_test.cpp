@@ -42,8 +42,8 @@ new-ssrc report: new-ssrc call=0 from=127.0.0.1:20000 ssrc=12345678
 driver-line report: driver text=hook 1 off
 srtp-verified report: srtp-verified call=0
 playback-empty report: playback-empty call=0
-open command: open call=0 port_min=16400 port_max=16402 tos=184 call_id=demo-0
-media command: media call=0 send=8=pcma event_pt=101 map=8=pcma ptime=20 ssrc=12345678 rtp=127.0.0.1:20000 rtcp=127.0.0.1:20001
+open command: open call=0 port_min=16400 port_max=16402 call_id=demo-0 tos=184
+media command: media call=0 send=8=pcma map=8=pcma ptime=20 event_pt=101 ssrc=12345678 rtp=127.0.0.1:20000 rtcp=127.0.0.1:20001
 media-ipv6 command: media call=0 rtp=[::1]:20002
 media-srtp command: media call=0 srtp_rx_key_bytes=30 srtp_tx_key_bytes=30 srtp_tag=10
 play command: play call=0 kind=4 set=1
