@@ -1,0 +1,229 @@
+// Messages as text, for protocol_test.py: how the C++ client writes commands and reads reports, and how the process
+// itself reads and writes them. One line in, one line out:
+//
+//   encode NAME FIELD=VALUE...   a command's bytes in hex, from the client; "no" when it refuses
+//   decode HEX                   the reports in a datagram, as the client reads them
+//   obey HEX                     the command, as the process reads it
+//   report NAME FIELD=VALUE...   a report's bytes, from the process
+//
+// Values are decimal numbers; texts and bytes are x and hex; an address is x and hex, ":" and its port; codec and
+// payload type are parted by "/".
+
+#include <fxsmedia/commands.h>
+#include <fxsmedia/reports.h>
+
+#include <algorithm>
+#include <deque>
+#include <iostream>
+#include <map>
+#include <sstream>
+#include <vector>
+
+#include "control/command_fields.h"
+#include "tests/support/bytes.h"
+
+namespace {
+
+using namespace protocol;
+using text_fields = std::map<std::string, std::string>;
+
+std::string hex(std::string_view bytes) {
+    std::string text = to_hex(bytes);
+    std::ranges::transform(text, text.begin(), [](char c) { return static_cast<char>(c | 0x20); });
+    return "x" + text;
+}
+
+std::string_view view(fxsmedia::byte_view bytes) {
+    return {reinterpret_cast<char const*>(bytes.data()), bytes.size()};
+}
+
+std::string choice(int codec, int payload_type) {
+    return std::to_string(codec) + "/" + std::to_string(payload_type);
+}
+
+/// Fills a command of the client.
+class from_text {
+public:
+    explicit from_text(text_fields const& given) : fields(given) {}
+
+    template <class type>
+    void operator()(field_format const& format, type& member) {
+        if (auto const found = fields.find(format.name); found != fields.end())
+            read(found->second, member);
+    }
+
+private:
+    template <class type>
+    void read(std::string const& text, std::optional<type>& member) {
+        read(text, member.emplace());
+    }
+    void read(std::string const& text, int& number) { number = std::stoi(text); }
+    void read(std::string const& text, bool& flag) { flag = text != "0"; }
+    void read(std::string const& text, std::string_view& view) {
+        view = kept.emplace_back(from_hex(std::string_view(text).substr(1)));
+    }
+    void read(std::string const& text, fxsmedia::byte_view& bytes) {
+        std::string_view view;
+        read(text, view);
+        bytes = {reinterpret_cast<std::uint8_t const*>(view.data()), view.size()};
+    }
+    void read(std::string const& text, fxsmedia::endpoint& address) {
+        std::string const ip = from_hex(text.substr(1, text.find(':') - 1));
+        std::ranges::copy(ip, address.ip);
+        address.ip_bytes = static_cast<std::uint8_t>(ip.size());
+        address.port = static_cast<std::uint16_t>(std::stoi(text.substr(text.find(':') + 1)));
+    }
+    void read(std::string const& text, fxsmedia::codec_choice& one) {
+        one = {std::stoi(text), std::stoi(text.substr(text.find('/') + 1))};
+    }
+    void read(std::string const& text, std::span<fxsmedia::codec_choice const>& map) {
+        std::istringstream in(text);
+        for (std::string one; std::getline(in, one, ',');)
+            read(one, choices.emplace_back());
+        map = choices;
+    }
+
+    text_fields const& fields;
+    std::deque<std::string> kept;
+    std::vector<fxsmedia::codec_choice> choices;
+};
+
+template <class command>
+bool encode_as(std::string const& name, text_fields const& fields) {
+    auto const* const format = std::ranges::find(command_formats, command::tag, &message_format::tag);
+    if (format->name != name)
+        return false;
+    command one;
+    from_text reader(fields);
+    command::fields(one, reader);
+    static std::uint8_t room[fxsmedia::largest_datagram_bytes];
+    fxsmedia::datagram_writer writer(room);
+    std::cout << (writer.append(one) ? hex(view(writer.datagram())) : "no");
+    return true;
+}
+
+template <class... commands>
+void encode(std::string const& name, text_fields const& fields) {
+    if (!(encode_as<commands>(name, fields) || ...))
+        std::cout << "no such command";
+}
+
+struct to_text {
+    template <class type>
+    void operator()(field_format const& format, std::optional<type> const& member) {
+        if (member)
+            (*this)(format, *member);
+    }
+    void operator()(field_format const& format, int number) { show(format, std::to_string(number)); }
+    void operator()(field_format const& format, bool flag) { show(format, flag ? "1" : "0"); }
+    void operator()(field_format const& format, std::string_view text) { show(format, hex(text)); }
+    void operator()(field_format const& format, fxsmedia::byte_view bytes) { show(format, hex(view(bytes))); }
+    void operator()(field_format const& format, fxsmedia::endpoint const& from) {
+        show(format, hex(view({from.ip, from.ip_bytes})) + ":" + std::to_string(from.port));
+    }
+    static void show(field_format const& format, std::string const& value) {
+        std::cout << " " << format.name << "=" << value;
+    }
+};
+
+template <class report>
+void show(report const& one) {
+    std::cout << std::ranges::find(report_formats, report::tag, &message_format::tag)->name;
+    report::fields(one, to_text{});
+    if constexpr (report::tag == report_driver_line::tag)
+        std::cout << " text=" << hex(one.text);
+    std::cout << " ";
+}
+void show(fxsmedia::undecodable const& bytes) {
+    std::cout << "fault " << static_cast<int>(bytes.why.what) << " " << bytes.why.field << " " << hex(view(bytes.data))
+              << " ";
+}
+
+/// As the process takes it when it carries the command out.
+std::string obeyed(command_fields const& given, field_format const& field) {
+    std::string const bytes = to_string(given.bytes(field));
+    switch (field.kind) {
+        case value_kind::number:
+        case value_kind::signed_number:
+        case value_kind::flag: return std::to_string(given.number(field));
+        case value_kind::byte: return std::to_string(given.byte(field));
+        case value_kind::signed_long: return std::to_string(static_cast<std::int32_t>(str2uint32(given.bytes(field))));
+        case value_kind::endpoint:
+            return hex(to_string(given.endpoint(field).address)) + ":" + std::to_string(given.endpoint(field).port);
+        case value_kind::codec_to_send: return choice(given.bytes(field)[1], given.bytes(field)[0]);
+        case value_kind::codec_to_map: {
+            std::string all;
+            given.each(int{field}, [&](str const& one) { all += (all.empty() ? "" : ",") + choice(one[0], one[1]); });
+            return all;
+        }
+        case value_kind::text:
+        case value_kind::data:
+        case value_kind::secret: return hex(bytes);
+    }
+    return {};
+}
+
+void obey(std::string const& datagram) {
+    str stream = to_str(datagram);
+    for (tlv command; command.take(stream);) {
+        auto const* const format = std::ranges::find(command_formats, command.tag, &message_format::tag);
+        command_fields const given(command.value);
+        std::cout << format->name;
+        for (field_format const& field : format->fields)
+            if (given.has(field))
+                to_text::show(field, obeyed(given, field));
+        std::cout << " ";
+    }
+}
+
+str reported(field_format const& field, std::string const& text) {
+    switch (field.kind) {
+        case value_kind::endpoint: {
+            std::size_t const colon = text.find(':');
+            return cmd_get_tlv_address(
+                field, ip_port(to_str(from_hex(text.substr(1, colon - 1))), std::stoi(text.substr(colon + 1))));
+        }
+        case value_kind::text:
+        case value_kind::data: return cmd_get_tlv_str(field, to_str(from_hex(text.substr(1))));
+        default: return cmd_get_tlv_short(field, std::stoi(text));
+    }
+}
+
+void tell(std::string const& name, text_fields const& fields) {
+    auto const* const format = std::ranges::find(report_formats, name, &message_format::name);
+    str value;
+    if (format->plain_text)
+        value = to_str(from_hex(fields.at("text").substr(1)));
+    for (field_format const& field : format->fields)
+        if (auto const found = fields.find(field.name); found != fields.end())
+            value += reported(field, found->second);
+    std::cout << hex(to_string(cmd_get_tlv_str(format->tag, value)));
+}
+
+}  // namespace
+
+int main() {
+    for (std::string line; std::getline(std::cin, line);) {
+        std::istringstream in(line);
+        std::string verb, subject;
+        in >> verb >> subject;
+        text_fields fields;
+        for (std::string word; in >> word;)
+            fields[word.substr(0, word.find('='))] = word.substr(word.find('=') + 1);
+        if (verb == "encode") {
+            using namespace fxsmedia;
+            encode<end_command, log_level_command, signal_command, dtmf_command, reset_base_command, play_command,
+                   ntp_offset_command, tunnel_command, open_command, media_command, tdm_command, session_command,
+                   dump_command, loopback_test_command, led_command>(subject, fields);
+        } else if (verb == "decode") {
+            std::string const datagram = from_hex(std::string_view(subject).substr(1));
+            fxsmedia::reports::read({reinterpret_cast<std::uint8_t const*>(datagram.data()), datagram.size()},
+                                    [](auto const& one) { show(one); });
+        } else if (verb == "obey") {
+            obey(from_hex(std::string_view(subject).substr(1)));
+        } else {
+            tell(subject, fields);
+        }
+        std::cout << std::endl;
+    }
+}
