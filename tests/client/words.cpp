@@ -5,6 +5,7 @@
 //   decode HEX                   the reports in a datagram, as the client reads them
 //   obey HEX                     the command, as the process reads it
 //   report NAME FIELD=VALUE...   a report's bytes, from the process
+//   client VERB [ARGUMENT]       what the client then sends and tells, see scripted_client.h
 //
 // Values are decimal numbers; texts and bytes are x and hex; an address is x and hex, ":" and its port; codec and
 // payload type are parted by "/".
@@ -16,31 +17,18 @@
 #include <deque>
 #include <iostream>
 #include <map>
+#include <memory>
 #include <sstream>
 #include <vector>
 
 #include "control/command_fields.h"
-#include "tests/support/bytes.h"
+#include "tests/client/message_text.h"
+#include "tests/client/scripted_client.h"
 
 namespace {
 
 using namespace protocol;
 using text_fields = std::map<std::string, std::string>;
-
-std::string hex(std::string_view bytes) {
-    std::string text = to_hex(bytes);
-    std::ranges::transform(text, text.begin(), [](char c) { return static_cast<char>(c | 0x20); });
-    return "x" + text;
-}
-
-std::string_view view(fxsmedia::byte_view bytes) {
-    return {reinterpret_cast<char const*>(bytes.data()), bytes.size()};
-}
-
-std::string choice(int codec, int payload_type) {
-    return std::to_string(codec) + "/" + std::to_string(payload_type);
-}
-
 /// Fills a command of the client.
 class from_text {
 public:
@@ -108,37 +96,6 @@ void encode(std::string const& name, text_fields const& fields) {
         std::cout << "no such command";
 }
 
-struct to_text {
-    template <class type>
-    void operator()(field_format const& format, std::optional<type> const& member) {
-        if (member)
-            (*this)(format, *member);
-    }
-    void operator()(field_format const& format, int number) { show(format, std::to_string(number)); }
-    void operator()(field_format const& format, bool flag) { show(format, flag ? "1" : "0"); }
-    void operator()(field_format const& format, std::string_view text) { show(format, hex(text)); }
-    void operator()(field_format const& format, fxsmedia::byte_view bytes) { show(format, hex(view(bytes))); }
-    void operator()(field_format const& format, fxsmedia::endpoint const& from) {
-        show(format, hex(view({from.ip, from.ip_bytes})) + ":" + std::to_string(from.port));
-    }
-    static void show(field_format const& format, std::string const& value) {
-        std::cout << " " << format.name << "=" << value;
-    }
-};
-
-template <class report>
-void show(report const& one) {
-    std::cout << std::ranges::find(report_formats, report::tag, &message_format::tag)->name;
-    report::fields(one, to_text{});
-    if constexpr (report::tag == report_driver_line::tag)
-        std::cout << " text=" << hex(one.text);
-    std::cout << " ";
-}
-void show(fxsmedia::undecodable const& bytes) {
-    std::cout << "fault " << static_cast<int>(bytes.why.what) << " " << bytes.why.field << " " << hex(view(bytes.data))
-              << " ";
-}
-
 /// As the process takes it when it carries the command out.
 std::string obeyed(command_fields const& given, field_format const& field) {
     std::string const bytes = to_string(given.bytes(field));
@@ -168,11 +125,11 @@ void obey(std::string const& datagram) {
     for (tlv command; command.take(stream);) {
         auto const* const format = std::ranges::find(command_formats, command.tag, &message_format::tag);
         command_fields const given(command.value);
-        std::cout << format->name;
+        std::string text = format->name;
         for (field_format const& field : format->fields)
             if (given.has(field))
-                to_text::show(field, obeyed(given, field));
-        std::cout << " ";
+                text += " " + std::string(field.name) + "=" + obeyed(given, field);
+        std::cout << text << " ";
     }
 }
 
@@ -207,6 +164,15 @@ int main() {
         std::istringstream in(line);
         std::string verb, subject;
         in >> verb >> subject;
+        static std::unique_ptr<scripted_client> client;
+        if (verb == "client") {
+            std::string argument;
+            in >> argument;
+            if (subject == "start")
+                client = std::make_unique<scripted_client>();
+            std::cout << client->act(subject, argument) << std::endl;
+            continue;
+        }
         text_fields fields;
         for (std::string word; in >> word;)
             fields[word.substr(0, word.find('='))] = word.substr(word.find('=') + 1);
@@ -218,7 +184,7 @@ int main() {
         } else if (verb == "decode") {
             std::string const datagram = from_hex(std::string_view(subject).substr(1));
             fxsmedia::reports::read({reinterpret_cast<std::uint8_t const*>(datagram.data()), datagram.size()},
-                                    [](auto const& one) { show(one); });
+                                    [](auto const& one) { std::cout << text_of(one); });
         } else if (verb == "obey") {
             obey(from_hex(std::string_view(subject).substr(1)));
         } else {

@@ -5,7 +5,7 @@
 #include <fxsmedia/reports.h>
 #include <fxsmedia/socket.h>
 
-#include <iterator>
+#include <algorithm>
 
 namespace fxsmedia {
 
@@ -50,7 +50,8 @@ public:
         socket.close();
         state = phase::stopped;
         in_session = false;
-        ask_count = 0;
+        token_count = 0;
+        ask_due = 0;
         for (std::int64_t& due : open_due)
             due = 0;
     }
@@ -93,17 +94,20 @@ public:
     }
 
     /// Asks whether everything sent so far has been carried out; confirmed or timed_out will tell, with this token.
-    /// false: not connected(), or 16 questions are open.
-    bool confirm(int token) { return in_session && ask(token); }
+    /// false: not connected(), or 16 tokens wait for an answer.
+    bool confirm(int token) {
+        if (!in_session || token_count == most_tokens)
+            return false;
+        tokens[token_count++] = token;
+        if (ask_due == 0 && !ask())
+            token_count--;
+        return ask_due != 0;
+    }
 
 private:
     enum class phase { stopped, searching, asking, watching };
 
-    struct question {
-        std::int64_t due;
-        std::optional<int> token;
-    };
-
+    static constexpr int most_tokens = 16;
     static constexpr int retry_ms = 250;
     static constexpr int silence_ms = 2000;  ///< two heartbeats
     static constexpr int check_ms = 5000;
@@ -141,16 +145,16 @@ private:
     }
     static int open_index(int call) { return call >= 0 && call < protocol::no_call ? call : protocol::no_call; }
 
-    bool ask(std::optional<int> token) {
-        if (ask_count == std::size(asked))
-            return false;
+    /// For all tokens; not while a question is open: no answer tells which one it belongs to.
+    bool ask() {
         datagram_writer writer(outgoing);
         play_command const question_mark;
         if (!writer.append(question_mark) || !writer.append(log_level_command{settings.log_level}) ||
             !writer.append(question_mark) || !writer.append(session_command{}) || !socket.send(writer.datagram()))
             return false;
         last_asked = settings.clock_ms();
-        asked[ask_count++] = {last_asked + settings.answer_timeout_ms, token};
+        ask_due = last_asked + settings.answer_timeout_ms;
+        asked_tokens = token_count;
         return true;
     }
 
@@ -190,43 +194,45 @@ private:
         int const echoed = echoes;
         echoes = 0;
         if (state == phase::searching)
-            state = ++answers > 1 && ask(std::nullopt) ? phase::asking : phase::searching;
-        else if (echoed > 0 && ask_count > 0)
+            state = ++answers > 1 && ask() ? phase::asking : phase::searching;
+        else if (echoed > 0 && ask_due != 0)
             answered(echoed > 1);
-        else if (state == phase::watching && ask_count == 0 && last_heard - last_asked >= check_ms)
-            ask(std::nullopt);
+        else if (state == phase::watching && ask_due == 0 && last_heard - last_asked >= check_ms)
+            ask();
     }
 
-    /// The oldest question.
     void answered(bool remembers) {
-        std::optional<int> const token = asked[0].token;
-        drop_oldest();
-        if (!remembers) {
-            if (token)
-                events.on(timed_out{protocol::cmd_session::tag, *token});
+        ask_due = 0;
+        if (!remembers)
             forget_requests();
-        }
         if (state == phase::stopped)
             return;
+        int done[most_tokens];
+        int const done_count = take_asked(done);
         bool const was_known = known;
         bool const was_asking = state == phase::asking;
         state = phase::watching;
         known = in_session = true;
         told_lost = false;
         run = 0;
+        if (token_count > 0)
+            ask();
         if (!was_known)
             events.on(session_started{});
         else if (!remembers)
             events.on(process_restarted{});
         else if (was_asking)
             events.on(process_resumed{});
-        if (remembers && token && state != phase::stopped)
-            events.on(confirmed{*token});
+        for (int i = 0; i < done_count && in_session; i++)
+            events.on(confirmed{done[i]});
     }
-    void drop_oldest() {
-        ask_count--;
-        for (std::size_t i = 0; i < ask_count; i++)
-            asked[i] = asked[i + 1];
+    int take_asked(int* done) {
+        int const count = asked_tokens;
+        std::copy_n(tokens, count, done);
+        std::copy(tokens + count, tokens + token_count, tokens);
+        token_count -= count;
+        asked_tokens = 0;
+        return count;
     }
 
     // Time
@@ -235,8 +241,7 @@ private:
         std::int64_t due = state == phase::searching  ? next_try
                            : state == phase::watching ? last_heard + silence_ms
                                                       : INT64_MAX;
-        if (ask_count > 0 && asked[0].due < due)
-            due = asked[0].due;
+        due = ask_due != 0 && ask_due < due ? ask_due : due;
         for (std::int64_t const open : open_due)
             due = open != 0 && open < due ? open : due;
         return due;
@@ -252,7 +257,7 @@ private:
             if (state != phase::searching)
                 search(now, 0);
             tell_lost(true);
-        } else if (ask_count > 0 && asked[0].due <= now) {
+        } else if (ask_due != 0 && ask_due <= now) {
             search(now, 0);
         } else if (state == phase::watching && last_heard + silence_ms <= now) {
             search(now, settings.answer_timeout_ms);
@@ -298,11 +303,11 @@ private:
     /// Meanwhile the handler can ask for nothing new.
     void forget_requests() {
         in_session = false;
-        std::size_t const count = ask_count;
-        ask_count = 0;
-        for (std::size_t i = 0; i < count; i++)
-            if (asked[i].token)
-                events.on(timed_out{protocol::cmd_session::tag, *asked[i].token});
+        ask_due = 0;
+        int const count = token_count;
+        token_count = asked_tokens = 0;
+        for (int i = 0; i < count; i++)
+            events.on(timed_out{protocol::cmd_session::tag, tokens[i]});
         for (int call = 0; call <= protocol::no_call; call++)
             if (open_due[call] != 0)
                 fail_open(call);
@@ -329,8 +334,10 @@ private:
     std::int64_t next_try = 0;
     std::int64_t next_run = 0;
     std::int64_t open_due[protocol::no_call + 1] = {};  ///< 0: nothing asked
-    question asked[16] = {};
-    std::size_t ask_count = 0;
+    std::int64_t ask_due = 0;                           ///< 0: no question is open
+    int tokens[most_tokens] = {};
+    int token_count = 0;
+    int asked_tokens = 0;  ///< the first so many are in the question that is open
     std::uint8_t incoming[largest_datagram_bytes];
     std::uint8_t outgoing[largest_datagram_bytes];
 };

@@ -82,9 +82,11 @@ class Session:
         self._log_level = log_level
         self._timeout = answer_timeout
         self._runs = ZERO_RUNS if resync else ()
-        self._known = self._told_lost = False
+        self._known = self._told_lost = self._refused = False
         self._echoes = 0
-        self._asked: collections.deque[tuple[float, int | None]] = collections.deque()  # due, token
+        self._ask_due: float | None = None  # a question is open
+        self._tokens: list[int] = []
+        self._asked_tokens = 0  # the first so many are in the question that is open
         self._open: dict[int, float] = {}  # call: due
         self._run = self._answers = 0
         self._last_heard = self._last_asked = now
@@ -109,7 +111,9 @@ class Session:
         """Raises NotConnected."""
         if not self.connected:
             raise NotConnected("the process does not answer")
-        self._ask(token, now)
+        self._tokens.append(token)
+        if self._ask_due is None:
+            self._ask(now)
 
     def receive(self, datagram: bytes, now: float) -> None:
         """A datagram has come from the process."""
@@ -127,16 +131,17 @@ class Session:
             if self.connected:
                 self.events.append(report)
 
-    def refuse(self, now: float) -> None:
+    def refuse(self) -> None:
         """Nothing listens where a datagram was sent to."""
-        self._run = len(self._runs)  # it has ended: there is nothing to cure
-        if self._state != "searching":
-            self._search(now, 0)
-        self._tell_lost(True)
+        self._refused = True
 
     def due(self) -> float:
         """When to call pass_time()."""
-        times = [*self._open.values(), *(due for due, _ in list(self._asked)[:1])]
+        if self._refused:
+            return self._last_heard
+        times = [*self._open.values()]
+        if self._ask_due is not None:
+            times.append(self._ask_due)
         if self._state == "searching":
             times.append(self._next_try)
         elif self._state == "watching":
@@ -145,20 +150,27 @@ class Session:
 
     def pass_time(self, now: float) -> None:
         """Does what is due."""
-        for call in [call for call, due in self._open.items() if due <= now]:
+        for call in [call for call, due in sorted(self._open.items()) if due <= now]:
             del self._open[call]
             self.events.append(TimedOut(table.OpenCommand.TAG, call))
-        if self._asked and self._asked[0][0] <= now:
+        if self._refused:
+            self._refused = False
+            self._run = len(self._runs)  # it has ended: there is nothing to cure
+            if self._state != "searching":
+                self._search(now, 0)
+            self._tell_lost(True)
+        elif self._ask_due is not None and self._ask_due <= now:
             self._search(now, 0)
         elif self._state == "watching" and self._last_heard + SILENCE <= now:
             self._search(now, self._timeout)
         if self._state == "searching":
             self._search_on(now)
 
-    def _ask(self, token: int | None, now: float) -> None:
+    def _ask(self, now: float) -> None:
+        """For all tokens; not while a question is open: no answer tells which one it belongs to."""
         question, level = table.PlayCommand(), table.LogLevelCommand(level=self._log_level)
         self.outgoing.append(b"".join(one.encode() for one in (question, level, question, table.SessionCommand())))
-        self._asked.append((now + self._timeout, token))
+        self._ask_due, self._asked_tokens = now + self._timeout, len(self._tokens)
         self._last_asked = now
 
     def _take_answer(self, now: float) -> None:
@@ -167,16 +179,15 @@ class Session:
             self._answers += 1
             if self._answers > 1:
                 self._state = "asking"
-                self._ask(None, now)
-        elif echoes and self._asked:
-            self._conclude(self._asked.popleft()[1], remembers=echoes > 1)
-        elif self._state == "watching" and not self._asked and now - self._last_asked >= CHECK:
-            self._ask(None, now)
+                self._ask(now)
+        elif echoes and self._ask_due is not None:
+            self._conclude(now, remembers=echoes > 1)
+        elif self._state == "watching" and self._ask_due is None and now - self._last_asked >= CHECK:
+            self._ask(now)
 
-    def _conclude(self, token: int | None, remembers: bool) -> None:
+    def _conclude(self, now: float, remembers: bool) -> None:
+        self._ask_due = None
         if not remembers:
-            if token is not None:
-                self.events.append(TimedOut(table.SessionCommand.TAG, token))
             self._forget_requests()
         if not self._known:
             self.events.append(SessionStarted())
@@ -184,8 +195,10 @@ class Session:
             self.events.append(ProcessRestarted())
         elif self._state == "asking":
             self.events.append(ProcessResumed())
-        if remembers and token is not None:
-            self.events.append(Confirmed(token))
+        done, self._tokens = self._tokens[: self._asked_tokens], self._tokens[self._asked_tokens :]
+        self.events.extend(Confirmed(token) for token in done)
+        if self._tokens:
+            self._ask(now)
         self._state = "watching"
         self._known = self.connected = True
         self._told_lost = False
@@ -217,10 +230,10 @@ class Session:
             self.events.append(ProcessLost(refused))
 
     def _forget_requests(self) -> None:
-        for _, token in self._asked:
-            if token is not None:
-                self.events.append(TimedOut(table.SessionCommand.TAG, token))
-        for call in self._open:
+        for token in self._tokens:
+            self.events.append(TimedOut(table.SessionCommand.TAG, token))
+        for call in sorted(self._open):
             self.events.append(TimedOut(table.OpenCommand.TAG, call))
-        self._asked.clear()
+        self._ask_due = None
+        self._tokens, self._asked_tokens = [], 0
         self._open.clear()

@@ -41,7 +41,7 @@ class _Link:
             except BlockingIOError:
                 break
             except ConnectionRefusedError:
-                self.session.refuse(time.monotonic())
+                self.session.refuse()
         self.session.pass_time(time.monotonic())
         self.flush()
 
@@ -63,7 +63,7 @@ class _Link:
                 return
             except ConnectionRefusedError:
                 if through is self.socket:
-                    self.session.refuse(time.monotonic())
+                    self.session.refuse()
             except BlockingIOError:
                 return
 
