@@ -102,6 +102,8 @@ def random_message(dice: random.Random, kinds):
             values[one.name] = [random_value(dice, Kind.CODEC_TO_MAP) for _ in range(dice.randrange(4))]
         elif one.default is dataclasses.MISSING or dice.random() < 0.6:
             values[one.name] = drawn
+    for one in kind.choices()[:1] if issubclass(kind, fxsmedia.Report) else ():
+        values.setdefault(one.name, b"")
     return kind(**values)
 
 

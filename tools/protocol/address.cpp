@@ -2,7 +2,6 @@
 
 #include <arpa/inet.h>
 
-#include <algorithm>
 #include <charconv>
 
 #include "lib/wire.h"
@@ -46,13 +45,6 @@ std::string to_text(address const& endpoint) {
     inet_ntop(v4 ? AF_INET : AF_INET6, endpoint.ip.data(), text, sizeof text);
     std::string const port = std::to_string(endpoint.port);
     return v4 ? std::string(text) + ":" + port : "[" + std::string(text) + "]:" + port;
-}
-
-bytes encode_address(address const& endpoint) {
-    bytes value(2 + endpoint.ip.size());
-    wire::put16(value.data(), endpoint.port);
-    std::copy(endpoint.ip.begin(), endpoint.ip.end(), value.begin() + 2);
-    return value;
 }
 
 std::optional<address> decode_address(byte_view value) {

@@ -27,9 +27,7 @@ std::optional<bytes> parse_ip(std::string_view text);
 /// As parse_address() reads it; "none" for an address of neither 4 nor 16 bytes.
 std::string to_text(address const& endpoint);
 
-/// The value of an address sub-field: 2 bytes port, then the address.
-bytes encode_address(address const& endpoint);
-/// nullopt unless the value holds 6 or 18 bytes.
+/// The value of an address sub-field, 2 bytes port, then the address; nullopt unless the value holds 6 or 18 bytes.
 std::optional<address> decode_address(byte_view value);
 
 }  // namespace protocol

@@ -1,154 +1,145 @@
 #include "tools/protocol/commands.h"
 
-#include "lib/protocol.h"
+#include <fxsmedia/commands.h>
+
+#include <algorithm>
+
 #include "tools/protocol/tlv.h"
 
 namespace protocol {
 namespace {
 
-/// Collects the sub-fields of a command, in order; an absent value adds none.
-class field_writer {
-public:
-    field_writer& number(int tag, std::optional<std::uint16_t> value) {
-        if (value)
-            append_short(fields, tag, *value);
-        return *this;
-    }
-    field_writer& flag(int tag, std::optional<bool> value) {
-        return value ? number(tag, std::uint16_t{*value}) : *this;
-    }
-    field_writer& byte(int tag, std::optional<std::uint8_t> value) { return value ? data(tag, bytes{*value}) : *this; }
-    field_writer& data(int tag, std::optional<bytes> const& value) {
-        if (value)
-            append_tlv(fields, tag, *value);
-        return *this;
-    }
-    field_writer& data_unless_empty(int tag, bytes const& value) { return value.empty() ? *this : data(tag, value); }
-    field_writer& endpoint(int tag, std::optional<address> const& value) {
-        return value ? data(tag, encode_address(*value)) : *this;
-    }
+template <class command>
+bytes encoded(command const& one) {
+    bytes room(tlv_header_bytes + tlv_longest_value_bytes);
+    fxsmedia::datagram_writer writer(room);
+    writer.append(one);
+    return {writer.datagram().begin(), writer.datagram().end()};
+}
 
-    bytes command(int tag) const {
-        bytes out;
-        append_tlv(out, tag, fields);
-        return out;
-    }
+/// The library's command has one piece.
+struct signal_pieces {
+    static constexpr int tag = cmd_signal::tag;
+    std::vector<bytes> const& pieces;
 
-private:
-    bytes fields;
+    template <class self, class action>
+    static void fields(self& command, action&& each) {
+        for (bytes const& piece : command.pieces)
+            each(cmd_signal::data, fxsmedia::byte_view(piece));
+    }
 };
 
-void add_codec_group(field_writer& out, media_command const& command) {
-    if (command.send)
-        out.data(cmd_media::send_codec, bytes{command.send->payload_type, command.send->codec});
-    for (codec_choice const& entry : command.map)
-        out.data(cmd_media::codec_map, bytes{entry.codec, entry.payload_type});
-    out.number(cmd_media::ptime, command.ptime_ms)
-        .byte(cmd_media::event_payload_type, command.event_payload_type)
-        .data(cmd_media::ssrc, command.ssrc);
+template <class type>
+std::optional<type> unless_empty(auto const& data) {
+    return data.empty() ? std::nullopt : std::optional<type>(data);
+}
+
+std::optional<fxsmedia::endpoint> endpoint_of(std::optional<address> const& given) {
+    if (!given)
+        return std::nullopt;
+    fxsmedia::endpoint result;
+    result.ip_bytes = static_cast<std::uint8_t>(std::min(given->ip.size(), sizeof result.ip));
+    std::copy_n(given->ip.begin(), result.ip_bytes, result.ip);
+    result.port = given->port;
+    return result;
+}
+
+fxsmedia::codec_choice choice_of(codec_choice const& given) {
+    return {given.codec, given.payload_type};
 }
 
 }  // namespace
 
 bytes encode(end_command const& command) {
-    return field_writer().number(cmd_end::call, command.call).command(cmd_end::tag);
+    return encoded(fxsmedia::end_command{.call = command.call});
 }
 
 bytes encode(log_level_command const& command) {
-    return field_writer().number(cmd_log_level::level, command.level).command(cmd_log_level::tag);
+    return encoded(fxsmedia::log_level_command{.level = command.level});
 }
 
 bytes encode(signal_command const& command) {
-    field_writer out;
-    for (bytes const& piece : command.data)
-        out.data(cmd_signal::data, piece);
-    return out.command(cmd_signal::tag);
+    return encoded(signal_pieces{command.data});
 }
 
 bytes encode(dtmf_command const& command) {
-    return field_writer()
-        .number(cmd_dtmf::call, command.call)
-        .number(cmd_dtmf::digit, command.digit)
-        .command(cmd_dtmf::tag);
+    return encoded(fxsmedia::dtmf_command{.call = command.call, .digit = command.digit});
 }
 
 bytes encode(reset_base_command const& command) {
-    return field_writer().number(cmd_reset_base::command, command.command).command(cmd_reset_base::tag);
+    return encoded(fxsmedia::reset_base_command{.command = command.command});
 }
 
 bytes encode(playback_command const& command) {
-    return field_writer()
-        .number(cmd_playback::call, command.call)
-        .number(cmd_playback::tone_kind, command.kind)
-        .number(cmd_playback::tone_set, command.tone_set)
-        .command(cmd_playback::tag);
+    return encoded(fxsmedia::play_command{.call = command.call, .kind = command.kind, .set = command.tone_set});
 }
 
 bytes encode(ntp_offset_command const& command) {
-    bytes fields;
-    append_long(fields, cmd_ntp_offset::seconds, static_cast<std::uint32_t>(command.seconds));
-    bytes out;
-    append_tlv(out, cmd_ntp_offset::tag, fields);
-    return out;
+    return encoded(fxsmedia::ntp_offset_command{.seconds = command.seconds});
 }
 
 bytes encode(tunnel_command const& command) {
-    return field_writer()
-        .number(cmd_tunnel::call, command.call)
-        .endpoint(cmd_tunnel::to, command.to)
-        .data_unless_empty(cmd_tunnel::rtp_data, command.rtp_data)
-        .data_unless_empty(cmd_tunnel::rtcp_data, command.rtcp_data)
-        .flag(cmd_tunnel::tcp, command.tcp ? std::optional(true) : std::nullopt)
-        .command(cmd_tunnel::tag);
+    return encoded(fxsmedia::tunnel_command{
+        .call = command.call,
+        .to = endpoint_of(command.to),
+        .rtp_data = unless_empty<fxsmedia::byte_view>(command.rtp_data),
+        .rtcp_data = unless_empty<fxsmedia::byte_view>(command.rtcp_data),
+        .tcp = command.tcp ? std::optional(true) : std::nullopt,
+    });
 }
 
 bytes encode(open_command const& command) {
-    return field_writer()
-        .number(cmd_open::call, command.call)
-        .number(cmd_open::port_min, command.port_min)
-        .number(cmd_open::port_max, command.port_max)
-        .data_unless_empty(cmd_open::call_id, to_bytes(command.call_id))
-        .number(cmd_open::tos, command.tos)
-        .command(cmd_open::tag);
+    return encoded(fxsmedia::open_command{
+        .call = command.call,
+        .port_min = command.port_min,
+        .port_max = command.port_max,
+        .call_id = unless_empty<std::string_view>(command.call_id),
+        .tos = command.tos,
+    });
 }
 
 bytes encode(media_command const& command) {
-    field_writer out;
-    out.number(cmd_media::call, command.call);
-    add_codec_group(out, command);
-    out.endpoint(cmd_media::rtp_dest, command.rtp_dest)
-        .endpoint(cmd_media::rtcp_dest, command.rtcp_dest)
-        .flag(cmd_media::tcp, command.tcp);
-    if (command.xr_mode)
-        out.data(cmd_media::xr_mode, to_bytes(*command.xr_mode));
-    out.data(cmd_media::srtp_rx_key, command.srtp_rx_key)
-        .data(cmd_media::srtp_tx_key, command.srtp_tx_key)
-        .byte(cmd_media::srtp_tag, command.srtp_tag_bytes)
-        .data(cmd_media::srtp_mki, command.srtp_mki);
-    return out.command(cmd_media::tag);
+    std::vector<fxsmedia::codec_choice> map;
+    for (codec_choice const& entry : command.map)
+        map.push_back(choice_of(entry));
+    fxsmedia::media_command media{
+        .call = command.call,
+        .map = map,
+        .ptime = command.ptime_ms,
+        .event_pt = command.event_payload_type,
+        .ssrc = command.ssrc,
+        .rtp = endpoint_of(command.rtp_dest),
+        .rtcp = endpoint_of(command.rtcp_dest),
+        .tcp = command.tcp,
+        .xr = command.xr_mode,
+        .srtp_rx_key = command.srtp_rx_key,
+        .srtp_tx_key = command.srtp_tx_key,
+        .srtp_tag = command.srtp_tag_bytes,
+        .srtp_mki = command.srtp_mki,
+    };
+    if (command.send)
+        media.send = choice_of(*command.send);
+    return encoded(media);
 }
 
 bytes encode(tdm_command const& command) {
-    return field_writer()
-        .number(cmd_tdm_channel::call, command.call)
-        .number(cmd_tdm_channel::slot, command.slot)
-        .command(cmd_tdm_channel::tag);
+    return encoded(fxsmedia::tdm_command{.call = command.call, .line = command.slot});
 }
 
 bytes encode(session_command const&) {
-    return field_writer().command(cmd_session::tag);
+    return encoded(fxsmedia::session_command{});
 }
 
 bytes encode(dump_command const&) {
-    return field_writer().command(cmd_dump::tag);
+    return encoded(fxsmedia::dump_command{});
 }
 
 bytes encode(loopback_test_command const&) {
-    return field_writer().command(cmd_loopback_test::tag);
+    return encoded(fxsmedia::loopback_test_command{});
 }
 
 bytes encode(led_command const& command) {
-    return field_writer().number(cmd_led::pattern, command.pattern).command(cmd_led::tag);
+    return encoded(fxsmedia::led_command{.pattern = command.pattern});
 }
 
 }  // namespace protocol

@@ -98,7 +98,8 @@ struct led_command {
     std::uint16_t pattern = 0;
 };
 
-/// One whole datagram each. Datagrams may be appended to one another and sent as one.
+/// One whole datagram each, written by the client library; empty for what no element holds. Datagrams may be appended
+/// to one another and sent as one.
 bytes encode(end_command const& command);
 bytes encode(log_level_command const& command);
 bytes encode(signal_command const& command);

@@ -21,12 +21,6 @@ void append_short(bytes& out, int tag, std::uint16_t value) {
     append_tlv(out, tag, number);
 }
 
-void append_long(bytes& out, int tag, std::uint32_t value) {
-    std::uint8_t number[4];
-    wire::put32(number, value);
-    append_tlv(out, tag, number);
-}
-
 tlv_list split_tlvs(byte_view data) {
     tlv_list list;
     while (data.size() >= tlv_header_bytes) {

@@ -23,7 +23,6 @@ inline constexpr std::size_t tlv_longest_value_bytes = 0xFFFF;
 /// Append one element. A value longer than 65535 bytes is cut to that length.
 void append_tlv(bytes& out, int tag, byte_view value);
 void append_short(bytes& out, int tag, std::uint16_t value);  ///< 2-byte value
-void append_long(bytes& out, int tag, std::uint32_t value);   ///< 4-byte value
 
 struct tlv_list {
     std::vector<tlv> elements;  ///< every complete element, in order

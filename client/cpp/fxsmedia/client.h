@@ -3,6 +3,7 @@
 #include <fxsmedia/commands.h>
 #include <fxsmedia/events.h>
 #include <fxsmedia/reports.h>
+#include <fxsmedia/resync.h>
 #include <fxsmedia/socket.h>
 
 #include <algorithm>
@@ -113,20 +114,6 @@ private:
     static constexpr int check_ms = 5000;
     static constexpr std::string_view echo = "No playback channel found";
 
-    // The zeros. The first run completes any element, of 65,535 bytes, that begins up to 3 bytes later. What is left
-    // over are whole empty elements of tag 0 and 0 to 3 bytes of the next, before which a session command is misread:
-    //
-    //     zeros  it is read as                         the next element begins, modulo 4, behind it at
-    //     1      tag 0 with 0x1300 bytes               3
-    //     2      tag 0 with 0x13 bytes                 1
-    //     3      tag 0, then tag 0x1300, both empty    1
-    //
-    // A run of 1 modulo 4 that is longer than 0x1300 bytes leads from 1 to 2, and from 2 and 3 to an answer.
-    static constexpr int runs = 4;
-    static constexpr std::size_t first_run_bytes = 65540;
-    static constexpr std::size_t next_run_bytes = 0x1300 + 5;
-    static constexpr std::size_t run_piece_bytes = first_run_bytes / 2;
-
     // Sending
 
     template <class command>
@@ -162,12 +149,11 @@ private:
         control_socket stranger;
         if (!stranger.open(ip, port))
             return;
-        std::memset(outgoing, 0, run_piece_bytes);
-        std::size_t const whole = run == 0 ? first_run_bytes : next_run_bytes;
-        for (std::size_t sent = 0; sent < whole;) {
-            std::size_t const piece = whole - sent < run_piece_bytes ? whole - sent : run_piece_bytes;
+        std::memset(outgoing, 0, resync_piece_bytes);
+        for (std::size_t left = resync_bytes(run); left > 0;) {
+            std::size_t const piece = std::min(left, resync_piece_bytes);
             stranger.send(byte_view(outgoing, piece));
-            sent += piece;
+            left -= piece;
         }
     }
 
@@ -253,7 +239,7 @@ private:
                 fail_open(call);
         if (socket.refused()) {
             socket.forget_refusal();
-            run = runs;  // it has ended: there is nothing to cure
+            run = resync_runs;  // it has ended: there is nothing to cure
             if (state != phase::searching)
                 search(now, 0);
             tell_lost(true);
@@ -280,7 +266,7 @@ private:
             tell_lost(false);
         if (state != phase::searching || now < next_try)
             return;
-        if (now >= next_run && run < runs && settings.resync) {
+        if (now >= next_run && run < resync_runs && settings.resync) {
             send_zeros();
             run++;
             next_run = now + settings.answer_timeout_ms;

@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <string_view>
+#include <type_traits>
 
 /// The bytes of the control protocol, for any message: a struct with a `tag` and a static `fields(message, each)` that
 /// calls each(format, member) for every sub-field, in the order of lib/protocol.h. What a member is written as, its
@@ -175,7 +176,7 @@ struct finding {
 };
 
 /// Reads the value of a report. Views in `report` show into `value`. Sub-fields that the report does not know are
-/// passed over; of one that stands twice the later counts.
+/// passed over; of one that stands twice the later counts; of those that hold bytes and may be absent there is one.
 template <class message>
 class report_reader {
 public:
@@ -184,16 +185,21 @@ public:
         byte_view rest = value;
         while (one.take(rest)) {
         }
-        if (!rest.empty())
-            return {fault::field_cut_off};
-        finding found;
-        bool any = false;
-        message::fields(report, [&](protocol::field_format const& format, auto& member) {
-            any = true;
+        finding found{rest.empty() ? fault::none : fault::field_cut_off};
+        bool any_field = false, chosen = false;
+        int choice = 0;
+        message::fields(report, [&]<class type>(protocol::field_format const& format, type& member) {
+            any_field = true;
             if (found.what == fault::none)
                 found = field(value, format, member);
+            if constexpr (std::is_same_v<type, std::optional<byte_view>>) {
+                choice = choice == 0 ? format.tag : choice;
+                chosen = chosen || member;
+            }
         });
-        return !any && !value.empty() ? finding{fault::not_empty} : found;
+        if (!any_field && !value.empty())
+            return {fault::not_empty};
+        return found.what == fault::none && choice != 0 && !chosen ? finding{fault::field_missing, choice} : found;
     }
 
 private:

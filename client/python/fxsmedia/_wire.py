@@ -174,6 +174,25 @@ class Command(Message):
 class Report(Message):
     """From the process to call control."""
 
+    @classmethod
+    def decode(cls, value: bytes) -> "Report":
+        """Of the sub-fields that hold bytes and may be absent there is one; an SSRC has 4 bytes."""
+        report = super().decode(value)
+        choices = cls.choices()
+        if choices and all(getattr(report, one.name) is None for one in choices):
+            raise ValueError(f"sub-field {choices[0].metadata['tag']} is missing")
+        if len(getattr(report, "ssrc", bytes(4))) != 4:
+            raise ValueError("the SSRC has not 4 bytes")
+        return report
+
+    @classmethod
+    def choices(cls) -> list[dataclasses.Field]:
+        return [
+            one
+            for one in dataclasses.fields(cls)
+            if one.metadata["kind"] is Kind.DATA and one.default is not dataclasses.MISSING
+        ]
+
 
 @dataclasses.dataclass(frozen=True)
 class Undecodable:

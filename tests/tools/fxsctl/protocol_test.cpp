@@ -107,8 +107,8 @@ TEST(values, addresses_and_codecs_by_their_texts) {
                                     {"[fe80::1]:1", "0001fe800000000000000000000000000001"}}) {
         std::optional<address> const parsed = parse_address(text);
         ASSERT_TRUE(parsed) << text;
-        EXPECT_EQ(to_hex(encode_address(*parsed)), hex);
-        EXPECT_EQ(to_text(decode_address(encode_address(*parsed)).value()), text);
+        EXPECT_TRUE(to_hex(encode(tunnel_command{.to = parsed})).ends_with(hex)) << text;
+        EXPECT_EQ(to_text(decode_address(*from_hex(hex)).value()), text);
     }
     // Without brackets the last group of IPv6 would be taken for the port.
     for (char const* wrong : {"127.0.0.1:0", "127.0.0.1:65536", "127.0.0.1", "127.0.0.1:", "127.0.0.1:50x",
