@@ -19,6 +19,7 @@ import unittest
 import wave
 
 PROCESS, FXSLINE, SOURCE, CPP_EXAMPLE = sys.argv[1:5]
+PROCESS = os.environ.get("FXSMEDIA_PROCESS", PROCESS)
 PYTHON = os.path.join(SOURCE, "client/python")
 sys.path.insert(0, PYTHON)
 import fxsmedia  # noqa: E402
