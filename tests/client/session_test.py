@@ -224,6 +224,7 @@ class Sessions(unittest.TestCase):
                     dice.choice((course.ask, course.ask, course.disturb, lambda: course.run(dice.randrange(12))))()
                 if not course.client.listening:
                     course.act("listen")
+                course.process.mute = dice.random() < 0.3
                 course.run(15 * 8)
                 self.assertTrue(course.client.session.connected)
                 self.assertFalse(course.forgotten, "the restart was not noticed")

@@ -239,9 +239,10 @@ private:
                 fail_open(call);
         if (socket.refused()) {
             socket.forget_refusal();
-            run = resync_runs;  // it has ended: there is nothing to cure
             if (state != phase::searching)
                 search(now, 0);
+            run = 0;
+            next_run = now + settings.answer_timeout_ms;  // while there is no process, there is none to cure
             tell_lost(true);
         } else if (ask_due != 0 && ask_due <= now) {
             search(now, 0);

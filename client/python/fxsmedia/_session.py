@@ -155,9 +155,10 @@ class Session:
             self.events.append(TimedOut(table.OpenCommand.TAG, call))
         if self._refused:
             self._refused = False
-            self._run = len(self._runs)  # it has ended: there is nothing to cure
             if self._state != "searching":
                 self._search(now, 0)
+            self._run = 0
+            self._next_run = now + self._timeout  # while there is no process, there is none to cure
             self._tell_lost(True)
         elif self._ask_due is not None and self._ask_due <= now:
             self._search(now, 0)
