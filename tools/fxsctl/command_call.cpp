@@ -1,5 +1,6 @@
 #include "lib/protocol.h"
 #include "tools/fxsctl/argument_values.h"
+#include "tools/fxsctl/call_check.h"
 #include "tools/fxsctl/connection.h"
 #include "tools/fxsctl/media_options.h"
 #include "tools/fxsctl/output.h"
@@ -91,8 +92,8 @@ void start_media(connection& link, protocol::media_command const& media, std::ui
     link.run(std::move(commands));
 }
 
-void print_call(settings const& global, protocol::open_reply const& ports, std::uint16_t line,
-                protocol::media_command const& media, bool show_keys) {
+protocol::description describe_call(protocol::open_reply const& ports, std::uint16_t line,
+                                    protocol::media_command const& media, bool show_keys) {
     protocol::description d{"call",
                             {{"call", std::int64_t{ports.call}},
                              {"line", std::int64_t{line}},
@@ -103,7 +104,7 @@ void print_call(settings const& global, protocol::open_reply const& ports, std::
         d.fields.push_back({"srtp_rx_key", protocol::to_hex(*media.srtp_rx_key)});
     if (show_keys && media.srtp_tx_key)
         d.fields.push_back({"srtp_tx_key", protocol::to_hex(*media.srtp_tx_key)});
-    print(global, origin::result, d);
+    return d;
 }
 
 void end_calls(connection& link, std::vector<std::uint16_t> const& calls) {
@@ -111,26 +112,30 @@ void end_calls(connection& link, std::vector<std::uint16_t> const& calls) {
         link.client().send(protocol::encode(protocol::end_command{call}));
 }
 
-void call_outside(call_options const& options, std::vector<std::uint16_t> const& lines, connection& link) {
+std::vector<protocol::description> call_outside(call_options const& options, std::vector<std::uint16_t> const& lines,
+                                                connection& link) {
     protocol::address const to = address_value("--to", options.to);
     protocol::open_reply const ports = open_call(link, open_from(options, options.calls[0]));
     protocol::media_command const media = media_from(options, options.calls[0], to, keys_from(options));
     start_media(link, media, lines[0]);
-    print_call(link.global(), ports, lines[0], media, options.show_keys);
+    return {describe_call(ports, lines[0], media, options.show_keys)};
 }
 
-void connect_two(call_options const& options, std::vector<std::uint16_t> const& lines, connection& link) {
+std::vector<protocol::description> connect_two(call_options const& options, std::vector<std::uint16_t> const& lines,
+                                               connection& link) {
     protocol::bytes const via = ip_value("--via", options.via);
     protocol::open_reply const ports[2] = {open_call(link, open_from(options, options.calls[0])),
                                            open_call(link, open_from(options, options.calls[1]))};
     protocol::media_command keys = keys_from(options);
+    std::vector<protocol::description> made;
     for (std::size_t i = 0; i < 2; ++i) {
         protocol::address const remote{via, ports[1 - i].rtp_port};
         protocol::media_command const media = media_from(options, options.calls[i], remote, keys);
         start_media(link, media, lines[i]);
-        print_call(link.global(), ports[i], lines[i], media, options.show_keys);
+        made.push_back(describe_call(ports[i], lines[i], media, options.show_keys));
         keys = crossed(keys);
     }
+    return made;
 }
 
 /// Finds wrong options before anything is opened.
@@ -147,7 +152,10 @@ void run_call(call_options options, settings const& global) {
     check_values(options);
     connection link(global);
     try {
-        (options.to.empty() ? connect_two : call_outside)(options, lines, link);
+        auto const made = (options.to.empty() ? connect_two : call_outside)(options, lines, link);
+        require_audio(link, options.calls, lines);
+        for (protocol::description const& call : made)
+            print(global, origin::result, call);
     } catch (failure const&) {
         end_calls(link, options.calls);  // no half call stays behind
         throw;

@@ -1,4 +1,5 @@
 #include "tools/fxsctl/argument_values.h"
+#include "tools/fxsctl/call_check.h"
 #include "tools/fxsctl/connection.h"
 #include "tools/fxsctl/output.h"
 #include "tools/fxsctl/subcommands.h"
@@ -82,7 +83,9 @@ void add_device(CLI::App& app, program& p) {
     auto data = std::make_shared<signal_options>();
     sub = add_command(app, p, "signal", "Write bytes to the signalling device", [data](settings const& global) {
         protocol::signal_command const command = signal_from(*data);
-        connection(global).run(protocol::encode(command));
+        connection link(global);
+        require_signalling(link);
+        link.run(protocol::encode(command));
     });
     sub->add_option("data", data->hex, "Bytes in hexadecimal; each argument is one write");
     sub->add_option("--text", data->text, "Text to write as it is, after the bytes");

@@ -1,4 +1,5 @@
 #include "tools/fxsctl/argument_values.h"
+#include "tools/fxsctl/call_check.h"
 #include "tools/fxsctl/connection.h"
 #include "tools/fxsctl/media_options.h"
 #include "tools/fxsctl/subcommands.h"
@@ -61,7 +62,9 @@ void add_media(CLI::App& app, program& p) {
     CLI::App* sub = add_command(app, p, "media", "Set codec, destination, RTCP XR and SRTP keys of a call",
                                 [options](settings const& global) {
                                     protocol::media_command const command = media_from(*options);
-                                    connection(global).run(protocol::encode(command));
+                                    connection link(global);
+                                    require_open(link, options->call);
+                                    link.run(protocol::encode(command));
                                 });
     sub->add_option("--call,-c", options->call, "Call index, 0 to 7")->required()->check(call_index());
     add_codec_options(*sub, options->codec);

@@ -7,6 +7,7 @@
 
 #include "lib/protocol.h"
 #include "tools/fxsctl/argument_values.h"
+#include "tools/fxsctl/call_check.h"
 #include "tools/fxsctl/connection.h"
 #include "tools/fxsctl/hub.h"
 #include "tools/fxsctl/media_options.h"
@@ -127,7 +128,8 @@ private:
         if (one.command) {
             reader.learn(one.data);
             for (protocol::description const& message : protocol::describe_commands(one.data, key_display()))
-                show(origin::command, message);
+                if (!is_probe(message))
+                    show(origin::command, message);
             return;
         }
         last_sign_of_life = clock::now();

@@ -2,6 +2,7 @@
 
 #include "lib/protocol.h"
 #include "tools/fxsctl/argument_values.h"
+#include "tools/fxsctl/call_check.h"
 #include "tools/fxsctl/connection.h"
 #include "tools/fxsctl/output.h"
 #include "tools/fxsctl/subcommands.h"
@@ -26,7 +27,11 @@ void run_tdm(tdm_options const& options, settings const& global) {
     if (options.line.has_value() == options.none)
         throw failure(exit_code::usage, "give either --line or --none");
     std::uint16_t const slot = options.line.value_or(std::uint16_t{protocol::no_slot});
-    connection(global).run(protocol::encode(protocol::tdm_command{options.call, slot}));
+    connection link(global);
+    require_open(link, options.call);
+    link.run(protocol::encode(protocol::tdm_command{options.call, slot}));
+    if (options.line)
+        require_on_line(link, options.call, *options.line);
 }
 
 struct end_options {
@@ -110,7 +115,9 @@ void add_tunnel(CLI::App& app, program& p) {
     CLI::App* sub = add_command(app, p, "tunnel", "Send bytes (STUN, ZRTP, ...) from a media port of a call",
                                 [options](settings const& global) {
                                     protocol::tunnel_command const command = tunnel_from(*options);
-                                    connection(global).run(protocol::encode(command));
+                                    connection link(global);
+                                    require_open(link, options->call);
+                                    link.run(protocol::encode(command));
                                 });
     sub->add_option("--call,-c", options->call, "Call index, 0 to 7")->required()->check(call_index());
     sub->add_option("--to", options->to, "ADDR:PORT (default: where the media goes)");

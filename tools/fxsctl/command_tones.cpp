@@ -3,6 +3,7 @@
 #include <string_view>
 
 #include "tools/fxsctl/argument_values.h"
+#include "tools/fxsctl/call_check.h"
 #include "tools/fxsctl/connection.h"
 #include "tools/fxsctl/output.h"
 #include "tools/fxsctl/subcommands.h"
@@ -137,7 +138,10 @@ void add_tones(CLI::App& app, program& p) {
     CLI::App* sub = add_command(app, p, "play", "Play a tone to the line of a call, or stop it (`play stop`)",
                                 [play](settings const& global) {
                                     protocol::playback_command const command = playback_from(*play);
-                                    connection(global).run(protocol::encode(command));
+                                    connection link(global);
+                                    require_open(link, command.call.value_or(0));
+                                    require_any_line(link, command.call.value_or(0));
+                                    link.run(protocol::encode(command));
                                 });
     sub->add_option("--call,-c", play->call, "Call index, 0 to 7")->required()->check(call_index());
     sub->add_option("set", play->set, "Tone set: a country like us, or 1 to 16 (see `fxsctl tones`); or stop")
@@ -149,7 +153,10 @@ void add_tones(CLI::App& app, program& p) {
     auto dtmf = std::make_shared<dtmf_options>();
     sub = add_command(app, p, "dtmf", "Send digits to the peer, one every 500 ms", [dtmf](settings const& global) {
         protocol::bytes const commands = digits_from(*dtmf);
-        connection(global).run(commands);
+        connection link(global);
+        require_open(link, dtmf->call);
+        require_any_line(link, dtmf->call);
+        link.run(commands);
     });
     sub->add_option("--call,-c", dtmf->call, "Call index, 0 to 7")->required()->check(call_index());
     sub->add_option("digits", dtmf->digits,

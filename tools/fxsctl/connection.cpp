@@ -3,7 +3,10 @@
 #include <algorithm>
 #include <iostream>
 
+#include "lib/rtcp_numbers.h"
+#include "lib/wire.h"
 #include "tools/fxsctl/hub_endpoint.h"
+#include "tools/fxsctl/hub_history.h"
 #include "tools/fxsctl/output.h"
 
 namespace fxsctl {
@@ -12,6 +15,14 @@ namespace {
 using clock = std::chrono::steady_clock;
 
 constexpr int loudest_trouble_level = 4;  ///< log levels up to this one are failures, 5 and more are life as usual
+
+/// RFC 3550 section 6.4.1; nullopt when the compound begins with another packet.
+std::optional<std::uint32_t> packets_of_sender_report(protocol::byte_view compound) {
+    constexpr std::size_t count_offset = 20, sender_info_end = 28;
+    if (compound.size() < sender_info_end || compound[1] != rtcp::packet_type::sender_report)
+        return std::nullopt;
+    return wire::get32(compound.data() + count_offset);
+}
 
 }  // namespace
 
@@ -89,7 +100,49 @@ bool connection::wait_for(std::function<bool(protocol::report const&)> const& wa
     }
 }
 
-void connection::remark(protocol::report const& message) const {
+std::optional<call_ledger> connection::ask_ledger() {
+    if (!shared)
+        return std::nullopt;
+    process.send(history_request());
+    history_reader answer;
+    clock::time_point const deadline = clock::now() + chosen.timeout();
+    while (!answer.complete()) {
+        auto const left = std::chrono::ceil<std::chrono::milliseconds>(deadline - clock::now());
+        auto const datagram = process.receive_datagram(std::max(left, std::chrono::milliseconds(0)));
+        if (!datagram)
+            return std::nullopt;
+        if (answer.take(*datagram))
+            continue;
+        for (protocol::report const& message : protocol::parse_reports(*datagram))
+            process.kept().push_back(message);
+    }
+    return answer.ledger();
+}
+
+std::vector<std::uint16_t> connection::wait_for_audio(std::vector<std::uint16_t> calls, bool ever,
+                                                      std::chrono::milliseconds timeout) {
+    auto const is_heard_of = [&](std::uint16_t call) {
+        auto const counted = sent.find(call);
+        return counted != sent.end() && counted->second.last > (ever ? 0 : counted->second.first);
+    };
+    clock::time_point const deadline = clock::now() + timeout;
+    while (std::erase_if(calls, is_heard_of), !calls.empty()) {
+        auto const left = std::chrono::ceil<std::chrono::milliseconds>(deadline - clock::now());
+        auto const message = process.receive(std::max(left, std::chrono::milliseconds(0)));
+        if (!message)
+            break;
+        remark(*message);
+    }
+    return calls;
+}
+
+void connection::remark(protocol::report const& message) {
+    if (auto const* copy = std::get_if<protocol::rtcp_copy>(&message); copy != nullptr && !copy->received) {
+        if (auto const packets = packets_of_sender_report(copy->packet)) {
+            sent.try_emplace(copy->call, packet_counts{*packets, *packets});
+            sent[copy->call].last = *packets;
+        }
+    }
     auto const* line = std::get_if<protocol::log_line>(&message);
     bool const trouble = line != nullptr && line->level <= loudest_trouble_level;
     if (trouble || (chosen.verbose && !std::holds_alternative<protocol::heartbeat>(message)))

@@ -1,9 +1,12 @@
 #pragma once
 
 #include <functional>
+#include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "tools/fxsctl/call_ledger.h"
 #include "tools/fxsctl/settings.h"
 #include "tools/protocol/control_client.h"
 
@@ -26,6 +29,17 @@ public:
     template <class T>
     T request(protocol::bytes commands, std::string const& what, std::function<bool(T const&)> const& wanted);
 
+    /// What the monitor remembers of the calls. nullopt without a monitor.
+    std::optional<call_ledger> ask_ledger();
+
+    /// Waits until reports say that each of these calls has sent packets. `ever`: at any time; otherwise since this
+    /// run looked first. Returns those that have not within `timeout`.
+    std::vector<std::uint16_t> wait_for_audio(std::vector<std::uint16_t> calls, bool ever,
+                                              std::chrono::milliseconds timeout);
+
+    /// Whether a report of this call came; none does of a call without an identifier.
+    bool is_reported(std::uint16_t call) const { return sent.contains(call); }
+
     bool through_monitor() const { return shared; }
     protocol::control_client& client() { return process; }
     settings const& global() const { return chosen; }
@@ -35,7 +49,7 @@ private:
 
     void open_direct();
     void send(protocol::bytes commands);
-    void remark(protocol::report const& message) const;  ///< prints what came besides the answer
+    void remark(protocol::report const& message);  ///< prints what came besides the answer, notes packet counts
     [[noreturn]] void fail_without_answer() const;
 
     /// Waits for the empty answer. A heartbeat looks the same; one that comes in just this moment is taken for it.
@@ -48,6 +62,11 @@ private:
     settings chosen;
     bool shared = false;
     protocol::control_client process;
+    struct packet_counts {
+        std::uint32_t first = 0;
+        std::uint32_t last = 0;
+    };
+    std::map<std::uint16_t, packet_counts> sent;  ///< by call, of the sender reports that came
 };
 
 template <class T>

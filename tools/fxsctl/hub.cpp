@@ -7,12 +7,21 @@
 #include <array>
 #include <cerrno>
 
+#include "lib/protocol.h"
+#include "tools/fxsctl/call_ledger.h"
 #include "tools/fxsctl/hub_endpoint.h"
+#include "tools/protocol/tlv.h"
 
 namespace fxsctl {
 namespace {
 
 constexpr std::size_t largest_datagram_bytes = 65536;
+constexpr std::size_t most_remembered = 2000;  ///< messages; a call is set up with a handful
+
+std::int64_t milliseconds_now() {
+    auto const now = std::chrono::steady_clock::now().time_since_epoch();
+    return std::chrono::duration_cast<std::chrono::milliseconds>(now).count();
+}
 
 sockaddr_in loopback(std::uint16_t port) {
     sockaddr_in address{};
@@ -46,7 +55,30 @@ bool hub::relay(std::uint16_t port, std::uint16_t peer_port) {
 
 void hub::forward(protocol::byte_view data, std::vector<datagram>& passed) {
     process.send(data);
+    remember(true, data);
     passed.push_back({true, {data.begin(), data.end()}});
+}
+
+void hub::remember(bool command, protocol::byte_view messages) {
+    for (protocol::tlv const& one : protocol::split_tlvs(messages).elements) {
+        auto const call = ledger_call(command, one.tag, one.value);
+        if (!call)
+            continue;
+        if (command && one.tag == protocol::cmd_end::tag) {
+            std::erase_if(history, [&](past_message const& past) { return past.call == *call; });
+            continue;
+        }
+        protocol::bytes whole;
+        protocol::append_tlv(whole, one.tag, one.value);
+        history.push_back({*call, command, milliseconds_now(), std::move(whole)});
+        if (history.size() > most_remembered)
+            history.pop_front();
+    }
+}
+
+void hub::tell_history(int fd) const {
+    for (protocol::bytes const& part : history_answer(history, milliseconds_now()))
+        send(fd, part.data(), part.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
 }
 
 void hub::accept_clients() {
@@ -60,6 +92,7 @@ void hub::accept_clients() {
 
 void hub::take_from_process(std::vector<datagram>& passed) {
     while (std::optional<protocol::bytes> data = process.receive_datagram(std::chrono::milliseconds(0))) {
+        remember(false, *data);
         accept_clients();  // clients that connected before the report left get it, too
         for (int const fd : client_fds) {
             // A client that does not read loses reports; the others don't wait for it.
@@ -78,7 +111,11 @@ bool hub::take_from_client(int fd, std::vector<datagram>& passed) {
     ssize_t const size = recv(fd, buffer.data(), buffer.size(), MSG_DONTWAIT);
     if (size <= 0)
         return size < 0 && (errno == EAGAIN || errno == EINTR);
-    forward(protocol::byte_view(buffer).first(static_cast<std::size_t>(size)), passed);
+    protocol::byte_view const data = protocol::byte_view(buffer).first(static_cast<std::size_t>(size));
+    if (is_history_request(data))
+        tell_history(fd);
+    else
+        forward(data, passed);
     return true;
 }
 

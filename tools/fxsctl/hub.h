@@ -4,8 +4,10 @@
 
 #include <chrono>
 #include <cstdint>
+#include <deque>
 #include <vector>
 
+#include "tools/fxsctl/hub_history.h"
 #include "tools/fxsctl/settings.h"
 #include "tools/protocol/control_client.h"
 
@@ -15,6 +17,8 @@ namespace fxsctl {
 ///
 /// Clients are further runs of fxsctl (over the hub endpoint) and, with a relay, one UDP peer: a call control that uses
 /// the relay's port instead of the process's. The process gets the commands of all; every client gets every report.
+///
+/// It remembers what set up the calls that are there, and tells it to a client that asks (hub_history.h).
 class hub {
 public:
     struct datagram {
@@ -43,12 +47,15 @@ private:
     bool take_from_client(int fd, std::vector<datagram>& passed);  ///< false: it is gone
     void take_from_relay(std::vector<datagram>& passed);
     void forward(protocol::byte_view data, std::vector<datagram>& passed);
+    void remember(bool command, protocol::byte_view messages);
+    void tell_history(int fd) const;
 
     protocol::control_client& process;
     int listening_fd = -1;
     int relay_fd = -1;
     sockaddr_in relay_peer{};
     std::vector<int> client_fds;
+    std::deque<past_message> history;
 };
 
 }  // namespace fxsctl

@@ -86,11 +86,39 @@ private:
             last_sender = from;
             senders.insert(from);
             send_to(from, whole);  // the answer looks like the command
+        } else if (from == last_sender && is_probe(element)) {
+            answer_probe(element);
         } else if (from == last_sender) {
             received.push_back(to_hex(whole));
+            if (element.tag == cmd_tdm_channel::tag && !answers)
+                send_to(from, sender_report(element.value.at(5)));
             if (answers ? !answers->empty() : element.tag == cmd_open::tag)  // fxsctl writes the call index first
                 send_to(from, answers ? *answers : open_answer(element.value.at(5)));
         }
+    }
+
+    /// The bytes by which fxsctl sees that a call is open: all are, and send from this socket.
+    static bool is_probe(protocol::tlv const& element) {
+        return element.tag == protocol::cmd_tunnel::tag &&
+               protocol::to_hex(element.value).find("66787370726f6265") != std::string::npos;
+    }
+    void answer_probe(protocol::tlv const& element) {
+        for (protocol::tlv const& field : protocol::split_tlvs(element.value).elements)
+            if (field.tag == protocol::cmd_tunnel::to && field.value.size() == 6)
+                probing = static_cast<std::uint16_t>(field.value[0] << 8 | field.value[1]);
+            else if (field.tag == protocol::cmd_tunnel::rtp_data)
+                send_to(probing, field.value);
+    }
+    /// A copy of a report that one packet was sent.
+    static protocol::bytes sender_report(std::uint8_t call) {
+        using namespace protocol;
+        bytes fields, whole;
+        append_short(fields, report_rtcp::call, call);
+        append_tlv(fields, report_rtcp::call_id, to_bytes("fxsctl"));
+        append_tlv(fields, report_rtcp::sent,
+                   from_hex("80c80006 11111111 0000000000000000 00000000 00000001 000000a0").value());
+        append_tlv(whole, report_rtcp::tag, fields);
+        return whole;
     }
 
     static protocol::bytes open_answer(std::uint8_t call) {
@@ -112,6 +140,7 @@ private:
     int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
     sockaddr_in here;
     std::uint16_t last_sender = 0;
+    std::uint16_t probing = 0;
     std::mutex guard;
     std::condition_variable changed;
     std::optional<protocol::bytes> answers;
