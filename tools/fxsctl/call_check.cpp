@@ -18,7 +18,7 @@ namespace {
 using namespace std::chrono_literals;
 using protocol::bytes;
 
-constexpr auto grace = 100ms;  ///< for what the process has sent before it answered
+constexpr auto grace = 100ms;           ///< for what the process has sent before it answered
 constexpr auto first_reports = 2500ms;  ///< of a call just opened: 100 ms and 2.1 s after that
 constexpr auto two_reports = 4500ms;    ///< one comes every 2 s
 
@@ -130,8 +130,9 @@ std::string line_silence(connection& link, std::uint16_t call, std::uint16_t lin
         return trouble;
     if (process && is_read(*process, line))
         return where + " has two calls already, a third one is ignored by the process";
-    return where + (process ? " gives no audio: its device is open and has no block to read"
-                            : " gives no audio, or has two calls already") +
+    return where +
+           (process ? " gives no audio: its device is open and has no block to read"
+                    : " gives no audio, or has two calls already") +
            ", so " + name(call) + " sends nothing";
 }
 
@@ -179,8 +180,8 @@ void require_on_line(connection& link, std::uint16_t call, std::uint16_t line) {
     if (auto const ledger = link.ask_ledger()) {
         std::vector<std::uint16_t> const there = ledger->on_line(line);
         if (there.size() > 2 && there[0] != call && there[1] != call)
-            refuse("line " + std::to_string(line) + " has " + name(there[0]) + " and " + name(there[1]) +
-                   " already, a third one is ignored by the process");
+            refuse("line " + std::to_string(line) + " has two calls already (" + std::to_string(there[0]) + " and " +
+                   std::to_string(there[1]) + "), a third one is ignored by the process");
         return;
     }
     constexpr std::size_t most_on_a_line = 2;

@@ -93,7 +93,8 @@ std::optional<std::uint16_t> ledger_call(bool command, std::uint16_t tag, byte_v
                                        protocol::cmd_end::tag};
     static constexpr int reports[] = {protocol::report_open::tag, protocol::report_new_ssrc::tag,
                                       protocol::report_srtp_verified::tag};
-    bool const wanted = command ? std::ranges::count(commands, int{tag}) != 0 : std::ranges::count(reports, int{tag}) != 0;
+    bool const wanted =
+        command ? std::ranges::count(commands, int{tag}) != 0 : std::ranges::count(reports, int{tag}) != 0;
     auto const call = wanted ? fields(value).number(protocol::call_field) : std::nullopt;
     return call && *call < protocol::call_count ? call : std::nullopt;
 }

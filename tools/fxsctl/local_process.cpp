@@ -21,9 +21,21 @@ namespace fs = std::filesystem;
 
 constexpr char const* program_name = "fxsmedia";
 
+/// Empty when it cannot be read; its process may end meanwhile.
 std::string content(std::string const& path) {
-    std::ifstream file(path, std::ios::binary);
-    return {std::istreambuf_iterator<char>(file), {}};
+    std::ifstream const file(path, std::ios::binary);
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+/// Names in a folder; those found so far when it vanishes.
+std::vector<std::string> names_in(std::string const& folder) {
+    std::vector<std::string> names;
+    std::error_code error;
+    for (fs::directory_iterator at(folder, error); !error && at != fs::directory_iterator(); at.increment(error))
+        names.push_back(at->path().filename());
+    return names;
 }
 
 std::vector<std::string> split_at_zeros(std::string const& text) {
@@ -38,9 +50,7 @@ std::vector<std::string> split_at_zeros(std::string const& text) {
 
 std::vector<pid_t> all_pids() {
     std::vector<pid_t> pids;
-    std::error_code ignored;
-    for (fs::directory_entry const& entry : fs::directory_iterator("/proc", ignored)) {
-        std::string const name = entry.path().filename();
+    for (std::string const& name : names_in("/proc")) {
         pid_t pid = 0;
         auto const [end, error] = std::from_chars(name.data(), name.data() + name.size(), pid);
         if (error == std::errc() && end == name.data() + name.size())
@@ -57,9 +67,9 @@ std::string link_target(std::string const& path) {
 /// Descriptors of a process with what they lead to.
 std::vector<std::pair<int, std::string>> descriptors(pid_t pid) {
     std::vector<std::pair<int, std::string>> found;
-    std::error_code ignored;
-    for (fs::directory_entry const& entry : fs::directory_iterator("/proc/" + std::to_string(pid) + "/fd", ignored))
-        found.emplace_back(std::atoi(entry.path().filename().c_str()), link_target(entry.path()));
+    std::string const folder = "/proc/" + std::to_string(pid) + "/fd/";
+    for (std::string const& name : names_in(folder))
+        found.emplace_back(std::atoi(name.c_str()), link_target(folder + name));
     return found;
 }
 
@@ -79,8 +89,9 @@ void read_sockets(char const* table, bool ipv6, std::vector<udp_socket>& sockets
         auto const hex = [](std::string const& text, char mark) {
             return std::strtoull(text.c_str() + text.find(mark) + 1, nullptr, 16);
         };
-        sockets.push_back({static_cast<std::uint16_t>(hex(cell[1], ':')), ipv6, std::strtoull(cell[9].c_str(), nullptr, 10),
-                           hex(cell[4], ':'), std::strtoull(cell.back().c_str(), nullptr, 10)});
+        sockets.push_back({static_cast<std::uint16_t>(hex(cell[1], ':')), ipv6,
+                           std::strtoull(cell[9].c_str(), nullptr, 10), hex(cell[4], ':'),
+                           std::strtoull(cell.back().c_str(), nullptr, 10)});
     }
 }
 
@@ -177,7 +188,9 @@ std::optional<int> local_process::descriptor(std::string const& path) const {
         struct stat status {};
         bool const same = exists && stat((folder() + "fd/" + std::to_string(number)).c_str(), &status) == 0 &&
                           status.st_dev == wanted.st_dev && status.st_ino == wanted.st_ino;
-        if (same || target == canonical || target == canonical + " (deleted)")
+        // Of a mount that was taken away the kernel knows the path below its root only.
+        bool const detached = !exists && target == "/" + fs::path(absolute).filename().string();
+        if (same || detached || target == canonical || target == canonical + " (deleted)")
             return number;
     }
     return std::nullopt;

@@ -27,7 +27,8 @@ void add_shared_options(CLI::App& app, fxsctl::settings& global) {
     app.add_flag("--no-session", global.no_session,
                  "Don't take the session: the process must already report to --local-port. Nothing is confirmed then");
     app.add_option("--timeout,-w", global.timeout_ms, "How long to wait for answers, in ms (default 1000)")
-        ->check(CLI::Range(1, 3600000));
+        ->check(CLI::Range(1, 3600000))
+        ->multi_option_policy(CLI::MultiOptionPolicy::TakeLast);
     app.add_flag("--json,-j", global.json, "Print JSON, one object per line");
     app.add_flag("--verbose,-v", global.verbose, "Show on standard error what else the process reports meanwhile");
 }
@@ -41,9 +42,9 @@ int main(int argc, char** argv) {
     app.require_subcommand(0, 1);  // checked below, so that an unknown word gets its own message
     add_shared_options(app, program.global);
     for (auto const add :
-         {fxsctl::add_session, fxsctl::add_monitor, fxsctl::add_call, fxsctl::add_open, fxsctl::add_media,
-          fxsctl::add_line, fxsctl::add_tones, fxsctl::add_process, fxsctl::add_tunnel, fxsctl::add_device,
-          fxsctl::add_decode, fxsctl::add_quality, fxsctl::add_resync})
+         {fxsctl::add_session, fxsctl::add_monitor, fxsctl::add_doctor, fxsctl::add_call, fxsctl::add_open,
+          fxsctl::add_media, fxsctl::add_line, fxsctl::add_tones, fxsctl::add_process, fxsctl::add_tunnel,
+          fxsctl::add_device, fxsctl::add_decode, fxsctl::add_quality, fxsctl::add_resync})
         add(app, program);
     try {
         app.parse(argc, argv);
@@ -53,6 +54,8 @@ int main(int argc, char** argv) {
     } catch (CLI::ParseError const& error) {
         bool const asked_for_help = app.exit(error) == 0;
         return static_cast<int>(asked_for_help ? fxsctl::exit_code::ok : fxsctl::exit_code::usage);
+    } catch (fxsctl::ended const& end) {
+        return static_cast<int>(end.code());
     } catch (fxsctl::failure const& failed) {
         std::cerr << "fxsctl: " << failed.what() << std::endl;
         return static_cast<int>(failed.code());

@@ -25,10 +25,21 @@ struct settings {
 /// Scripts may rely on these.
 enum class exit_code {
     ok = 0,
+    fault = 1,      ///< of `doctor`: something is wrong with a call
     usage = 2,      ///< wrong or missing arguments; nothing was sent
     no_answer = 3,  ///< the process (or the monitor in between) did not answer in time
     refused = 4,    ///< the process answered that it could not, or answered everything but this command
     local = 5,      ///< a socket or file on this side could not be used
+};
+
+/// Ends a run that has said everything with an exit code.
+class ended : public std::exception {
+public:
+    explicit ended(exit_code code) : exits_with(code) {}
+    exit_code code() const { return exits_with; }
+
+private:
+    exit_code exits_with;
 };
 
 /// Ends a run with its message and exit code.

@@ -34,6 +34,7 @@ void add_tones(CLI::App& app, program& p);  ///< play, tones, dtmf
 void add_tunnel(CLI::App& app, program& p);
 void add_device(CLI::App& app, program& p);  ///< led, reset-base, signal, loopback-test
 void add_decode(CLI::App& app, program& p);
+void add_doctor(CLI::App& app, program& p);
 void add_quality(CLI::App& app, program& p);
 void add_resync(CLI::App& app, program& p);
 

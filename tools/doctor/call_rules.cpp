@@ -1,0 +1,413 @@
+#include "tools/doctor/call_rules.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <numeric>
+
+#include "lib/protocol.h"
+
+namespace doctor {
+namespace {
+
+constexpr unsigned a_few = 5;            ///< packets that are no accident
+constexpr double pause_s = 2;            ///< without packets: longer than a breath, shorter than a window
+constexpr double too_quiet_dbfs = -42;   ///< speech lies 15 to 30 dB below full scale
+constexpr double moving_db = 10;         ///< speech does, a line's noise doesn't
+constexpr double clipped_share = 0.05;
+constexpr double silent_share = 0.98;
+constexpr double other_law_times = 1.25;  ///< tones of 3 kHz reach 1.2 by the right law
+constexpr double drift_limit_ppm = 200;  ///< crystals keep to 100 each
+constexpr unsigned buffer_limit_ms = 240;  ///< of the 16 packets that the jitter buffer waits for at most
+
+template <class... T>
+std::string format(char const* text, T... values) {
+    char line[400];
+    std::snprintf(line, sizeof line, text, values...);
+    return line;
+}
+
+std::string call_option(call_facts const& call) {
+    return "--call " + std::to_string(call.call);
+}
+
+verdict begin(call_facts const& call, char const* direction) {
+    return {.call = static_cast<int>(call.call),
+            .line = call.set.line ? static_cast<int>(*call.set.line) : -1,
+            .direction = direction};
+}
+
+std::string codec_name(int codec) {
+    return codec >= 0 && codec < static_cast<int>(std::size(protocol::codec_formats))
+               ? protocol::codec_formats[codec].name
+               : "CODEC";
+}
+
+std::string usual_codec(int payload_type) {
+    for (protocol::codec_format const& one : protocol::codec_formats)
+        if (one.payload_type == payload_type)
+            return one.name;
+    return "CODEC";
+}
+
+std::string accepted_list(call_facts const& call) {
+    std::string list;
+    for (auto const& [type, codec] : call.set.accepted)
+        if (codec != protocol::codec_number::telephone_event)
+            list += (list.empty() ? "" : ", ") + std::to_string(type);
+    return list.empty() ? "no payload type" : "only " + list;
+}
+
+bool is_known_unmapped(call_facts const& call, stream const& one) {
+    return call.set.codecs && !call.set.accepted.contains(one.payload_type);
+}
+
+std::vector<stream> accepted_streams(call_facts const& call) {
+    std::vector<stream> fed;
+    for (stream const& one : call.arriving) {
+        auto const codec = call.set.accepted.find(one.payload_type);
+        bool const is_event = codec != call.set.accepted.end() && codec->second == protocol::codec_number::telephone_event;
+        if (!is_known_unmapped(call, one) && !is_event)
+            fed.push_back(one);
+    }
+    return fed;
+}
+
+unsigned packets_of(std::vector<stream> const& streams) {
+    return std::accumulate(streams.begin(), streams.end(), 0u, [](unsigned n, stream const& one) { return n + one.packets; });
+}
+
+bool nothing_accepted(call_facts const& call) {
+    return call.reports.sent >= 2 && call.reports.accepted.value_or(0) == 0;
+}
+
+std::string rtp_address(call_facts const& call) {
+    return "port " + std::to_string(call.rtp_port);
+}
+
+// ---- no packet arrives
+
+std::string host_of(std::string const& address) {
+    return address.substr(0, address.rfind(':'));
+}
+
+void add_strays(observation const& seen, call_facts const& call, std::vector<cause>& causes) {
+    for (stray const& one : seen.strays) {
+        bool const our_peer = host_of(one.from) == host_of(call.set.rtp_dest);
+        bool const same_port = one.port == call.rtp_port;
+        if (one.packets < a_few || (!call.set.rtp_dest.empty() && !our_peer && !same_port))
+            continue;
+        bool const from_there = one.from == call.set.rtp_dest;
+        causes.push_back({same_port ? "wrong-family" : "wrong-port",
+                          from_there || same_port ? certainty::certain : certainty::likely,
+                          format("%u RTP packets from %s arrived at port %u, where nothing listens; the call has port %u%s",
+                                 one.packets, one.from.c_str(), one.port, call.rtp_port,
+                                 same_port ? " in the other family only" : ""),
+                          "tell the far end to send to " + rtp_address(call) +
+                              (same_port ? ", or start the process without --ipv4 and --ipv6" : "")});
+    }
+}
+
+void explain_no_packet(observation const& seen, call_facts const& call, std::vector<cause>& causes) {
+    add_strays(seen, call, causes);
+    if (!causes.empty())
+        return;
+    if (call.reports.peer_sent.value_or(0) > a_few)
+        causes.push_back({"blocked-inbound", certainty::likely,
+                          format("the far end's reports say that it sent %u packets, none arrived at port %u",
+                                 *call.reports.peer_sent, call.rtp_port),
+                          "open UDP port " + std::to_string(call.rtp_port) + " in the firewalls on the way"});
+    else if (call.ever_received || call.reports.accepted)
+        causes.push_back({"stream-stopped", certainty::certain,
+                          format("a stream was received earlier, in these %.1f s came no packet", seen.seconds),
+                          "ask the far end: it holds the call, has ended it, or lost its way here"});
+    else
+        causes.push_back({"nothing-arrives", certainty::likely,
+                          format("no packet came to port %u in %.1f s", call.rtp_port, seen.seconds),
+                          "give the far end this host's address and " + rtp_address(call) + " (SDP); look at firewalls"});
+}
+
+// ---- packets arrive, the process does not take them
+
+void explain_unmapped(call_facts const& call, std::vector<cause>& causes) {
+    for (stream const& one : call.arriving)
+        if (is_known_unmapped(call, one) && one.packets >= a_few)
+            causes.push_back({"payload-type-not-mapped", certainty::certain,
+                              format("%u packets of payload type %d from %s, the map has %s", one.packets,
+                                     int{one.payload_type}, one.from.c_str(), accepted_list(call).c_str()),
+                              map_cure(call, one.payload_type)});
+}
+
+void explain_keys(call_facts const& call, stream const& main, std::vector<cause>& causes) {
+    if (!call.set.keys)
+        return;
+    if (call.set.receive_key && (nothing_accepted(call) || call.wrong_tags != 0 || (!call.verified && !main.looks_encrypted)))
+        causes.push_back({"wrong-receive-key",
+                          call.wrong_tags != 0 || nothing_accepted(call) ? certainty::certain : certainty::likely,
+                          format("%u packets from %s, none has the authentication tag of the receive key%s", main.packets,
+                                 main.from.c_str(), main.looks_encrypted ? "" : "; their payload is not encrypted"),
+                          "fxsctl media " + call_option(call) +
+                              " --srtp-rx-key @FILE --srtp-tx-key @FILE, with the keys that the far end sends with"});
+    if (!call.set.receive_key && main.looks_encrypted)
+        causes.push_back({"missing-receive-key", certainty::certain,
+                          format("%u packets from %s are encrypted, the call has no receive key", main.packets,
+                                 main.from.c_str()),
+                          "fxsctl media " + call_option(call) + " --srtp-rx-key @FILE --srtp-tx-key @FILE"});
+}
+
+void explain_not_accepted(call_facts const& call, std::vector<stream> const& fed, std::vector<cause>& causes) {
+    if (!nothing_accepted(call) || !causes.empty())
+        return;
+    std::string const evidence =
+        format("%u packets of payload type %d from %s arrived, the process took none", fed[0].packets,
+               int{fed[0].payload_type}, fed[0].from.c_str());
+    causes.push_back({"payload-type-not-mapped", call.set.codecs ? certainty::possible : certainty::likely, evidence,
+                      map_cure(call, fed[0].payload_type)});
+    causes.push_back({"wrong-receive-key", certainty::possible, evidence,
+                      "fxsctl media " + call_option(call) + " --srtp-rx-key @FILE --srtp-tx-key @FILE"});
+}
+
+// ---- audio comes, but wrong
+
+void explain_fight(call_facts const& call, std::vector<stream> const& fed, std::vector<cause>& causes) {
+    for (std::size_t other = 1; other < fed.size(); other++) {
+        stream const &a = fed[0], &b = fed[other];
+        bool const together = a.first_s < b.last_s && b.first_s < a.last_s;
+        if (a.ssrc == b.ssrc || !together || b.packets < a_few)
+            continue;
+        causes.push_back({"ssrc-fight", certainty::certain,
+                          format("two senders at once: SSRC %08x from %s (%u packets), SSRC %08x from %s (%u packets); "
+                                 "the process changed over %u times",
+                                 a.ssrc, a.from.c_str(), a.packets, b.ssrc, b.from.c_str(), b.packets, call.new_streams),
+                          "end one of the senders: let only the far end's address through to " + rtp_address(call)});
+        return;
+    }
+}
+
+void explain_sound(stream const& one, std::vector<cause>& causes) {
+    if (!one.heard || one.packets < 20)
+        return;
+    stream::sound const& heard = *one.heard;
+    char const* const law = one.payload_type == 0 ? "mu-law" : "A-law";
+    if (heard.digital_silence >= silent_share)
+        causes.push_back({"digital-silence", certainty::certain,
+                          format("%.0f %% of %u packets hold one value only", 100 * heard.digital_silence, one.packets),
+                          "the far end is muted, on hold, or has no microphone: look there"});
+    else if (heard.other_law_smoother > other_law_times)
+        causes.push_back({"other-law", certainty::likely,
+                          format("payload type %d says %s; read by the other law the sound is %.1f times smoother",
+                                 int{one.payload_type}, law, heard.other_law_smoother),
+                          "mend the far end; or map it: --map " + std::to_string(one.payload_type) +
+                              (one.payload_type == 0 ? "=pcma" : "=pcmu")});
+    else if (heard.clipped > clipped_share)
+        causes.push_back({"clipped", certainty::likely,
+                          format("%.0f %% of the samples are at the end of the scale", 100 * heard.clipped),
+                          "lower the level at the far end"});
+    else if (heard.level_dbfs < too_quiet_dbfs && heard.dynamic_db > moving_db)
+        causes.push_back({"level-too-low", certainty::likely,
+                          format("the loudest 100 ms have %.0f dBFS; speech has -15 to -30", heard.level_dbfs),
+                          "raise the level at the far end"});
+}
+
+void explain_stream(call_facts const& call, stream const& one, std::vector<cause>& causes) {
+    if (one.odd_lengths > one.packets / 2 && !call.set.receive_key)
+        causes.push_back({"odd-packet-length", certainty::certain,
+                          format("%u of %u packets hold no multiple of 10 ms (%zu bytes); the rest of each is dropped",
+                                 one.odd_lengths, one.packets, one.payload_bytes),
+                          "have the far end send packets of 10, 20, 30 or 40 ms (a=ptime in SDP)"});
+    if (one.drift_ppm && std::abs(*one.drift_ppm) - one.drift_doubt_ppm > drift_limit_ppm)
+        causes.push_back({"clock-drift", certainty::likely,
+                          format("the far end's clock is %.0f ppm %s (+- %.0f)", std::abs(*one.drift_ppm),
+                                 *one.drift_ppm > 0 ? "fast" : "slow", one.drift_doubt_ppm),
+                          "mend the far end's sample clock; `fxsctl refresh " + call_option(call) +
+                              "` takes away the delay that has gathered"});
+    explain_sound(one, causes);
+}
+
+void explain_quality(observation const& seen, call_facts const& call, std::vector<stream> const& fed,
+                     std::vector<cause>& causes) {
+    explain_fight(call, fed, causes);
+    if (!fed.empty()) {
+        double last_s = 0;
+        for (stream const& one : fed)
+            last_s = std::max(last_s, one.last_s);
+        if (seen.seconds - last_s > pause_s)
+            causes.push_back({"stream-stopped", certainty::certain,
+                              format("the last packet came %.1f s before the end of the %.1f s", seen.seconds - last_s,
+                                     seen.seconds),
+                              "ask the far end: it holds the call, has ended it, or suppresses silence"});
+        explain_stream(call, fed[0], causes);
+    }
+    if (call.drops != 0)
+        causes.push_back({"socket-overflow", certainty::certain,
+                          format("%llu datagrams to port %u found no room in the socket's queue",
+                                 static_cast<unsigned long long>(call.drops), call.rtp_port),
+                          "limit what may send there; give the process real-time priority (chrt -p)"});
+    if (call.reports.buffer_ms.value_or(0) >= buffer_limit_ms)
+        causes.push_back({"buffer-at-ceiling", certainty::certain,
+                          format("the jitter buffer holds %u ms", *call.reports.buffer_ms),
+                          "fxsctl refresh " + call_option(call)});
+}
+
+bool comes_in(call_facts const& call, std::vector<stream> const& fed) {
+    return call.reports.accepted.value_or(0) > 0 || (!fed.empty() && !call.reports.accepted);
+}
+
+// ---- the sending side
+
+void explain_where_to(observation const& seen, call_facts const& call, std::vector<cause>& causes) {
+    settings_facts const& set = call.set;
+    bool const counted = call.reports.sent_packets.value_or(0) > 0;
+    if ((set.destination && set.rtp_dest.empty()) ||
+        (!set.destination && seen.packets_seen && counted && call.leaving.empty() && !set.tcp)) {
+        causes.push_back({"no-destination", set.destination ? certainty::certain : certainty::likely,
+                          set.destination ? std::string("no media command has given a destination")
+                                          : format("%u packets were made, none left", *call.reports.sent_packets),
+                          "fxsctl media " + call_option(call) + " --rtp ADDR:PORT"});
+        return;
+    }
+    bool const ipv6 = set.rtp_dest.starts_with('[');
+    if (!set.rtp_dest.empty() && (ipv6 ? call.ipv6 : call.ipv4) == clarity::no)
+        causes.push_back({"wrong-family", certainty::certain,
+                          "the destination " + set.rtp_dest + " is " + (ipv6 ? "IPv6" : "IPv4") +
+                              ", the call has no port of this family",
+                          ipv6 ? "start the process without --ipv4" : "start the process without --ipv6"});
+    if (call.refused_by_peer >= a_few || (call.refused_by_peer != 0 && call.leaving.empty()))
+        causes.push_back({"wrong-port", certainty::certain,
+                          format("nothing listens on %s: %u packets came back as unreachable",
+                                 call.leaving.empty() ? set.rtp_dest.c_str() : call.leaving[0].to.c_str(),
+                                 call.refused_by_peer),
+                          "fxsctl media " + call_option(call) + " --rtp ADDR:PORT, as in the far end's SDP"});
+}
+
+/// The far end reports, and not on what we send.
+void explain_unheard(call_facts const& call, std::vector<cause>& causes) {
+    report_facts const& reports = call.reports;
+    bool const stands_still = reports.peer_reports_us && reports.peer_accepted == 0u;
+    bool const unknown = !reports.peer_reports_us && reports.received >= 2;
+    if (!causes.empty() || reports.sent_packets.value_or(0) < a_few || (!stands_still && !unknown))
+        return;
+    std::string const evidence = format("%u packets left; the far end's reports say that it takes none of them",
+                                        *reports.sent_packets);
+    bool const far_end_encrypts =
+        std::ranges::any_of(call.arriving, [](stream const& one) { return one.looks_encrypted; }) || call.set.receive_key;
+    if (call.set.keys && call.set.send_key)
+        causes.push_back({"wrong-send-key", certainty::likely, evidence,
+                          "fxsctl media " + call_option(call) +
+                              " --srtp-tx-key @FILE --srtp-rx-key @FILE, with the key that the far end receives with"});
+    else if (call.set.keys && far_end_encrypts)
+        causes.push_back({"missing-send-key", certainty::likely, evidence + ", which sends encrypted ones itself",
+                          "fxsctl media " + call_option(call) + " --srtp-tx-key @FILE --srtp-rx-key @FILE"});
+    causes.push_back({"blocked-outbound", causes.empty() ? certainty::likely : certainty::possible, evidence,
+                      "look at firewalls on the way, and whether the far end accepts the payload type and listens "
+                      "where the packets go"});
+}
+
+}  // namespace
+
+std::string map_cure(call_facts const& call, int payload_type) {
+    std::string text = "fxsctl media " + call_option(call) + " --codec ";
+    text += call.set.send_codec >= 0 ? codec_name(call.set.send_codec) : "pcma";
+    for (auto const& [type, codec] : call.set.accepted)
+        if (codec != protocol::codec_number::telephone_event)
+            text += " --map " + std::to_string(type) + "=" + codec_name(codec);
+    if (!call.set.accepted.contains(payload_type))
+        text += " --map " + std::to_string(payload_type) + "=" + usual_codec(payload_type);
+    return text;
+}
+
+std::vector<cause> line_causes(observation const& seen, call_facts const& call) {
+    std::string const put = "fxsctl tdm " + call_option(call) + " --line N";
+    if (call.set.line_known && !call.set.line)
+        return {{"no-line", certainty::certain, "the call was put on no line", put}};
+    bool const counted_nothing = call.reports.sent >= 2 && call.reports.sent_packets == 0u;
+    if (call.set.line) {
+        line_facts const& line = seen.lines.at(*call.set.line);
+        auto const place = std::ranges::find(line.calls, call.call) - line.calls.begin();
+        if (!line.trouble.empty())
+            return {{line.is_open == clarity::yes ? "device-gone" : "device-missing", certainty::certain, line.trouble,
+                     "start the line driver, then fxsctl tdm " + call_option(call) + " --none; fxsctl tdm " +
+                         call_option(call) + " --line " + std::to_string(line.line)}};
+        if (place >= 2 && place < static_cast<long>(line.calls.size()))
+            return {{"third-call", certainty::certain,
+                     format("line %u has calls %u and %u, a third one is ignored", line.line, line.calls[0], line.calls[1]),
+                     "fxsctl tdm --call " + std::to_string(line.calls[1]) + " --none; fxsctl tdm " + call_option(call) +
+                         " --line " + std::to_string(line.line)}};
+        if (counted_nothing)
+            return {{"line-silent", certainty::likely,
+                     "the device " + line.path + " is open and gives the process no block", "look at the line driver"}};
+        return {};
+    }
+    if (!counted_nothing)
+        return {};
+    std::vector<cause> causes;
+    for (line_facts const& line : seen.lines)
+        if (!line.trouble.empty() && line.is_open == clarity::yes)
+            causes.push_back({"device-gone", certainty::likely, line.trouble, "start the line driver, then " + put});
+    bool const none_open =
+        std::ranges::all_of(seen.lines, [](line_facts const& line) { return line.is_open == clarity::no; });
+    bool const all_missing =
+        std::ranges::none_of(seen.lines, [](line_facts const& line) { return line.trouble.empty(); });
+    if (none_open && all_missing && !seen.lines.empty())
+        causes.push_back({"device-missing", certainty::likely, seen.lines[0].trouble,
+                          "start the process with the right --tdm, or the line driver"});
+    std::string const evidence = "the process made no packet of the line's audio";
+    causes.push_back({"no-line", none_open ? certainty::likely : certainty::possible,
+                      evidence + (none_open ? ", no line's device is open" : ""), put});
+    if (!none_open)
+        causes.push_back({"third-call", certainty::possible, evidence + "; a line takes two calls",
+                          "fxsctl tdm --call OTHER --none"});
+    return causes;
+}
+
+verdict examine_received(observation const& seen, call_facts const& call) {
+    verdict found = begin(call, "network->phone");
+    std::vector<cause>& causes = found.causes;
+    std::vector<stream> const fed = accepted_streams(call);
+    causes = line_causes(seen, call);
+    if (!call.set.tcp && seen.packets_seen) {
+        if (call.arriving.empty())
+            explain_no_packet(seen, call, causes);
+        else if (packets_of(fed) < a_few)
+            explain_unmapped(call, causes);
+        else
+            explain_keys(call, fed[0], causes);
+        if (packets_of(fed) >= a_few)
+            explain_not_accepted(call, fed, causes);
+    } else if (nothing_accepted(call)) {
+        bool const before = call.ever_received || call.reports.accepted.has_value();
+        causes.push_back({before ? "stream-stopped" : "nothing-arrives", certainty::likely,
+                          "the process took no packet from the network",
+                          "run fxsctl doctor as root: it then sees whether packets arrive"});
+    }
+    found.state = causes.empty() ? condition::ok : condition::no_audio;
+    bool const heard = causes.empty();
+    explain_quality(seen, call, fed, causes);
+    if (heard && !causes.empty())
+        found.state = causes[0].id == "stream-stopped" || causes[0].id == "digital-silence" ? condition::no_audio
+                                                                                            : condition::bad_audio;
+    if (causes.empty() && !comes_in(call, fed)) {
+        found.state = condition::unseen;
+        found.remark = "no packets are seen" + (seen.packets_seen ? "" : " (" + seen.packets_obstacle + ")") +
+                       " and no reports: open the call with an identifier";
+    }
+    return found;
+}
+
+verdict examine_sent(observation const& seen, call_facts const& call) {
+    verdict found = begin(call, "phone->network");
+    found.causes = line_causes(seen, call);
+    explain_where_to(seen, call, found.causes);
+    explain_unheard(call, found.causes);
+    found.state = found.causes.empty() ? condition::ok : condition::no_audio;
+    bool const sends = !call.leaving.empty() || call.reports.sent_packets.value_or(0) > 0;
+    if (found.causes.empty() && !sends) {
+        found.state = condition::unseen;
+        found.remark = seen.packets_seen && call.reports.sent < 2
+                           ? "no packet left, and no reports tell why: open the call with an identifier"
+                           : "no packets are seen (" + seen.packets_obstacle + ") and no reports";
+    }
+    return found;
+}
+
+}  // namespace doctor
