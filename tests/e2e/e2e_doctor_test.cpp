@@ -58,6 +58,8 @@ public:
 
     telephones lines;
     controlled_process process;
+    child watching{
+        {FXSCTL, "--port", std::to_string(process.port), "--timeout", "20000", "monitor", "--log-level", "4"}};
 
 private:
     std::vector<std::string> with_lines(std::vector<std::string> arguments) const {
@@ -65,7 +67,6 @@ private:
         return arguments;
     }
 
-    child watching{{FXSCTL, "--port", std::to_string(process.port), "--timeout", "20000", "monitor", "--log-level", "4"}};
     std::atomic<bool> ended{false};
     std::thread ticking{[this] {
         fxsline::tick_clock clock;
@@ -100,9 +101,9 @@ diagnosis examine(scene const& here, std::string const& options = "") {
 }
 
 struct fault {
-    char const* cause;      ///< first one of the verdict; empty: both directions are in order
+    char const* cause;  ///< first one of the verdict; empty: both directions are in order
     char const* direction;
-    std::string settings;   ///< of `fxsctl media`; FAR is the far end's address
+    std::string settings;  ///< of `fxsctl media`; FAR is the far end's address
     far_behaviour far = {};
     bool on_line = true;
 };
@@ -215,6 +216,33 @@ TEST(DoctorOfTheProcess, FindsWhyItDoesNotAnswer) {
     EXPECT_EQ(diagnosis(here.fxsctl("--timeout 500 --json doctor")).first(-1, "control"), "process-stopped");
     kill(here.process.process.pid(), SIGCONT);
     EXPECT_EQ(child({FXSCTL, "--port", std::to_string(free_port()), "doctor"}).wait(), 3);
+}
+
+TEST(Hold, IsNoticedByTheMonitorAndResumed) {
+    scene here;
+    here.expect_done("call 0 1");
+    far_end held_up({.at_once = 16});
+    nlohmann::json const ports = nlohmann::json::parse(here.fxsctl("--json open --call 2 --call-id delayed").out);
+    here.expect_done("media --call 2 --codec pcma --xr voip-metrics --rtp " + held_up.address());
+    here.expect_done("tdm --call 2 --line 2");
+    held_up.start(ports["rtp_port"], ports["rtcp_port"]);
+    std::this_thread::sleep_for(4500ms);  // two reports of media that run
+    EXPECT_EQ(examine(here, " --call 2").first(2, in), "buffer-at-ceiling");
+    here.expect_done("refresh --call 2");
+
+    auto const begin = std::chrono::steady_clock::now();
+    here.expect_done("hold --call 1");
+    EXPECT_TRUE(here.watching.wait_for_text("media-stopped call=0 direction=network->phone"));
+    EXPECT_TRUE(here.watching.wait_for_text("media-stopped call=1 direction=phone->network"));
+    EXPECT_LT(std::chrono::steady_clock::now() - begin, 5s) << "4 s, and what the programs take";
+    here.expect_done("resume --call 1");
+    EXPECT_TRUE(here.watching.wait_for_text("media-resumed call=0 direction=network->phone"));
+    EXPECT_TRUE(here.watching.wait_for_text("> tdm call=1 line=1"));
+    diagnosis const found = examine(here);
+    EXPECT_TRUE(found.all_ok) << found.text;
+
+    here.expect_done("media --call 0 --codec pcmu");
+    EXPECT_TRUE(here.watching.wait_for_text(R"(send="0=pcmu" event_pt=101 map="0=pcmu" map="8=pcma")"));
 }
 
 /// Calls between the four lines that differ in codec, packet time, keys, level and reports. FXSMEDIA_DOCTOR_SCENES sets

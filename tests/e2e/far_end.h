@@ -24,9 +24,9 @@ struct far_behaviour {
     int payload_bytes = 160;
     int port_offset = 0;  ///< added to the port that it was told
     bool ipv6 = false;
-    int senders = 1;      ///< SSRCs at once
+    int senders = 1;  ///< SSRCs at once
     double clock_ppm = 0;
-    int at_once = 0;      ///< packets that come in one moment after a second
+    int at_once = 0;  ///< packets that come in one moment after a second
     double stops_after_s = 1e9;
     bool sends = true;
     reports rtcp = reports::none;

@@ -10,14 +10,14 @@
 namespace doctor {
 namespace {
 
-constexpr unsigned a_few = 5;            ///< packets that are no accident
-constexpr double pause_s = 2;            ///< without packets: longer than a breath, shorter than a window
-constexpr double too_quiet_dbfs = -42;   ///< speech lies 15 to 30 dB below full scale
-constexpr double moving_db = 10;         ///< speech does, a line's noise doesn't
+constexpr unsigned a_few = 5;           ///< packets that are no accident
+constexpr double pause_s = 2;           ///< without packets: longer than a breath, shorter than a window
+constexpr double too_quiet_dbfs = -42;  ///< speech lies 15 to 30 dB below full scale
+constexpr double moving_db = 10;        ///< speech does, a line's noise doesn't
 constexpr double clipped_share = 0.05;
 constexpr double silent_share = 0.98;
-constexpr double other_law_times = 1.25;  ///< tones of 3 kHz reach 1.2 by the right law
-constexpr double drift_limit_ppm = 200;  ///< crystals keep to 100 each
+constexpr double other_law_times = 1.25;   ///< tones of 3 kHz reach 1.2 by the right law
+constexpr double drift_limit_ppm = 200;    ///< crystals keep to 100 each
 constexpr unsigned buffer_limit_ms = 240;  ///< of the 16 packets that the jitter buffer waits for at most
 
 template <class... T>
@@ -66,7 +66,8 @@ std::vector<stream> accepted_streams(call_facts const& call) {
     std::vector<stream> fed;
     for (stream const& one : call.arriving) {
         auto const codec = call.set.accepted.find(one.payload_type);
-        bool const is_event = codec != call.set.accepted.end() && codec->second == protocol::codec_number::telephone_event;
+        bool const is_event =
+            codec != call.set.accepted.end() && codec->second == protocol::codec_number::telephone_event;
         if (!is_known_unmapped(call, one) && !is_event)
             fed.push_back(one);
     }
@@ -74,7 +75,8 @@ std::vector<stream> accepted_streams(call_facts const& call) {
 }
 
 unsigned packets_of(std::vector<stream> const& streams) {
-    return std::accumulate(streams.begin(), streams.end(), 0u, [](unsigned n, stream const& one) { return n + one.packets; });
+    return std::accumulate(streams.begin(), streams.end(), 0u,
+                           [](unsigned n, stream const& one) { return n + one.packets; });
 }
 
 bool nothing_accepted(call_facts const& call) {
@@ -98,13 +100,14 @@ void add_strays(observation const& seen, call_facts const& call, std::vector<cau
         if (one.packets < a_few || (!call.set.rtp_dest.empty() && !our_peer && !same_port))
             continue;
         bool const from_there = one.from == call.set.rtp_dest;
-        causes.push_back({same_port ? "wrong-family" : "wrong-port",
-                          from_there || same_port ? certainty::certain : certainty::likely,
-                          format("%u RTP packets from %s arrived at port %u, where nothing listens; the call has port %u%s",
-                                 one.packets, one.from.c_str(), one.port, call.rtp_port,
-                                 same_port ? " in the other family only" : ""),
-                          "tell the far end to send to " + rtp_address(call) +
-                              (same_port ? ", or start the process without --ipv4 and --ipv6" : "")});
+        causes.push_back(
+            {same_port ? "wrong-family" : "wrong-port",
+             from_there || same_port ? certainty::certain : certainty::likely,
+             format("%u RTP packets from %s arrived at port %u, where nothing listens; the call has port %u%s",
+                    one.packets, one.from.c_str(), one.port, call.rtp_port,
+                    same_port ? " in the other family only" : ""),
+             "tell the far end to send to " + rtp_address(call) +
+                 (same_port ? ", or start the process without --ipv4 and --ipv6" : "")});
     }
 }
 
@@ -122,9 +125,10 @@ void explain_no_packet(observation const& seen, call_facts const& call, std::vec
                           format("a stream was received earlier, in these %.1f s came no packet", seen.seconds),
                           "ask the far end: it holds the call, has ended it, or lost its way here"});
     else
-        causes.push_back({"nothing-arrives", certainty::likely,
-                          format("no packet came to port %u in %.1f s", call.rtp_port, seen.seconds),
-                          "give the far end this host's address and " + rtp_address(call) + " (SDP); look at firewalls"});
+        causes.push_back(
+            {"nothing-arrives", certainty::likely,
+             format("no packet came to port %u in %.1f s", call.rtp_port, seen.seconds),
+             "give the far end this host's address and " + rtp_address(call) + " (SDP); look at firewalls"});
 }
 
 // ---- packets arrive, the process does not take them
@@ -141,26 +145,27 @@ void explain_unmapped(call_facts const& call, std::vector<cause>& causes) {
 void explain_keys(call_facts const& call, stream const& main, std::vector<cause>& causes) {
     if (!call.set.keys)
         return;
-    if (call.set.receive_key && (nothing_accepted(call) || call.wrong_tags != 0 || (!call.verified && !main.looks_encrypted)))
-        causes.push_back({"wrong-receive-key",
-                          call.wrong_tags != 0 || nothing_accepted(call) ? certainty::certain : certainty::likely,
-                          format("%u packets from %s, none has the authentication tag of the receive key%s", main.packets,
-                                 main.from.c_str(), main.looks_encrypted ? "" : "; their payload is not encrypted"),
-                          "fxsctl media " + call_option(call) +
-                              " --srtp-rx-key @FILE --srtp-tx-key @FILE, with the keys that the far end sends with"});
+    if (call.set.receive_key &&
+        (nothing_accepted(call) || call.wrong_tags != 0 || (!call.verified && !main.looks_encrypted)))
+        causes.push_back(
+            {"wrong-receive-key",
+             call.wrong_tags != 0 || nothing_accepted(call) ? certainty::certain : certainty::likely,
+             format("%u packets from %s, none has the authentication tag of the receive key%s", main.packets,
+                    main.from.c_str(), main.looks_encrypted ? "" : "; their payload is not encrypted"),
+             "fxsctl media " + call_option(call) +
+                 " --srtp-rx-key @FILE --srtp-tx-key @FILE, with the keys that the far end sends with"});
     if (!call.set.receive_key && main.looks_encrypted)
-        causes.push_back({"missing-receive-key", certainty::certain,
-                          format("%u packets from %s are encrypted, the call has no receive key", main.packets,
-                                 main.from.c_str()),
-                          "fxsctl media " + call_option(call) + " --srtp-rx-key @FILE --srtp-tx-key @FILE"});
+        causes.push_back(
+            {"missing-receive-key", certainty::certain,
+             format("%u packets from %s are encrypted, the call has no receive key", main.packets, main.from.c_str()),
+             "fxsctl media " + call_option(call) + " --srtp-rx-key @FILE --srtp-tx-key @FILE"});
 }
 
 void explain_not_accepted(call_facts const& call, std::vector<stream> const& fed, std::vector<cause>& causes) {
     if (!nothing_accepted(call) || !causes.empty())
         return;
-    std::string const evidence =
-        format("%u packets of payload type %d from %s arrived, the process took none", fed[0].packets,
-               int{fed[0].payload_type}, fed[0].from.c_str());
+    std::string const evidence = format("%u packets of payload type %d from %s arrived, the process took none",
+                                        fed[0].packets, int{fed[0].payload_type}, fed[0].from.c_str());
     causes.push_back({"payload-type-not-mapped", call.set.codecs ? certainty::possible : certainty::likely, evidence,
                       map_cure(call, fed[0].payload_type)});
     causes.push_back({"wrong-receive-key", certainty::possible, evidence,
@@ -175,11 +180,12 @@ void explain_fight(call_facts const& call, std::vector<stream> const& fed, std::
         bool const together = a.first_s < b.last_s && b.first_s < a.last_s;
         if (a.ssrc == b.ssrc || !together || b.packets < a_few)
             continue;
-        causes.push_back({"ssrc-fight", certainty::certain,
-                          format("two senders at once: SSRC %08x from %s (%u packets), SSRC %08x from %s (%u packets); "
-                                 "the process changed over %u times",
-                                 a.ssrc, a.from.c_str(), a.packets, b.ssrc, b.from.c_str(), b.packets, call.new_streams),
-                          "end one of the senders: let only the far end's address through to " + rtp_address(call)});
+        causes.push_back(
+            {"ssrc-fight", certainty::certain,
+             format("two senders at once: SSRC %08x from %s (%u packets), SSRC %08x from %s (%u packets); "
+                    "the process changed over %u times",
+                    a.ssrc, a.from.c_str(), a.packets, b.ssrc, b.from.c_str(), b.packets, call.new_streams),
+             "end one of the senders: let only the far end's address through to " + rtp_address(call)});
         return;
     }
 }
@@ -273,11 +279,11 @@ void explain_where_to(observation const& seen, call_facts const& call, std::vect
                               ", the call has no port of this family",
                           ipv6 ? "start the process without --ipv4" : "start the process without --ipv6"});
     if (call.refused_by_peer >= a_few || (call.refused_by_peer != 0 && call.leaving.empty()))
-        causes.push_back({"wrong-port", certainty::certain,
-                          format("nothing listens on %s: %u packets came back as unreachable",
-                                 call.leaving.empty() ? set.rtp_dest.c_str() : call.leaving[0].to.c_str(),
-                                 call.refused_by_peer),
-                          "fxsctl media " + call_option(call) + " --rtp ADDR:PORT, as in the far end's SDP"});
+        causes.push_back(
+            {"wrong-port", certainty::certain,
+             format("nothing listens on %s: %u packets came back as unreachable",
+                    call.leaving.empty() ? set.rtp_dest.c_str() : call.leaving[0].to.c_str(), call.refused_by_peer),
+             "fxsctl media " + call_option(call) + " --rtp ADDR:PORT, as in the far end's SDP"});
 }
 
 /// The far end reports, and not on what we send.
@@ -287,10 +293,11 @@ void explain_unheard(call_facts const& call, std::vector<cause>& causes) {
     bool const unknown = !reports.peer_reports_us && reports.received >= 2;
     if (!causes.empty() || reports.sent_packets.value_or(0) < a_few || (!stands_still && !unknown))
         return;
-    std::string const evidence = format("%u packets left; the far end's reports say that it takes none of them",
-                                        *reports.sent_packets);
+    std::string const evidence =
+        format("%u packets left; the far end's reports say that it takes none of them", *reports.sent_packets);
     bool const far_end_encrypts =
-        std::ranges::any_of(call.arriving, [](stream const& one) { return one.looks_encrypted; }) || call.set.receive_key;
+        std::ranges::any_of(call.arriving, [](stream const& one) { return one.looks_encrypted; }) ||
+        call.set.receive_key;
     if (call.set.keys && call.set.send_key)
         causes.push_back({"wrong-send-key", certainty::likely, evidence,
                           "fxsctl media " + call_option(call) +
@@ -329,10 +336,11 @@ std::vector<cause> line_causes(observation const& seen, call_facts const& call) 
                      "start the line driver, then fxsctl tdm " + call_option(call) + " --none; fxsctl tdm " +
                          call_option(call) + " --line " + std::to_string(line.line)}};
         if (place >= 2 && place < static_cast<long>(line.calls.size()))
-            return {{"third-call", certainty::certain,
-                     format("line %u has calls %u and %u, a third one is ignored", line.line, line.calls[0], line.calls[1]),
-                     "fxsctl tdm --call " + std::to_string(line.calls[1]) + " --none; fxsctl tdm " + call_option(call) +
-                         " --line " + std::to_string(line.line)}};
+            return {
+                {"third-call", certainty::certain,
+                 format("line %u has calls %u and %u, a third one is ignored", line.line, line.calls[0], line.calls[1]),
+                 "fxsctl tdm --call " + std::to_string(line.calls[1]) + " --none; fxsctl tdm " + call_option(call) +
+                     " --line " + std::to_string(line.line)}};
         if (counted_nothing)
             return {{"line-silent", certainty::likely,
                      "the device " + line.path + " is open and gives the process no block", "look at the line driver"}};

@@ -115,7 +115,8 @@ void packet_watch::take(std::function<void(seen_datagram const&)> const& each) c
         if (on_loopback && outgoing)
             continue;  // comes a second time, as an arriving one
         seen_datagram found;
-        for (cmsghdr const* one = CMSG_FIRSTHDR(&message); one != nullptr; one = CMSG_NXTHDR(&message, const_cast<cmsghdr*>(one))) {
+        for (cmsghdr const* one = CMSG_FIRSTHDR(&message); one != nullptr;
+             one = CMSG_NXTHDR(&message, const_cast<cmsghdr*>(one))) {
             timeval stamp{};
             if (one->cmsg_level == SOL_SOCKET && one->cmsg_type == SO_TIMESTAMP) {
                 std::memcpy(&stamp, CMSG_DATA(one), sizeof stamp);

@@ -14,9 +14,9 @@ struct seen_datagram {
     protocol::address from;
     protocol::address to;
     protocol::bytes payload;
-    bool arrives = false;       ///< at this machine; both this and `leaves` on the loopback interface
+    bool arrives = false;  ///< at this machine; both this and `leaves` on the loopback interface
     bool leaves = false;
-    bool unreachable = false;   ///< an ICMP message about it: nothing listens at `to`
+    bool unreachable = false;  ///< an ICMP message about it: nothing listens at `to`
 };
 
 /// The UDP datagram in an IPv4 or IPv6 packet, or the one that an ICMP "port unreachable" is about. false: neither.

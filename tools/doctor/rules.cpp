@@ -18,8 +18,7 @@ std::vector<cause> silence_of_process(observation const& seen) {
     process_facts const& p = seen.process;
     std::string const name = p.program.empty() ? p.address : p.program;
     if (p.state == 'T')
-        return {{"process-stopped", certainty::certain, name + " was stopped by a signal",
-                 "kill -CONT the process"}};
+        return {{"process-stopped", certainty::certain, name + " was stopped by a signal", "kill -CONT the process"}};
     if (p.unread_commands != 0)
         return {{"process-busy", certainty::likely,
                  std::to_string(p.unread_commands) + " bytes wait in the control socket of " + name +

@@ -30,8 +30,8 @@ enum class condition {
 
 /// Of one direction of a call, or of the process as a whole.
 struct verdict {
-    int call = -1;  ///< -1: the process
-    int line = -1;  ///< -1: none, or not known
+    int call = -1;          ///< -1: the process
+    int line = -1;          ///< -1: none, or not known
     std::string direction;  ///< "network->phone", "phone->network", "control"
     condition state = condition::ok;
     std::vector<cause> causes;  ///< most certain first

@@ -37,7 +37,8 @@ double mu_law(std::uint8_t code) {
 double a_law(std::uint8_t code) {
     unsigned const bits = code ^ 0x55u;
     unsigned const segment = bits >> 4 & 7;
-    int const magnitude = static_cast<int>(segment == 0 ? (bits & 15) * 16 + 8 : ((bits & 15) * 16 + 264) << (segment - 1));
+    int const magnitude =
+        static_cast<int>(segment == 0 ? (bits & 15) * 16 + 8 : ((bits & 15) * 16 + 264) << (segment - 1));
     return (bits & 0x80) != 0 ? magnitude : -magnitude;
 }
 
@@ -137,12 +138,15 @@ stream::sound analyse_sound(std::vector<bytes> const& payloads, bool is_a_law) {
         quietest = std::min(quietest, level);
     }
     found.dynamic_db = found.level_dbfs - quietest;
-    auto const one_value = [](bytes const& one) { return std::ranges::adjacent_find(one, std::not_equal_to{}) == one.end(); };
+    auto const one_value = [](bytes const& one) {
+        return std::ranges::adjacent_find(one, std::not_equal_to{}) == one.end();
+    };
     found.digital_silence = static_cast<double>(std::ranges::count_if(payloads, one_value)) /
                             static_cast<double>(std::max<std::size_t>(payloads.size(), 1));
     double const end_of_scale = is_a_law ? a_law(0xAA) : mu_law(0x80);
-    found.clipped = static_cast<double>(std::ranges::count_if(announced, [&](double s) { return std::abs(s) >= end_of_scale; })) /
-                    static_cast<double>(std::max<std::size_t>(announced.size(), 1));
+    found.clipped =
+        static_cast<double>(std::ranges::count_if(announced, [&](double s) { return std::abs(s) >= end_of_scale; })) /
+        static_cast<double>(std::max<std::size_t>(announced.size(), 1));
     constexpr double clearly = 1.15;
     if (unevenness(payloads, is_a_law) > clearly * unevenness(payloads, !is_a_law))
         found.other_law_smoother =
@@ -182,7 +186,8 @@ void stream_log::add(seen_datagram const& one, double time_s, protocol::address 
     }
     facts.last_s = time_s;
     facts.payload_bytes = one.payload.size() - at;
-    kept.packets.push_back({time_s, wire::get32(one.payload.data() + 4),
+    kept.packets.push_back({time_s,
+                            wire::get32(one.payload.data() + 4),
                             {one.payload.begin() + static_cast<std::ptrdiff_t>(at), one.payload.end()}});
     constexpr std::size_t most_packets = 6000;  // two minutes
     if (kept.packets.size() > most_packets)

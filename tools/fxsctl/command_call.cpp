@@ -150,6 +150,9 @@ void run_call(call_options options, settings const& global) {
     options.codec.codec = options.codec.codec.empty() ? "pcma" : options.codec.codec;
     std::vector<std::uint16_t> const lines = lines_for(options);
     check_values(options);
+    protocol::media_command chosen;
+    apply(options.codec, chosen);
+    warn_of_digits_in_band(chosen);
     connection link(global);
     try {
         auto const made = (options.to.empty() ? connect_two : call_outside)(options, lines, link);

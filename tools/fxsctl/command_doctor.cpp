@@ -23,9 +23,11 @@ char const* name_of(char const* const (&names)[n], Enum value) {
 std::string how_it_looked(doctor::observation const& seen) {
     std::string text;
     if (!seen.through_monitor && seen.process.listens)
-        text = "the session was taken for this: whoever had it hears nothing more. Commands given before were not seen, so "
-               "payload map, destination, keys and line of the calls are not known; run `fxsctl monitor` (or --relay) "
-               "from the beginning";
+        text =
+            "the session was taken for this: whoever had it hears nothing more. Commands given before were not seen, "
+            "so "
+            "payload map, destination, keys and line of the calls are not known; run `fxsctl monitor` (or --relay) "
+            "from the beginning";
     else if (seen.through_monitor && !seen.commands_seen)
         text = "the monitor does not tell what commands have set";
     if (!seen.packets_seen && !seen.calls.empty())
@@ -83,7 +85,7 @@ exit_code run_doctor(doctor_options const& options, settings const& global) {
     if (!limits.empty())
         std::cerr << "fxsctl: " << limits << std::endl;
     std::cout << std::flush;
-    return !seen.process.listens           ? exit_code::no_answer
+    return !seen.process.listens          ? exit_code::no_answer
            : doctor::is_healthy(verdicts) ? exit_code::ok
                                           : exit_code::fault;
 }
@@ -97,7 +99,8 @@ void add_doctor(CLI::App& app, program& p) {
                                     if (exit_code const found = run_doctor(*options, global); found != exit_code::ok)
                                         throw ended(found);
                                 });
-    sub->add_option("--call,-c", options->call, "Only this call, 0 to 7 (default: all that are open)")->check(call_index());
+    sub->add_option("--call,-c", options->call, "Only this call, 0 to 7 (default: all that are open)")
+        ->check(call_index());
     sub->add_option("--seconds", options->seconds, "How long to look (default 5; less than 4.5 sees too few reports)")
         ->check(CLI::Range(0.1, 3600.0));
 }

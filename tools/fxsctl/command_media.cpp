@@ -36,10 +36,10 @@ void apply_destination(media_options const& options, protocol::media_command& co
         command.tcp = true;
 }
 
-protocol::media_command media_from(media_options const& options) {
+protocol::media_command media_from(media_options const& options, known_call const* before) {
     protocol::media_command command;
     command.call = options.call;
-    apply(options.codec, command);
+    apply(options.codec, before, command);
     apply_destination(options, command);
     if (options.xr_mode)
         command.xr_mode = xr_mode_text("--xr", *options.xr_mode);
@@ -61,9 +61,13 @@ void add_media(CLI::App& app, program& p) {
     auto options = std::make_shared<media_options>();
     CLI::App* sub = add_command(app, p, "media", "Set codec, destination, RTCP XR and SRTP keys of a call",
                                 [options](settings const& global) {
-                                    protocol::media_command const command = media_from(*options);
+                                    media_from(*options, nullptr);  // finds wrong options before anything is sent
                                     connection link(global);
                                     require_open(link, options->call);
+                                    auto const ledger = link.ask_ledger();
+                                    protocol::media_command const command =
+                                        media_from(*options, ledger ? ledger->find(options->call) : nullptr);
+                                    warn_of_digits_in_band(command);
                                     link.run(protocol::encode(command));
                                 });
     sub->add_option("--call,-c", options->call, "Call index, 0 to 7")->required()->check(call_index());

@@ -11,6 +11,7 @@
 #include "tools/fxsctl/connection.h"
 #include "tools/fxsctl/hub.h"
 #include "tools/fxsctl/media_options.h"
+#include "tools/fxsctl/media_watch.h"
 #include "tools/fxsctl/output.h"
 #include "tools/fxsctl/subcommands.h"
 
@@ -19,7 +20,9 @@ namespace {
 
 using clock = std::chrono::steady_clock;
 
-constexpr std::chrono::seconds silence_limit{3};        ///< three heartbeats missed
+constexpr std::chrono::seconds silence_limit{3};  ///< three heartbeats missed
+constexpr char const* stopped_name = "media-stopped";
+constexpr char const* resumed_name = "media-resumed";
 constexpr std::chrono::milliseconds longest_wait{250};  ///< how late the end of a duration is noticed at most
 
 struct monitor_options {
@@ -33,6 +36,7 @@ struct monitor_options {
     bool show_keys = false;
     bool summary = false;
     bool quiet = false;
+    bool brief = false;
 };
 
 std::int64_t milliseconds_since_1970() {
@@ -138,8 +142,10 @@ private:
     }
 
     void show(protocol::report const& message) {
-        if (auto const* opened = std::get_if<protocol::open_reply>(&message))
+        if (auto const* opened = std::get_if<protocol::open_reply>(&message)) {
             quality.call_opened(opened->call);
+            media.forget(opened->call);
+        }
         auto const* copy = std::get_if<protocol::rtcp_copy>(&message);
         if (copy == nullptr) {
             show(origin::report, protocol::describe(message, key_display()));
@@ -147,8 +153,17 @@ private:
         }
         rtcp_reading const reading = reader.read(*copy);
         quality.add(observation(*copy, reading, milliseconds_since_1970()));
-        if (may_print(origin::report, "rtcp"))
+        if (!options.brief && may_print(origin::report, "rtcp"))
             print_rtcp(chosen, *copy, reading, true);
+        if (!copy->received)
+            for (media_watch::change const& one : media.add(copy->call, reading.packets))
+                show(origin::result, described(one));
+    }
+
+    static protocol::description described(media_watch::change const& one) {
+        return {one.stopped ? stopped_name : resumed_name,
+                {{"call", std::int64_t{one.call}},
+                 {"direction", std::string(one.received ? "network->phone" : "phone->network")}}};
     }
 
     void show(origin from, protocol::description const& message) {
@@ -195,6 +210,7 @@ private:
     monitor_options const& options;
     rtcp_reader reader;
     rtcp_view::quality_tracker quality;
+    media_watch media;
     std::uint64_t shown = 0;
     bool was_silent = false;
     clock::time_point last_sign_of_life = clock::now();
@@ -209,7 +225,7 @@ void add_monitor(CLI::App& app, program& p) {
                                 "Print everything the process sends; other runs of fxsctl then go through this one",
                                 [options](settings const& global) { monitor(global, *options).run(); });
     std::vector<std::string> names = protocol::report_names();
-    names.insert(names.end(), {"command", "session"});
+    names.insert(names.end(), {"command", "session", stopped_name, resumed_name});
     sub->add_option("--duration,-t", options->duration_s, "End after this many seconds")->check(CLI::PositiveNumber);
     sub->add_option("--count,-n", options->count, "End after this many lines");
     sub->add_option("--filter,-f", options->filter,
@@ -218,6 +234,8 @@ void add_monitor(CLI::App& app, program& p) {
         ->check(CLI::IsMember(names));
     sub->add_flag("--summary,-s", options->summary,
                   "At the end print the quality of each call, as `fxsctl quality` does");
+    sub->add_flag("--brief,-b", options->brief,
+                  "Leave out copies of RTCP packets; that media stop and resume is said all the same");
     sub->add_flag("--quiet,-q", options->quiet, "Print nothing but the summary")->needs("--summary");
     add_srtp_options(*sub, options->srtp);
     sub->add_flag("--show-keys", options->show_keys, "Print SRTP keys that commands and log lines hold");

@@ -1,10 +1,12 @@
 #include <cstdint>
+#include <iostream>
 #include <optional>
 #include <string_view>
 
 #include "tools/fxsctl/argument_values.h"
 #include "tools/fxsctl/call_check.h"
 #include "tools/fxsctl/connection.h"
+#include "tools/fxsctl/media_options.h"
 #include "tools/fxsctl/output.h"
 #include "tools/fxsctl/subcommands.h"
 
@@ -156,6 +158,10 @@ void add_tones(CLI::App& app, program& p) {
         connection link(global);
         require_open(link, dtmf->call);
         require_any_line(link, dtmf->call);
+        auto const ledger = link.ask_ledger();
+        known_call const* const call = ledger ? ledger->find(dtmf->call) : nullptr;
+        if (call != nullptr && call->send && call->event_payload_type == 0)
+            std::cerr << "fxsctl: " << digits_in_band << std::endl;
         link.run(commands);
     });
     sub->add_option("--call,-c", dtmf->call, "Call index, 0 to 7")->required()->check(call_index());

@@ -181,18 +181,22 @@ private:
                 call.leaving.add(one, time_s, one.to);
         }
         constexpr std::size_t rtp_header_bytes = 12;
-        bool const is_rtcp = one.payload.size() > 1 && one.payload[1] >= 192 && one.payload[1] < 224;  // RFC 5761 section 4
+        bool const is_rtcp =
+            one.payload.size() > 1 && one.payload[1] >= 192 && one.payload[1] < 224;  // RFC 5761 section 4
         bool const is_rtp = one.payload.size() > rtp_header_bytes && one.payload[0] >> 6 == 2 && !is_rtcp;
         if (!one.unreachable && one.arrives && is_rtp && !for_a_call)
             elsewhere[{protocol::to_text(one.from), one.to.port, one.to.ip.size() == 16}]++;
     }
 
     void take_report(protocol::report const& message) {
-        if (auto const* copy = std::get_if<protocol::rtcp_copy>(&message); copy != nullptr && calls.contains(copy->call))
+        if (auto const* copy = std::get_if<protocol::rtcp_copy>(&message);
+            copy != nullptr && calls.contains(copy->call))
             calls[copy->call].copies.push_back(*copy);
-        if (auto const* fresh = std::get_if<protocol::new_ssrc>(&message); fresh != nullptr && calls.contains(fresh->call))
+        if (auto const* fresh = std::get_if<protocol::new_ssrc>(&message);
+            fresh != nullptr && calls.contains(fresh->call))
             calls[fresh->call].new_streams++;
-        if (auto const* good = std::get_if<protocol::srtp_verified>(&message); good != nullptr && calls.contains(good->call))
+        if (auto const* good = std::get_if<protocol::srtp_verified>(&message);
+            good != nullptr && calls.contains(good->call))
             calls[good->call].verified = true;
     }
 
@@ -249,8 +253,9 @@ private:
         facts.verified = facts.verified || call.verified;
         facts.refused_by_peer = call.refused;
         facts.arriving = call.arriving.streams(facts.set.accepted);
-        facts.leaving = call.leaving.streams(facts.set.send_codec >= 0 ? std::map<int, int>{{facts.set.send_payload_type, facts.set.send_codec}}
-                                                                       : std::map<int, int>{});
+        facts.leaving = call.leaving.streams(
+            facts.set.send_codec >= 0 ? std::map<int, int>{{facts.set.send_payload_type, facts.set.send_codec}}
+                                      : std::map<int, int>{});
         describe_reports(call, ledger, facts);
         seen.calls.push_back(std::move(facts));
     }
@@ -303,7 +308,8 @@ private:
                     }
                 } else if (auto const* extended = std::get_if<rtcp_view::extended_report>(&packet.body)) {
                     for (rtcp_view::xr_block const& block : extended->blocks)
-                        if (auto const* m = std::get_if<rtcp_view::voip_metrics>(&block.content); m != nullptr && !copy.received)
+                        if (auto const* m = std::get_if<rtcp_view::voip_metrics>(&block.content);
+                            m != nullptr && !copy.received)
                             out.buffer_ms = m->jb_nominal_ms;
                 }
             }

@@ -43,8 +43,8 @@ int main(int argc, char** argv) {
     add_shared_options(app, program.global);
     for (auto const add :
          {fxsctl::add_session, fxsctl::add_monitor, fxsctl::add_doctor, fxsctl::add_call, fxsctl::add_open,
-          fxsctl::add_media, fxsctl::add_line, fxsctl::add_tones, fxsctl::add_process, fxsctl::add_tunnel,
-          fxsctl::add_device, fxsctl::add_decode, fxsctl::add_quality, fxsctl::add_resync})
+          fxsctl::add_media, fxsctl::add_line, fxsctl::add_hold, fxsctl::add_tones, fxsctl::add_process,
+          fxsctl::add_tunnel, fxsctl::add_device, fxsctl::add_decode, fxsctl::add_quality, fxsctl::add_resync})
         add(app, program);
     try {
         app.parse(argc, argv);

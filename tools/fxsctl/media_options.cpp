@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <iostream>
 #include <random>
 #include <sstream>
 
@@ -39,6 +40,24 @@ constexpr std::array<mode, 6> modes{{{"loss-rle", "pkt-loss-rle", true},
                                      {"stat-summary", "stat-summary", false},
                                      {"voip-metrics", "voip-metrics", false}}};
 
+constexpr int first_dynamic_type = 96;  ///< RFC 3551 section 6
+constexpr int usual_event_type = 101;
+
+bool is_taken(protocol::media_command const& command, int payload_type) {
+    return command.send->payload_type == payload_type ||
+           std::ranges::any_of(command.map, [&](auto const& one) { return one.payload_type == payload_type; });
+}
+
+void choose_events(codec_options const& options, protocol::media_command& command) {
+    command.event_payload_type = options.event_payload_type;
+    if (options.no_events || options.event_payload_type)
+        return;
+    int type = usual_event_type;
+    while (is_taken(command, type))
+        type = type < 127 ? type + 1 : first_dynamic_type;
+    command.event_payload_type = static_cast<std::uint8_t>(type);
+}
+
 bool is_size(std::string const& text) {
     return !text.empty() && text.size() <= 5 && text.find_first_not_of("0123456789") == std::string::npos;
 }
@@ -64,19 +83,24 @@ void add_codec_options(CLI::App& sub, codec_options& options) {
     sub.add_option("--pt", options.payload_type, "RTP payload type to send (default: the usual one of the codec)")
         ->check(payload_type());
     sub.add_option("--event-pt", options.event_payload_type,
-                   "Payload type of telephone events, sent and received; without it digits go in-band")
+                   "Payload type of telephone events, sent and received (default 101)")
         ->check(CLI::Range(1, 127));
+    sub.add_flag("--no-events", options.no_events,
+                 "No telephone events: digits go in-band, where few far ends find them")
+        ->excludes("--event-pt");
     sub.add_option("--map", options.map,
-                   "PT=CODEC: accept this payload type from the peer (repeatable; default: the one sent)");
+                   "PT=CODEC: accept this payload type from the peer (repeatable; default: the one sent, in mid-call "
+                   "also those before)");
     sub.add_option("--ptime", options.ptime_ms, "Packet time in ms, a multiple of 10 (default 20)")
         ->check(CLI::Range(shortest_ptime_ms, longest_ptime_ms));
 }
 
 void apply(codec_options const& options, protocol::media_command& command) {
     if (options.codec.empty()) {
-        if (options.payload_type || options.event_payload_type || options.ptime_ms || !options.map.empty()) {
+        if (options.no_events || options.payload_type || options.event_payload_type || options.ptime_ms ||
+            !options.map.empty()) {
             throw failure(exit_code::usage,
-                          "--pt, --event-pt, --map and --ptime need --codec: the process sets all of them "
+                          "--pt, --event-pt, --no-events, --map and --ptime need --codec: the process sets all of them "
                           "together, and "
                           "without a codec it would fall back to number 0");
         }
@@ -89,12 +113,44 @@ void apply(codec_options const& options, protocol::media_command& command) {
         throw failure(exit_code::usage, "--ptime: audio comes in blocks of 10 ms, give a multiple of 10");
     command.send = protocol::usual_choice(codec);
     command.send->payload_type = options.payload_type.value_or(command.send->payload_type);
-    command.event_payload_type = options.event_payload_type;
     command.ptime_ms = options.ptime_ms;
     for (std::string const& entry : options.map)
         command.map.push_back(map_entry_value("--map", entry));
     if (options.map.empty())
         command.map.push_back(*command.send);
+    choose_events(options, command);
+}
+
+void apply(codec_options const& options, known_call const* before, protocol::media_command& command) {
+    codec_options filled = options;
+    bool const had_codec = before != nullptr && before->send;
+    if (had_codec && !options.no_events && !options.event_payload_type && before->event_payload_type != 0)
+        filled.event_payload_type = before->event_payload_type;
+    filled.no_events =
+        options.no_events || (had_codec && before->event_payload_type == 0 && !options.event_payload_type);
+    filled.ptime_ms = options.ptime_ms ? options.ptime_ms : had_codec ? before->ptime_ms : std::nullopt;
+    apply(options.codec.empty() ? options : filled, command);
+    if (!options.map.empty() || options.codec.empty())
+        return;
+    std::vector<protocol::codec_choice> kept;
+    if (before == nullptr)
+        for (protocol::codec_format const& one : protocol::codec_formats)
+            if (one.payload_type < first_dynamic_type)
+                kept.push_back(protocol::usual_choice(one));
+    for (auto const& [type, codec] : before != nullptr ? before->accepted : std::map<std::uint8_t, std::uint8_t>())
+        if (codec != protocol::codec_number::telephone_event)
+            kept.push_back({codec, type});
+    for (protocol::codec_choice const& one : kept)
+        if (!is_taken(command, one.payload_type) && one.payload_type != command.event_payload_type)
+            command.map.push_back(one);
+}
+
+char const* const digits_in_band =
+    "digits go in-band, where independent detectors read 0 of 12 of them; telephone events (--event-pt) arrive";
+
+void warn_of_digits_in_band(protocol::media_command const& command) {
+    if (command.send && !command.event_payload_type)
+        std::cerr << "fxsctl: " << digits_in_band << std::endl;
 }
 
 void add_srtp_options(CLI::App& sub, srtp_options& options) {

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "tools/fxsctl/call_ledger.h"
 #include "tools/fxsctl/settings.h"
 #include "tools/protocol/commands.h"
 
@@ -19,12 +20,22 @@ struct codec_options {
     std::optional<std::uint8_t> event_payload_type;
     std::vector<std::string> map;
     std::optional<std::uint16_t> ptime_ms;
+    bool no_events = false;
 };
 
 void add_codec_options(CLI::App& sub, codec_options& options);
 
-/// Fills the codec group of the command; leaves it alone when no codec is named. Throws usage.
+/// Fills the codec group of the command; leaves it alone when no codec is named. Telephone events get payload type 101,
+/// or the next one that is free. Throws usage.
 void apply(codec_options const& options, protocol::media_command& command);
+
+/// The same in mid-call, where what the options leave open stays as it was: the payload map (the usual payload types of
+/// all codecs when it is not known), telephone events and packet time.
+void apply(codec_options const& options, known_call const* before, protocol::media_command& command);
+
+/// Says on standard error why digits in-band are a bad choice, when the command chooses them.
+void warn_of_digits_in_band(protocol::media_command const& command);
+extern char const* const digits_in_band;
 
 /// The options that key SRTP, shared by `media` and `call`.
 struct srtp_options {

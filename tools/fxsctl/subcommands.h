@@ -27,6 +27,7 @@ void add_session(CLI::App& app, program& p);  ///< session, ping
 void add_process(CLI::App& app, program& p);  ///< log-level, ntp-offset, dump
 void add_monitor(CLI::App& app, program& p);
 void add_call(CLI::App& app, program& p);
+void add_hold(CLI::App& app, program& p);  ///< hold, resume, refresh
 void add_open(CLI::App& app, program& p);
 void add_media(CLI::App& app, program& p);
 void add_line(CLI::App& app, program& p);   ///< tdm, end
