@@ -65,10 +65,12 @@ function(fxs_tool_library target)
     fxs_build_quickly(${target})
 endfunction()
 
-# fxs_tool(<target> <source>...): a program that lands beside the process in the top of the build folder.
+# fxs_tool(<target> <source>...): a program that lands beside the process in the top of the build folder. Its --version
+# is that of the project.
 function(fxs_tool target)
     add_executable(${target} ${ARGN})
     target_include_directories(${target} PRIVATE ${CMAKE_SOURCE_DIR})
+    target_compile_definitions(${target} PRIVATE FXSMEDIA_VERSION="${PROJECT_VERSION}")
     set_target_properties(${target} PROPERTIES RUNTIME_OUTPUT_DIRECTORY ${CMAKE_BINARY_DIR})
     fxs_build_quickly(${target})
 endfunction()

@@ -27,7 +27,8 @@ std::optional<protocol::media_command> same_destination(hold_options const& opti
     command.call = options.call;
     if (!options.rtp.empty()) {
         command.rtp_dest = address_value("--rtp", options.rtp);
-        command.rtcp_dest = options.rtcp.empty() ? rtcp_beside(*command.rtp_dest) : address_value("--rtcp", options.rtcp);
+        command.rtcp_dest =
+            options.rtcp.empty() ? rtcp_beside(*command.rtp_dest) : address_value("--rtcp", options.rtcp);
         return command;
     }
     if (!call || !call->rtp_dest)

@@ -2,6 +2,7 @@
 
 #include <iostream>
 
+#include "tools/fxsctl/complaint.h"
 #include "tools/fxsctl/settings.h"
 #include "tools/fxsctl/subcommands.h"
 
@@ -33,12 +34,33 @@ void add_shared_options(CLI::App& app, fxsctl::settings& global) {
     app.add_flag("--verbose,-v", global.verbose, "Show on standard error what else the process reports meanwhile");
 }
 
+/// Help and version are asked for by exceptions, too.
+int explain(CLI::App const& app, CLI::ParseError const& error, int argc, char** argv) {
+    using fxsctl::exit_code;
+    if (error.get_exit_code() == 0) {
+        app.exit(error);
+        return static_cast<int>(exit_code::ok);
+    }
+    std::string const meant = fxsctl::suggestion(app, argc, argv);
+    std::string const hint = meant.empty() ? "" : "; did you mean `fxsctl " + meant + "`?";
+    if (fxsctl::wants_json(argc, argv)) {
+        fxsctl::complain(true, exit_code::usage, error.what() + hint);
+    } else {
+        app.exit(error);
+        if (!hint.empty())
+            std::cerr << "fxsctl: did you mean `fxsctl " << meant << "`?" << std::endl;
+    }
+    return static_cast<int>(exit_code::usage);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     CLI::App app{"Commands the fxsmedia media process.", "fxsctl"};
     fxsctl::program program;
     app.footer(footer);
+    app.set_version_flag("--version",
+                         "fxsctl " FXSMEDIA_VERSION "\nfxsmedia --version says 3159: the number of its interface");
     app.require_subcommand(0, 1);  // checked below, so that an unknown word gets its own message
     add_shared_options(app, program.global);
     for (auto const add :
@@ -52,12 +74,11 @@ int main(int argc, char** argv) {
             throw fxsctl::failure(fxsctl::exit_code::usage, "no command given; see fxsctl --help");
         program.action(program.global);
     } catch (CLI::ParseError const& error) {
-        bool const asked_for_help = app.exit(error) == 0;
-        return static_cast<int>(asked_for_help ? fxsctl::exit_code::ok : fxsctl::exit_code::usage);
+        return explain(app, error, argc, argv);
     } catch (fxsctl::ended const& end) {
         return static_cast<int>(end.code());
     } catch (fxsctl::failure const& failed) {
-        std::cerr << "fxsctl: " << failed.what() << std::endl;
+        fxsctl::complain(program.global.json, failed.code(), failed.what());
         return static_cast<int>(failed.code());
     }
     return static_cast<int>(fxsctl::exit_code::ok);

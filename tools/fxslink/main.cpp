@@ -156,6 +156,7 @@ int main(int argc, char** argv) {
         "what passed.\n"
         "Exit status: 0 ended by a signal, 2 wrong arguments, 5 a port can't be used.\n\n"
         "Example: fxslink 30000 30010 --rtcp --loss 5 --delay 40 --jitter 30\n");
+    app.set_version_flag("--version", "fxslink " FXSMEDIA_VERSION);
     request wanted;
     add_options(app, wanted);
     try {

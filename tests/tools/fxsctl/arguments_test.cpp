@@ -129,7 +129,7 @@ TEST(subcommands, half_a_call_is_ended_again) {
 
 /// A command, then what must not follow it, each with a part of the complaint behind ">".
 std::string const wrong_arguments = R"(
-|> no command|frobnicate > frobnicate|end > --all|reset-base 256 > 0 to 255|call 4 5 > --line|decode 0 > hexadecimal
+|> no command|frobnicate > frobnicate|montor > `fxsctl monitor`|end > --all|reset-base 256 > 0 to 255|call 4 5 > --line|decode 0 > hexadecimal
 open|> --call|-c 8 > 0 to 7|-c -1 > 0 to 7
 open -c 0|--tos 256 > 0 to 255|--port-min 5000 --port-max 5000 > --port-max|--port-max 4000 > 49152
 media -c 0|> nothing to set|--ptime 20 > --codec|--codec opus > opus|--codec 7 > --event-pt
@@ -164,7 +164,7 @@ TEST(subcommands, wrong_arguments_end_with_2_and_send_nothing) {
             EXPECT_EQ(run.out, "") << arguments;
         }
     }
-    EXPECT_EQ(count, 56);
+    EXPECT_EQ(count, 57);
     EXPECT_TRUE(process.peers().empty());
 }
 
@@ -179,6 +179,7 @@ decode 00130000 001c0006000400020005|0|heartbeat\nplayback-empty call=5\n|
 decode 0063|4|undecodable reason="element is cut off" data=0063\n|not everything could be decoded
 --json decode --command 00110012 000400020000 001000020208 001000020001|0|{"command":"media","call":0,"map":["8=pcma","1=linear"]}\n|
 --timeout 50 --port FREE ping|3||nothing listens on 127.0.0.1:FREE
+--json --timeout 50 --port FREE ping|3||{"error":"nothing listens on 127.0.0.1:FREE
 --timeout 50 --port FREE resync|3||nothing listens on 127.0.0.1:FREE
 --local-port TAKEN ping|5||TAKEN
 media -c 0 --srtp-tx-key @/nonexistent|5||/nonexistent
