@@ -131,6 +131,10 @@ private:
     void show(hub::datagram const& one) {
         if (one.command) {
             reader.learn(one.data);
+            ledger.add(true, one.data, 0);
+            for (auto const& [call, known] : ledger.calls())
+                if (known.send)
+                    quality.codec_chosen(call, known.send->codec);
             for (protocol::description const& message : protocol::describe_commands(one.data, key_display()))
                 if (!is_probe(message))
                     show(origin::command, message);
@@ -210,6 +214,7 @@ private:
     monitor_options const& options;
     rtcp_reader reader;
     rtcp_view::quality_tracker quality;
+    call_ledger ledger;
     media_watch media;
     std::uint64_t shown = 0;
     bool was_silent = false;

@@ -7,6 +7,7 @@
 #include "tools/fxsctl/output.h"
 #include "tools/fxsctl/settings.h"
 #include "tools/fxsctl/subcommands.h"
+#include "tools/protocol/codecs.h"
 
 namespace fxsctl {
 namespace {
@@ -44,6 +45,8 @@ public:
         try {
             json const line = json::parse(text);
             std::string const report = line.value("report", "");
+            if (line.value("command", "") == "media" && line.contains("send"))
+                note_codec(line);
             if (report == "open") {
                 quality.call_opened(line.at("call").get<unsigned>());
             } else if (report == "rtcp") {
@@ -59,6 +62,13 @@ public:
     rtcp_view::quality_tracker const& tracker() const { return quality; }
 
 private:
+    /// "8=pcma".
+    void note_codec(json const& line) {
+        std::string const send = line.at("send").get<std::string>();
+        if (auto const* codec = protocol::find_codec(send.substr(send.find('=') + 1)))
+            quality.codec_chosen(line.at("call").get<unsigned>(), codec->number);
+    }
+
     rtcp_reader const& reader;
     rtcp_view::quality_tracker quality;
 };

@@ -27,6 +27,7 @@ quality_tracker::tracked& quality_tracker::find(rtcp_observation const& seen) {
     tracked& fresh = known_calls.emplace_back();
     fresh.quality.call = seen.call;
     fresh.quality.call_id = seen.call_id;
+    fresh.quality.own.counts_losses = false;
     return fresh;
 }
 
@@ -47,6 +48,18 @@ void quality_tracker::add(rtcp_observation const& seen) {
             add_report(one, *r, seen);
         else if (auto const* x = std::get_if<extended_report>(&part.body))
             add_blocks(one, *x, seen.received);
+        else if (auto const* s = std::get_if<source_description>(&part.body); s != nullptr && seen.received)
+            note_origin(one, *s);
+    if (auto const codec = codecs.find(seen.call); codec != codecs.end())
+        one.quality.codec = codec->second;
+}
+
+/// Whether the far end is an fxsmedia, by the canonical name that it has.
+void quality_tracker::note_origin(tracked& one, source_description const& s) {
+    for (sdes_chunk const& chunk : s.chunks)
+        for (sdes_item const& item : chunk.items)
+            if (item.type == rtcp::cname_item)
+                one.quality.peer.counts_losses = item.text != "VELK";
 }
 
 void quality_tracker::add_report(tracked& one, report const& r, rtcp_observation const& seen) {

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <map>
 #include <optional>
 #include <string>
 #include <vector>
@@ -15,6 +16,7 @@ struct reception_quality {
     std::optional<voip_metrics> metrics;   ///< the last one, XR
     std::optional<std::uint64_t> lost;     ///< sums over all statistics summaries, XR
     std::optional<std::uint64_t> duplicates;
+    bool counts_losses = true;  ///< in report blocks; fxsmedia never does
 };
 
 /// The quality of calls, from the copies of their RTCP packets: what each end reported last, and the round trip
@@ -34,6 +36,7 @@ struct call_quality {
     reception_quality peer;
     std::optional<double> round_trip_ms;  ///< the last one
     std::optional<double> round_trip_max_ms;
+    std::optional<int> codec;  ///< the one sent, as number of lib/protocol.h
 };
 
 struct rtcp_observation {
@@ -52,6 +55,9 @@ public:
     /// The call index was opened again: what follows is another call, even with the same identifier.
     void call_opened(unsigned call);
 
+    /// A media command chose this codec to send.
+    void codec_chosen(unsigned call, int codec) { codecs[call] = codec; }
+
     /// In the order in which they began.
     std::vector<call_quality> calls() const;
 
@@ -68,11 +74,13 @@ private:
     };
 
     tracked& find(rtcp_observation const& seen);
+    static void note_origin(tracked& one, source_description const& s);
     static void add_report(tracked& one, report const& r, rtcp_observation const& seen);
     static void add_blocks(tracked& one, extended_report const& x, bool received);
     static void note_round_trip(tracked& one, report_block const& block, std::int64_t arrival_ms);
 
     std::vector<tracked> known_calls;
+    std::map<unsigned, int> codecs;  ///< by call index
 };
 
 }  // namespace rtcp_view

@@ -5,8 +5,10 @@
 
 #include <sstream>
 
+#include "lib/protocol.h"
 #include "lib/rtcp_numbers.h"
 #include "tools/rtcp/call_quality.h"
+#include "tools/rtcp/e_model.h"
 #include "tools/rtcp/packet.h"
 #include "tools/rtcp/show.h"
 
@@ -156,6 +158,26 @@ TEST(call_quality, round_trip_is_the_time_away_less_the_delay_at_the_peer) {
     }
 }
 
+/// MOS of R by ITU-T G.107 table B.1; Ie and Bpl by G.113. At 400 ms most users are dissatisfied (G.114: R from 50 to
+/// 70).
+TEST(call_quality, rating_follows_the_e_model) {
+    struct {
+        int codec;
+        double loss_percent, one_way_ms, r, r_tolerance, mos;
+    } const table[] = {
+        {protocol::codec_number::pcma, 0, 0, 93.2, 0.1, 4.41},  {protocol::codec_number::g729, 0, 0, 82.2, 0.1, 4.11},
+        {protocol::codec_number::pcmu, 2, 0, 63.05, 0.1, 3.25}, {protocol::codec_number::g729, 3, 0, 70.75, 0.1, 3.63},
+        {protocol::codec_number::pcma, 0, 400, 60, 10, 3.1},
+    };
+    for (auto const& row : table) {
+        transmission_rating const rating = rate(row.codec, row.loss_percent, row.one_way_ms);
+        EXPECT_NEAR(rating.r.value_or(0), row.r, row.r_tolerance) << row.codec << " " << row.loss_percent;
+        EXPECT_NEAR(rating.mos, row.mos, row.r_tolerance / 10 * 5) << row.codec << " " << row.loss_percent;
+    }
+    EXPECT_FALSE(rate(protocol::codec_number::g722, 0, 0).r);
+    EXPECT_FALSE(rate(protocol::codec_number::gsm, 1, 0).r) << "no robustness against losses is given";
+}
+
 TEST(call_quality, who_says_what) {
     quality_tracker tracker;
     std::vector<packet> const compound = parse_compound(whole_compound);
@@ -167,9 +189,11 @@ TEST(call_quality, who_says_what) {
     auto const q = to_json(tracker.calls().at(0));
     auto const expected = nlohmann::json::parse(R"({"reports_sent": 2, "reports_received": 3,
         "reports_unreadable": 1, "sent_packets": 100, "sent_octets": 16000, "peer_sent_packets": 50,
-        "peer_loss_percent": 25.0, "peer_lost": 5, "peer_jitter_ms": 10.0, "own_loss_percent": 25.0, "own_lost": -1,
+        "peer_loss_percent": 25.0, "peer_lost": 5, "peer_jitter_ms": 10.0, "own_loss_percent": null, "own_lost": null,
         "own_xr_lost": 6, "own_xr_duplicates": 2, "own_xr_loss_percent": 50.0, "own_xr_discard_percent": 25.0,
         "own_xr_burst_ms": 100, "own_xr_gap_ms": 5000, "own_xr_jb_nominal_ms": 40, "own_xr_jb_maximum_ms": 60,
+        "own_xr_burst_density_percent": null, "own_xr_burst_lost_per_s": 7.8, "own_r": null,
+        "own_r_unknown": "no media command was seen that chose the codec",
         "peer_xr_lost": null, "round_trip_ms": null})");
     for (auto const& [name, value] : expected.items())
         EXPECT_EQ(nlohmann::json(q.at(name)), value) << name;
