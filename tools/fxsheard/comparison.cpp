@@ -34,6 +34,18 @@ std::span<std::int16_t const> audible_part(samples const& wave) {
     return first < last ? std::span(first, last) : std::span<std::int16_t const>();
 }
 
+/// Whether the best correlation is weak, or not much better than one elsewhere.
+bool is_unsure(std::vector<float> const& correlations, std::ptrdiff_t best) {
+    constexpr float weak = 0.3F, nearly = 0.8F;
+    constexpr std::ptrdiff_t elsewhere = 20 * samples_per_ms;
+    float rival = 0;
+    for (std::ptrdiff_t i = 0; i < static_cast<std::ptrdiff_t>(correlations.size()); i++)
+        if (std::abs(i - best) >= elsewhere)
+            rival = std::max(rival, std::abs(correlations[static_cast<std::size_t>(i)]));
+    float const strongest = std::abs(correlations[static_cast<std::size_t>(best)]);
+    return strongest < weak || rival > nearly * strongest;
+}
+
 double square(std::int16_t sample) {
     return double(sample) * sample;
 }
@@ -62,36 +74,38 @@ samples read_wav(std::string const& path) {
     return wave;
 }
 
-comparison compare(samples const& said, samples const& heard, int longest_delay_ms) {
-    comparison best{};
+comparison compare(samples const& said, samples const& heard, int longest_delay_ms, int least_delay_ms) {
+    comparison best{.unsure = true};
     std::span<std::int16_t const> const speech = audible_part(said);
     std::span<std::int16_t const> const excerpt = speech.first(std::min(speech.size(), longest_excerpt));
-    std::size_t const start = excerpt.empty() ? 0 : static_cast<std::size_t>(excerpt.data() - said.data());
-    if (excerpt.empty() || start + excerpt.size() > heard.size())
-        return comparison{};
-    std::size_t const delays =
-        std::min(static_cast<std::size_t>(longest_delay_ms) * samples_per_ms, heard.size() - start - excerpt.size());
+    auto const start = excerpt.empty() ? 0 : static_cast<std::ptrdiff_t>(excerpt.data() - said.data());
+    auto const room = static_cast<std::ptrdiff_t>(heard.size()) - static_cast<std::ptrdiff_t>(excerpt.size());
+    std::ptrdiff_t const first = std::max(start + std::ptrdiff_t{least_delay_ms} * samples_per_ms, std::ptrdiff_t{0});
+    std::ptrdiff_t const last = std::min(start + std::ptrdiff_t{longest_delay_ms} * samples_per_ms, room);
+    if (excerpt.empty() || first > last)
+        return best;
+    std::vector<float> correlations;
     double const said_energy = energy(excerpt);
-    double heard_energy = energy(std::span(heard).subspan(start, excerpt.size()));
-    std::size_t best_delay = 0;
-    for (std::size_t delay = 0; delay <= delays; delay++) {
-        std::int16_t const* const there = heard.data() + start + delay;
+    double heard_energy = energy(std::span(heard).subspan(static_cast<std::size_t>(first), excerpt.size()));
+    for (std::ptrdiff_t at = first; at <= last; at++) {
+        std::int16_t const* const there = heard.data() + at;
         double const norm = std::sqrt(said_energy * heard_energy);
-        double const correlation = norm > 0 ? product(excerpt, there) / norm : 0;
-        if (std::abs(correlation) > best.similarity) {
-            best.similarity = std::abs(correlation);
-            best.inverted = correlation < 0;
-            best_delay = delay;
-        }
-        if (delay < delays)
+        correlations.push_back(static_cast<float>(norm > 0 ? product(excerpt, there) / norm : 0));
+        if (at < last)
             heard_energy += square(there[excerpt.size()]) - square(there[0]);
     }
+    auto const magnitude = [](float c) { return std::abs(c); };
+    auto const found = std::ranges::max_element(correlations, {}, magnitude);
+    best.similarity = std::abs(*found);
     if (best.similarity == 0)
-        return comparison{};
-    std::size_t const length = std::min(speech.size(), heard.size() - start - best_delay);
-    best.delay_ms = static_cast<double>(best_delay) / samples_per_ms;
+        return best;
+    best.inverted = *found < 0;
+    std::ptrdiff_t const at = first + (found - correlations.begin());
+    std::size_t const length = std::min(speech.size(), heard.size() - static_cast<std::size_t>(at));
+    best.delay_ms = static_cast<double>(at - start) / samples_per_ms;
     best.said_dbfs = dbfs(speech.first(length));
-    best.heard_dbfs = dbfs(std::span(heard).subspan(start + best_delay, length));
+    best.heard_dbfs = dbfs(std::span(heard).subspan(static_cast<std::size_t>(at), length));
     best.level_db = best.heard_dbfs - best.said_dbfs;
+    best.unsure = is_unsure(correlations, found - correlations.begin());
     return best;
 }

@@ -17,10 +17,11 @@ struct comparison {
     double level_db;    ///< heard minus said, over the time in which something was said
     double similarity;  ///< 0 (nothing in common) to 1 (the same wave form but for its level)
     bool inverted;      ///< the wave form arrived upside down
+    bool unsure;        ///< a weak match, or another delay, 20 ms or more away, fits nearly as well
     double said_dbfs;   ///< RMS level of the speech
     double heard_dbfs;
 };
 
-/// Finds the delay of at most `longest_delay_ms` at which the recordings correlate best. All zero when either is
-/// silent.
-comparison compare(samples const& said, samples const& heard, int longest_delay_ms);
+/// Finds the delay from `least_delay_ms` (negative: heard before it was said, the recordings began apart) to
+/// `longest_delay_ms` at which the recordings correlate best. All zero and unsure when either is silent.
+comparison compare(samples const& said, samples const& heard, int longest_delay_ms, int least_delay_ms = 0);
