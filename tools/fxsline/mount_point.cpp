@@ -10,6 +10,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <filesystem>
 #include <memory>
@@ -81,7 +82,11 @@ std::string fuse_obstacle() {
     if (access(fuse_device, F_OK) != 0)
         return "there is no /dev/fuse: the kernel lacks FUSE, or 'modprobe fuse' is needed";
     if (access(fuse_device, R_OK | W_OK) != 0)
-        return "no permission to use /dev/fuse: run as root, or let this user read and write it";
+        return "no permission to use /dev/fuse: as root, 'chmod 666 /dev/fuse' lets every user (fusermount3 then "
+               "mounts for "
+               "them), or run fxsline as root";
+    if (geteuid() != 0 && std::system("command -v fusermount3 >/dev/null") != 0)
+        return "fusermount3, which mounts for users, is not installed (Debian's package fuse3); or run as root";
     return {};
 }
 

@@ -35,7 +35,7 @@ Example:
 
 /// The options as they are written, before their meaning is checked.
 struct raw_options {
-    std::vector<std::string> say, tone, hear, said, delay, answer, hook;
+    std::vector<std::string> say, tone, hear, said, delay, answer, hook, dial;
     std::vector<unsigned> loop, from_start;
     std::string pipe_script;
     unsigned backlog_blocks = line_config{}.backlog_blocks;
@@ -70,6 +70,8 @@ void declare(CLI::App& app, program_options& options, raw_options& raw) {
     app.add_option("--pipe-script", raw.pipe_script, "File with rows 'MS TEXT': the driver says it then")
         ->check(CLI::ExistingFile);
     app.add_option("--hook", raw.hook, "N=MS[,MS...]: the driver says off-hook N, on-hook N, ... then")
+        ->allow_extra_args(false);
+    app.add_option("--dial", raw.dial, "N=KEYS@MS: the driver says that it saw these keys on line N, from then on")
         ->allow_extra_args(false);
     app.add_option("--signal", options.links.signal, "Signalling device: a link to a pseudo-terminal");
     app.add_flag("--stepped", options.mount.stepped, "The clock stands until the file 'clock' is written to");
@@ -133,8 +135,8 @@ void fill_speech(bank_config& bank, raw_options const& raw) {
 }
 
 void fill_script(links_config& links, raw_options const& raw, unsigned lines) {
-    if (links.pipe.empty() && !(raw.pipe_script.empty() && raw.hook.empty()))
-        throw CLI::ValidationError("--pipe-script and --hook need --pipe");
+    if (links.pipe.empty() && !(raw.pipe_script.empty() && raw.hook.empty() && raw.dial.empty()))
+        throw CLI::ValidationError("--pipe-script, --hook and --dial need --pipe");
     if (!raw.pipe_script.empty()) {
         std::ifstream file(raw.pipe_script, std::ios::binary);
         std::string const rows{std::istreambuf_iterator<char>(file), {}};
@@ -148,6 +150,15 @@ void fill_script(links_config& links, raw_options const& raw, unsigned lines) {
         for (std::string const& time : CLI::detail::split(times, ','))
             times_ms.push_back(to_number(time, 0U, 86400000U));
         std::ranges::copy(hook_changes(line, times_ms), std::back_inserter(links.script));
+    }
+    for (std::string const& text : raw.dial) {
+        auto const [line, dialled] = numbered(text, lines);
+        size_t const at = dialled.find('@');
+        std::string const keys = dialled.substr(0, at);
+        if (at == dialled.npos || keys.empty() || keys.find_first_not_of("0123456789*#ABCD") != keys.npos)
+            throw CLI::ValidationError("'" + text + "' is not N=KEYS@MS with keys 0 to 9, *, #, A to D");
+        std::ranges::copy(key_presses(line, keys, to_number(dialled.substr(at + 1), 0U, 86400000U)),
+                          std::back_inserter(links.script));
     }
 }
 
@@ -173,6 +184,7 @@ void fill(program_options& options, raw_options const& raw) {
 
 parsed_options parse_options(int argc, char** argv) {
     CLI::App app(description, "fxsline");
+    app.set_version_flag("--version", "fxsline " FXSMEDIA_VERSION);
     program_options options;
     options.mount.stepped = false;
     raw_options raw;

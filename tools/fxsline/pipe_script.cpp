@@ -79,4 +79,13 @@ pipe_script hook_changes(unsigned line, std::vector<unsigned> const& times_ms) {
     return script;
 }
 
+pipe_script key_presses(unsigned line, std::string_view keys, unsigned first_ms) {
+    constexpr uint64_t period_ms = 200;  // of somebody who dials quickly
+    pipe_script script;
+    for (size_t i = 0; i < keys.size(); i++)
+        script.push_back(
+            {first_ms + i * period_ms, "key " + std::to_string(line) + " " + keys[i] + std::string(line_end)});
+    return script;
+}
+
 }  // namespace fxsline

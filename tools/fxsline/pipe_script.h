@@ -24,4 +24,7 @@ outcome<pipe_script> parse_pipe_script(std::string_view rows);
 /// The telephone of `line` goes off-hook ("off-hook N") at the first time, on-hook at the second, and so on.
 pipe_script hook_changes(unsigned line, std::vector<unsigned> const& times_ms);
 
+/// The driver has seen keys on `line` ("key N 5"), one every 200 ms.
+pipe_script key_presses(unsigned line, std::string_view keys, unsigned first_ms);
+
 }  // namespace fxsline

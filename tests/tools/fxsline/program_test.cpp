@@ -50,6 +50,7 @@ std::string const all_events = R"({"time_ms":0,"event":"signal_to_process","text
 {"time_ms":20,"line":1,"event":"led_off"}
 {"time_ms":40,"event":"driver_line","text":"second\r\n"}
 {"time_ms":50,"event":"driver_line","text":"on-hook 2\r\n"}
+{"time_ms":50,"event":"driver_line","text":"key 1 5\r\n"}
 {"time_ms":60,"line":1,"event":"device_closed"}
 {"time_ms":60,"event":"driver_line","text":"A\r\nB\u0000)"
                                "\uFFFD"  // no UTF-8
@@ -69,8 +70,9 @@ TEST_F(fxsline_program, records_both_ways_and_speaks_over_its_links) {
     ASSERT_EQ(mkfifo((base + "0").c_str(), 0600), 0);        // left by a killed run
     std::filesystem::create_symlink("/dev/pts/4242", link);  // the same
     child program =
-        start({mount.path(""), "--stepped", "--json", "--tone", "1=1000,-6", "--delay", "1=15", "--hear", "1=" + heard,
-               "--said", "1=" + said, "--pipe", base, "--pipe-script", script, "--hook", "2=20,50", "--signal", link});
+        start({mount.path(""), "--stepped",  "--json",  "--tone",    "1=1000,-6", "--delay",  "1=15",
+               "--hear",       "1=" + heard, "--said",  "1=" + said, "--pipe",    base,       "--pipe-script",
+               script,         "--hook",     "2=20,50", "--dial",    "1=5@50",    "--signal", link});
     ASSERT_TRUE(program.wait_for_text("serving"));
     EXPECT_EQ(say("signal.say", "0a 0D 03:04 11 13 7f ff00\n"), 0);  // before the process comes
     EXPECT_EQ(say("clock", "1"), 0);                                 // and this waits in the pipe
@@ -86,7 +88,7 @@ TEST_F(fxsline_program, records_both_ways_and_speaks_over_its_links) {
     EXPECT_TRUE(contents(mount.path("led")).starts_with("10 on\n20 off\n"));
 
     EXPECT_EQ(say("driver.say", "A\r\nB\0\xff"s), 0);
-    EXPECT_EQ(read_from(pipe), "firstoff-hook 2\r\nsecond\r\non-hook 2\r\nA\r\nB\0\xff"s);
+    EXPECT_EQ(read_from(pipe), "firstoff-hook 2\r\nsecond\r\non-hook 2\r\nkey 1 5\r\nA\r\nB\0\xff"s);
     EXPECT_EQ(say("driver.say", std::string(4097, 'x')), EMSGSIZE);
     while (write(pipe, "x", 1) == 1) {
     }
