@@ -15,13 +15,13 @@ struct impairment {
     double bpl;
 };
 constexpr impairment impairments[] = {
-    {protocol::codec_number::pcmu, 0, 4.3},  {protocol::codec_number::pcma, 0, 4.3},
-    {protocol::codec_number::g729, 11, 19},  {protocol::codec_number::gsm, 20, 0},
+    {protocol::codec_number::pcmu, 0, 4.3}, {protocol::codec_number::pcma, 0, 4.3},
+    {protocol::codec_number::g729, 11, 19}, {protocol::codec_number::gsm, 20, 0},
     {protocol::codec_number::g726, 7, 0},
 };
 
-// Default values of G.107 table 2, and what follows from them alone: circuit noise, basic signal-to-noise ratio (formula
-// 7-3), simultaneous impairment (7-8 to 7-16).
+// Default values of G.107 table 2, and what follows from them alone: circuit noise, basic signal-to-noise ratio
+// (formula 7-3), simultaneous impairment (7-8 to 7-16).
 constexpr double noise_dbm0p = -61.18, ro = 94.77, is = 1.41;
 constexpr double rlr = 2, telr = 65, wepl = 110;
 
@@ -59,7 +59,8 @@ transmission_rating rate(int codec, double loss_percent, double one_way_ms) {
         return {std::nullopt, 0, "ITU-T G.113 has no value of this codec for narrow-band"};
     if (loss_percent > 0 && found->bpl == 0)
         return {std::nullopt, 0, "ITU-T G.113 does not say how this codec bears losses"};
-    double const ie = found->ie + (loss_percent > 0 ? (95 - found->ie) * loss_percent / (loss_percent + found->bpl) : 0);
+    double const ie =
+        found->ie + (loss_percent > 0 ? (95 - found->ie) * loss_percent / (loss_percent + found->bpl) : 0);
     double const id =
         echo_impairment(one_way_ms) + listener_echo_impairment(2 * one_way_ms) + delay_impairment(one_way_ms);
     double const r = std::clamp(ro - is - id - ie, 0.0, 100.0);
