@@ -8,10 +8,19 @@
 #include "control/main_loop.h"
 #include "control/media_process.h"
 #include "control/options.h"
+#include "lib/datagram.h"
+#include "lib/sockets.h"
 
 namespace {
 
 constexpr char version_text[] = "Version: 3159\n";
+
+constexpr char mute_text[] =
+    "fxsmedia: the control port cannot be had (is another process on it?): no command will arrive\n";
+
+void print(char const* text) {
+    [[maybe_unused]] ssize_t const written = write(STDERR_FILENO, text, strlen(text));
+}
 
 void close_standard_descriptors() {
     for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; fd++)
@@ -23,10 +32,7 @@ void close_standard_descriptors() {
 int main(int argc, char** argv) {
     options chosen;
     switch (chosen.scan(argc, argv)) {
-        case options::verdict::print_version: {
-            [[maybe_unused]] ssize_t const written = write(STDERR_FILENO, version_text, strlen(version_text));
-            return EXIT_SUCCESS;
-        }
+        case options::verdict::print_version: print(version_text); return EXIT_SUCCESS;
         case options::verdict::bad: return EXIT_FAILURE;
         case options::verdict::run: break;
     }
@@ -36,5 +42,7 @@ int main(int argc, char** argv) {
     if (!chosen.pipe.empty())
         open_fxs_pipe(chosen.pipe);
     start_media_process(chosen);
+    if (chosen.log != 0 && !utils::valid_socket(command_fd))
+        print(mute_text);
     main_loop();
 }

@@ -231,6 +231,7 @@ TEST(limits_at_start, lives_without_its_control_port_and_its_devices) {
         usleep(1000);
     }
     EXPECT_TRUE(process.alive());
+    EXPECT_NE(process.error_output().find("control port cannot be had"), std::string::npos);
 }
 
 TEST(limits_at_start, leaves_descriptors_alone_that_select_cant_take) {
