@@ -31,7 +31,7 @@ Exit status: 0 ended by a signal or unmounted, 1 bad options or speech file, 2 F
 Example:
   mkdir -p /tmp/lines
   fxsline /tmp/lines --say 0=hello.wav --delay 0=500 --hear 0=heard0.wav --tone 1=440,-20 &
-  fxsmedia --tdm /tmp/lines/sdt)";
+  fxsmedia --port 5500 --tdm /tmp/lines/sdt)";
 
 /// The options as they are written, before their meaning is checked.
 struct raw_options {

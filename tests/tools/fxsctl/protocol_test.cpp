@@ -39,7 +39,7 @@ rtcp-sent report: rtcp call=0 call_id=demo-0 direction=sent packets=SR SDES data
 tunnel report: tunnel call=0 from=127.0.0.1:20000 rtcp=0 tcp=0 data=000100002112a442303132333435363738396162
 zrtp report: zrtp call=0 from=127.0.0.1:20000 data=100000015a5254501234567800000000
 new-ssrc report: new-ssrc call=0 from=127.0.0.1:20000 ssrc=12345678
-driver-line report: driver text=hook 1 off
+driver-line report: driver text=off-hook 1
 srtp-verified report: srtp-verified call=0
 playback-empty report: playback-empty call=0
 open command: open call=0 port_min=16400 port_max=16402 call_id=demo-0 tos=184
