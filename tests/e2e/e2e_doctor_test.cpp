@@ -185,6 +185,10 @@ TEST(doctor_of_lines, finds_a_third_call_and_a_missing_device) {
     here.expect_done("call 0 1");
     here.expect_done("call 2 3 --lines 0,2");
     here.expect_done("open --call 4 --call-id fourth");
+    here.expect_done("tdm --call 4 --line 3");
+    finished const nowhere = here.fxsctl("dtmf --call 4 5");
+    EXPECT_EQ(nowhere.code, 4);
+    EXPECT_NE(nowhere.err.find("no destination"), std::string::npos) << nowhere.err;
     finished const refused = here.fxsctl("tdm --call 4 --line 0");
     EXPECT_EQ(refused.code, 4);
     EXPECT_NE(refused.err.find("two calls already"), std::string::npos) << refused.err;
@@ -230,11 +234,9 @@ TEST(hold, is_noticed_by_the_monitor_and_resumed) {
     EXPECT_EQ(examine(here, " --call 2").first(2, in), "buffer-at-ceiling");
     here.expect_done("refresh --call 2");
 
-    auto const begin = std::chrono::steady_clock::now();
     here.expect_done("hold --call 1");
     EXPECT_TRUE(here.watching.wait_for_text("media-stopped call=0 direction=network->phone"));
     EXPECT_TRUE(here.watching.wait_for_text("media-stopped call=1 direction=phone->network"));
-    EXPECT_LT(std::chrono::steady_clock::now() - begin, 5s) << "4 s, and what the programs take";
     here.expect_done("resume --call 1");
     EXPECT_TRUE(here.watching.wait_for_text("media-resumed call=0 direction=network->phone"));
     EXPECT_TRUE(here.watching.wait_for_text("> tdm call=1 line=1"));

@@ -192,6 +192,14 @@ void require_on_line(connection& link, std::uint16_t call, std::uint16_t line) {
         refuse(line_silence(link, call, line));
 }
 
+void require_destination(connection& link, std::uint16_t call) {
+    auto const ledger = link.global().no_session ? std::nullopt : link.ask_ledger();
+    known_call const* const known = ledger ? ledger->find(call) : nullptr;
+    if (known != nullptr && known->destination_known && !known->rtp_dest)
+        refuse(name(call) + " has no destination: `fxsctl media --call " + std::to_string(call) +
+               " --rtp ADDR:PORT` gives it one");
+}
+
 void require_any_line(connection& link, std::uint16_t call) {
     if (link.global().no_session)
         return;

@@ -33,6 +33,9 @@ void require_on_line(connection& link, std::uint16_t call, std::uint16_t line);
 /// Throws refused when the call is known to be on no line, so that nothing is played or sent.
 void require_any_line(connection& link, std::uint16_t call);
 
+/// Throws refused when the call is known to send nowhere.
+void require_destination(connection& link, std::uint16_t call);
+
 /// Waits until the calls, just put on these lines, send audio. Throws refused with the reason when they don't.
 void require_audio(connection& link, std::vector<std::uint16_t> const& calls, std::vector<std::uint16_t> const& lines);
 

@@ -158,6 +158,7 @@ void add_tones(CLI::App& app, program& p) {
         connection link(global);
         require_open(link, dtmf->call);
         require_any_line(link, dtmf->call);
+        require_destination(link, dtmf->call);
         auto const ledger = link.ask_ledger();
         known_call const* const call = ledger ? ledger->find(dtmf->call) : nullptr;
         if (call != nullptr && call->send && call->event_payload_type == 0)
