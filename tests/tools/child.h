@@ -52,6 +52,8 @@ public:
 
     /// Waits for the end and returns the exit code, or the signal that ended it, negated (SIGKILL after 60 s).
     int wait() {
+        if (pid <= 0)
+            return -1;
         int status = 0;
         if (!wait_until([&] { return waitpid(pid, &status, WNOHANG) == pid; })) {
             kill(pid, SIGKILL);
@@ -61,7 +63,10 @@ public:
         read_output();
         return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
     }
+    /// The same after a signal; -1 when it has been waited for already (kill() would take -1 for every process).
     int end(int signal_number) {
+        if (pid <= 0)
+            return -1;
         kill(pid, signal_number);
         return wait();
     }
