@@ -9,6 +9,7 @@
 #include "control/media_process.h"
 #include "control/options.h"
 #include "lib/datagram.h"
+#include "lib/extensions.h"
 #include "lib/sockets.h"
 
 namespace {
@@ -33,6 +34,7 @@ int main(int argc, char** argv) {
     options chosen;
     switch (chosen.scan(argc, argv)) {
         case options::verdict::print_version: print(version_text); return EXIT_SUCCESS;
+        case options::verdict::print_extensions: print(extension_set::help().c_str()); return EXIT_SUCCESS;
         case options::verdict::bad: return EXIT_FAILURE;
         case options::verdict::run: break;
     }

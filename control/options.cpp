@@ -4,6 +4,7 @@
 #include "dsp/devmgr.h"
 #include "lib/address.h"
 #include "lib/datagram.h"
+#include "lib/extensions.h"
 
 namespace {
 
@@ -14,6 +15,13 @@ struct option {
     void (*set)(options&);
 };
 
+void choose_extensions(options& o, char const* value) {
+    if (str(value) == "help")
+        o.outcome = options::verdict::print_extensions;
+    else if (!extensions.add(value))
+        o.outcome = options::verdict::bad;
+}
+
 constexpr option table[] = {
     {"--log", [](options& o, char const* value) { o.log = str(value).value(); }, nullptr},
     {"--port", [](options& o, char const* value) { o.local_port = str(value).value(); }, nullptr},
@@ -22,6 +30,7 @@ constexpr option table[] = {
     {"--tdm", [](options&, char const* value) { tdm_device = str(value); }, nullptr},
     {"--dest-ip", [](options&, char const* value) { control_adr.address = utils::compact_ip(str(value)); }, nullptr},
     {"--dest-port", [](options&, char const* value) { control_adr.port = str(value).value(); }, nullptr},
+    {"--extensions", choose_extensions, nullptr},
     {"--debug", nullptr, [](options& o) { o.debug = true; }},
     {"--ipv4", nullptr,
      [](options&) {
@@ -45,20 +54,19 @@ option const* find(str const& name) {
 }  // namespace
 
 options::verdict options::scan(int argc, char const* const* argv) {
-    verdict result = verdict::run;
-    for (int i = 1; i < argc; i++) {
+    for (int i = 1; i < argc && outcome != verdict::print_extensions; i++) {
         str const argument(argv[i]);
         if (argument == "--version")
             return verdict::print_version;
         option const* const known = find(argument);
         if (known == nullptr)
-            result = verdict::bad;
+            outcome = verdict::bad;
         else if (known->set != nullptr)
             known->set(*this);
         else if (i + 1 < argc)
             known->take_value(*this, argv[++i]);
         else
-            result = verdict::bad;
+            outcome = verdict::bad;
     }
-    return result;
+    return outcome;
 }

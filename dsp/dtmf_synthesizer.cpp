@@ -95,7 +95,26 @@ constexpr struct {
     {low_941, high_1477},  // #
 };
 
+std::int16_t divided_unsigned(int sum, unsigned int attenuation) {
+    return static_cast<std::int16_t>(static_cast<std::uint32_t>(sum) / (attenuation + 10));
+}
+
+std::int16_t at_level(int sum, unsigned int attenuation) {
+    // Two sines of 16140 have 0 dBm0 together (ITU-T G.711: one of 0 dBm0 is 3.14 dB below full scale): 16140 / 8000 x
+    // 10^(-i / 20), Q14.
+    constexpr int gains[20] = {33056, 29461, 26257, 23402, 20857, 18589, 16567, 14766, 13160, 11729,
+                               10453, 9316,  8303,  7400,  6596,  5878,  5239,  4669,  4161,  3709};
+    constexpr int divisors[] = {1, 10, 100, 1000};  // 20 dB each
+    return static_cast<std::int16_t>(sum * gains[attenuation % 20] / (divisors[attenuation / 20 % 4] << 14));
+}
+
 }  // namespace
+
+dtmf_synthesizer::wave const dtmf_synthesizer::harsh = {divided_unsigned, 0};
+// -10 dBm0, the level that the sent telephone events name.
+dtmf_synthesizer::wave const dtmf_synthesizer::clean = {at_level, 10};
+
+dtmf_synthesizer::dtmf_synthesizer(extension_set const& chosen) : kind(chosen.dtmf ? clean : harsh) {}
 
 void dtmf_synthesizer::clear() {
     low_position = 0;
@@ -110,11 +129,8 @@ str dtmf_synthesizer::get_samples(int digit, unsigned int attenuation) {
             current_digit = digit;
         }
         auto const& [low, high] = keys[digit];
-        std::uint32_t const divisor = attenuation + 10;
-        for (std::int16_t& sample : samples) {
-            int const sum = low.take(low_position) + high.take(high_position);
-            sample = static_cast<std::int16_t>(static_cast<std::uint32_t>(sum) / divisor);
-        }
+        for (std::int16_t& sample : samples)
+            sample = kind.scaled(low.take(low_position) + high.take(high_position), attenuation);
     }
     return str(reinterpret_cast<unsigned char const*>(samples), sizeof samples);
 }

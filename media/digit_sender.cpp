@@ -46,7 +46,7 @@ str digit_sender::replace(str const& pcm) {
 str digit_sender::next_block() {
     str block;
     if (in_tone(step)) {
-        block = generator.get_samples(queue[0], 0);
+        block = generator.get_samples(queue[0], generator.in_band_attenuation());
     } else {
         block = str('\0', pcm::block_bytes);
         generator.clear();

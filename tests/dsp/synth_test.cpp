@@ -150,4 +150,28 @@ TEST(dtmf_synthesizer, any_digits_at_any_attenuation) {
     }
 }
 
+// A second of each key against two sines of -3 dBm0 each, less the attenuation: what is left beside them is 50 dB below
+// them, and the frequencies are within 1.5 % (ITU-T Q.24).
+TEST(dtmf_synthesizer, the_extension_gives_two_clean_sines) {
+    constexpr double low_hz[] = {697, 770, 852, 941}, high_hz[] = {1209, 1336, 1477};
+    dtmf_synthesizer generator({.dtmf = true});
+    for (int digit = 0; digit < 12; digit++)
+        for (int const attenuation : {0, 3, 10, 19, 24}) {
+            wave const pair[] = {lows[layout[digit][0]], highs[layout[digit][1]]};
+            double const hz[] = {8000.0 * pair[0].periods / pair[0].length, 8000.0 * pair[1].periods / pair[1].length};
+            EXPECT_NEAR(hz[0] / low_hz[layout[digit][0]], 1, 0.015);
+            EXPECT_NEAR(hz[1] / high_hz[layout[digit][1]], 1, 0.015);
+            double const peak = 32768 * std::pow(10, (-3.14 - 3.01 - attenuation) / 20.0);
+            double rest = 0;
+            generator.clear();
+            for (int n = 0; n < 8000;)
+                for (int const sample : block(generator.get_samples(digit, static_cast<unsigned>(attenuation)))) {
+                    double const t = 2 * std::numbers::pi * n++ / 8000;
+                    double const difference = sample - peak * (std::sin(hz[0] * t) + std::sin(hz[1] * t));
+                    rest += difference * difference / 8000;
+                }
+            EXPECT_LT(10 * std::log10(rest / (peak * peak)), -50) << digit << ' ' << attenuation;
+        }
+}
+
 }  // namespace

@@ -20,12 +20,20 @@ TEST(startup, answers_with_exit_status_and_version) {
         {{"--frobnicate"}, 1, ""},
         {{"--port"}, 1, ""},
         {{"--debug", "--log"}, 1, ""},
+        {{"--extensions", "dtmf,louder"}, 1, ""},
+        {{"--extensions"}, 1, ""},
     };
     for (auto const& row : table) {
         media_process process(row.arguments);
         EXPECT_EQ(process.wait(), row.status) << row.arguments[0];
         EXPECT_EQ(process.error_output(), row.output) << row.arguments[0];
     }
+}
+
+TEST(startup, names_the_extensions) {
+    media_process process({"--extensions", "dtmf", "--extensions", "help"});
+    EXPECT_EQ(process.wait(), 0);
+    EXPECT_EQ(process.error_output().find("dtmf: "), 0u);
 }
 
 TEST(startup, beats_at_the_given_peer_every_second) {

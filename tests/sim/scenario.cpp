@@ -2,13 +2,16 @@
 // reports, driver requests, PCM to the telephones) is written down with its time, and the digest of each section is
 // compared with a committed one.
 //
-//     fxs_scenario DIGESTS [TRANSCRIPT]      compares; prints the digests; writes what happened, one line each
+//     fxs_scenario [--extensions LIST] DIGESTS [TRANSCRIPT]
+//
+// compares; prints the digests; writes what happened, one line each.
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 
+#include "lib/extensions.h"
 #include "lib/protocol.h"
 #include "lib/tlv.h"
 #include "tests/sim/telephone_network.h"
@@ -265,9 +268,11 @@ void scenario::play() {
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (argc > 2 && std::strcmp(argv[1], "--extensions") == 0 && extensions.add(argv[2]))
+        argc -= 2, argv += 2;
     std::FILE* const digests = argc > 1 ? std::fopen(argv[1], "r") : nullptr;
     if (!digests)
-        return std::printf("fxs_scenario DIGESTS [TRANSCRIPT]\n"), 2;
+        return std::printf("fxs_scenario [--extensions LIST] DIGESTS [TRANSCRIPT]\n"), 2;
     char wanted[4096] = {};
     std::size_t const size = std::fread(wanted, 1, sizeof wanted, digests);
     std::fclose(digests);

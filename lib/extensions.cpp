@@ -1,0 +1,38 @@
+#include "lib/extensions.h"
+
+extension_set extensions;
+
+namespace {
+
+constexpr struct {
+    char const* name;
+    char const* what;
+    bool extension_set::*flag;
+} table[] = {
+    {"dtmf", "digits in band and from telephone events are clean sines at the level that RFC 4733 names",
+     &extension_set::dtmf},
+};
+
+bool switch_on(extension_set& set, str const& name) {
+    bool known = false;
+    for (auto const& [own_name, what, flag] : table)
+        if (name == own_name || name == "all")
+            known = set.*flag = true;
+    return known;
+}
+
+}  // namespace
+
+bool extension_set::add(str const& list) {
+    int const comma = list.find(",");
+    if (comma < 0)
+        return switch_on(*this, list);
+    return switch_on(*this, list.leftstr(comma)) && add(list.substr(comma + 1));
+}
+
+str extension_set::help() {
+    str text;
+    for (auto const& [name, what, flag] : table)
+        text += str::sprintf("%S: %S\n", name, what);
+    return text;
+}
