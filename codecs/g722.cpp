@@ -108,8 +108,29 @@ int g722::decoder::process(int low_code, int high_code) {
     return (samples.first + samples.second) / 2;
 }
 
+unsigned char g722::encoder::process_low(int sample) {
+    constexpr int silent_high = 3 << 6;
+    int const code = quantize_low(sample - low.estimate(), low.scale());
+    low.process(code >> 2);
+    return static_cast<unsigned char>(silent_high | code);
+}
+
+int g722::decoder::process_low(int low_code) {
+    int const rl = limit15(low.estimate() + (low.scale() * qm6[low_code] >> 15));
+    low.process(low_code >> 2);
+    return rl;
+}
+
+void g722::encode(int n, short const* in, unsigned char* out) {
+    low_alone ? encode_low(n, in, out) : encode_interpolated(n, in, out);
+}
+
+void g722::decode(int n, short* out, unsigned char const* in) {
+    low_alone ? decode_low(n, out, in) : decode_averaged(n, out, in);
+}
+
 // Flattened: each direction becomes one piece of code that keeps the state in registers.
-[[gnu::flatten]] void g722::encode(int n, short const* in, unsigned char* out) {
+[[gnu::flatten]] void g722::encode_interpolated(int n, short const* in, unsigned char* out) {
     for (int i = 0; i < n; i++) {
         short const x = static_cast<short>(in[i] / 4);
         out[i] = send.process(static_cast<short>((previous + x) / 2), x);
@@ -117,7 +138,17 @@ int g722::decoder::process(int low_code, int high_code) {
     }
 }
 
-[[gnu::flatten]] void g722::decode(int n, short* out, unsigned char const* in) {
+[[gnu::flatten]] void g722::decode_averaged(int n, short* out, unsigned char const* in) {
     for (int i = 0; i < n; i++)
         out[i] = static_cast<short>(g722_saturate(4 * receive.process(in[i] & 63, in[i] >> 6)));
+}
+
+[[gnu::flatten]] void g722::encode_low(int n, short const* in, unsigned char* out) {
+    for (int i = 0; i < n; i++)
+        out[i] = send.process_low(in[i] >> 1);
+}
+
+[[gnu::flatten]] void g722::decode_low(int n, short* out, unsigned char const* in) {
+    for (int i = 0; i < n; i++)
+        out[i] = static_cast<short>(2 * receive.process_low(in[i] & 63));
 }

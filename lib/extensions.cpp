@@ -11,6 +11,8 @@ constexpr struct {
 } table[] = {
     {"dtmf", "digits in band and from telephone events are clean sines at the level that RFC 4733 names",
      &extension_set::dtmf},
+    {"g722", "G.722 at the level of other equipment, its lower band carrying the line's 8 kHz as it is",
+     &extension_set::g722},
 };
 
 bool switch_on(extension_set& set, str const& name) {

@@ -6,6 +6,7 @@
 /// each costs and cures. A part reads its own when it is made, so they are chosen before the channels are.
 struct extension_set {
     bool dtmf = false;  ///< see dtmf_synthesizer
+    bool g722 = false;  ///< see g722
 
     /// Switches on what `list` names: names with commas between them, or "all". False when a name is unknown; those
     /// before it are on.

@@ -97,6 +97,61 @@ TEST(g722, limits_every_sum) {
     EXPECT_EQ(encoded.value, 0xeda52a7d8422a272u);
 }
 
+// With the extension the lower band is the line's signal, as in libspandsp's coder at 8 kHz: the same level to the bit.
+TEST(g722, the_extension_codes_as_libspandsp_at_8_khz) {
+    g722_encode_state_t* const peer_encoder = g722_encode_init(nullptr, 64000, G722_SAMPLE_RATE_8000);
+    g722_decode_state_t* const peer_decoder = g722_decode_init(nullptr, 64000, G722_SAMPLE_RATE_8000);
+    g722 coder({.g722 = true});
+    std::vector<signals::bytes> streams{signals::codes(480000, 8, 1, 9)};
+    for (signals::named const& signal : signals::assortment(48000, 32767, 8)) {
+        int const n = static_cast<int>(signal.pcm.size());
+        signals::bytes ours(signal.pcm.size()), peers(signal.pcm.size());
+        coder.encode(n, signal.pcm.data(), ours.data());
+        g722_encode(peer_encoder, peers.data(), signal.pcm.data(), n);
+        ASSERT_EQ(ours, peers) << signal.name;
+        streams.push_back(ours);
+    }
+    for (signals::bytes const& data : streams) {
+        int const n = static_cast<int>(data.size());
+        signals::samples ours(data.size()), peers(data.size());
+        coder.decode(n, ours.data(), data.data());
+        g722_decode(peer_decoder, peers.data(), data.data(), n);
+        ASSERT_EQ(ours, peers);
+    }
+    g722_encode_free(peer_encoder);
+    g722_decode_free(peer_decoder);
+}
+
+double level_db(signals::samples const& pcm, double peak) {
+    double power = 0;
+    for (std::size_t i = pcm.size() / 4; i < pcm.size(); i++)  // behind the start of the filters
+        power += pcm[i] * pcm[i] / (peak * peak / 2) / (static_cast<double>(pcm.size()) * 3 / 4);
+    return 10 * std::log10(power);
+}
+
+TEST(g722, the_extension_has_the_level_of_wideband_equipment) {
+    constexpr double peak = 4000;
+    for (int const hz : {300, 1000, 2000, 3000}) {
+        auto const sine = [&](int rate) {
+            signals::samples pcm;
+            for (int i = 0; i < 2 * rate; i++)
+                pcm.push_back(signals::rounded(peak * std::sin(2 * std::numbers::pi * hz * i / rate)));
+            return pcm;
+        };
+        g722 coder({.g722 = true});
+        signals::samples const narrow = sine(8000);
+        signals::bytes sent(narrow.size());
+        signals::samples back(narrow.size()), from_peer(narrow.size());
+        int const n = static_cast<int>(narrow.size());
+        coder.encode(n, narrow.data(), sent.data());
+        coder.decode(n, back.data(), sent.data());
+        coder.decode(n, from_peer.data(), spandsp_encode(sine(16000)).data());
+        EXPECT_NEAR(level_db(libav_decode(sent), peak / 2), 0, 0.1) << hz;
+        EXPECT_NEAR(level_db(from_peer, 2 * peak), 0, 0.1) << hz;  // spandsp_encode() doubles
+        EXPECT_NEAR(level_db(back, peak), 0, 0.1) << hz;
+    }
+}
+
 TEST(g722, interpolates_and_decimates_8_khz) {
     for (signals::named const& signal : signals::assortment(48000, 32767, 8)) {
         SCOPED_TRACE(signal.name);

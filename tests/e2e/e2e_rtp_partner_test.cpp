@@ -23,6 +23,7 @@ struct partner {
     char const* rtp_name;  ///< as a=rtpmap names it
     double least_similarity;
     double level_db;  ///< what the line hears, relative to what ffmpeg was given
+    char const* extensions = nullptr;
 };
 
 /// Our G.722 coder keeps to the 14 bits of the Recommendation's interface, ffmpeg's drives it one bit higher.
@@ -33,6 +34,7 @@ constexpr partner partners[] = {
     {"pcma", {2, 8}, "-c:a pcm_alaw -af asetnsamples=160", 172, "PCMA/8000", 0.98, 0},
     {"gsm", {4, 3}, nullptr, 45, "GSM/8000", 0.8, 0},
     {"g722", {5, 9}, "-c:a g722 -ar 16000", 172, "G722/8000", 0.85, g722_level_db},
+    {"g722_extension", {5, 9}, "-c:a g722 -ar 16000", 172, "G722/8000", 0.85, 0, "g722"},
     {"g726", {6, 97}, nullptr, 92, "G726-32/8000", 0.9, 0},
 };
 
@@ -50,6 +52,13 @@ protected:
 
     std::string file(std::string const& name) const { return prefix + name; }
     std::string payload_type() const { return std::to_string(GetParam().codec.payload_type); }
+
+    static std::vector<std::string> options(telephones const& lines) {
+        std::vector<std::string> all{"--tdm", lines.tdm_path()};
+        if (GetParam().extensions != nullptr)
+            all.insert(all.end(), {"--extensions", GetParam().extensions});
+        return all;
+    }
 
     /// Puts call 0, with the partner at remote_port, on line 0.
     void call(controlled_process& process, telephones& lines, std::uint16_t remote_port) const {
@@ -90,7 +99,7 @@ TEST_P(rtp_partner, is_heard_on_the_line) {
     signals::samples const said = signals::speech_like(12000, 12000, 11);
     write_wav(file("said.wav"), said);
     telephones lines({});
-    controlled_process process({"--tdm", lines.tdm_path()});
+    controlled_process process(options(lines));
     protocol::open_reply const opened = process.open(0);
     call(process, lines, free_port());
     EXPECT_EQ(run_with(lines,
@@ -108,7 +117,7 @@ TEST_P(rtp_partner, is_heard_on_the_line) {
 TEST_P(rtp_partner, hears_the_line) {
     signals::samples const said = signals::speech_like(3 * 8000, 12000, 12);
     telephones lines({fxsline::speech::recording(said, true, "test")});
-    controlled_process process({"--tdm", lines.tdm_path()});
+    controlled_process process(options(lines));
     process.open(0);
     std::uint16_t const partner_port = free_port();
     write_session_description(partner_port);
