@@ -1,5 +1,6 @@
 #include "fuzz/fuzz_target.h"
 
+#include "lib/extensions.h"
 #include "lib/random.h"
 #include "lib/timeout.h"
 #include "sim/world.h"
@@ -32,6 +33,12 @@ str fuzz_input::bytes(unsigned n) {
     str const result(at, taken);
     at += taken;
     return result;
+}
+
+void fuzz_target::choose_extensions() {
+    char const* const list = std::getenv("FXSMEDIA_EXTENSIONS");
+    if (list && !extensions.add(list))
+        std::fprintf(stderr, "no such extension in \"%s\"\n", list), std::exit(1);
 }
 
 fuzz_target const* fuzz_target::find(std::string const& name) {

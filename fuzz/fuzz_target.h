@@ -59,6 +59,8 @@ struct fuzz_target {
     }
     /// Null when there is none.
     static fuzz_target const* find(std::string const& name);
+    /// Switches on the extensions that FXSMEDIA_EXTENSIONS of the environment names; before the first input.
+    static void choose_extensions();
 };
 
 #define FUZZ_TARGET(name)                                       \

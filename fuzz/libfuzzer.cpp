@@ -7,6 +7,7 @@ static fuzz_target const* chosen;
 extern "C" int LLVMFuzzerInitialize(int*, char*** argv) {
     std::string const program = (*argv)[0], prefix = "fuzz_";
     chosen = fuzz_target::find(program.substr(program.rfind(prefix) + prefix.size()));
+    fuzz_target::choose_extensions();
     if (chosen)
         return 0;
     std::fprintf(stderr, "%s: run it by the name of a target:", program.c_str());

@@ -65,6 +65,7 @@ extern "C" char const* __asan_default_options() {
 
 int main(int argc, char** argv) {
     std::signal(SIGABRT, [](int) { std::fputs(current, stderr); });
+    fuzz_target::choose_extensions();
     unsigned runs = 0, seed = 1;
     std::vector<fs::path> directories, files;
     for (int i = 1; i < argc; i++) {
