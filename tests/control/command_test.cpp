@@ -2,6 +2,7 @@
 
 #include "control/options.h"
 #include "control/sigchan.h"
+#include "lib/extensions.h"
 #include "media/ntp.h"
 #include "tests/support/media_fixture.h"
 #include "tests/support/stepped_lines.h"
@@ -204,11 +205,13 @@ std::string scan(std::vector<char const*> arguments) {
     options chosen;
     options::verdict const verdict = chosen.scan(static_cast<int>(arguments.size()), arguments.data());
     EXPECT_EQ(log_level, -1) << "call control alone sets the threshold";
-    char const* const ends[] = {" run", " version", " bad"};
+    std::string const switched_on = std::string(extensions.dtmf ? " dtmf" : "") + (extensions.g722 ? " g722" : "");
+    extensions = {};
+    char const* const ends[] = {" run", " version", " extensions", " bad"};
     str const text = str::sprintf("%d %d %s %s %s ", arg_int(chosen.log), arg_int(chosen.local_port),
                                   arg_str(tunnel_device), arg_str(chosen.pipe), arg_str(tdm_device));
     return to_string(text + utils::readable_ip(control_adr)) + (chosen.debug ? " debug" : "") + (ipv4 ? " 4" : "") +
-           (ipv6 ? " 6" : "") + ends[static_cast<int>(verdict)];
+           (ipv6 ? " 6" : "") + switched_on + ends[static_cast<int>(verdict)];
 }
 
 TEST(options, table) {
@@ -224,6 +227,9 @@ TEST(options, table) {
         {{"--debug", "--dest-ip"}, normal + " debug 4 6 bad"},
         {{""}, normal + " 4 6 bad"},
         {{"--PORT", "1"}, normal + " 4 6 bad"},
+        {{"--extensions", "g722,dtmf", "--debug"}, normal + " debug 4 6 dtmf g722 run"},
+        {{"--extensions", "g722", "--extensions", "none"}, normal + " 4 6 g722 bad"},
+        {{"--extensions", "help", "--debug"}, normal + " 4 6 extensions"},
         {{"--version", "--debug"}, normal + " 4 6 version"},
         {{"--port", "--version"}, normal + " 4 6 run"}};
     for (auto const& [arguments, result] : table)
