@@ -93,13 +93,19 @@ std::string host_of(std::string const& address) {
     return address.substr(0, address.rfind(':'));
 }
 
+/// Every program of this machine is there, so that the host alone names no peer.
+bool is_loopback(std::string const& host) {
+    return host.starts_with("127.") || host == "[::1]";
+}
+
 void add_strays(observation const& seen, call_facts const& call, std::vector<cause>& causes) {
     for (stray const& one : seen.strays) {
-        bool const our_peer = host_of(one.from) == host_of(call.set.rtp_dest);
+        bool const from_there = one.from == call.set.rtp_dest;
+        std::string const host = host_of(one.from);
+        bool const our_peer = from_there || (host == host_of(call.set.rtp_dest) && !is_loopback(host));
         bool const same_port = one.port == call.rtp_port;
         if (one.packets < a_few || (!call.set.rtp_dest.empty() && !our_peer && !same_port))
             continue;
-        bool const from_there = one.from == call.set.rtp_dest;
         causes.push_back(
             {same_port ? "wrong-family" : "wrong-port",
              from_there || same_port ? certainty::certain : certainty::likely,
