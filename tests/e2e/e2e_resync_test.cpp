@@ -26,7 +26,7 @@ TEST_F(resync, cures_what_mutes_the_process) {
              "00 0000ffff",
              "0000 0013ffff",  // the same off an element's beginning
              "000000 0000ffff", "0013ffff 0000ffff 0013ffff 0000ffff", "00", "0013",
-             "001300",         // no whole header
+             "001310",         // no whole header
              "00100008 0004",  // a command that was cut off
          }) {
         SCOPED_TRACE(poison);
@@ -39,6 +39,15 @@ TEST_F(resync, cures_what_mutes_the_process) {
         EXPECT_NE(cure.out.find("was_muted=yes"), std::string::npos) << cure.out;
         EXPECT_EQ(fxsctl("ping").wait(), answered);
     }
+}
+
+TEST_F(resync, sees_through_heartbeats) {
+    process.send(protocol::from_hex("001300").value());  // the next command's first byte makes this a session command
+    child cure = fxsctl("resync");
+    EXPECT_EQ(cure.wait(), answered) << cure.err;
+    EXPECT_NE(cure.out.find("was_muted=yes"), std::string::npos) << cure.out;
+    ASSERT_TRUE(process.client.start_session(20s));
+    process.open(0);  // which fails without a reply
 }
 
 TEST_F(resync, the_broken_command_is_not_carried_out) {

@@ -20,11 +20,11 @@ void send_zeros(protocol::control_client& link, settings const& global, std::siz
         throw failure(exit_code::no_answer, "nothing listens on " + global.process_address());
 }
 
-/// As `fxsctl ping` sees it.
+/// Whether the process carries out one command after the other. Its heartbeats look like answers and go on when it is
+/// some bytes off; they do not come in threes.
 bool answers(settings const& global) {
     try {
-        connection(global).run({});
-        return true;
+        return connection(global).answers_each_of(3);
     } catch (failure const& failed) {
         if (failed.code() != exit_code::no_answer)
             throw;

@@ -72,6 +72,20 @@ void connection::run(protocol::bytes commands) {
     wait_until_handled();
 }
 
+bool connection::answers_each_of(int session_commands) {
+    protocol::bytes commands;
+    for (int behind_first = 1; behind_first < session_commands; ++behind_first) {
+        protocol::bytes const session = protocol::encode(protocol::session_command{});
+        commands.insert(commands.end(), session.begin(), session.end());
+    }
+    run(std::move(commands));
+    for (int behind_first = 1; behind_first < session_commands; ++behind_first) {
+        if (!process.wait_for<protocol::heartbeat>(grace_after_heartbeat))
+            return false;
+    }
+    return true;
+}
+
 void connection::wait_until_handled() {
     if (chosen.no_session)
         return;

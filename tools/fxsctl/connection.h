@@ -24,6 +24,10 @@ public:
     /// Sends the commands (whole ones, back to back) and waits until they were handled. Throws no_answer.
     void run(protocol::bytes commands);
 
+    /// Sends that many session commands in one datagram. Returns whether that many answers came, the first in time, the
+    /// others close behind it. Throws no_answer when none came.
+    bool answers_each_of(int session_commands);
+
     /// Sends the commands and waits for the report of type T that `wanted` accepts. Throws no_answer when nothing
     /// comes, refused with `what` when the process answers but sends no such report.
     template <class T>
