@@ -1,0 +1,123 @@
+#pragma once
+
+#include <array>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "phone/dial_plan.h"
+
+namespace fxsphone {
+
+/// What happens to a line: what its telephone does, and what the far ends of its calls do.
+enum class happening {
+    lifted,
+    replaced,
+    flashed,      ///< the hook was pressed briefly
+    key,
+    dialled,      ///< a whole number
+    misdialled,
+    timed_out,    ///< the state's own time is over
+    invited,      ///< a call comes in
+    far_rings,
+    far_answers,
+    far_busy,     ///< it refuses: 486, 600, 603
+    far_fails,    ///< any other refusal, or no answer from the network
+    far_ends,     ///< it hangs up, or takes its call back before it was answered
+    other_ends,   ///< the far end of the call that is held or waits does
+};
+
+/// What the line wants done, in this order. A leg is one of the two calls that a line can have, 0 or 1.
+enum class order_kind {
+    open,          ///< a media channel for the leg, on the line
+    tone,          ///< play `sound` to the leg; tone::none: stop
+    waiting_tone,  ///< the short tone that tells of a second call
+    ring,
+    stop_ringing,
+    invite,        ///< call `text`
+    answer,        ///< the call that came in on the leg, and put it on the line
+    refuse,        ///< it, with 480: nobody answers
+    hang_up,       ///< end the leg's call in whatever state it is, and close its channel
+    hold,          ///< tell the far end, take the leg off the line
+    resume,
+    send_key,      ///< `text` to the far end
+};
+
+/// Kinds of tone as the control protocol's playback command numbers them.
+enum class tone { none = 0, ringback = 1, busy = 2, congestion = 3, dial = 4 };
+
+struct order {
+    order_kind kind;
+    int leg = 0;
+    tone sound = tone::none;
+    std::string text = {};
+
+    bool operator==(order const&) const = default;
+};
+
+/// Times in ms.
+struct line_settings {
+    int first_key_ms = 15'000;  ///< dial tone for so long (ITU-T E.183 leaves it to the operator: 10 to 20 s)
+    int next_key_ms = 4'000;    ///< after the last key, where the plan allows a longer number
+    int no_answer_ms = 180'000;
+    int tone_ms = 30'000;  ///< busy and congestion tone; then silence until the receiver is replaced
+    int flash_ms = 700;    ///< longest hook flash; 0: every on-hook is the end
+    int waiting_tone_ms = 4'000;  ///< from one call-waiting tone to the next
+    bool call_waiting = true;
+};
+
+/// The telephone on one line as a state machine over times that the caller gives: no sockets, no clock of its own.
+/// Calls and media belong to whoever carries out its orders.
+class line {
+public:
+    enum class state { on_hook, ringing, dialling, collecting, calling, alerting, talking, refused, left_off };
+    /// The second call beside the one in front.
+    enum class second { none, held, waiting };
+
+    line(dial_plan numbers, line_settings const& chosen) : plan(std::move(numbers)), settings(chosen) {}
+
+    std::vector<order> lift(std::int64_t now_ms);
+    /// Where a hook flash can mean something the end is known only when flash_ms have passed.
+    std::vector<order> replace(std::int64_t now_ms);
+    /// 0 to 9, *, #, A to D; others are ignored.
+    std::vector<order> press(char which, std::int64_t now_ms);
+    /// far_rings, far_answers, far_busy, far_fails or far_ends, of the call on a leg; invited for one from free_leg().
+    std::vector<order> far(happening what, int leg, std::int64_t now_ms);
+    /// Carries out what was due by then.
+    std::vector<order> pass_time(std::int64_t now_ms);
+    /// When pass_time() has to be called at the latest.
+    std::optional<std::int64_t> due_ms() const;
+
+    /// The leg that another incoming call may have; nullopt: the line is busy.
+    std::optional<int> free_leg() const;
+    /// All calls are gone and the media process knows nothing of the line any more. A telephone that is off-hook gets
+    /// its dial tone again.
+    std::vector<order> restart(std::int64_t now_ms);
+
+    state now_in() const { return front; }
+    second beside() const { return companion; }
+    int front_leg() const { return leg; }
+
+private:
+    enum class act : std::uint8_t;
+    struct row;
+    static std::vector<row> const table;
+
+    void happen(happening what, std::int64_t now_ms, std::vector<order>& wanted);
+    void carry_out(act what, std::vector<order>& wanted);
+    void dialled_so_far(std::int64_t now_ms, std::vector<order>& wanted);
+    int own_time_ms() const;
+
+    dial_plan plan;
+    line_settings settings;
+    state front = state::on_hook;
+    second companion = second::none;
+    int leg = 0;  ///< of the call in front
+    std::string keys;
+    char last_key = 0;
+    std::int64_t state_due = 0;  ///< 0: no time-out
+    std::int64_t flash_due = 0;  ///< 0: the hook is not pressed
+};
+
+}  // namespace fxsphone

@@ -1,0 +1,173 @@
+#include "phone/line.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "tests/support/seed.h"
+
+using namespace fxsphone;
+
+namespace {
+
+dial_plan const plan({{"1xx", "sip:{}@here"}, {"0.", "sip:{}@there"}, {"112", "sip:emergency@here"}, {"*9#", "star"}});
+
+std::string text_of(std::vector<order> const& orders) {
+    static constexpr char const* tones[] = {"none", "ringback", "busy", "congestion", "dial"};
+    static constexpr char const* kinds[] = {"open",   "tone",   "waiting", "ring", "stop",   "invite",
+                                            "answer", "refuse", "end",     "hold", "resume", "send"};
+    std::string text;
+    for (order const& one : orders) {
+        text += text.empty() ? "" : ", ";
+        text += kinds[static_cast<int>(one.kind)] + std::to_string(one.leg);
+        text += one.kind == order_kind::tone ? std::string(" ") + tones[static_cast<int>(one.sound)] : "";
+        text += one.text.empty() ? "" : " " + one.text;
+    }
+    return text;
+}
+
+/// "lift", "replace", "keys 123", "wait", or what happened to a leg: "rings 0", "answers 0", "invited 1", ...
+std::vector<order> play(line& telephone, std::string const& step, std::int64_t now) {
+    static std::pair<char const*, happening> const far_ends[] = {
+        {"rings", happening::far_rings}, {"answers", happening::far_answers}, {"busy", happening::far_busy},
+        {"fails", happening::far_fails}, {"ends", happening::far_ends},       {"invited", happening::invited}};
+    std::istringstream in(step);
+    std::string what, more;
+    in >> what >> more;
+    if (what == "lift")
+        return telephone.lift(now);
+    if (what == "replace")
+        return telephone.replace(now);
+    std::vector<order> all;
+    if (what == "keys")
+        for (char const key : more)
+            for (order& one : telephone.press(key, now))
+                all.push_back(std::move(one));
+    for (auto const& [name, happened] : far_ends)
+        if (what == name)
+            all = telephone.far(happened, std::stoi(more), now);
+    return what == "wait" ? telephone.pass_time(now) : what == "restart" ? telephone.restart(now) : all;
+}
+
+struct step {
+    std::int64_t at_ms;
+    std::string input, orders;
+};
+struct course {
+    std::string name;
+    std::vector<step> steps;
+};
+
+std::vector<step> const talk = {{0, "lift", "open0, tone0 dial"},
+                                {10, "keys 112", "tone0 none, invite0 sip:112@here"},
+                                {20, "answers 0", "tone0 none"}};
+
+std::vector<course> const courses = {
+    {"a call from dial tone to the end",
+     {{0, "lift", "open0, tone0 dial"},
+      {1000, "keys 1", "tone0 none"},
+      {1500, "keys 2", ""},
+      {2000, "keys 3", "invite0 sip:123@here"},
+      {2100, "rings 0", "tone0 ringback"},
+      {9000, "answers 0", "tone0 none"},
+      {9500, "keys 5", "send0 5"},
+      {9900, "replace", ""},
+      {10600, "wait", "end0"}}},
+    {"nothing dialled", {{0, "lift", "open0, tone0 dial"}, {15000, "wait", "tone0 congestion"}, {45000, "wait", "tone0 none"},
+                         {99000, "replace", ""}, {99700, "wait", "end0"}}},
+    {"the time-out ends a number", {{0, "lift", "open0, tone0 dial"}, {100, "keys 0123", "tone0 none"}, {4099, "wait", ""},
+                                    {4100, "wait", "invite0 sip:0123@there"}}},
+    {"# ends a number", {{0, "lift", "open0, tone0 dial"}, {100, "keys 04#", "tone0 none, invite0 sip:04@there"}}},
+    {"# in the plan", {{0, "lift", "open0, tone0 dial"}, {100, "keys *9#", "tone0 none, invite0 star"}}},
+    {"half a number", {{0, "lift", "open0, tone0 dial"}, {100, "keys 12", "tone0 none"}, {4100, "wait", "tone0 congestion"}}},
+    {"no such number", {{0, "lift", "open0, tone0 dial"}, {100, "keys 7", "tone0 none, tone0 congestion"}}},
+    {"busy", {{0, "lift", "open0, tone0 dial"}, {9, "keys 100", "tone0 none, invite0 sip:100@here"}, {20, "busy 0", "tone0 busy"},
+              {50, "replace", ""}, {60, "lift", "end0, open0, tone0 dial"}}},
+    {"hung up before the answer", {{0, "lift", "open0, tone0 dial"}, {9, "keys 100", "tone0 none, invite0 sip:100@here"},
+                                   {10, "rings 0", "tone0 ringback"}, {50, "replace", "end0"}, {60, "answers 0", ""}}},
+    {"a call comes in", {{0, "invited 0", "ring0"}, {500, "lift", "stop0, answer0"}, {900, "ends 0", "tone0 busy"},
+                         {950, "replace", ""}, {1700, "wait", "end0"}}},
+    {"the caller gives up", {{0, "invited 0", "ring0"}, {500, "ends 0", "stop0, end0"}, {900, "lift", "open0, tone0 dial"}}},
+    {"nobody answers", {{0, "invited 0", "ring0"}, {180000, "wait", "stop0, refuse0, end0"}}},
+    {"an answer and a second lift", {{0, "invited 0", "ring0"}, {5, "lift", "stop0, answer0"}, {6, "lift", ""}}},
+    {"call waiting, taken by a flash",
+     {{0, "invited 0", "ring0"},
+      {5, "lift", "stop0, answer0"},
+      {100, "invited 1", "waiting1"},
+      {4100, "wait", "waiting1"},
+      {5000, "replace", ""},
+      {5200, "lift", "hold0, answer1"},
+      {6000, "replace", ""},
+      {6200, "lift", "hold1, resume0"},
+      {7000, "ends 1", "end1"},
+      {7100, "keys 4", "send0 4"}}},
+    {"call waiting, first call ended", {{0, "invited 0", "ring0"}, {5, "lift", "stop0, answer0"}, {100, "invited 1", "waiting1"},
+                                        {200, "replace", ""}, {900, "wait", "end0, ring1"}, {999, "lift", "stop1, answer1"}}},
+    {"call waiting, the caller gives up", {{0, "invited 0", "ring0"}, {5, "lift", "stop0, answer0"},
+                                           {100, "invited 1", "waiting1"}, {200, "ends 1", "end1"}, {9000, "wait", ""}}},
+    {"call waiting, the first party hangs up",
+     {{0, "invited 0", "ring0"}, {5, "lift", "stop0, answer0"}, {100, "invited 1", "waiting1"}, {200, "ends 0", "tone0 busy"},
+      {300, "replace", ""}, {400, "lift", "end0, answer1"}}},
+    {"hold, consult, back", {{0, "invited 0", "ring0"}, {5, "lift", "stop0, answer0"}, {100, "replace", ""},
+                             {300, "lift", "hold0, open1, tone1 dial"}, {400, "keys 100", "tone1 none, invite1 sip:100@here"},
+                             {500, "busy 1", "tone1 busy"}, {600, "replace", ""}, {700, "lift", "end1, resume0"}}},
+    {"the held party hangs up", {{0, "invited 0", "ring0"}, {5, "lift", "stop0, answer0"}, {100, "replace", ""},
+                                 {300, "lift", "hold0, open1, tone1 dial"}, {400, "ends 0", "end0"}, {500, "replace", "end1"}}},
+    {"the media process starts anew", {{0, "invited 0", "ring0"}, {5, "lift", "stop0, answer0"},
+                                       {100, "restart", "end0, end1, open0, tone0 dial"}, {200, "replace", "end0"}}},
+};
+
+TEST(phone_line, follows_each_course) {
+    for (course const& one : courses) {
+        line telephone(plan, {});
+        for (step const& now : one.steps)
+            EXPECT_EQ(text_of(play(telephone, now.input, now.at_ms)), now.orders) << one.name << ", " << now.input;
+    }
+}
+
+/// Counts what the orders leave behind: an order must fit its leg, and the hook on its rest leaves nothing.
+struct ledger {
+    bool channel[2] = {}, ringing = false;
+
+    void keep(std::vector<order> const& orders, line const& telephone) {
+        for (order const& one : orders) {
+            bool& has = channel[one.leg];
+            bool const opens = one.kind == order_kind::open;
+            if (opens) {
+                EXPECT_FALSE(has) << text_of(orders);
+            }
+            bool const works = one.kind != order_kind::hang_up && one.kind != order_kind::stop_ringing;
+            has = one.kind != order_kind::hang_up && (has || opens);
+            if (works) {
+                EXPECT_TRUE(has) << text_of(orders);
+            }
+            ringing = one.kind == order_kind::ring || (ringing && one.kind != order_kind::stop_ringing);
+        }
+        EXPECT_EQ(ringing, telephone.now_in() == line::state::ringing);
+        if (telephone.now_in() == line::state::on_hook) {
+            EXPECT_FALSE(channel[0] || channel[1]) << text_of(orders);
+        }
+    }
+};
+
+void live_an_hour(dice& chance) {
+    line telephone(plan, {});
+    ledger books;
+    static std::string const inputs[] = {"lift",    "replace", "keys 1",    "keys 0",    "keys 12", "wait",   "rings 0",
+                                         "rings 1", "busy 0",  "answers 0", "answers 1", "fails 1", "ends 0", "ends 1"};
+    for (std::int64_t now = 1; now < 3'600'000; now += chance.below(900)) {
+        if (auto const free = telephone.free_leg(); free && chance.chance(25)) {
+            books.channel[*free] = true;  // its owner opens it before the line is told
+            books.keep(telephone.far(happening::invited, *free, now), telephone);
+        }
+        std::string const& input = inputs[chance.below(static_cast<int>(std::size(inputs)))];
+        books.keep(play(telephone, input, now), telephone);
+        ASSERT_FALSE(testing::Test::HasFailure()) << input << " at " << now;
+    }
+}
+
+TEST(phone_line, leaves_no_channel_after_an_hour_of_anything) {
+    seed_range{1, 10}.roll(live_an_hour);
+}
+
+}  // namespace
