@@ -219,9 +219,7 @@ void line::carry_out(act what, std::vector<order>& wanted) {
         case act::hold: want(order_kind::hold, leg); break;
         case act::resume: want(order_kind::resume, leg); break;
         case act::swap: leg = 1 - leg; break;
-        case act::send_key:
-            wanted.push_back({order_kind::send_key, leg, tone::none, std::string(1, last_key)});
-            break;
+        case act::send_key: wanted.push_back({order_kind::send_key, leg, tone::none, std::string(1, last_key)}); break;
     }
 }
 

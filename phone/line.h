@@ -14,18 +14,18 @@ namespace fxsphone {
 enum class happening {
     lifted,
     replaced,
-    flashed,      ///< the hook was pressed briefly
+    flashed,  ///< the hook was pressed briefly
     key,
-    dialled,      ///< a whole number
+    dialled,  ///< a whole number
     misdialled,
-    timed_out,    ///< the state's own time is over
-    invited,      ///< a call comes in
+    timed_out,  ///< the state's own time is over
+    invited,    ///< a call comes in
     far_rings,
     far_answers,
-    far_busy,     ///< it refuses: 486, 600, 603
-    far_fails,    ///< any other refusal, or no answer from the network
-    far_ends,     ///< it hangs up, or takes its call back before it was answered
-    other_ends,   ///< the far end of the call that is held or waits does
+    far_busy,    ///< it refuses: 486, 600, 603
+    far_fails,   ///< any other refusal, or no answer from the network
+    far_ends,    ///< it hangs up, or takes its call back before it was answered
+    other_ends,  ///< the far end of the call that is held or waits does
 };
 
 /// What the line wants done, in this order. A leg is one of the two calls that a line can have, 0 or 1.
@@ -35,13 +35,13 @@ enum class order_kind {
     waiting_tone,  ///< the short tone that tells of a second call
     ring,
     stop_ringing,
-    invite,        ///< call `text`
-    answer,        ///< the call that came in on the leg, and put it on the line
-    refuse,        ///< it, with 480: nobody answers
-    hang_up,       ///< end the leg's call in whatever state it is, and close its channel
-    hold,          ///< tell the far end, take the leg off the line
+    invite,   ///< call `text`
+    answer,   ///< the call that came in on the leg, and put it on the line
+    refuse,   ///< it, with 480: nobody answers
+    hang_up,  ///< end the leg's call in whatever state it is, and close its channel
+    hold,     ///< tell the far end, take the leg off the line
     resume,
-    send_key,      ///< `text` to the far end
+    send_key,  ///< `text` to the far end
 };
 
 /// Kinds of tone as the control protocol's playback command numbers them.
@@ -61,8 +61,8 @@ struct line_settings {
     int first_key_ms = 15'000;  ///< dial tone for so long (ITU-T E.183 leaves it to the operator: 10 to 20 s)
     int next_key_ms = 4'000;    ///< after the last key, where the plan allows a longer number
     int no_answer_ms = 180'000;
-    int tone_ms = 30'000;  ///< busy and congestion tone; then silence until the receiver is replaced
-    int flash_ms = 700;    ///< longest hook flash; 0: every on-hook is the end
+    int tone_ms = 30'000;         ///< busy and congestion tone; then silence until the receiver is replaced
+    int flash_ms = 700;           ///< longest hook flash; 0: every on-hook is the end
     int waiting_tone_ms = 4'000;  ///< from one call-waiting tone to the next
     bool call_waiting = true;
 };

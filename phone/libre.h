@@ -1,0 +1,20 @@
+#pragma once
+
+// What libre's headers expect of whoever includes them.
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#ifndef HAVE_STDBOOL_H
+#define HAVE_STDBOOL_H 1
+#endif
+
+#include <re.h>
+
+namespace fxsphone {
+
+/// A part of a message; empty when it is not there.
+inline std::string text_of(pl const& part) {
+    return part.p == nullptr ? std::string() : std::string(part.p, part.l);
+}
+
+}  // namespace fxsphone

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <fxsmedia/values.h>
+
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+struct mbuf;
+struct sdp_session;
+struct sdp_media;
+
+namespace fxsphone {
+
+/// What SDP offers and answers of a call come down to: the fields of the media command.
+struct media_plan {
+    fxsmedia::codec_choice send;
+    std::vector<fxsmedia::codec_choice> map;  ///< what is received
+    std::optional<int> event_pt;              ///< telephone events (RFC 4733), the same number both ways
+    int ptime_ms = 20;
+    std::optional<fxsmedia::endpoint> rtp;  ///< nullopt: nothing is sent, the far end holds the call
+    std::optional<fxsmedia::endpoint> rtcp;
+
+    bool operator==(media_plan const&) const = default;
+};
+
+/// One leg's side of offer and answer (RFC 3264): one audio stream, the codecs in the order of preference. libre does
+/// the parsing and the matching.
+class session_description {
+public:
+    /// `codecs` have the names of protocol::codec_formats: pcmu, pcma, g729, gsm, g722, g726.
+    session_description(std::string const& local_ip, std::vector<std::string> const& codecs, int ptime_ms);
+    ~session_description();
+    session_description(session_description const&) = delete;
+
+    /// Before the first offer() or answer(): where media is received, RTCP on the port above.
+    void set_port(int rtp_port);
+
+    /// Of the names that the process knows, one that SDP can carry.
+    static bool knows(std::string_view codec);
+
+    /// A new buffer, which the caller gives back with mem_deref(); nullptr without memory. On hold the far end may not
+    /// send (RFC 3264 section 8.4).
+    mbuf* offer(bool on_hold = false);
+    /// The answer to what read_offer() took.
+    mbuf* answer();
+    /// false: not SDP, or nothing in common. The buffer's position moves.
+    bool read_offer(mbuf* text);
+    bool read_answer(mbuf* text);
+
+    /// After an answer was read or made; nullopt when no codec is left.
+    std::optional<media_plan> plan() const;
+    /// The name, for a record of the call.
+    std::string codec_name() const;
+
+private:
+    mbuf* encode(bool is_offer);
+    bool decode(mbuf* text, bool is_offer);
+
+    sdp_session* session = nullptr;
+    sdp_media* audio = nullptr;
+    int local_ptime_ms;
+};
+
+}  // namespace fxsphone
