@@ -101,10 +101,47 @@ size_t signal_device::send(std::span<uint8_t const> bytes) {
     return count > 0 ? static_cast<size_t>(count) : 0;
 }
 
+ring_pipes::~ring_pipes() {
+    for (pipe const& one : pipes) {
+        unlink(one.path.c_str());
+        close(one.fd);
+    }
+}
+
+std::string ring_pipes::create(std::string const& base, unsigned lines) {
+    for (unsigned line = 0; line < lines; line++) {
+        std::string const path = base + std::to_string(line);
+        if (mkfifo(path.c_str(), 0666) != 0 && !is_pipe(path))
+            return "can't create the pipe " + path + ": " + std::strerror(errno);
+        // For writing, too: whoever rings opens and closes it each time.
+        int const fd = open(path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+        if (fd < 0)
+            return "can't open the pipe " + path + ": " + std::strerror(errno);
+        pipes.push_back({path, fd, {}});
+    }
+    return {};
+}
+
+template <class action>
+void ring_pipes::receive(action&& heard) {
+    for (unsigned line = 0; line < pipes.size(); line++) {
+        pipe& one = pipes[line];
+        char bytes[most_bytes];
+        ssize_t const count = read(one.fd, bytes, sizeof bytes);
+        one.begun.append(bytes, count > 0 ? static_cast<size_t>(count) : 0);
+        for (size_t end; (end = one.begun.find('\n')) != std::string::npos; one.begun.erase(0, end + 1))
+            heard(line, one.begun.substr(0, end));
+        if (one.begun.size() > most_bytes)
+            one.begun.clear();
+    }
+}
+
 std::string driver_links::create(links_config config) {
     script = std::move(config.script);
     std::ranges::stable_sort(script, {}, &scripted_text::time_ms);
     std::string error = config.pipe.empty() ? "" : pipe.create(config.pipe);
+    if (error.empty() && !config.ring.empty())
+        error = ringing.create(config.ring, bank.lines());
     if (error.empty() && !config.signal.empty())
         error = signalling.create(config.signal);
     return error;
@@ -114,6 +151,7 @@ void driver_links::tick() {
     uint64_t const now_ms = bank.ticks() * tick_ms;
     for (; next_text < script.size() && script[next_text].time_ms <= now_ms; next_text++)
         say(script[next_text].bytes);
+    ringing.receive([this](unsigned line, std::string text) { bank.report_ring(line, std::move(text)); });
 }
 
 int driver_links::say(std::string_view bytes) {

@@ -62,15 +62,40 @@ private:
     std::string path;
 };
 
+/// Where call control tells the driver to ring: a named pipe for each line, BASE0 to BASE3, that takes lines of text.
+/// Owns the files and removes them at the end.
+class ring_pipes {
+public:
+    ring_pipes() = default;
+    ring_pipes(ring_pipes const&) = delete;
+    ~ring_pipes();
+
+    /// As driver_pipe::create().
+    std::string create(std::string const& base, unsigned lines);
+
+    /// Calls heard(line, text) for each whole line of text that was written, without its end.
+    template <class action>
+    void receive(action&& heard);
+
+private:
+    struct pipe {
+        std::string path;
+        int fd;
+        std::string begun;  ///< of a line of text
+    };
+    std::vector<pipe> pipes;
+};
+
 struct links_config {
     std::string pipe;    ///< base path of the two named pipes; empty: no message pipe
     pipe_script script;  ///< what is sent over it, in any order
+    std::string ring;    ///< base path of the ring device; empty: none
     std::string signal;  ///< path of the link to the signalling device; empty: no such device
 };
 
-/// The driver's links to the process beside its device files: the message pipe and the signalling device, either of
-/// which may be missing. Reports what goes over them as events of the bank and sends the lines of a script at their
-/// times. Not locked: line_mount serialises.
+/// The driver's links beside its device files: the message pipe and the signalling device to the process, the ring
+/// device to call control; any may be missing. Reports what goes over them as events of the bank and sends the lines of
+/// a script at their times. Not locked: line_mount serialises.
 class driver_links {
 public:
     /// The bank stays the caller's.
@@ -82,7 +107,7 @@ public:
     bool has_pipe() const { return pipe.is_open(); }
     bool has_signal() const { return signalling.fd() >= 0; }
 
-    /// After the bank's tick: sends what is due.
+    /// After the bank's tick: sends what is due, reports what call control has written to the ring device.
     void tick();
 
     /// Sends `bytes` over the message pipe, or hexadecimal text over the signalling device. 0, or an errno together
@@ -99,6 +124,7 @@ public:
 private:
     line_bank& bank;
     driver_pipe pipe;
+    ring_pipes ringing;
     signal_device signalling;
     pipe_script script;    ///< by time
     size_t next_text = 0;  ///< of the script

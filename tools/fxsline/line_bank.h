@@ -58,6 +58,7 @@ public:
     }
 
     /// Only reports what happened on a link that belongs to no line.
+    void report_ring(unsigned index, std::string text) { report(event_kind::ring_text, index, 0, 0, std::move(text)); }
     void report_link(event_kind kind, std::string text) { report(kind, 0, 0, 0, std::move(text)); }
 
     /// State and counters of a line, one "name value" a row.

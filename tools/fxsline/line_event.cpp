@@ -30,6 +30,7 @@ constexpr kind_names names[] = {
     {"speech_ended", "speech ended", carries::nothing},
     {"overrun", "overrun", carries::nothing},
     {"underrun", "underrun", carries::nothing},
+    {"ring_text", "ring device:", carries::text},
     {"driver_line", "says", carries::bytes, "driver"},
     {"driver_line_refused", "can't say:", carries::text, "driver"},
     {"signal_from_process", "from the process:", carries::text, "signal"},

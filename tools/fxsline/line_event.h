@@ -18,6 +18,7 @@ enum class event_kind {
     speech_ended,  ///< a recording was said to its end
     overrun,       ///< speech is being lost because it is not read; once until the next read
     underrun,      ///< audio was flowing and stopped
+    ring_text,     ///< text: a line of text from the ring device
     /// Of no line:
     driver_line,          ///< text: the bytes that the driver said over the message pipe
     driver_line_refused,  ///< text: why

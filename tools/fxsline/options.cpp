@@ -73,6 +73,8 @@ void declare(CLI::App& app, program_options& options, raw_options& raw) {
         ->allow_extra_args(false);
     app.add_option("--dial", raw.dial, "N=KEYS@MS: the driver says that it saw these keys on line N, from then on")
         ->allow_extra_args(false);
+    app.add_option("--ring", options.links.ring,
+                   "Ring device: named pipes BASE0 to BASE3, what is written is an event");
     app.add_option("--signal", options.links.signal, "Signalling device: a link to a pseudo-terminal");
     app.add_flag("--stepped", options.mount.stepped, "The clock stands until the file 'clock' is written to");
     app.add_flag("--allow-other", options.mount.allow_other, "Other users may use the files");
