@@ -20,11 +20,8 @@ struct sdp_codec {
 };
 
 constexpr sdp_codec sdp_codecs[] = {
-    {"pcmu", "PCMU", nullptr},
-    {"pcma", "PCMA", nullptr},
-    {"g729", "G729", "annexb=no"},
-    {"gsm", "GSM", nullptr},
-    {"g722", "G722", nullptr},  // its clock is 8000 for RTP, RFC 3551 section 4.5.2
+    {"pcmu", "PCMU", nullptr},    {"pcma", "PCMA", nullptr}, {"g729", "G729", "annexb=no"},
+    {"gsm", "GSM", nullptr},      {"g722", "G722", nullptr},  // its clock is 8000 for RTP, RFC 3551 section 4.5.2
     {"g726", "G726-32", nullptr},
 };
 
@@ -45,8 +42,8 @@ protocol::codec_format const& by_name(std::string_view name) {
 sdp_codec const* codec_of(sdp_format const& format) {
     if (format.name != nullptr)
         return by_encoding(format.name);
-    auto const found =
-        std::ranges::find_if(sdp_codecs, [&](sdp_codec const& one) { return by_name(one.name).payload_type == format.pt; });
+    auto const found = std::ranges::find_if(
+        sdp_codecs, [&](sdp_codec const& one) { return by_name(one.name).payload_type == format.pt; });
     return found == std::end(sdp_codecs) ? nullptr : found;
 }
 
@@ -75,8 +72,8 @@ std::optional<fxsmedia::endpoint> endpoint_of(sa const& address) {
 
 }  // namespace
 
-session_description::session_description(std::string const& local_ip,
-                                         std::vector<std::string> const& codecs, int ptime_ms)
+session_description::session_description(std::string const& local_ip, std::vector<std::string> const& codecs,
+                                         int ptime_ms)
     : local_ptime_ms(ptime_ms) {
     sa address;
     if (sa_set_str(&address, local_ip.c_str(), 0) != 0 || sdp_session_alloc(&session, &address) != 0)

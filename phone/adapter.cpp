@@ -1,0 +1,259 @@
+#include "phone/adapter.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
+#include "phone/driver_words.h"
+
+namespace fxsphone {
+
+adapter::adapter(phone_settings const& chosen, bool trace_sip)
+    : settings(chosen), trace(trace_sip), ringer(chosen.ring_device) {
+    for (telephone_settings const& one : settings.telephones) {
+        auto made = std::make_unique<telephone>(one, line(dial_plan(settings.plan), settings.times));
+        for (int i : {0, 1}) {
+            made->legs[i].line = one.number;
+            made->legs[i].channel = 2 * one.number + i;
+        }
+        telephones.push_back(std::move(made));
+    }
+    tmr_init(&timer);
+}
+
+adapter::~adapter() {
+    tmr_cancel(&timer);
+    if (process.fd() >= 0)
+        fd_close(process.fd());
+}
+
+std::string adapter::start() {
+    std::string const problem = agent.start(settings.sip_ip, settings.sip_port, trace,
+                                            [this](sip_msg const* request) { take_invite(request); });
+    if (!problem.empty())
+        return problem;
+    if (!process.start(settings.process_port))
+        return std::string("no socket for the media process: ") + std::strerror(errno);
+    auto const readable = [](int, void* arg) {
+        auto* const self = static_cast<adapter*>(arg);
+        self->process.serve();
+        self->wake_in_time();
+    };
+    int const failed = fd_listen(process.fd(), FD_READ, readable, this);
+    wake_in_time();
+    return failed == 0 ? "" : std::strerror(failed);
+}
+
+void adapter::stop() {
+    if (std::exchange(stopping, true)) {  // asked twice: the far ends may never answer
+        re_cancel();
+        return;
+    }
+    for (auto& one : telephones) {
+        if (one->state.now_in() == line::state::ringing)
+            ringer.stop(one->settings.number);
+        for (leg& each : one->legs)
+            end(each);
+    }
+    agent.stop();
+}
+
+// Time
+
+void adapter::pass_time() {
+    process.serve();
+    for (auto& one : telephones) {
+        carry_out(*one, one->state.pass_time(now()));
+        if (one->waiting_leg >= 0 && one->waiting_tone_end <= now()) {
+            leg const& waits = one->legs[one->waiting_leg];
+            one->waiting_leg = -1;
+            play(waits, tone::none);
+            put_on_line(waits, false);
+        }
+    }
+}
+
+std::int64_t adapter::next_due_ms() const {
+    int const process_wait = process.timeout_ms();
+    std::int64_t due = process_wait < 0 ? INT64_MAX : now() + process_wait;
+    for (auto const& one : telephones) {
+        due = std::min(due, one->state.due_ms().value_or(due));
+        if (one->waiting_leg >= 0)
+            due = std::min(due, one->waiting_tone_end);
+    }
+    return due;
+}
+
+void adapter::wake_in_time() {
+    std::int64_t const due = next_due_ms();
+    if (due == INT64_MAX || stopping)
+        return;
+    auto const wake = [](void* arg) {
+        auto* const self = static_cast<adapter*>(arg);
+        self->pass_time();
+        self->wake_in_time();
+    };
+    tmr_start(&timer, static_cast<std::uint64_t>(std::max<std::int64_t>(0, due - now())), wake, this);
+}
+
+// From the media process
+
+void adapter::on(fxsmedia::session_started const&) {
+    std::fprintf(stderr, "the media process answers\n");
+    for (auto& one : telephones)  // what an earlier run has left
+        for (leg const& each : one->legs)
+            process.send(fxsmedia::end_command{.call = each.channel});
+}
+
+void adapter::on(fxsmedia::process_lost const& loss) {
+    std::fprintf(stderr, "the media process %s\n", loss.refused ? "has ended" : "does not answer");
+}
+
+void adapter::on(fxsmedia::process_resumed const&) {
+    std::fprintf(stderr, "the media process answers again\n");
+}
+
+void adapter::on(fxsmedia::process_restarted const&) {
+    std::fprintf(stderr, "the media process was restarted, all calls end\n");
+    for (auto& one : telephones) {
+        for (leg& each : one->legs)
+            if (each.record)
+                each.record->ended_by = "media";
+        carry_out(*one, one->state.restart(now()));
+    }
+}
+
+void adapter::on(fxsmedia::open_report const& opened) {
+    leg* const one = leg_of(opened.call);
+    if (one == nullptr || !one->on_process)
+        return;
+    if (opened.rtp_port == 0) {
+        std::fprintf(stderr, "line %d: no ports for media\n", one->line);
+        return;
+    }
+    one->rtp_port = opened.rtp_port;
+    port_known(*one);
+}
+
+void adapter::on(fxsmedia::timed_out const& request) {
+    std::fprintf(stderr, "no answer from the media process, command %d of %d\n", request.tag, request.id);
+}
+
+void adapter::on(fxsmedia::driver_report const& said) {
+    auto const word = read_driver_word(said.text);
+    if (!word || stopping)
+        return;
+    tell_line(word->line, [&](line& state) {
+        switch (word->what) {
+            case driver_word::kind::off_hook: return state.lift(now());
+            case driver_word::kind::on_hook: return state.replace(now());
+            case driver_word::kind::key: return state.press(word->key, now());
+        }
+        return std::vector<order>();
+    });
+}
+
+template <class action>
+void adapter::tell_line(int number, action&& tell) {
+    if (telephone* const which = telephone_of(number))
+        carry_out(*which, tell(which->state));
+    wake_in_time();
+}
+
+// From the network
+
+void adapter::take_invite(sip_msg const* request) {
+    telephone* const called = telephone_of(text_of(request->uri.user));
+    auto const free = called == nullptr || !process.connected() ? std::nullopt : called->state.free_leg();
+    if (!free) {
+        bool const busy = called != nullptr && process.connected();
+        sip_treply(nullptr, agent.stack(), request,
+                   called == nullptr ? 404
+                   : busy            ? 486
+                                     : 503,
+                   called == nullptr ? "Not Found"
+                   : busy            ? "Busy Here"
+                                     : "Service Unavailable");
+        return;
+    }
+    leg& one = called->legs[*free];
+    begin_call(one, sip_call_direction::incoming);
+    if (!one.call->take(agent.door(), agent.stack(), request, called->settings.user)) {
+        one.record.reset();
+        end(one);
+        return;
+    }
+    one.record->far = one.call->far_address();
+    open(one, false);
+    tell_line(one.line, [&](line& state) { return state.far(happening::invited, *free, now()); });
+}
+
+/// For the record of the call, which is complete with the far end's last word.
+void adapter::note(leg& one, happening what) {
+    if (!one.record)
+        return;
+    if (what == happening::far_rings && one.record->rang_ms == 0)
+        one.record->rang_ms = now();
+    if (what == happening::far_answers)
+        one.record->answered_ms = now();
+    bool const ends = what == happening::far_ends;
+    if (!ends && what != happening::far_busy && what != happening::far_fails)
+        return;
+    one.record->ended_by = ends ? "far" : "network";
+    write_record(one);
+}
+
+void adapter::heard(sip_call& call, happening what) {
+    leg* const one = leg_of(call);
+    if (one == nullptr)
+        return;
+    note(*one, what);
+    int const number = one->channel % 2;
+    tell_line(one->line, [&](line& state) { return state.far(what, number, now()); });
+}
+
+void adapter::media_agreed(sip_call& call, media_plan const& plan) {
+    leg* const one = leg_of(call);
+    if (one == nullptr)
+        return;
+    if (one->record)
+        one->record->codec = one->media->codec_name();
+    process.send(fxsmedia::media_command{.call = one->channel,
+                                         .send = plan.send,
+                                         .map = plan.map,
+                                         .ptime = plan.ptime_ms,
+                                         .event_pt = plan.event_pt,
+                                         .ssrc = fxsmedia::byte_view(one->ssrc),
+                                         .rtp = plan.rtp,
+                                         .rtcp = plan.rtcp});
+}
+
+// Whose is it
+
+adapter::leg* adapter::leg_of(int channel) {
+    telephone* const which = telephone_of(channel / 2);
+    return which == nullptr ? nullptr : &which->legs[channel % 2];
+}
+
+adapter::leg* adapter::leg_of(sip_call const& call) {
+    for (auto& one : telephones)
+        for (leg& each : one->legs)
+            if (each.call.get() == &call)
+                return &each;
+    return nullptr;
+}
+
+adapter::telephone* adapter::telephone_of(int number) {
+    auto const found =
+        std::ranges::find_if(telephones, [&](auto const& one) { return one->settings.number == number; });
+    return found == telephones.end() ? nullptr : found->get();
+}
+
+adapter::telephone* adapter::telephone_of(std::string const& user) {
+    auto const found = std::ranges::find_if(telephones, [&](auto const& one) { return one->settings.user == user; });
+    return found == telephones.end() ? nullptr : found->get();
+}
+
+}  // namespace fxsphone

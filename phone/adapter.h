@@ -1,0 +1,112 @@
+#pragma once
+
+#include <fxsmedia/client.h>
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "phone/call_record.h"
+#include "phone/libre.h"
+#include "phone/ring_device.h"
+#include "phone/settings.h"
+#include "phone/sip_agent.h"
+#include "phone/sip_call.h"
+
+namespace fxsphone {
+
+/// Brings the lines, the SIP stack, the media process and the driver together: carries out the orders of the lines,
+/// tells them what happens. Line N has the media channels 2N and 2N+1, one for each of its legs.
+///
+/// Lives in libre's main loop, which the caller has initialised and runs.
+class adapter final : call_owner {
+public:
+    adapter(phone_settings const& chosen, bool trace_sip);
+    ~adapter();
+
+    /// An empty text, or what went wrong.
+    std::string start();
+    /// Ends all calls towards both sides; the main loop ends when the network knows.
+    void stop();
+
+private:
+    struct leg {
+        int channel = 0;
+        int line = 0;
+        bool on_process = false;    ///< its channel was opened and not ended yet
+        int rtp_port = 0;           ///< 0: the process has not told yet
+        std::uint8_t ssrc[4] = {};  ///< kept through the call's changes
+        std::string to_invite;      ///< once the port is known
+        bool to_answer = false;     ///< likewise
+        std::unique_ptr<session_description> media;
+        std::unique_ptr<sip_call> call;
+        std::optional<call_record> record;
+    };
+    struct telephone {
+        telephone(telephone_settings const& chosen, line idle) : settings(chosen), state(std::move(idle)) {}
+
+        telephone_settings settings;
+        line state;
+        leg legs[2];
+        int waiting_leg = -1;  ///< plays the call-waiting tone until waiting_tone_end
+        std::int64_t waiting_tone_end = 0;
+    };
+    friend fxsmedia::client<adapter>;
+
+    // From the media process
+    void on(fxsmedia::session_started const&);
+    void on(fxsmedia::process_lost const&);
+    void on(fxsmedia::process_resumed const&);
+    void on(fxsmedia::process_restarted const&);
+    void on(fxsmedia::open_report const& opened);
+    void on(fxsmedia::timed_out const& request);
+    void on(fxsmedia::driver_report const& said);
+    void on(auto const&) {}
+
+    // From the network
+    void heard(sip_call& call, happening what) override;
+    void media_agreed(sip_call& call, media_plan const& plan) override;
+    void note(leg& one, happening what);
+    void take_invite(sip_msg const* request);
+
+    // To them
+    void carry_out(telephone& which, std::vector<order> const& orders);
+    void carry_out(telephone& which, order const& one);
+    void open(leg& one, bool on_line);
+    void end(leg& one);
+    void write_record(leg& one);
+    void begin_call(leg& one, sip_call_direction direction);
+    void invite(telephone& from, leg& one);
+    void answer(telephone& at, leg& one);
+    void play(leg const& one, tone sound);
+    void put_on_line(leg const& one, bool on);
+    void send_key(leg const& one, char key);
+    void start_waiting_tone(telephone& which, leg& one);
+    void ring(telephone& which, leg const& one);
+
+    void port_known(leg& one);
+    leg* leg_of(int channel);
+    leg* leg_of(sip_call const& call);
+    telephone* telephone_of(int line);
+    telephone* telephone_of(std::string const& user);
+
+    static std::int64_t now() { return fxsmedia::monotonic_ms(); }
+    void pass_time();
+    void wake_in_time();
+    std::int64_t next_due_ms() const;
+    template <class action>
+    void tell_line(int number, action&& tell);
+
+    phone_settings settings;
+    bool trace;
+    std::vector<std::unique_ptr<telephone>> telephones;
+    ring_device ringer;
+    sip_agent agent;
+    tmr timer = {};
+    bool stopping = false;
+    fxsmedia::client<adapter> process{*this};
+};
+
+}  // namespace fxsphone

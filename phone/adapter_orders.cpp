@@ -1,0 +1,178 @@
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <string_view>
+#include <utility>
+
+#include "phone/adapter.h"
+
+/// What the lines order, carried out.
+namespace fxsphone {
+
+namespace {
+
+constexpr int waiting_tone_ms = 300;  // as most countries have it, ITU-T E.180 supplement 2
+
+}  // namespace
+
+void adapter::carry_out(telephone& which, std::vector<order> const& orders) {
+    for (order const& one : orders)
+        carry_out(which, one);
+}
+
+void adapter::carry_out(telephone& which, order const& one) {
+    leg& each = which.legs[one.leg];
+    switch (one.kind) {
+        case order_kind::open: open(each, true); break;
+        case order_kind::tone: play(each, one.sound); break;
+        case order_kind::waiting_tone: start_waiting_tone(which, each); break;
+        case order_kind::ring: ring(which, each); break;
+        case order_kind::stop_ringing: ringer.stop(which.settings.number); break;
+        case order_kind::invite:
+            each.to_invite = one.text;
+            port_known(each);
+            break;
+        case order_kind::answer:
+            each.to_answer = true;
+            port_known(each);
+            break;
+        case order_kind::refuse:
+            if (each.call)
+                each.call->refuse(480, "Temporarily Unavailable");
+            break;
+        case order_kind::hang_up:
+            which.waiting_leg = which.waiting_leg == one.leg ? -1 : which.waiting_leg;
+            end(each);
+            break;
+        case order_kind::hold:
+            put_on_line(each, false);
+            if (each.call)
+                each.call->hold(true);
+            break;
+        case order_kind::resume:
+            put_on_line(each, true);
+            if (each.call)
+                each.call->hold(false);
+            break;
+        case order_kind::send_key:
+            if (which.settings.keys_as_events)
+                send_key(each, one.text[0]);
+            break;
+    }
+}
+
+void adapter::open(leg& one, bool on_line) {
+    one.on_process = true;
+    one.rtp_port = 0;
+    process.send(fxsmedia::open_command{.call = one.channel});
+    if (on_line)
+        put_on_line(one, true);
+}
+
+/// Once for each call.
+void adapter::write_record(leg& one) {
+    if (!one.record)
+        return;
+    if (one.call)
+        one.record->code = one.call->last_code();
+    std::puts(to_json(*one.record, now()).c_str());
+    std::fflush(stdout);
+    one.record.reset();
+}
+
+/// In whatever state it is; nothing when there is neither a call nor a channel.
+void adapter::end(leg& one) {
+    write_record(one);
+    one.call.reset();
+    one.media.reset();
+    one.to_invite.clear();
+    one.to_answer = false;
+    one.rtp_port = 0;
+    if (one.on_process)
+        process.send(fxsmedia::end_command{.call = one.channel});
+    one.on_process = false;
+}
+
+void adapter::begin_call(leg& one, sip_call_direction direction) {
+    telephone_settings const& own = telephone_of(one.line)->settings;
+    std::uint32_t const drawn = rand_u32();
+    std::memcpy(one.ssrc, &drawn, sizeof one.ssrc);
+    one.media = std::make_unique<session_description>(settings.sip_ip, own.codecs, own.ptime_ms);
+    call_owner& owner = *this;
+    one.call = std::make_unique<sip_call>(owner, *one.media);
+    one.record = call_record{.line = one.line, .direction = direction, .begun_ms = now()};
+}
+
+/// Does what had to wait for the process's answer.
+void adapter::port_known(leg& one) {
+    telephone* const which = telephone_of(one.line);
+    if (one.rtp_port == 0 || which == nullptr)
+        return;
+    if (!one.to_invite.empty())
+        invite(*which, one);
+    if (std::exchange(one.to_answer, false))
+        answer(*which, one);
+}
+
+void adapter::invite(telephone& from, leg& one) {
+    std::string const to = std::exchange(one.to_invite, "");
+    begin_call(one, sip_call_direction::outgoing);
+    one.media->set_port(one.rtp_port);
+    one.record->far = to;
+    std::string const address = "sip:" + from.settings.user + "@" + settings.own_domain();
+    if (one.call->invite(agent.door(), to, address, from.settings.display_name, from.settings.user))
+        return;
+    std::fprintf(stderr, "line %d: can't call %s\n", one.line, to.c_str());
+    heard(*one.call, happening::far_fails);
+}
+
+void adapter::answer(telephone& at, leg& one) {
+    if (!one.call || !one.record)  // over already
+        return;
+    if (at.waiting_leg == one.channel % 2) {
+        at.waiting_leg = -1;
+        play(one, tone::none);
+    }
+    one.media->set_port(one.rtp_port);
+    put_on_line(one, true);
+    one.record->answered_ms = now();
+    if (!one.call->answer())
+        heard(*one.call, happening::far_fails);
+}
+
+void adapter::play(leg const& one, tone sound) {
+    if (sound == tone::none)
+        process.send(fxsmedia::play_command{.call = one.channel});
+    else
+        process.send(
+            fxsmedia::play_command{.call = one.channel, .kind = static_cast<int>(sound), .set = settings.tone_set});
+}
+
+void adapter::put_on_line(leg const& one, bool on) {
+    if (on)
+        process.send(fxsmedia::tdm_command{.call = one.channel, .line = one.line});
+    else
+        process.send(fxsmedia::tdm_command{.call = one.channel});
+}
+
+void adapter::send_key(leg const& one, char key) {
+    constexpr std::string_view keys = "0123456789*#";
+    std::size_t const event = keys.find(key);
+    if (event != keys.npos)
+        process.send(fxsmedia::dtmf_command{.call = one.channel, .digit = static_cast<int>(event)});
+}
+
+/// The second call's channel plays it: what a line hears is the sum of its two.
+void adapter::start_waiting_tone(telephone& which, leg& one) {
+    which.waiting_leg = one.channel % 2;
+    which.waiting_tone_end = now() + waiting_tone_ms;
+    put_on_line(one, true);
+    play(one, tone::dial);
+}
+
+void adapter::ring(telephone& which, leg const& one) {
+    if (one.call && !ringer.ring(which.settings.number, one.call->far_number(), one.call->far_name()))
+        std::fprintf(stderr, "line %d: can't ring: %s\n", which.settings.number, std::strerror(errno));
+}
+
+}  // namespace fxsphone

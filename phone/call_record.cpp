@@ -1,0 +1,25 @@
+#include "phone/call_record.h"
+
+#include <nlohmann/json.hpp>
+
+namespace fxsphone {
+
+std::string to_json(call_record const& call, std::int64_t now_ms) {
+    nlohmann::ordered_json json{{"line", call.line}};
+    json["direction"] = call.direction == sip_call_direction::outgoing ? "out" : "in";
+    json["far"] = call.far;
+    json["answered"] = call.answered_ms != 0;
+    if (call.rang_ms != 0)
+        json["post_dial_delay_ms"] = call.rang_ms - call.begun_ms;
+    if (call.answered_ms != 0) {
+        json["setup_ms"] = call.answered_ms - call.begun_ms;
+        json["talk_ms"] = now_ms - call.answered_ms;
+        json["codec"] = call.codec;
+    }
+    if (call.code != 0)
+        json["sip_code"] = call.code;
+    json["ended_by"] = call.ended_by.empty() ? "telephone" : call.ended_by;
+    return json.dump(-1, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
+}
+
+}  // namespace fxsphone

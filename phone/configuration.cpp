@@ -1,0 +1,206 @@
+#include "phone/configuration.h"
+
+#include <toml++/toml.h>
+
+#include <algorithm>
+#include <initializer_list>
+#include <set>
+
+#include "phone/session_description.h"
+
+namespace fxsphone {
+
+namespace {
+
+/// Names a place in the file; caught in read_configuration().
+struct complaint {
+    toml::source_position where;
+    std::string text;
+};
+
+[[noreturn]] void complain(toml::node const& at, std::string text) {
+    throw complaint{at.source().begin, std::move(text)};
+}
+
+/// A table whose keys are all asked for: at the end, a key that nobody asked for is a mistake.
+class section {
+public:
+    section(toml::table const& keys, std::string title) : table(keys), name(std::move(title)) {}
+
+    void number(char const* key, int& value, int lowest, int highest) {
+        if (toml::node const* const node = find(key)) {
+            auto const found = node->as_integer();
+            if (found == nullptr || found->get() < lowest || found->get() > highest)
+                complain(*node, "'" + std::string(key) + "' is to be a number from " + std::to_string(lowest) + " to " +
+                                    std::to_string(highest));
+            value = static_cast<int>(found->get());
+        }
+    }
+    void text(char const* key, std::string& value) {
+        if (toml::node const* const node = find(key))
+            value = string_in(*node, key);
+    }
+    void yes_or_no(char const* key, bool& value) {
+        if (toml::node const* const node = find(key)) {
+            if (!node->is_boolean())
+                complain(*node, "'" + std::string(key) + "' is to be true or false");
+            value = node->as_boolean()->get();
+        }
+    }
+    /// Calls each(table) or each(node) for the members of an array.
+    template <class action>
+    void list(char const* key, action&& each) {
+        toml::node const* const node = find(key);
+        if (node == nullptr)
+            return;
+        if (!node->is_array())
+            complain(*node, "'" + std::string(key) + "' is to be an array");
+        for (toml::node const& one : *node->as_array())
+            each(one);
+    }
+    toml::node const* find(char const* key) {
+        known.insert(key);
+        return table.get(key);
+    }
+    toml::node const& needed(char const* key) {
+        toml::node const* const node = find(key);
+        return node != nullptr ? *node : (complain(table, name + " needs '" + key + "'"), table);
+    }
+    void nothing_else() const {
+        for (auto const& [key, node] : table)
+            if (!known.contains(std::string(key.str())))
+                throw complaint{key.source().begin, name + " has no key '" + std::string(key.str()) + "'"};
+    }
+
+    static std::string string_in(toml::node const& node, char const* key) {
+        if (!node.is_string())
+            complain(node, "'" + std::string(key) + "' is to be a text in quotes");
+        return node.as_string()->get();
+    }
+
+private:
+    toml::table const& table;
+    std::string name;
+    std::set<std::string> known;
+};
+
+toml::table const& table_in(toml::node const& node, char const* what) {
+    if (!node.is_table())
+        complain(node, std::string(what) + " is to be a table");
+    return *node.as_table();
+}
+
+template <class action>
+void in_section(section& whole, char const* key, action&& read) {
+    if (toml::node const* const node = whole.find(key)) {
+        section one(table_in(*node, key), std::string("[") + key + "]");
+        read(one);
+        one.nothing_else();
+    }
+}
+
+void read_dial(section& dial, phone_settings& settings) {
+    dial.number("first_key_ms", settings.times.first_key_ms, 1000, 120'000);
+    dial.number("next_key_ms", settings.times.next_key_ms, 500, 60'000);
+    dial.list("plan", [&](toml::node const& node) {
+        section row(table_in(node, "a row of the plan"), "a row of the plan");
+        dial_rule rule;
+        toml::node const& keys = row.needed("keys");
+        rule.pattern = section::string_in(keys, "keys");
+        if (std::string const problem = dial_plan::problem(rule); !problem.empty())
+            complain(keys, problem);
+        toml::node const& call = row.needed("call");
+        rule.destination = section::string_in(call, "call");
+        if (!rule.destination.starts_with("sip:") && !rule.destination.starts_with("sips:"))
+            complain(call, "'call' is to be an address that begins with sip: or sips:");
+        row.nothing_else();
+        settings.plan.push_back(std::move(rule));
+    });
+}
+
+void read_codecs(section& line, telephone_settings& one) {
+    if (line.find("codecs") != nullptr)
+        one.codecs.clear();
+    line.list("codecs", [&](toml::node const& node) {
+        one.codecs.push_back(section::string_in(node, "codecs"));
+        if (!session_description::knows(one.codecs.back()))
+            complain(node, "'" + one.codecs.back() + "' is none of pcmu, pcma, g729, gsm, g722, g726");
+    });
+}
+
+void read_line(toml::node const& node, phone_settings& settings) {
+    section line(table_in(node, "[[line]]"), "[[line]]");
+    telephone_settings one;
+    toml::node const& number = line.needed("number");
+    line.number("number", one.number, 0, 3);
+    toml::node const& user = line.needed("user");
+    line.text("user", one.user);
+    if (one.user.empty() || one.user.find_first_of(" @:<>\"") != std::string::npos)
+        complain(user, "'user' is the part of a SIP address before the @");
+    line.text("name", one.display_name);
+    line.number("ptime_ms", one.ptime_ms, 10, 60);
+    line.yes_or_no("send_keys", one.keys_as_events);
+    read_codecs(line, one);
+    line.nothing_else();
+    for (telephone_settings const& other : settings.telephones) {
+        if (other.number == one.number)
+            complain(number, "there is a line " + std::to_string(one.number) + " already");
+        if (other.user == one.user)
+            complain(user, "there is a line of user '" + one.user + "' already");
+    }
+    settings.telephones.push_back(std::move(one));
+}
+
+void read_tones(section& tones, phone_settings& settings) {
+    tones.number("set", settings.tone_set, 1, 16);
+    tones.number("longest_ms", settings.times.tone_ms, 1000, 600'000);
+}
+
+phone_settings read_all(toml::table const& file) {
+    phone_settings settings;
+    section whole(file, "the configuration");
+    in_section(whole, "process", [&](section& one) {
+        one.needed("port");
+        one.number("port", settings.process_port, 1, 65535);
+    });
+    in_section(whole, "sip", [&](section& one) {
+        one.text("ip", settings.sip_ip);
+        one.number("port", settings.sip_port, 1, 65535);
+        one.text("domain", settings.domain);
+        if (!fxsmedia::endpoint::from_text(settings.sip_ip.c_str(), 0))
+            complain(*one.find("ip"), "'" + settings.sip_ip + "' is no IP address");
+    });
+    in_section(whole, "driver", [&](section& one) {
+        one.text("ring", settings.ring_device);
+        one.number("flash_ms", settings.times.flash_ms, 0, 2000);
+    });
+    in_section(whole, "tones", [&](section& one) { read_tones(one, settings); });
+    in_section(whole, "calls", [&](section& one) {
+        one.yes_or_no("waiting", settings.times.call_waiting);
+        one.number("no_answer_ms", settings.times.no_answer_ms, 5000, 600'000);
+    });
+    in_section(whole, "dial", [&](section& one) { read_dial(one, settings); });
+    whole.needed("process");
+    whole.needed("line");
+    whole.list("line", [&](toml::node const& node) { read_line(node, settings); });
+    whole.nothing_else();
+    return settings;
+}
+
+std::string placed(std::string const& name, toml::source_position where, std::string_view text) {
+    return name + ":" + std::to_string(where.line) + ":" + std::to_string(where.column) + ": " + std::string(text);
+}
+
+}  // namespace
+
+configuration read_configuration(std::string_view text, std::string const& name) {
+    try {
+        return {read_all(toml::parse(text, name)), {}};
+    } catch (toml::parse_error const& error) {
+        return {std::nullopt, placed(name, error.source().begin, error.description())};
+    } catch (complaint const& found) {
+        return {std::nullopt, placed(name, found.where, found.text)};
+    }
+}
+
+}  // namespace fxsphone

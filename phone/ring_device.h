@@ -1,0 +1,26 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+
+namespace fxsphone {
+
+/// Tells the driver to ring: one writable path for each line, BASE0 to BASE3, a device or a named pipe. It is opened
+/// for each line of text, so that the driver may come and go (docs/phone.md).
+class ring_device {
+public:
+    /// An empty base: telephones don't ring.
+    explicit ring_device(std::string const& base_path) : base(base_path) {}
+
+    /// "caller NUMBER NAME", then "ring". What is no printable ASCII in them is left out.
+    /// Both return false when the driver cannot be told, see errno.
+    bool ring(int line, std::string_view number, std::string_view name) const;
+    bool stop(int line) const;
+
+private:
+    bool say(int line, std::string const& text) const;
+
+    std::string base;
+};
+
+}  // namespace fxsphone

@@ -1,0 +1,83 @@
+#include "phone/sip_agent.h"
+
+#include "phone/libre.h"
+
+#include <cstdio>
+#include <cstring>
+
+namespace fxsphone {
+
+namespace {
+
+constexpr std::uint32_t hash_buckets = 32;
+
+void print_message(bool sent, sip_transp transport, sa const* from, sa const* to, std::uint8_t const* bytes,
+                   std::size_t length, void*) {
+    re_fprintf(stderr, "%s %s %J -> %J\n%b\n", sent ? "sent" : "received", sip_transp_name(transport), from, to, bytes,
+               length);
+}
+
+/// The system's name servers; nullptr without any: then addresses have numbers only.
+dnsc* system_names() {
+    sa servers[4];
+    std::uint32_t count = 4;
+    dnsc* client = nullptr;
+    if (dns_srv_get(nullptr, 0, servers, &count) == 0)
+        dnsc_alloc(&client, nullptr, servers, count);
+    return client;
+}
+
+}  // namespace
+
+struct sip_agent::handlers {
+    static void invite(sip_msg const* request, void* arg) { static_cast<sip_agent*>(arg)->invited(request); }
+    static bool other(sip_msg const* request, void* arg) {
+        sip* const stack = static_cast<sip_agent*>(arg)->transactions;
+        if (pl_strcmp(&request->met, "ACK") == 0)
+            return true;
+        if (pl_strcmp(&request->met, "OPTIONS") == 0)
+            sip_treplyf(nullptr, nullptr, stack, request, false, 200, "OK",
+                        "Allow: INVITE,ACK,BYE,CANCEL,OPTIONS\r\nAccept: application/sdp\r\nContent-Length: 0\r\n\r\n");
+        else if (pl_strcmp(&request->met, "INVITE") == 0 || pl_strcmp(&request->met, "BYE") == 0 ||
+                 pl_strcmp(&request->met, "CANCEL") == 0)
+            return false;
+        else
+            sip_treplyf(nullptr, nullptr, stack, request, false, 501, "Not Implemented",
+                        "Allow: INVITE,ACK,BYE,CANCEL,OPTIONS\r\nContent-Length: 0\r\n\r\n");
+        return true;
+    }
+    static void ended(void*) { re_cancel(); }
+};
+
+sip_agent::~sip_agent() {
+    mem_deref(requests);
+    mem_deref(sessions);
+    mem_deref(transactions);
+    mem_deref(names);
+}
+
+std::string sip_agent::start(std::string const& ip, int port, bool trace, incoming_handler handler) {
+    invited = std::move(handler);
+    names = system_names();
+    sa address;
+    if (sa_set_str(&address, ip.c_str(), static_cast<std::uint16_t>(port)) != 0)
+        return ip + " is no address";
+    int failed = sip_alloc(&transactions, names, hash_buckets, hash_buckets, hash_buckets, "fxsphone " FXSMEDIA_VERSION,
+                           handlers::ended, this);
+    for (sip_transp const transport : {SIP_TRANSP_UDP, SIP_TRANSP_TCP})
+        failed = failed != 0 ? failed : sip_transp_add(transactions, transport, &address);
+    if (failed != 0)
+        return "can't listen on " + ip + ":" + std::to_string(port) + ": " + std::strerror(failed);
+    failed = sipsess_listen(&sessions, transactions, static_cast<int>(hash_buckets), handlers::invite, this);
+    failed = failed != 0 ? failed : sip_listen(&requests, transactions, true, handlers::other, this);
+    if (trace)
+        sip_set_trace_handler(transactions, print_message);
+    return failed == 0 ? "" : std::strerror(failed);
+}
+
+void sip_agent::stop() {
+    sessions = static_cast<sipsess_sock*>(mem_deref(sessions));
+    sip_close(transactions, false);
+}
+
+}  // namespace fxsphone

@@ -1,0 +1,142 @@
+#include "phone/sip_call.h"
+
+#include "phone/libre.h"
+
+#include <utility>
+
+namespace fxsphone {
+
+namespace {
+
+constexpr char const* sdp_type = "application/sdp";
+
+/// 486, 600 and 603 mean that nobody there wants to answer (RFC 3261 sections 21.4.24, 21.6.1, 21.6.2).
+happening refusal(int code) {
+    return code == 486 || code == 600 || code == 603 ? happening::far_busy : happening::far_fails;
+}
+
+}  // namespace
+
+/// What libre calls; `arg` is the call.
+struct sip_call::handlers {
+    static sip_call& of(void* arg) { return *static_cast<sip_call*>(arg); }
+
+    /// The far end's new offer, or its wish for ours.
+    static int offer(mbuf** description, sip_msg const* message, void* arg) {
+        sip_call& call = of(arg);
+        bool const has_offer = mbuf_get_left(message->mb) > 0;
+        if (has_offer && !call.read(message, true))
+            return EPROTO;
+        *description = has_offer ? call.media.answer() : call.media.offer();
+        if (has_offer)
+            call.agreed();
+        return *description == nullptr ? ENOMEM : 0;
+    }
+    static int answer(sip_msg const* message, void* arg) {
+        sip_call& call = of(arg);
+        // Early media has brought it already when the final response has none.
+        if (mbuf_get_left(message->mb) > 0 && !call.read(message, false))
+            return EPROTO;
+        if (!call.media.plan())
+            return EPROTO;
+        call.agreed();
+        return 0;
+    }
+    static void progress(sip_msg const* message, void* arg) {
+        sip_call& call = of(arg);
+        call.code = message->scode;
+        if (mbuf_get_left(message->mb) > 0 && call.read(message, false))
+            call.agreed();
+        if (message->scode == 180 || message->scode == 183)
+            call.owner.heard(call, happening::far_rings);
+    }
+    static void established(sip_msg const* message, void* arg) {
+        sip_call& call = of(arg);
+        if (!call.incoming)
+            call.code = message->scode;
+        if (!std::exchange(call.answered, true))
+            call.owner.heard(call, happening::far_answers);
+    }
+    static void closed(int, sip_msg const* message, void* arg) {
+        sip_call& call = of(arg);
+        bool const ended = call.answered || call.incoming;
+        if (message != nullptr && !message->req)
+            call.code = message->scode;
+        call.over(ended ? happening::far_ends : message == nullptr ? happening::far_fails : refusal(call.code));
+    }
+};
+
+sip_call::~sip_call() {
+    mem_deref(session);
+}
+
+bool sip_call::invite(sipsess_sock* door, std::string const& to, std::string const& from, std::string const& from_name,
+                      std::string const& user) {
+    far = number = to;
+    mbuf* const offer = media.offer();
+    int const failed = sipsess_connect(&session, door, to.c_str(), from_name.empty() ? nullptr : from_name.c_str(),
+                                       from.c_str(), user.c_str(), nullptr, 0, sdp_type, offer, nullptr, nullptr, false,
+                                       handlers::offer, handlers::answer, handlers::progress, handlers::established,
+                                       nullptr, nullptr, handlers::closed, this, nullptr);
+    mem_deref(offer);
+    return failed == 0;
+}
+
+bool sip_call::take(sipsess_sock* door, sip* stack, sip_msg const* request, std::string const& user) {
+    incoming = true;
+    far = text_of(request->from.auri);
+    number = text_of(request->from.uri.user);
+    name = text_of(request->from.dname);
+    offered = mbuf_get_left(request->mb) > 0;
+    if (offered && !read(request, true)) {
+        sip_treply(nullptr, stack, request, 488, "Not Acceptable Here");
+        return false;
+    }
+    return sipsess_accept(&session, door, request, 180, "Ringing", user.c_str(), sdp_type, nullptr, nullptr, nullptr,
+                          false, handlers::offer, handlers::answer, handlers::established, nullptr, nullptr,
+                          handlers::closed, this, nullptr) == 0;
+}
+
+bool sip_call::answer() {
+    mbuf* const description = offered ? media.answer() : media.offer();
+    bool const sent =
+        session != nullptr && description != nullptr && sipsess_answer(session, 200, "OK", description, nullptr) == 0;
+    mem_deref(description);
+    code = 200;
+    if (sent && offered)
+        agreed();
+    return sent;
+}
+
+void sip_call::refuse(int with_code, char const* reason) {
+    code = with_code;
+    if (session != nullptr)
+        sipsess_reject(session, static_cast<std::uint16_t>(with_code), reason, nullptr);
+    session = static_cast<sipsess*>(mem_deref(session));
+}
+
+void sip_call::hold(bool on) {
+    if (session == nullptr)
+        return;
+    mbuf* const offer = media.offer(on);
+    sipsess_modify(session, offer);
+    mem_deref(offer);
+}
+
+bool sip_call::read(sip_msg const* message, bool is_offer) {
+    if (!msg_ctype_cmp(&message->ctyp, "application", "sdp"))
+        return false;
+    return is_offer ? media.read_offer(message->mb) : media.read_answer(message->mb);
+}
+
+void sip_call::agreed() {
+    if (auto const plan = media.plan())
+        owner.media_agreed(*this, *plan);
+}
+
+void sip_call::over(happening what) {
+    session = static_cast<sipsess*>(mem_deref(session));
+    owner.heard(*this, what);  // the last thing: it may destroy the call
+}
+
+}  // namespace fxsphone

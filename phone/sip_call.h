@@ -1,0 +1,71 @@
+#pragma once
+
+#include <string>
+
+#include "phone/line.h"
+#include "phone/session_description.h"
+
+struct sip_msg;
+struct sip;
+struct sipsess;
+struct sipsess_sock;
+
+namespace fxsphone {
+
+class sip_call;
+
+/// Hears what becomes of a call; may destroy it meanwhile.
+class call_owner {
+public:
+    /// far_rings, far_answers, far_busy, far_fails or far_ends; the last three are a call's last word.
+    virtual void heard(sip_call& call, happening what) = 0;
+    /// Media go elsewhere or are coded otherwise from now on: early media, an answer, the far end's new offer.
+    virtual void media_agreed(sip_call& call, media_plan const& plan) = 0;
+
+protected:
+    ~call_owner() = default;
+};
+
+/// One SIP session (RFC 3261) with its offer and answer. Destroying it ends the call: CANCEL, BYE or a refusal,
+/// whatever fits.
+class sip_call {
+public:
+    sip_call(call_owner& told, session_description& words) : owner(told), media(words) {}
+    ~sip_call();
+    sip_call(sip_call const&) = delete;
+
+    /// Calls `to`, an address as "sip:user@host", from `from`. false: it is no address, or there is no way to it.
+    bool invite(sipsess_sock* door, std::string const& to, std::string const& from, std::string const& from_name,
+                std::string const& user);
+    /// Takes an INVITE that came in and says that the telephone rings. false: refused, with 488 for an offer without
+    /// anything that we can code.
+    bool take(sipsess_sock* door, sip* stack, sip_msg const* request, std::string const& user);
+    /// Accepts it; set_port() of the description comes before.
+    bool answer();
+    void refuse(int code, char const* reason);
+    /// A new offer: the far end may not send any more, or may again. Nothing when another offer is under way.
+    void hold(bool on);
+
+    std::string const& far_address() const { return far; }  ///< as it stands in From or was called
+    std::string const& far_number() const { return number; }
+    std::string const& far_name() const { return name; }
+    int last_code() const { return code; }  ///< of the last response; 0: none
+
+private:
+    struct handlers;
+
+    bool read(sip_msg const* message, bool is_offer);
+    void agreed();
+    void over(happening what);
+
+    call_owner& owner;
+    session_description& media;
+    sipsess* session = nullptr;
+    std::string far, number, name;
+    int code = 0;
+    bool answered = false;
+    bool incoming = false;
+    bool offered = false;  ///< the far end's INVITE had a description
+};
+
+}  // namespace fxsphone

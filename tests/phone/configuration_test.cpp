@@ -1,0 +1,68 @@
+#include "phone/configuration.h"
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <iterator>
+
+#include "phone/driver_words.h"
+
+using namespace fxsphone;
+
+namespace {
+
+std::string const process = "[process]\nport = 5500\n";
+std::string const line_0 = "[[line]]\nnumber = 0\nuser = \"100\"\n";
+
+TEST(phone_configuration, names_the_place_of_a_mistake) {
+    struct mistake {
+        std::string text, problem;
+    };
+    for (mistake const& one : std::vector<mistake>{
+             {"", "f:1:1: the configuration needs 'process'"},
+             {process, "f:1:1: the configuration needs 'line'"},
+             {"[process]\nport = 0\n", "f:2:8: 'port' is to be a number from 1 to 65535"},
+             {"[process]\nport = \"x\"\n", "f:2:8: 'port' is to be a number from 1 to 65535"},
+             {"[process]\n", "f:1:1: [process] needs 'port'"},
+             {process + "prot = 1\n" + line_0, "f:3:1: [process] has no key 'prot'"},
+             {process + "[spi]\n" + line_0, "f:3:2: the configuration has no key 'spi'"},
+             {process + "[sip]\nip = \"localhost\"\n", "f:4:6: 'localhost' is no IP address"},
+             {process + "[[line]]\nnumber = 4\n", "f:4:10: 'number' is to be a number from 0 to 3"},
+             {process + "[[line]]\nnumber = 0\nuser = \"a@b\"\n",
+              "f:5:8: 'user' is the part of a SIP address before the @"},
+             {process + line_0 + line_0, "f:7:10: there is a line 0 already"},
+             {process + line_0 + "codecs = [\"pcma\", \"opus\"]\n",
+              "f:6:19: 'opus' is none of pcmu, pcma, g729, gsm, g722, g726"},
+             {process + "[dial]\nplan = [{ keys = \"1.2\", call = \"sip:x\" }]\n",
+              "f:4:18: '.' is none of 0 to 9, *, #, x and a last '.'"},
+             {process + "[dial]\nplan = [{ keys = \"1\", call = \"100\" }]\n",
+              "f:4:30: 'call' is to be an address that begins with sip: or sips:"},
+         }) {
+        configuration const read = read_configuration(one.text, "f");
+        EXPECT_FALSE(read.settings.has_value());
+        EXPECT_EQ(read.problem, one.problem) << one.text;
+    }
+    EXPECT_TRUE(read_configuration("port = = 3", "f").problem.starts_with("f:1:8: ")) << "no TOML";
+}
+
+TEST(phone_configuration, reads_the_example) {
+    std::ifstream in(PHONE_EXAMPLE);
+    std::string const text{std::istreambuf_iterator<char>(in), {}};
+    configuration const read = read_configuration(text, "example");
+    ASSERT_TRUE(read.settings) << read.problem;
+    EXPECT_EQ(read.settings->telephones.size(), 2u);
+    EXPECT_EQ(read.settings->telephones[1].codecs, (std::vector<std::string>{"g722", "pcma", "pcmu"}));
+    EXPECT_EQ(dial_plan(read.settings->plan).destination("101"), "sip:101@127.0.0.1:5060");
+}
+
+TEST(phone_driver, reads_what_the_driver_says_and_nothing_else) {
+    using kind = driver_word::kind;
+    EXPECT_EQ(read_driver_word("off-hook 3"), (driver_word{kind::off_hook, 3}));
+    EXPECT_EQ(read_driver_word("on-hook 0"), (driver_word{kind::on_hook, 0}));
+    EXPECT_EQ(read_driver_word("key 1 #"), (driver_word{kind::key, 1, '#'}));
+    for (char const* text : {"", "off-hook", "off-hook ", "off-hook 4", "off-hook 10", "on-hook -1", "key 1", "key 1 ",
+                             "key 1 E", "key 1 11", "key 11", " key 1 1", "ring 1"})
+        EXPECT_FALSE(read_driver_word(text)) << text;
+}
+
+}  // namespace
