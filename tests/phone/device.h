@@ -1,0 +1,147 @@
+#pragma once
+
+#include <gtest/gtest.h>
+#include <sndfile.h>
+#include <sys/socket.h>
+
+#include <cmath>
+#include <filesystem>
+#include <fstream>
+
+#include "tests/e2e/media_process.h"
+#include "tests/support/signals.h"
+#include "tests/tools/child.h"
+#include "tools/fxsheard/comparison.h"
+
+inline void write_wav(std::string const& path, signals::samples const& pcm) {
+    SF_INFO form{};
+    form.samplerate = 8000;
+    form.channels = 1;
+    form.format = SF_FORMAT_WAV | SF_FORMAT_PCM_16;
+    SNDFILE* const file = sf_open(path.c_str(), SFM_WRITE, &form);
+    sf_write_short(file, pcm.data(), static_cast<sf_count_t>(pcm.size()));
+    sf_close(file);
+}
+
+/// Simulated lines, the media process and fxsphone, all as programs.
+class device {
+public:
+    explicit device(std::string const& more_plan = {})
+        : folder(testing::TempDir() + "phone-" + std::to_string(free_port())),
+          sip_port(free_port()),
+          process_port(free_port()),
+          lines((prepare(), lines_arguments())),
+          serving(lines.wait_for_text("serving")),
+          process(std::make_unique<child>(process_arguments())),
+          phone((configure(more_plan), std::vector<std::string>{FXSPHONE, "-v", folder + "/phone.toml"})) {
+        EXPECT_TRUE(serving);
+        EXPECT_TRUE(phone.wait_for_text("the media process answers"));
+    }
+    ~device() {
+        phone.end(SIGTERM);
+        process->end(SIGKILL);
+        lines.end(SIGTERM);
+        std::filesystem::remove_all(folder);
+    }
+
+    void driver_says(std::string const& word) {
+        std::ofstream(folder + "/lines/driver.say") << word << "\r\n";
+        EXPECT_TRUE(lines.wait_for_text("says \"" + word));
+        usleep(100'000);  // two lines in one read of the process would hold the second up
+    }
+    void dial(int line, std::string const& keys) {
+        for (char const key : keys)
+            driver_says("key " + std::to_string(line) + " " + key);
+    }
+    void restart_process() {
+        process->end(SIGKILL);
+        process = std::make_unique<child>(process_arguments());
+    }
+    void flash(int line) {
+        driver_says("on-hook " + std::to_string(line));
+        driver_says("off-hook " + std::to_string(line));
+    }
+    /// Lets both say something, and waits until it is said.
+    void both_speak() {
+        for (std::string const n : {"0", "1"})
+            std::ofstream(folder + "/lines/line" + n + ".say") << "wav " << folder << "/say" << n << ".wav";
+        EXPECT_TRUE(lines.wait_for_text("line 0  speech ended"));
+        EXPECT_TRUE(lines.wait_for_text("line 1  speech ended"));
+        sleep(1);  // on its way
+    }
+    /// Waits until the line hears about this level, of the last second.
+    bool hears(int line, double lowest_dbfs, double highest_dbfs) {
+        for (int tries = 0; tries < 600; tries++, usleep(50'000)) {
+            std::ifstream stats(folder + "/lines/line" + std::to_string(line) + ".stats");
+            std::string const name = "heard_level_dbfs ";
+            for (std::string row; std::getline(stats, row);)
+                if (row.starts_with(name) && std::stod(row.substr(name.size())) >= lowest_dbfs &&
+                    std::stod(row.substr(name.size())) <= highest_dbfs)
+                    return true;
+        }
+        return false;
+    }
+    std::string folder;
+    std::uint16_t sip_port, process_port;
+    child lines;
+    bool serving;
+    std::unique_ptr<child> process;
+    child phone;
+
+private:
+    void prepare() {
+        std::filesystem::create_directories(folder + "/lines");
+        write_wav(folder + "/say0.wav", signals::speech_like(3 * 8000, 6000, 1));
+        write_wav(folder + "/say1.wav", signals::speech_like(3 * 8000, 6000, 2));
+    }
+    std::vector<std::string> process_arguments() const {
+        return {FXSMEDIA_BINARY,       "--debug", "--log",        "1", "--port", std::to_string(process_port), "--tdm",
+                folder + "/lines/sdt", "--pipe",  folder + "/fxs"};
+    }
+    std::vector<std::string> lines_arguments() const {
+        std::vector<std::string> all{FXSLINE, folder + "/lines", "--pipe", folder + "/fxs", "--ring", folder + "/ring"};
+        for (std::string const n : {"0", "1"}) {
+            for (std::string const& one : {"--said " + n + "=" + folder + "/said" + n + ".wav",
+                                           "--hear " + n + "=" + folder + "/heard" + n + ".wav"}) {
+                all.push_back(one.substr(0, one.find(' ')));
+                all.push_back(one.substr(one.find(' ') + 1));
+            }
+        }
+        return all;
+    }
+    void configure(std::string const& more_plan) const {
+        std::ofstream(folder + "/phone.toml")
+            << "[process]\nport = " << process_port << "\n[sip]\nport = " << sip_port << "\n[driver]\nring = \""
+            << folder << "/ring\"\n[dial]\nplan = [{ keys = \"10x\", call = \"sip:{}@127.0.0.1:" << sip_port
+            << "\" },\n"
+            << more_plan
+            << "]\n[[line]]\nnumber = 0\nuser = \"100\"\n[[line]]\nnumber = 1\nuser = \"101\"\nname = \"Bell\"\n";
+    }
+};
+
+/// To be asked when the recordings are complete.
+inline void expect_heard(device const& where, int speaker, int listener) {
+    comparison const one = compare(read_wav(where.folder + "/said" + std::to_string(speaker) + ".wav"),
+                                   read_wav(where.folder + "/heard" + std::to_string(listener) + ".wav"), 500);
+    EXPECT_GT(one.similarity, 0.5) << "line " << speaker << " to line " << listener;
+}
+
+/// SIPp, an independent agent, playing one of its own scenarios for one call.
+inline std::vector<std::string> sipp(std::string const& scenario, std::uint16_t port, std::vector<std::string> more) {
+    std::vector<std::string> all{SIPP,
+                                 "-sn",
+                                 scenario,
+                                 "-i",
+                                 "127.0.0.1",
+                                 "-p",
+                                 std::to_string(port),
+                                 "-mp",
+                                 std::to_string(free_port() & ~1),
+                                 "-m",
+                                 "1",
+                                 "-nostdin",
+                                 "-timeout",
+                                 "40"};
+    all.insert(all.end(), more.begin(), more.end());
+    return all;
+}
