@@ -52,7 +52,7 @@ void adapter::stop() {
         return;
     }
     for (auto& one : telephones) {
-        if (one->state.now_in() == line::state::ringing)
+        if (one->state.rings())
             ringer.stop(one->settings.number);
         for (leg& each : one->legs)
             end(each);

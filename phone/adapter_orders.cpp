@@ -40,6 +40,10 @@ void adapter::carry_out(telephone& which, order const& one) {
             if (each.call)
                 each.call->refuse(480, "Temporarily Unavailable");
             break;
+        case order_kind::decline:
+            if (each.call)
+                each.call->refuse(486, "Busy Here");
+            break;
         case order_kind::hang_up:
             which.waiting_leg = which.waiting_leg == one.leg ? -1 : which.waiting_leg;
             end(each);

@@ -66,6 +66,14 @@ void read_tones(section& tones, phone_settings& settings) {
     tones.number("longest_ms", settings.times.tone_ms, 1000, 600'000);
 }
 
+void read_calls(section& calls, phone_settings& settings) {
+    calls.yes_or_no("waiting", settings.times.call_waiting);
+    calls.number("no_answer_ms", settings.times.no_answer_ms, 5000, 600'000);
+    calls.choice("flash", settings.times.flash,
+                 {{"keys", flash_use::keys}, {"swap", flash_use::swap}, {"conference", flash_use::conference}});
+    calls.number("flash_key_ms", settings.times.flash_key_ms, 500, 10'000);
+}
+
 phone_settings read_all(toml::table const& file) {
     phone_settings settings;
     section whole(file, "the configuration");
@@ -85,10 +93,7 @@ phone_settings read_all(toml::table const& file) {
         one.number("flash_ms", settings.times.flash_ms, 0, 2000);
     });
     in_section(whole, "tones", [&](section& one) { read_tones(one, settings); });
-    in_section(whole, "calls", [&](section& one) {
-        one.yes_or_no("waiting", settings.times.call_waiting);
-        one.number("no_answer_ms", settings.times.no_answer_ms, 5000, 600'000);
-    });
+    in_section(whole, "calls", [&](section& one) { read_calls(one, settings); });
     in_section(whole, "dial", [&](section& one) { read_dial(one, settings); });
     whole.needed("process");
     whole.needed("line");

@@ -2,6 +2,7 @@
 
 #include <toml++/toml.h>
 
+#include <initializer_list>
 #include <set>
 #include <string>
 #include <utility>
@@ -42,6 +43,22 @@ public:
                 complain(*node, "'" + std::string(key) + "' is to be true or false");
             value = node->as_boolean()->get();
         }
+    }
+    template <class kind>
+    void choice(char const* key, kind& value, std::initializer_list<std::pair<char const*, kind>> words) {
+        toml::node const* const node = find(key);
+        if (node == nullptr)
+            return;
+        std::string const found = string_in(*node, key);
+        std::string all;
+        for (auto const& [word, meaning] : words) {
+            if (found == word) {
+                value = meaning;
+                return;
+            }
+            all += (all.empty() ? "" : ", ") + std::string(word);
+        }
+        complain(*node, "'" + found + "' is none of " + all);
     }
     /// Calls each(table) or each(node) for the members of an array.
     template <class action>

@@ -1,113 +1,51 @@
-#include "phone/line.h"
+#include "phone/line_table.h"
 
 #include <algorithm>
 #include <string_view>
+#include <utility>
 
 namespace fxsphone {
-
-enum class line::act : std::uint8_t {
-    none,
-    open,
-    dial_tone,
-    ringback_tone,
-    busy_tone,
-    congestion_tone,
-    silence,
-    waiting_tone,
-    ring,
-    stop_ringing,
-    invite,
-    answer,
-    refuse,
-    hang_up,
-    hang_up_second,
-    hold,
-    resume,
-    swap,
-    send_key,
-};
-
-/// Applies in any of its states and with any of its companions; the first row that fits counts.
-struct line::row {
-    std::vector<state> when;
-    std::vector<second> with;
-    happening what;
-    std::optional<state> next;  ///< nullopt: stays, its time-out runs on
-    std::optional<second> next_second;
-    std::array<act, 4> acts = {};
-};
-
-namespace {
 
 using enum line::state;
 using enum happening;
 
-std::vector<line::state> const off_hook_states = {dialling, collecting, calling, alerting, talking, refused, left_off};
-std::vector<line::state> const before_answer = {calling, alerting};
-std::vector<line::state> const without_call = {refused, left_off};
-std::vector<line::state> const all_states = {on_hook,  ringing, dialling, collecting, calling,
-                                             alerting, talking, refused,  left_off};
-
-}  // namespace
-
-std::vector<line::row> const line::table = {
-    // The receiver is on the hook.
-    {{on_hook}, {second::none}, lifted, dialling, {}, {act::open, act::dial_tone}},
-    {{on_hook}, {second::none}, invited, ringing, {}, {act::ring}},
-    {{ringing}, {second::none}, lifted, talking, {}, {act::stop_ringing, act::answer}},
-    {{ringing}, {second::none}, far_ends, on_hook, {}, {act::stop_ringing, act::hang_up}},
-    {{ringing}, {second::none}, timed_out, on_hook, {}, {act::stop_ringing, act::refuse, act::hang_up}},
-
-    // A number is dialled and called.
-    {{dialling}, {}, key, collecting, {}, {act::silence}},
-    {{dialling}, {}, timed_out, refused, {}, {act::congestion_tone}},
-    {{collecting}, {}, key, collecting, {}, {}},
-    {{collecting}, {}, dialled, calling, {}, {act::invite}},
-    {{collecting}, {}, misdialled, refused, {}, {act::congestion_tone}},
-    {{calling}, {}, far_rings, alerting, {}, {act::ringback_tone}},
-    {before_answer, {}, far_answers, talking, {}, {act::silence}},
-    {before_answer, {}, far_busy, refused, {}, {act::busy_tone}},
-    {before_answer, {}, far_fails, refused, {}, {act::congestion_tone}},
-    {before_answer, {}, far_ends, refused, {}, {act::congestion_tone}},
-
-    // A call.
-    {{talking}, {}, key, {}, {}, {act::send_key}},
-    {{talking}, {}, far_ends, refused, {}, {act::busy_tone}},
-    {{talking}, {}, far_fails, refused, {}, {act::congestion_tone}},
-    {{talking}, {second::none}, invited, talking, second::waiting, {act::waiting_tone}},
-    {{talking}, {second::waiting}, timed_out, talking, {}, {act::waiting_tone}},
-    {{talking}, {second::none}, flashed, dialling, second::held, {act::hold, act::swap, act::open, act::dial_tone}},
-    {{talking}, {second::waiting}, flashed, talking, second::held, {act::hold, act::swap, act::answer}},
-    {{talking}, {second::held}, flashed, talking, {}, {act::hold, act::swap, act::resume}},
-
-    // No call any more, or none yet.
-    {{refused}, {}, timed_out, left_off, {}, {act::silence}},
-    {off_hook_states, {second::held}, flashed, talking, second::none, {act::hang_up, act::swap, act::resume}},
-    {without_call, {second::waiting}, flashed, talking, second::none, {act::hang_up, act::swap, act::answer}},
-    {without_call, {second::none}, flashed, dialling, {}, {act::hang_up, act::open, act::dial_tone}},
-
-    // The second call goes away, the receiver is replaced.
-    {all_states, {second::held, second::waiting}, other_ends, {}, second::none, {act::hang_up_second}},
-    {off_hook_states, {second::waiting}, replaced, ringing, second::none, {act::hang_up, act::swap, act::ring}},
-    {off_hook_states, {second::held}, replaced, on_hook, second::none, {act::hang_up, act::hang_up_second}},
-    {off_hook_states, {second::none}, replaced, on_hook, {}, {act::hang_up}},
-};
-
 std::vector<order> line::lift(std::int64_t now_ms) {
     std::vector<order> wanted = pass_time(now_ms);
-    bool const pressed = flash_due != 0;
-    flash_due = 0;
-    happen(pressed ? flashed : lifted, now_ms, wanted);
+    bool const pressed = std::exchange(dues[hook_timer], 0) != 0;
+    if (pressed)
+        flash(now_ms, wanted);
+    else
+        happen(lifted, now_ms, wanted);
     return wanted;
+}
+
+void line::flash(std::int64_t now_ms, std::vector<order>& wanted) {
+    bool const has_choice = companion != second::none && (front == talking || front == alerting);
+    if (!has_choice)
+        happen(flashed, now_ms, wanted);
+    else if (settings.flash == flash_use::keys)
+        dues[flash_key_timer] = now_ms + settings.flash_key_ms;
+    else if (settings.flash == flash_use::conference && front == talking && companion != second::waiting)
+        happen(companion == second::held ? asked_join : asked_drop_front, now_ms, wanted);
+    else
+        happen(asked_swap, now_ms, wanted);
+}
+
+void line::flash_key(char which, std::int64_t now_ms, std::vector<order>& wanted) {
+    constexpr happening asked[] = {asked_drop_second, asked_drop_front, asked_swap, asked_join};
+    dues[flash_key_timer] = 0;
+    if (which >= '0' && which < '0' + static_cast<int>(std::size(asked)))
+        happen(asked[which - '0'], now_ms, wanted);
 }
 
 std::vector<order> line::replace(std::int64_t now_ms) {
     std::vector<order> wanted = pass_time(now_ms);
     bool const may_flash =
         front == state::talking || companion != second::none || front == refused || front == left_off;
-    if (flash_due == 0 && may_flash && settings.flash_ms > 0)
-        flash_due = now_ms + settings.flash_ms;
-    else if (flash_due == 0)
+    dues[flash_key_timer] = 0;
+    if (dues[hook_timer] == 0 && may_flash && settings.flash_ms > 0)
+        dues[hook_timer] = now_ms + settings.flash_ms;
+    else if (dues[hook_timer] == 0)
         happen(replaced, now_ms, wanted);
     return wanted;
 }
@@ -116,6 +54,10 @@ std::vector<order> line::press(char which, std::int64_t now_ms) {
     std::vector<order> wanted = pass_time(now_ms);
     if (std::string_view("0123456789*#ABCD").find(which) == std::string_view::npos)
         return wanted;
+    if (dues[flash_key_timer] != 0) {
+        flash_key(which, now_ms, wanted);
+        return wanted;
+    }
     last_key = which;
     bool const dials = front == dialling || front == collecting;
     if (front == dialling)
@@ -139,21 +81,31 @@ std::vector<order> line::far(happening what, int of_leg, std::int64_t now_ms) {
 
 std::vector<order> line::pass_time(std::int64_t now_ms) {
     std::vector<order> wanted;
-    for (auto due = due_ms(); due && *due <= now_ms; due = due_ms()) {
-        bool const hook = flash_due == *due;
-        (hook ? flash_due : state_due) = 0;
-        if (!hook && front == collecting)
-            happen(plan.destination(keys).empty() ? misdialled : dialled, *due, wanted);
-        else
-            happen(hook ? replaced : timed_out, *due, wanted);
-    }
+    for (auto next = due_ms(); next && *next <= now_ms; next = due_ms())
+        due(static_cast<timer>(std::ranges::find(dues, *next) - dues.begin()), *next, wanted);
     return wanted;
 }
 
+void line::due(timer which, std::int64_t at_ms, std::vector<order>& wanted) {
+    dues[which] = 0;
+    switch (which) {
+        case hook_timer: happen(replaced, at_ms, wanted); break;
+        case flash_key_timer: happen(asked_swap, at_ms, wanted); break;
+        case state_timer:
+            if (front == collecting)
+                happen(plan.destination(keys).empty() ? misdialled : dialled, at_ms, wanted);
+            else
+                happen(timed_out, at_ms, wanted);
+            break;
+    }
+}
+
 std::optional<std::int64_t> line::due_ms() const {
-    if (state_due == 0 && flash_due == 0)
-        return std::nullopt;
-    return state_due == 0 ? flash_due : flash_due == 0 ? state_due : std::min(state_due, flash_due);
+    std::optional<std::int64_t> first;
+    for (std::int64_t const one : dues)
+        if (one != 0 && one < first.value_or(INT64_MAX))
+            first = one;
+    return first;
 }
 
 std::optional<int> line::free_leg() const {
@@ -161,19 +113,19 @@ std::optional<int> line::free_leg() const {
         return std::nullopt;
     if (front == state::on_hook)
         return leg;
-    return front == talking && settings.call_waiting && flash_due == 0 ? std::optional(1 - leg) : std::nullopt;
+    return front == talking && settings.call_waiting && dues[hook_timer] == 0 ? std::optional(1 - leg) : std::nullopt;
 }
 
 std::vector<order> line::restart(std::int64_t now_ms) {
     std::vector<order> wanted;
-    bool const lifted_still = front != state::on_hook && front != ringing && flash_due == 0;
-    if (front == ringing)
+    bool const lifted_still = front != state::on_hook && !rings() && dues[hook_timer] == 0;
+    if (rings())
         carry_out(act::stop_ringing, wanted);
     carry_out(act::hang_up, wanted);
     carry_out(act::hang_up_second, wanted);
     front = state::on_hook;
     companion = second::none;
-    state_due = flash_due = 0;
+    dues = {};
     if (lifted_still)
         happen(lifted, now_ms, wanted);
     return wanted;
@@ -194,12 +146,15 @@ void line::happen(happening what, std::int64_t now_ms, std::vector<order>& wante
         return;
     front = *found->next;
     int const own_time = own_time_ms();
-    state_due = own_time == 0 ? 0 : now_ms + own_time;
+    dues[state_timer] = own_time == 0 ? 0 : now_ms + own_time;
 }
 
 void line::carry_out(act what, std::vector<order>& wanted) {
     auto const sound = [&](tone which) { wanted.push_back({order_kind::tone, leg, which}); };
     auto const want = [&](order_kind kind, int of_leg) { wanted.push_back({kind, of_leg}); };
+    auto const send = [&](int to) {
+        wanted.push_back({order_kind::send_key, to, tone::none, std::string(1, last_key)});
+    };
     switch (what) {
         case act::none: break;
         case act::open: want(order_kind::open, leg); break;
@@ -214,12 +169,16 @@ void line::carry_out(act what, std::vector<order>& wanted) {
         case act::invite: wanted.push_back({order_kind::invite, leg, tone::none, plan.destination(keys)}); break;
         case act::answer: want(order_kind::answer, leg); break;
         case act::refuse: want(order_kind::refuse, leg); break;
+        case act::decline_second: want(order_kind::decline, 1 - leg); break;
         case act::hang_up: want(order_kind::hang_up, leg); break;
         case act::hang_up_second: want(order_kind::hang_up, 1 - leg); break;
         case act::hold: want(order_kind::hold, leg); break;
+        case act::hold_second: want(order_kind::hold, 1 - leg); break;
         case act::resume: want(order_kind::resume, leg); break;
+        case act::resume_second: want(order_kind::resume, 1 - leg); break;
         case act::swap: leg = 1 - leg; break;
-        case act::send_key: wanted.push_back({order_kind::send_key, leg, tone::none, std::string(1, last_key)}); break;
+        case act::send_key: send(leg); break;
+        case act::send_key_to_second: send(1 - leg); break;
     }
 }
 
@@ -239,7 +198,8 @@ void line::dialled_so_far(std::int64_t now_ms, std::vector<order>& wanted) {
 
 int line::own_time_ms() const {
     switch (front) {
-        case ringing: return settings.no_answer_ms;
+        case ringing:
+        case ringing_back: return settings.no_answer_ms;
         case dialling: return settings.first_key_ms;
         case collecting: return settings.next_key_ms;
         case refused: return settings.tone_ms;

@@ -25,7 +25,12 @@ enum class happening {
     far_busy,    ///< it refuses: 486, 600, 603
     far_fails,   ///< any other refusal, or no answer from the network
     far_ends,    ///< it hangs up, or takes its call back before it was answered
-    other_ends,  ///< the far end of the call that is held or waits does
+    other_ends,  ///< the far end of the call that is held, waits or is joined does
+    // What the telephone asks for while there are two calls, by a hook flash and a key.
+    asked_drop_second,  ///< 0: end the one that is held, refuse the one that waits
+    asked_drop_front,   ///< 1: end the one in front, go on with the other
+    asked_swap,         ///< 2, or no key
+    asked_join,         ///< 3: all three with each other
 };
 
 /// What the line wants done, in this order. A leg is one of the two calls that a line can have, 0 or 1.
@@ -38,6 +43,7 @@ enum class order_kind {
     invite,   ///< call `text`
     answer,   ///< the call that came in on the leg, and put it on the line
     refuse,   ///< it, with 480: nobody answers
+    decline,  ///< it, with 486: whoever was called has chosen so
     hang_up,  ///< end the leg's call in whatever state it is, and close its channel
     hold,     ///< tell the far end, take the leg off the line
     resume,
@@ -56,6 +62,13 @@ struct order {
     bool operator==(order const&) const = default;
 };
 
+/// What a hook flash does while there are two calls.
+enum class flash_use {
+    keys,        ///< a key says what: asked_drop_second and the following; without a key it swaps
+    swap,        ///< it swaps at once
+    conference,  ///< it joins the call that is held; the next one ends the call that came last
+};
+
 /// Times in ms.
 struct line_settings {
     int first_key_ms = 15'000;  ///< dial tone for so long (ITU-T E.183 leaves it to the operator: 10 to 20 s)
@@ -64,6 +77,8 @@ struct line_settings {
     int tone_ms = 30'000;         ///< busy and congestion tone; then silence until the receiver is replaced
     int flash_ms = 700;           ///< longest hook flash; 0: every on-hook is the end
     int waiting_tone_ms = 4'000;  ///< from one call-waiting tone to the next
+    flash_use flash = flash_use::keys;
+    int flash_key_ms = 1'500;  ///< so long after a flash its key may come (chosen: time to find the key, no more)
     bool call_waiting = true;
 };
 
@@ -71,9 +86,20 @@ struct line_settings {
 /// Calls and media belong to whoever carries out its orders.
 class line {
 public:
-    enum class state { on_hook, ringing, dialling, collecting, calling, alerting, talking, refused, left_off };
-    /// The second call beside the one in front.
-    enum class second { none, held, waiting };
+    enum class state {
+        on_hook,
+        ringing,
+        ringing_back,  ///< the receiver was replaced while a call was held: that call rings
+        dialling,
+        collecting,
+        calling,
+        alerting,
+        talking,
+        refused,
+        left_off,
+    };
+    /// The second call beside the one in front; joined: a conference of three.
+    enum class second { none, held, waiting, joined };
 
     line(dial_plan numbers, line_settings const& chosen) : plan(std::move(numbers)), settings(chosen) {}
 
@@ -96,6 +122,7 @@ public:
     std::vector<order> restart(std::int64_t now_ms);
 
     state now_in() const { return front; }
+    bool rings() const { return front == state::ringing || front == state::ringing_back; }
     second beside() const { return companion; }
     int front_leg() const { return leg; }
 
@@ -103,7 +130,11 @@ private:
     enum class act : std::uint8_t;
     struct row;
     static std::vector<row> const table;
+    enum timer { state_timer, hook_timer, flash_key_timer };
 
+    void flash(std::int64_t now_ms, std::vector<order>& wanted);
+    void flash_key(char which, std::int64_t now_ms, std::vector<order>& wanted);
+    void due(timer which, std::int64_t at_ms, std::vector<order>& wanted);
     void happen(happening what, std::int64_t now_ms, std::vector<order>& wanted);
     void carry_out(act what, std::vector<order>& wanted);
     void dialled_so_far(std::int64_t now_ms, std::vector<order>& wanted);
@@ -116,8 +147,7 @@ private:
     int leg = 0;  ///< of the call in front
     std::string keys;
     char last_key = 0;
-    std::int64_t state_due = 0;  ///< 0: no time-out
-    std::int64_t flash_due = 0;  ///< 0: the hook is not pressed
+    std::array<std::int64_t, 3> dues = {};  ///< by timer; 0: it does not run
 };
 
 }  // namespace fxsphone

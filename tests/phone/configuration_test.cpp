@@ -27,6 +27,7 @@ TEST(phone_configuration, names_the_place_of_a_mistake) {
              {process + "prot = 1\n" + line_0, "f:3:1: [process] has no key 'prot'"},
              {process + "[spi]\n" + line_0, "f:3:2: the configuration has no key 'spi'"},
              {process + "[sip]\nip = \"localhost\"\n", "f:4:6: 'localhost' is no IP address"},
+             {process + "[calls]\nflash = \"menu\"\n", "f:4:9: 'menu' is none of keys, swap, conference"},
              {process + "[[line]]\nnumber = 4\n", "f:4:10: 'number' is to be a number from 0 to 3"},
              {process + "[[line]]\nnumber = 0\nuser = \"a@b\"\n",
               "f:5:8: 'user' is the part of a SIP address before the @"},

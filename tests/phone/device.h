@@ -63,11 +63,23 @@ public:
     }
     /// Lets both say something, and waits until it is said.
     void both_speak() {
-        for (std::string const n : {"0", "1"})
+        speak({"0", "1"});
+    }
+    void speak(std::vector<std::string> const& who) {
+        for (std::string const& n : who)
             std::ofstream(folder + "/lines/line" + n + ".say") << "wav " << folder << "/say" << n << ".wav";
-        EXPECT_TRUE(lines.wait_for_text("line 0  speech ended"));
-        EXPECT_TRUE(lines.wait_for_text("line 1  speech ended"));
+        for (std::string const& n : who)
+            EXPECT_TRUE(lines.wait_for_text("line " + n + "  speech ended"));
         sleep(1);  // on its way
+    }
+    /// The telephone of line `from` is off-hook and hears dial tone.
+    void call(int from, int to) {
+        dial(from, "10" + std::to_string(to));
+        std::string const called = "line " + std::to_string(to) + "  ring device: ";
+        ASSERT_TRUE(lines.wait_for_text(called + "ring"));
+        driver_says("off-hook " + std::to_string(to));
+        ASSERT_TRUE(lines.wait_for_text(called + "stop"));
+        ASSERT_TRUE(phone.wait_for_text("\nACK sip:10" + std::to_string(to)));
     }
     /// Waits until the line hears about this level, of the last second.
     bool hears(int line, double lowest_dbfs, double highest_dbfs) {
@@ -93,6 +105,7 @@ private:
         std::filesystem::create_directories(folder + "/lines");
         write_wav(folder + "/say0.wav", signals::speech_like(3 * 8000, 6000, 1));
         write_wav(folder + "/say1.wav", signals::speech_like(3 * 8000, 6000, 2));
+        write_wav(folder + "/say2.wav", signals::speech_like(3 * 8000, 6000, 3));
     }
     std::vector<std::string> process_arguments() const {
         return {FXSMEDIA_BINARY,       "--debug", "--log",        "1", "--port", std::to_string(process_port), "--tdm",
@@ -100,7 +113,7 @@ private:
     }
     std::vector<std::string> lines_arguments() const {
         std::vector<std::string> all{FXSLINE, folder + "/lines", "--pipe", folder + "/fxs", "--ring", folder + "/ring"};
-        for (std::string const n : {"0", "1"}) {
+        for (std::string const n : {"0", "1", "2"}) {
             for (std::string const& one : {"--said " + n + "=" + folder + "/said" + n + ".wav",
                                            "--hear " + n + "=" + folder + "/heard" + n + ".wav"}) {
                 all.push_back(one.substr(0, one.find(' ')));
@@ -115,7 +128,8 @@ private:
             << folder << "/ring\"\n[dial]\nplan = [{ keys = \"10x\", call = \"sip:{}@127.0.0.1:" << sip_port
             << "\" },\n"
             << more_plan
-            << "]\n[[line]]\nnumber = 0\nuser = \"100\"\n[[line]]\nnumber = 1\nuser = \"101\"\nname = \"Bell\"\n";
+            << "]\n[[line]]\nnumber = 0\nuser = \"100\"\n[[line]]\nnumber = 1\nuser = \"101\"\nname = \"Bell\"\n"
+            << "[[line]]\nnumber = 2\nuser = \"102\"\n";
     }
 };
 

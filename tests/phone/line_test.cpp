@@ -14,8 +14,8 @@ dial_plan const plan({{"1xx", "sip:{}@here"}, {"0.", "sip:{}@there"}, {"112", "s
 
 std::string text_of(std::vector<order> const& orders) {
     static constexpr char const* tones[] = {"none", "ringback", "busy", "congestion", "dial"};
-    static constexpr char const* kinds[] = {"open",   "tone",   "waiting", "ring", "stop",   "invite",
-                                            "answer", "refuse", "end",     "hold", "resume", "send"};
+    static constexpr char const* kinds[] = {"open",   "tone",    "waiting", "ring", "stop",   "invite", "answer",
+                                            "refuse", "decline", "end",     "hold", "resume", "send"};
     std::string text;
     for (order const& one : orders) {
         text += text.empty() ? "" : ", ";
@@ -26,7 +26,7 @@ std::string text_of(std::vector<order> const& orders) {
     return text;
 }
 
-/// "lift", "replace", "keys 123", "wait", or what happened to a leg: "rings 0", "answers 0", "invited 1", ...
+/// "lift", "replace", "flash", "keys 123", "wait", or what happened to a leg: "rings 0", "answers 0", "invited 1", ...
 std::vector<order> play(line& telephone, std::string const& step, std::int64_t now) {
     static std::pair<char const*, happening> const far_ends[] = {
         {"rings", happening::far_rings}, {"answers", happening::far_answers}, {"busy", happening::far_busy},
@@ -39,6 +39,11 @@ std::vector<order> play(line& telephone, std::string const& step, std::int64_t n
     if (what == "replace")
         return telephone.replace(now);
     std::vector<order> all;
+    if (what == "flash") {
+        all = telephone.replace(now);
+        for (order& one : telephone.lift(now))
+            all.push_back(std::move(one));
+    }
     if (what == "keys")
         for (char const key : more)
             for (order& one : telephone.press(key, now))
@@ -111,17 +116,28 @@ std::vector<course> const courses = {
      {{0, "invited 0", "ring0"}, {500, "ends 0", "stop0, end0"}, {900, "lift", "open0, tone0 dial"}}},
     {"nobody answers", {{0, "invited 0", "ring0"}, {180000, "wait", "stop0, refuse0, end0"}}},
     {"an answer and a second lift", {{0, "invited 0", "ring0"}, {5, "lift", "stop0, answer0"}, {6, "lift", ""}}},
-    {"call waiting, taken by a flash",
+    {"call waiting, taken by a flash, then swapped by one with a key",
      {{0, "invited 0", "ring0"},
       {5, "lift", "stop0, answer0"},
       {100, "invited 1", "waiting1"},
       {4100, "wait", "waiting1"},
       {5000, "replace", ""},
-      {5200, "lift", "hold0, answer1"},
-      {6000, "replace", ""},
-      {6200, "lift", "hold1, resume0"},
-      {7000, "ends 1", "end1"},
-      {7100, "keys 4", "send0 4"}}},
+      {5200, "lift", ""},
+      {6699, "wait", ""},
+      {6700, "wait", "hold0, answer1"},
+      {7000, "flash", ""},
+      {7200, "keys 2", "hold1, resume0"},
+      {7300, "ends 1", "end1"},
+      {7400, "keys 4", "send0 4"}}},
+    {"call waiting, refused; taken instead of the first",
+     {{0, "invited 0", "ring0"},
+      {5, "lift", "stop0, answer0"},
+      {100, "invited 1", "waiting1"},
+      {200, "flash", ""},
+      {300, "keys 0", "decline1, end1"},
+      {400, "invited 1", "waiting1"},
+      {500, "flash", ""},
+      {600, "keys 1", "end0, answer1"}}},
     {"call waiting, first call ended",
      {{0, "invited 0", "ring0"},
       {5, "lift", "stop0, answer0"},
@@ -151,6 +167,45 @@ std::vector<course> const courses = {
       {500, "busy 1", "tone1 busy"},
       {600, "replace", ""},
       {700, "lift", "end1, resume0"}}},
+    {"a conference, private talk in it, and its end by one of the far ends",
+     {{0, "invited 0", "ring0"},
+      {5, "lift", "stop0, answer0"},
+      {100, "flash", "hold0, open1, tone1 dial"},
+      {200, "keys 100", "tone1 none, invite1 sip:100@here"},
+      {300, "rings 1", "tone1 ringback"},
+      {310, "flash", ""},
+      {320, "keys 3", ""},
+      {400, "answers 1", "tone1 none"},
+      {500, "flash", ""},
+      {600, "keys 3", "resume0"},
+      {700, "keys 7", "send1 7, send0 7"},
+      {800, "flash", ""},
+      {900, "keys 2", "hold0"},
+      {1000, "flash", ""},
+      {1100, "keys 3", "resume0"},
+      {1200, "ends 1", "end1"},
+      {1300, "keys 8", "send0 8"}}},
+    {"a conference ends with the receiver replaced",
+     {{0, "invited 0", "ring0"},
+      {5, "lift", "stop0, answer0"},
+      {100, "flash", "hold0, open1, tone1 dial"},
+      {200, "keys 100", "tone1 none, invite1 sip:100@here"},
+      {400, "answers 1", "tone1 none"},
+      {500, "flash", ""},
+      {600, "keys 3", "resume0"},
+      {700, "replace", ""},
+      {1400, "wait", "end1, end0"}}},
+    {"ringing back: a call was on hold",
+     {{0, "invited 0", "ring0"},
+      {5, "lift", "stop0, answer0"},
+      {100, "flash", "hold0, open1, tone1 dial"},
+      {200, "replace", ""},
+      {900, "wait", "end1, ring0"},
+      {1000, "lift", "stop0, resume0"},
+      {1100, "flash", "hold0, open1, tone1 dial"},
+      {1200, "replace", ""},
+      {1900, "wait", "end1, ring0"},
+      {2000, "ends 0", "stop0, end0"}}},
     {"the held party hangs up",
      {{0, "invited 0", "ring0"},
       {5, "lift", "stop0, answer0"},
@@ -164,6 +219,24 @@ std::vector<course> const courses = {
       {100, "restart", "end0, end1, open0, tone0 dial"},
       {200, "replace", "end0"}}},
 };
+
+TEST(phone_line, knows_other_uses_of_the_hook_flash) {
+    std::vector<step> const second_call = {{0, "invited 0", "ring0"},
+                                           {5, "lift", "stop0, answer0"},
+                                           {100, "flash", "hold0, open1, tone1 dial"},
+                                           {200, "keys 100", "tone1 none, invite1 sip:100@here"},
+                                           {400, "answers 1", "tone1 none"}};
+    for (auto const& [use, then] :
+         {std::pair{flash_use::swap, std::vector<std::string>{"hold1, resume0", "hold0, resume1"}},
+          {flash_use::conference, {"resume0", "end1", "hold0, open1, tone1 dial"}}}) {
+        line telephone(plan, {.flash = use});
+        for (step const& now : second_call)
+            EXPECT_EQ(text_of(play(telephone, now.input, now.at_ms)), now.orders) << now.input;
+        std::int64_t now = 500;
+        for (std::string const& orders : then)
+            EXPECT_EQ(text_of(play(telephone, "flash", now += 100)), orders);
+    }
+}
 
 TEST(phone_line, follows_each_course) {
     for (course const& one : courses) {
@@ -191,7 +264,7 @@ struct ledger {
             }
             ringing = one.kind == order_kind::ring || (ringing && one.kind != order_kind::stop_ringing);
         }
-        EXPECT_EQ(ringing, telephone.now_in() == line::state::ringing);
+        EXPECT_EQ(ringing, telephone.rings());
         if (telephone.now_in() == line::state::on_hook) {
             EXPECT_FALSE(channel[0] || channel[1]) << text_of(orders);
         }
@@ -201,8 +274,9 @@ struct ledger {
 void live_an_hour(dice& chance) {
     line telephone(plan, {});
     ledger books;
-    static std::string const inputs[] = {"lift",    "replace", "keys 1",    "keys 0",    "keys 12", "wait",   "rings 0",
-                                         "rings 1", "busy 0",  "answers 0", "answers 1", "fails 1", "ends 0", "ends 1"};
+    static std::string const inputs[] = {"lift",      "replace",   "flash",   "keys 1",  "keys 0",  "keys 12",
+                                         "keys 3",    "wait",      "flash",   "rings 0", "rings 1", "busy 0",
+                                         "answers 0", "answers 1", "fails 1", "ends 0",  "ends 1"};
     for (std::int64_t now = 1; now < 3'600'000; now += chance.below(900)) {
         if (auto const free = telephone.free_leg(); free && chance.chance(25)) {
             books.channel[*free] = true;  // its owner opens it before the line is told

@@ -87,6 +87,25 @@ TEST(phone_call, takes_a_call_back_and_holds_one) {
     expect_heard(here, 1, 0);
 }
 
+TEST(phone_call, joins_three_telephones) {
+    device here;
+    here.driver_says("off-hook 0");
+    here.call(0, 1);
+    here.flash(0);
+    here.call(0, 2);
+    here.flash(0);
+    here.driver_says("key 0 3");
+    here.speak({"1"});
+    here.speak({"2"});
+    here.driver_says("on-hook 0");  // the conference ends with it
+    ASSERT_TRUE(here.phone.wait_for_text("\"line\":2,\"direction\":\"in\""));
+    ASSERT_TRUE(here.phone.wait_for_text("\"line\":1,\"direction\":\"in\""));
+    EXPECT_EQ(here.phone.end(SIGTERM), 0) << here.phone.err;
+    EXPECT_EQ(here.lines.end(SIGTERM), 0);
+    for (auto const& [speaker, listener] : {std::pair{1, 0}, {1, 2}, {2, 0}, {2, 1}})
+        expect_heard(here, speaker, listener);
+}
+
 TEST(phone_call, ends_calls_when_the_media_process_was_restarted) {
     device here;
     here.driver_says("off-hook 0");
