@@ -13,7 +13,8 @@ states const off_hook = {dialling, collecting, calling, alerting, talking, refus
 states const before_answer = {calling, alerting};
 states const without_call = {refused, left_off};
 states const not_talking = {dialling, collecting, calling, alerting, refused, left_off};
-states const any = {on_hook, ringing, ringing_back, dialling, collecting, calling, alerting, talking, refused, left_off};
+states const any = {on_hook, ringing,  ringing_back, dialling, collecting,
+                    calling, alerting, talking,      refused,  left_off};
 
 }  // namespace
 

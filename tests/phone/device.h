@@ -62,9 +62,7 @@ public:
         driver_says("off-hook " + std::to_string(line));
     }
     /// Lets both say something, and waits until it is said.
-    void both_speak() {
-        speak({"0", "1"});
-    }
+    void both_speak() { speak({"0", "1"}); }
     void speak(std::vector<std::string> const& who) {
         for (std::string const& n : who)
             std::ofstream(folder + "/lines/line" + n + ".say") << "wav " << folder << "/say" << n << ".wav";

@@ -47,7 +47,7 @@ int main(int argc, char** argv) {
     app.add_option("HEARD", heard, "WAV file, 8 kHz mono")->required()->check(CLI::ExistingFile);
     app.add_option("--longest-delay", longest_delay_ms, "Largest delay looked for, in ms, both ways")
         ->capture_default_str()
-        ->check(CLI::Range(0, 10000));
+        ->check(CLI::Range(0, 60000));
     app.add_option("--least", least_similarity, "Similarity below which the files are not alike")
         ->capture_default_str()
         ->check(CLI::Range(0.0, 1.0));
