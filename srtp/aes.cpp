@@ -21,15 +21,17 @@ inline std::uint32_t word_of(unsigned char octet, int i) {
     return static_cast<std::uint32_t>(octet) << position(i);
 }
 
-inline void aes_add_in_subkey(v128_t& state, v128_t const& key) {
-    for (int i = 0; i < 4; i++)
-        state.word[i] ^= key.word[i];
+/// aes_round_table[row][x]. The row is added to the address last, where it costs nothing: it is the load's offset.
+template <unsigned row>
+inline std::uint32_t looked_up(unsigned x) {
+    std::uint32_t const* const first_row = reinterpret_cast<std::uint32_t const*>(aes_round_table) + x;
+    return first_row[256 * row];
 }
 
 /// SubBytes, ShiftRows and MixColumns of one column: its four bytes come from columns a, b, c and d.
 inline std::uint32_t mixed_column(std::uint32_t a, std::uint32_t b, std::uint32_t c, std::uint32_t d) {
-    return aes_round_table[0][octet(a, 0)] ^ aes_round_table[1][octet(b, 1)] ^ aes_round_table[2][octet(c, 2)] ^
-           aes_round_table[3][octet(d, 3)];
+    return looked_up<0>(octet(a, 0)) ^ looked_up<1>(octet(b, 1)) ^ looked_up<2>(octet(c, 2)) ^
+           looked_up<3>(octet(d, 3));
 }
 
 inline void aes_round(v128_t& state, v128_t const& key) {
@@ -73,7 +75,7 @@ void aes_cm_expand_key(v128_t const& key, v128_t (&round_keys)[11]) {
 
 void aes_cm_encrypt(v128_t* block, v128_t const (&round_keys)[11]) {
     v128_t state = *block;
-    aes_add_in_subkey(state, round_keys[0]);
+    v128_xor(state, round_keys[0]);
     for (int n = 1; n < 10; n++)
         aes_round(state, round_keys[n]);
     aes_final_round(state, round_keys[10]);

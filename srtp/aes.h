@@ -20,6 +20,14 @@ struct v128_t {
 };
 static_assert(sizeof(v128_t) == 16);
 
+/// x = x XOR y. Written out: a loop over the words would keep the block in memory, so it stays in registers.
+inline void v128_xor(v128_t& x, v128_t const& y) {
+    x.word[0] ^= y.word[0];
+    x.word[1] ^= y.word[1];
+    x.word[2] ^= y.word[2];
+    x.word[3] ^= y.word[3];
+}
+
 /// Bytes 0..15 of the string into the block; bytes beyond the string's end are zero.
 inline void v128_copy_octet_string(v128_t* block, str const& octets) {
     for (int i = 0; i < 16; i++)

@@ -12,8 +12,7 @@ constexpr int auth_key_bytes = 20;  // RFC 3711 section 5.2
 inline void xor_block(unsigned char* out, unsigned char const* in, v128_t const& keystream) {
     v128_t data;
     std::memcpy(data.word, in, sizeof(data));
-    for (int i = 0; i < 4; i++)
-        data.word[i] ^= keystream.word[i];
+    v128_xor(data, keystream);
     std::memcpy(out, data.word, sizeof(data));
 }
 
