@@ -13,6 +13,8 @@ constexpr struct {
      &extension_set::dtmf},
     {"g722", "G.722 at the level of other equipment, its lower band carrying the line's 8 kHz as it is",
      &extension_set::g722},
+    {"srtp", "secure packets are checked before they change anything, replayed ones refused; AES-256 and AES-GCM",
+     &extension_set::srtp},
 };
 
 bool switch_on(extension_set& set, str const& name) {

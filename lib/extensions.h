@@ -7,6 +7,7 @@
 struct extension_set {
     bool dtmf = false;  ///< see dtmf_synthesizer
     bool g722 = false;  ///< see g722
+    bool srtp = false;  ///< see checked_srtp.h
 
     /// Switches on what `list` names: names with commas between them, or "all". False when a name is unknown; those
     /// before it are on.

@@ -229,11 +229,16 @@ void channel::process_rtcp(str const& compound, ip_port const& from, bool tcp, r
         notify::stun_on_rtcp(id, from, compound);
         return;
     }
+    str readable = compound;
+    if (receiving.checks_rtcp() && !receiving.unprotect_rtcp(compound, readable)) {
+        log_line(9, "RTCP not authentic");
+        return;
+    }
     if (tcp || rtcp.latch_source(from)) {
         decrypt_srtcp(compound);  // for its log line; what follows looks at the packet as it came
         log_line(9, "RTCP: %h", arg_str(compound));
         send_rtcp_report(compound, true);
-        reports.receive(compound, sending.get_ssrc(), arrival);
+        reports.receive(readable, sending.get_ssrc(), arrival);
     }
     log_line(9, "RTCP: Done.");
 }
@@ -241,7 +246,7 @@ void channel::process_rtcp(str const& compound, ip_port const& from, bool tcp, r
 /// The packet decrypted, when a transmit key switches RTCP protection on and the packet says that it is encrypted.
 str channel::decrypt_srtcp(str const& compound) {
     str plain = compound;
-    if (sending.is_protected() && !receiving.unprotect_rtcp(compound, plain))
+    if (sending.is_protected() && !receiving.checks_rtcp() && !receiving.unprotect_rtcp(compound, plain))
         log_line(9, "RTCP not enrypted");
     return plain;
 }

@@ -20,22 +20,27 @@ void reception::set_keys(str const& material, srtp_trailer const& packet_trailer
     key_material = material;
     trailer = packet_trailer;
     verified = false;
-    if (!is_protected())
+    if (checking)
+        checked.set_keys(material, packet_trailer);
+    else if (!is_protected())
         renew(srtp_rx);
     else if (!ssrc.empty() && !srtp_rx.initialised)
         key();
 }
 
 void reception::key() {
-    if (is_protected())
+    if (is_protected() && !checking)
         srtp_key(srtp_rx, key_material, str::null);
 }
 
 reception::result reception::receive(str const& packet, position play, std::uint32_t now) {
     result out;
     rtp_header const header = rtp_header::parse(packet);
-    if (header.payload_type >= payload_map.length() || payload_map[header.payload_type] >= first_unaccepted_codec ||
-        !follow(header, play, now, out.change))
+    if (header.payload_type >= payload_map.length() || payload_map[header.payload_type] >= first_unaccepted_codec)
+        return out;
+    if (checking && is_protected())
+        return receive_checked(packet, header, play, now);
+    if (!follow(header, play, now, out.change))
         return out;
     if (out.change == stream::taken_over)
         play.playing = false;
@@ -52,6 +57,30 @@ reception::result reception::receive(str const& packet, position play, std::uint
     count(out.sequence, now);
     out.accepted = true;
     return out;
+}
+
+reception::result reception::receive_checked(str const& packet, rtp_header const& header, position const& play,
+                                             std::uint32_t now) {
+    result out{.codec = payload_map[header.payload_type],
+               .sequence = header.sequence,
+               .timestamp = header.timestamp,
+               .marker = header.marker};
+    if (!checked.unprotect(packet, header.bytes, out.sequence, out.payload)) {
+        out.dropped_for_tag = ++mac_failures;
+        return out;
+    }
+    if (!follow(header, play, now, out.change))
+        return out;
+    if (checked.authenticates())
+        note_verified(out);
+    count(out.sequence, now);
+    out.accepted = true;
+    return out;
+}
+
+void reception::note_verified(result& out) {
+    out.first_verified = !verified;
+    verified = true;
 }
 
 /// Decides whose stream is received. False: the packet competes with a stream that is alive.
@@ -85,8 +114,7 @@ bool reception::unprotect(str const& packet, rtp_header const& header, result& o
         return false;
     }
     if (trailer.tag_length > 0) {
-        out.first_verified = !verified;
-        verified = true;
+        note_verified(out);
         verified_ssrc = ssrc;
         verified_roc = srtp_rx.roc;
     }

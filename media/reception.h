@@ -2,14 +2,17 @@
 
 #include <cstdint>
 
+#include "lib/extensions.h"
 #include "lib/str.h"
 #include "media/rtp_header.h"
+#include "srtp/checked_srtp.h"
 #include "srtp/srtp.h"
 
 /// The receiving side of one RTP stream: which payload types are accepted, whose SSRC is followed, what a sequence
 /// number stands for, SRTP, and the counters that reports need. A packet goes in, a verdict and a numbered payload
-/// come out. Knows no socket, no address and no play-out beyond the point at which that stands; tells nobody, what
-/// happened is in the result. Times are 8 kHz ticks and wrap. A channel owns one.
+/// come out. With the extension `srtp` a protected packet is checked before anything else is done with it. Knows no
+/// socket, no address and no play-out beyond the point at which that stands; tells nobody, what happened is in the
+/// result. Times are 8 kHz ticks and wrap. A channel owns one.
 class reception {
 public:
     /// What a packet did to the choice of the stream.
@@ -40,8 +43,8 @@ public:
 
     /// From received payload types to codec numbers, a byte each; 128 and above: not accepted.
     void set_payload_map(str const& map) { payload_map = map; }
-    /// Master key and salt (30 bytes; empty: plain RTP is received) and the trailer of packets. A stream is keyed when
-    /// its SSRC is taken; one that is already followed, and was not keyed, at once.
+    /// Master key and salt (30 bytes, with the extension see srtp_suite; empty: plain RTP is received) and the trailer
+    /// of packets. A stream is keyed when its SSRC is taken; one that is already followed, and was not keyed, at once.
     void set_keys(str const& material, srtp_trailer const& packet_trailer);
     /// Keys the stream that is being received, if there is a key.
     void key();
@@ -49,8 +52,12 @@ public:
 
     /// One RTP packet of at least rtp_header::fixed_bytes that arrived at `now`.
     result receive(str const& packet, position play, std::uint32_t now);
-    /// A compound packet decrypted under the keys of this direction; false: it is not encrypted.
-    bool unprotect_rtcp(str const& compound, str& plain) { return srtcp_unprotect(srtp_rx, compound, plain, trailer); }
+    /// Whether compound packets are checked, so that one that unprotect_rtcp() refuses is not to be looked at.
+    bool checks_rtcp() const { return checking && is_protected(); }
+    /// A compound packet decrypted under the keys of this direction; false: it is not encrypted, or fails the check.
+    bool unprotect_rtcp(str const& compound, str& plain) {
+        return checking ? checked.unprotect_rtcp(compound, plain) : srtcp_unprotect(srtp_rx, compound, plain, trailer);
+    }
 
     /// SSRC followed, 4 bytes; empty before the first packet.
     str const& get_ssrc() const { return ssrc; }
@@ -60,6 +67,8 @@ public:
     std::uint32_t get_highest_sequence() const { return highest_sequence; }
 
 private:
+    result receive_checked(str const& packet, rtp_header const& header, position const& play, std::uint32_t now);
+    void note_verified(result& out);
     bool follow(rtp_header const& header, position const& play, std::uint32_t now, stream& change);
     void take_ssrc(str const& new_ssrc);
     std::uint32_t const* get_verified_roc() const;
@@ -76,7 +85,9 @@ private:
 
     str key_material;  ///< master key, then master salt
     srtp_trailer trailer{0, str()};
-    srtp_ctx srtp_rx;
+    bool checking = extensions.srtp;
+    srtp_ctx srtp_rx;       ///< unless checking
+    srtp_receiver checked;  ///< if checking
     int mac_failures = 0;
     bool verified = false;  ///< a packet with a right tag came since the keys were set
 

@@ -37,7 +37,9 @@ void transmission::set_ssrc(str const& new_ssrc) {
 void transmission::set_keys(str const& material, srtp_trailer const& packet_trailer) {
     key_material = material;
     trailer = packet_trailer;
-    if (is_protected())
+    if (checking)
+        checked.set_keys(material, packet_trailer);
+    else if (is_protected())
         srtp_key(srtp_tx, material, ssrc);
     else
         renew(srtp_tx);
@@ -64,8 +66,7 @@ str transmission::packet(int type, str& payload, bool advance) {
     header.ssrc = ssrc;
     last_payload_type = type;
 
-    str const data = is_protected() ? srtp_protect(srtp_tx, header.build(str::null), payload, sequence, trailer)
-                                    : header.build(payload);
+    str const data = is_protected() ? protect(header.build(str::null), payload) : header.build(payload);
     packets++;
     sequence++;
     timestamp += static_cast<std::uint32_t>(ptime_ms * pcm::samples_per_ms);
@@ -74,7 +75,14 @@ str transmission::packet(int type, str& payload, bool advance) {
     return data;
 }
 
+str transmission::protect(str const& header, str& payload) {
+    return checking ? checked.protect(header, payload, sequence)
+                    : srtp_protect(srtp_tx, header, payload, sequence, trailer);
+}
+
 str transmission::protect_rtcp(str const& compound) {
+    if (checking)
+        return checked.protect_rtcp(compound);
     unsigned const index = rtcp_index;
     rtcp_index = (rtcp_index + 1) & last_index;
     return srtcp_protect(srtp_tx, compound, index, trailer.mki);

@@ -2,7 +2,9 @@
 
 #include <cstdint>
 
+#include "lib/extensions.h"
 #include "lib/str.h"
+#include "srtp/checked_srtp.h"
 #include "srtp/srtp.h"
 
 /// The sending side of one RTP stream: collects encoded audio up to the packet time, numbers, times and protects
@@ -19,7 +21,8 @@ public:
     void set_codec(int codec, int audio_payload_type, int event_type, int packet_time_ms);
     /// The 4 bytes that packets carry as SSRC, protected ones included.
     void set_ssrc(str const& new_ssrc);
-    /// Master key and salt (30 bytes; empty: packets leave in the clear) and what follows the encrypted part.
+    /// Master key and salt (30 bytes, with the extension `srtp` see srtp_suite; empty: packets leave in the clear) and
+    /// what follows the encrypted part.
     void set_keys(str const& material, srtp_trailer const& packet_trailer);
     bool is_protected() const { return !key_material.empty(); }
 
@@ -31,7 +34,7 @@ public:
     str take_collected();
 
     /// The next packet. With `advance` it carries the audio timestamp; without, the one at which the current telephone
-    /// event started. `payload` is replaced by its encrypted form.
+    /// event started. `payload` may become its encrypted form.
     str packet(int payload_type, str& payload, bool advance);
     /// So many bytes left for the last packet.
     void count_octets(int bytes) { octets += static_cast<std::uint32_t>(bytes); }
@@ -51,6 +54,8 @@ public:
     std::uint32_t get_last_timestamp() const { return last_timestamp; }
 
 private:
+    str protect(str const& header, str& payload);
+
     static constexpr int default_ptime_ms = 20;    // RFC 3551 section 4.2
     static constexpr int no_payload_type = 255;    // differs from every real one: the first packet gets the marker
     static constexpr unsigned last_index = 65535;  // only 16 bits of an SRTCP index reach the cipher's counter
@@ -74,6 +79,8 @@ private:
 
     str key_material;  ///< master key, then master salt
     srtp_trailer trailer{0, str()};
-    srtp_ctx srtp_tx;
+    bool checking = extensions.srtp;
+    srtp_ctx srtp_tx;         ///< unless checking
+    srtp_sender checked;      ///< if checking
     unsigned rtcp_index = 0;  ///< of the next protected compound, 0..65535
 };

@@ -59,27 +59,63 @@ inline void aes_final_round(v128_t& state, v128_t const& key) {
 
 }  // namespace
 
-void aes_cm_expand_key(v128_t const& key, v128_t (&round_keys)[11]) {
-    round_keys[0] = key;
+namespace {
+
+/// SubWord and, with `rotate`, RotWord before it.
+std::uint32_t substituted_word(std::uint32_t word, bool rotate) {
+    std::uint32_t substituted = 0;
+    for (int i = 0; i < 4; i++)
+        substituted |= word_of(aes_sbox[octet(word, rotate ? (i + 1) % 4 : i)], i);
+    return substituted;
+}
+
+/// The words behind the cipher key, which is `key_words` long and stands in front.
+void expand(v128_t* round_keys, int key_words, int rounds) {
+    auto const word = [&](int n) -> std::uint32_t& { return round_keys[n / 4].word[n % 4]; };
     unsigned char round_constant = 1;
-    for (int n = 1; n < 11; n++, round_constant = aes_shift(round_constant)) {
-        v128_t const& last = round_keys[n - 1];
-        v128_t& next = round_keys[n];
-        for (int i = 0; i < 4; i++)
-            next[i] = last[i] ^ aes_sbox[last[12 + (i + 1) % 4]];
-        next[0] ^= round_constant;
-        for (int i = 1; i < 4; i++)
-            next.word[i] = last.word[i] ^ next.word[i - 1];
+    for (int n = key_words; n < 4 * (rounds + 1); n++) {
+        std::uint32_t last = word(n - 1);
+        if (n % key_words == 0) {
+            last = substituted_word(last, true) ^ word_of(round_constant, 0);
+            round_constant = aes_shift(round_constant);
+        } else if (key_words > 6 && n % key_words == 4) {
+            last = substituted_word(last, false);
+        }
+        word(n) = word(n - key_words) ^ last;
     }
 }
 
-void aes_cm_encrypt(v128_t* block, v128_t const (&round_keys)[11]) {
+void encrypt(v128_t* block, v128_t const* round_keys, int rounds) {
     v128_t state = *block;
     v128_xor(state, round_keys[0]);
-    for (int n = 1; n < 10; n++)
+    for (int n = 1; n < rounds; n++)
         aes_round(state, round_keys[n]);
-    aes_final_round(state, round_keys[10]);
+    aes_final_round(state, round_keys[rounds]);
     *block = state;
+}
+
+}  // namespace
+
+void aes_cm_expand_key(v128_t const& key, v128_t (&round_keys)[11]) {
+    round_keys[0] = key;
+    expand(round_keys, 4, 10);
+}
+
+void aes_cm_encrypt(v128_t* block, v128_t const (&round_keys)[11]) {
+    encrypt(block, round_keys, 10);
+}
+
+void aes_key::set(str const& key) {
+    bool const is_long = key.length() > 16;
+    rounds = is_long ? 14 : 10;
+    v128_copy_octet_string(&round_keys[0], key);
+    if (is_long)
+        v128_copy_octet_string(&round_keys[1], key.substr(16));
+    expand(round_keys, is_long ? 8 : 4, rounds);
+}
+
+void aes_key::encrypt(v128_t& block) const {
+    ::encrypt(&block, round_keys, rounds);
 }
 
 // ---- tables

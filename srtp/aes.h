@@ -4,8 +4,8 @@
 
 #include "lib/str.h"
 
-/// AES-128 encryption (FIPS-197) of single blocks. There is no decryption: counter mode needs none. The tables
-/// must have been computed.
+/// AES encryption (FIPS-197) of single blocks with 128 or 256 bits of key. There is no decryption: counter mode needs
+/// none. The tables must have been computed.
 
 /// A 128-bit cipher block: 16 bytes in the order of the standards, which are also four 32-bit words for copying
 /// and XOR. The words' values depend on the host's byte order; only their bytes in memory mean something.
@@ -38,6 +38,17 @@ inline void v128_copy_octet_string(v128_t* block, str const& octets) {
 void aes_cm_expand_key(v128_t const& key, v128_t (&round_keys)[11]);
 /// Encrypts one block in place.
 void aes_cm_encrypt(v128_t* block, v128_t const (&round_keys)[11]);
+
+/// The same with a key of 16 or 32 bytes.
+struct aes_key {
+    v128_t round_keys[15]{};
+    int rounds = 0;  ///< 10 or 14
+
+    /// Missing bytes are zero; up to 16 bytes are a short key.
+    void set(str const& key);
+    /// Encrypts one block in place.
+    void encrypt(v128_t& block) const;
+};
 
 // ---- the tables of the encryption round, and the arithmetic in GF(2^8) (FIPS-197 section 4) that they are built from.
 // They take 4352 bytes and are computed once at start-up; until then they are all zero and nothing may be encrypted.

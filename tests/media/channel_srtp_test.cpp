@@ -190,6 +190,61 @@ TEST_F(secure, the_rollover_counter_outlives_forged_packets_and_new_keys) {
     go_on(second, 20);
 }
 
+/// With the extension `srtp`.
+class checking : public secure {
+protected:
+    checking() {
+        extensions.srtp = true;
+        start();
+    }
+    ~checking() override { extensions = extension_set(); }
+    void report(str const& compound) {
+        tested.process_rtcp(compound, ip_port(str(127, 0, 0, 1), 4001), false, rtimestamp::now());
+    }
+};
+
+TEST_F(checking, nothing_changes_before_the_tag_is_right) {
+    for (int const material_bytes : {30, 46, 28, 44}) {
+        SCOPED_TRACE(material_bytes);
+        start();
+        str const key('k', material_bytes), other('x', material_bytes);
+        int const tag = material_bytes % 4 ? 10 : 16;
+        tested.set_srtp(key, key, tag, str());
+        libsrtp_peer sender(libsrtp_peer::sends, key, tag), receiver(libsrtp_peer::receives, key, tag),
+            forger(libsrtp_peer::sends, other, tag);
+        deliver(packet_of(forger, 500, 77));
+        deliver(named_packet(500, 77).build());
+        EXPECT_EQ(notices(), "") << "no stream begins";
+        std::string const first = packet_of(sender, 65535, 1);
+        EXPECT_EQ(heard(first), 1);
+        EXPECT_EQ(notices(), "0018 001B ");
+        at_ms += 500;
+        deliver(packet_of(forger, 7, 77, false, other_ssrc));
+        EXPECT_EQ(heard(first), 0) << "replayed into silence";
+        EXPECT_EQ(notices(), "") << "nobody else is followed";
+        EXPECT_EQ(heard(sender, 0, 2), 2) << "the counter of the stream stands";
+        tested.set_srtp(key, key, tag, str());
+        EXPECT_EQ(heard(first), 0) << "the same keys again forget nothing";
+        at_ms += 200;
+        EXPECT_EQ(heard(sender, 9, 3, other_ssrc), 3);
+        tested.process_audio(to_str(pcm_of(4)));
+        EXPECT_EQ(sent(receiver).at(0).payload, pcm_of(4));
+        EXPECT_EQ(notices(), "0018 001B ");
+    }
+}
+
+TEST_F(checking, reports_are_read_once_and_only_from_the_peer) {
+    tested.set_call_id(str("call"));
+    key(1, 2);
+    libsrtp_peer sender(libsrtp_peer::sends, material(1)), forger(libsrtp_peer::sends, material(2));
+    str const plain = to_str(from_hex("81C80006AAAA0001") + std::string(20, '\0'));
+    str forged = plain, good = plain;
+    ASSERT_TRUE(forger.protect_rtcp(forged) && sender.protect_rtcp(good));
+    for (str const& packet : {plain, forged, good, good})
+        report(packet);
+    EXPECT_EQ(notices(), "000E ");
+}
+
 TEST_F(secure, a_receive_key_alone_protects_reception_from_the_next_ssrc_on) {
     key(9, 9);
     start();  // a call before had keys

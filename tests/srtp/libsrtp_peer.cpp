@@ -5,21 +5,44 @@
 #include <algorithm>
 #include <cstdlib>
 
+namespace {
+
+/// The policy that a call's key material and tag length stand for.
+void choose(srtp_policy_t& policy, int material_bytes, int tag_length) {
+    bool const is_long = material_bytes == 44 || material_bytes == 46;
+    if (tag_length == 16 && (material_bytes == 28 || material_bytes == 44)) {
+        auto const set =
+            is_long ? srtp_crypto_policy_set_aes_gcm_256_16_auth : srtp_crypto_policy_set_aes_gcm_128_16_auth;
+        set(&policy.rtp);
+        set(&policy.rtcp);
+        return;
+    }
+    if (is_long) {
+        (tag_length > 0 ? srtp_crypto_policy_set_aes_cm_256_hmac_sha1_80
+                        : srtp_crypto_policy_set_aes_cm_256_null_auth)(&policy.rtp);
+        srtp_crypto_policy_set_aes_cm_256_hmac_sha1_80(&policy.rtcp);
+    } else {
+        if (tag_length > 0)
+            srtp_crypto_policy_set_rtp_default(&policy.rtp);
+        else
+            srtp_crypto_policy_set_aes_cm_128_null_auth(&policy.rtp);
+        srtp_crypto_policy_set_rtcp_default(&policy.rtcp);
+    }
+    policy.rtp.auth_tag_len = tag_length;
+}
+
+}  // namespace
+
 libsrtp_peer::libsrtp_peer(direction way, str const& key, int tag_length, str const& mki)
     : has_mki(mki.empty() ? 0 : 1) {
     static srtp_err_status_t const ready = srtp_init();
-    str material = key + str('\0', 30 - key.length()), id = mki;
+    str material = key + str('\0', std::max(30 - key.length(), 0)), id = mki;
     srtp_master_key_t master{material.buffer(), id.buffer(), static_cast<unsigned>(mki.length())};
     srtp_master_key_t* keys[] = {&master};
     srtp_policy_t policy{};
-    if (tag_length > 0)
-        srtp_crypto_policy_set_rtp_default(&policy.rtp);
-    else
-        srtp_crypto_policy_set_aes_cm_128_null_auth(&policy.rtp);
-    policy.rtp.auth_tag_len = tag_length;
-    srtp_crypto_policy_set_rtcp_default(&policy.rtcp);
+    choose(policy, key.length(), tag_length);
     policy.ssrc.type = way == sends ? ssrc_any_outbound : ssrc_any_inbound;
-    policy.window_size = 128;
+    policy.window_size = 2048;
     policy.keys = keys;
     policy.num_master_keys = 1;
     if (ready != srtp_err_status_ok || srtp_create(&session, &policy) != srtp_err_status_ok)

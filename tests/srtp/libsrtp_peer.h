@@ -6,14 +6,14 @@
 
 struct srtp_ctx_t_;
 
-/// The other end of a protected stream, played by libsrtp2: one direction, any SSRC, AES-128 counter mode with
-/// HMAC-SHA1 for SRTP and SRTCP. Not copyable.
+/// The other end of a protected stream, played by libsrtp2: one direction, any SSRC. Not copyable.
 class libsrtp_peer {
 public:
     enum direction { sends, receives };
 
-    /// key: 16 bytes of master key, 14 of master salt, missing bytes are zero. A tag length of 0 means no
-    /// authentication of SRTP. SRTCP tags have 10 bytes.
+    /// key: master key, then master salt; with the tag's length its own says which transforms, as srtp_suite has it.
+    /// 30 bytes are AES-128 in counter mode with HMAC-SHA1, and so are fewer, missing ones are zero. There a tag length
+    /// of 0 means no authentication of SRTP, and SRTCP tags have 10 bytes.
     libsrtp_peer(direction way, str const& key, int tag_length = 10, str const& mki = str());
     ~libsrtp_peer();
     libsrtp_peer(libsrtp_peer const&) = delete;

@@ -5,7 +5,6 @@
 #include "lib/bytes.h"
 #include "tests/srtp/libsrtp_peer.h"
 #include "tests/srtp/octets.h"
-#include "tests/support/seed.h"
 
 namespace {
 
@@ -94,25 +93,6 @@ TEST_F(srtp_packets, reports_that_are_not_encrypted_are_left_alone) {
 }
 
 // ---- streams between this module and libsrtp2, in both directions
-
-str random_octets(dice& random, int n) {
-    str octets;
-    for (int i = 0; i < n; i++)
-        octets += static_cast<unsigned char>(random.word());
-    return octets;
-}
-
-/// A header with a CSRC list and an extension of random length (RFC 3550 section 5.1).
-str random_header(dice& random, std::uint32_t sequence, str const& own_ssrc) {
-    int const csrcs = random.below(4), extension = random.below(3) - 1;
-    str all(static_cast<unsigned char>(0x80 | csrcs | (extension < 0 ? 0 : 0x10)), 1);
-    all += random_octets(random, 1) + utils::int2str(sequence, 2) + random_octets(random, 4) + own_ssrc +
-           random_octets(random, 4 * csrcs);
-    if (extension >= 0)
-        all += random_octets(random, 2) + utils::int2str(static_cast<unsigned>(extension), 2) +
-               random_octets(random, 4 * extension);
-    return all;
-}
 
 /// `count` packets each way, one in ten missing and one in ten late; with each a report, whose tag has 10 bytes.
 void exchange(str const& key, srtp_trailer const& trailer, std::uint32_t from, int count) {
