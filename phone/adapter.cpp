@@ -34,6 +34,8 @@ std::string adapter::start() {
                                             [this](sip_msg const* request) { take_invite(request); });
     if (!problem.empty())
         return problem;
+    if (std::string const failed = events.start(agent.stack()); !failed.empty())
+        return failed;
     if (!process.start(settings.process_port))
         return std::string("no socket for the media process: ") + std::strerror(errno);
     auto const readable = [](int, void* arg) {
@@ -57,6 +59,7 @@ void adapter::stop() {
         for (leg& each : one->legs)
             end(each);
     }
+    events.stop();
     agent.stop();
 }
 
@@ -165,6 +168,8 @@ void adapter::tell_line(int number, action&& tell) {
 // From the network
 
 void adapter::take_invite(sip_msg const* request) {
+    if (takes_over(request))
+        return;
     telephone* const called = telephone_of(text_of(request->uri.user));
     auto const free = called == nullptr || !process.connected() ? std::nullopt : called->state.free_leg();
     if (!free) {
@@ -209,6 +214,7 @@ void adapter::heard(sip_call& call, happening what) {
     leg* const one = leg_of(call);
     if (one == nullptr)
         return;
+    tell_referrer(*one, what);
     note(*one, what);
     int const number = one->channel % 2;
     tell_line(one->line, [&](line& state) { return state.far(what, number, now()); });

@@ -10,10 +10,12 @@
 
 #include "phone/call_record.h"
 #include "phone/libre.h"
+#include "phone/referral.h"
 #include "phone/ring_device.h"
 #include "phone/settings.h"
 #include "phone/sip_agent.h"
 #include "phone/sip_call.h"
+#include "phone/sip_events.h"
 
 namespace fxsphone {
 
@@ -39,9 +41,12 @@ private:
         int rtp_port = 0;           ///< 0: the process has not told yet
         std::uint8_t ssrc[4] = {};  ///< kept through the call's changes
         std::string to_invite;      ///< once the port is known
-        bool to_answer = false;     ///< likewise
+        std::string invite_headers;
+        bool to_answer = false;  ///< likewise
         std::unique_ptr<session_description> media;
         std::unique_ptr<sip_call> call;
+        std::unique_ptr<sent_referral> asked;     ///< its far end is to call somebody else
+        std::unique_ptr<taken_referral> follows;  ///< the other leg's far end has named whom this one calls
         std::optional<call_record> record;
     };
     struct telephone {
@@ -68,8 +73,13 @@ private:
     // From the network
     void heard(sip_call& call, happening what) override;
     void media_agreed(sip_call& call, media_plan const& plan) override;
+    void referred(sip_call& call, sip_msg const* request) override;
     void note(leg& one, happening what);
     void take_invite(sip_msg const* request);
+    bool takes_over(sip_msg const* request);
+    void take_over(leg& one, sip_msg const* request);
+    void tell_referrer(leg& one, happening what);
+    void transfer_ended(leg& one, bool reached);
 
     // To them
     void carry_out(telephone& which, std::vector<order> const& orders);
@@ -77,6 +87,8 @@ private:
     void open(leg& one, bool on_line);
     void end(leg& one);
     void write_record(leg& one);
+    std::unique_ptr<session_description> describe_media(leg const& one);
+    void transfer(telephone& which, leg& one, std::string const& to);
     void begin_call(leg& one, sip_call_direction direction);
     void invite(telephone& from, leg& one);
     void answer(telephone& at, leg& one);
@@ -89,6 +101,7 @@ private:
     void port_known(leg& one);
     leg* leg_of(int channel);
     leg* leg_of(sip_call const& call);
+    leg* leg_of(dialog_id const& dialog);
     telephone* telephone_of(int line);
     telephone* telephone_of(std::string const& user);
 
@@ -104,6 +117,7 @@ private:
     std::vector<std::unique_ptr<telephone>> telephones;
     ring_device ringer;
     sip_agent agent;
+    sip_events events;
     tmr timer = {};
     bool stopping = false;
     fxsmedia::client<adapter> process{*this};

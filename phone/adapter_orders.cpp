@@ -58,6 +58,9 @@ void adapter::carry_out(telephone& which, order const& one) {
             if (each.call)
                 each.call->hold(false);
             break;
+        case order_kind::transfer: transfer(which, each, one.text); break;
+        case order_kind::follow: open(each, false); break;
+        case order_kind::connect: put_on_line(each, true); break;
         case order_kind::send_key:
             if (which.settings.keys_as_events)
                 send_key(each, one.text[0]);
@@ -87,9 +90,12 @@ void adapter::write_record(leg& one) {
 /// In whatever state it is; nothing when there is neither a call nor a channel.
 void adapter::end(leg& one) {
     write_record(one);
+    one.asked.reset();
+    one.follows.reset();
     one.call.reset();
     one.media.reset();
     one.to_invite.clear();
+    one.invite_headers.clear();
     one.to_answer = false;
     one.rtp_port = 0;
     if (one.on_process)
@@ -97,11 +103,15 @@ void adapter::end(leg& one) {
     one.on_process = false;
 }
 
-void adapter::begin_call(leg& one, sip_call_direction direction) {
+std::unique_ptr<session_description> adapter::describe_media(leg const& one) {
     telephone_settings const& own = telephone_of(one.line)->settings;
+    return std::make_unique<session_description>(settings.sip_ip, own.codecs, own.ptime_ms);
+}
+
+void adapter::begin_call(leg& one, sip_call_direction direction) {
     std::uint32_t const drawn = rand_u32();
     std::memcpy(one.ssrc, &drawn, sizeof one.ssrc);
-    one.media = std::make_unique<session_description>(settings.sip_ip, own.codecs, own.ptime_ms);
+    one.media = describe_media(one);
     call_owner& owner = *this;
     one.call = std::make_unique<sip_call>(owner, *one.media);
     one.record = call_record{.line = one.line, .direction = direction, .begun_ms = now()};
@@ -124,7 +134,8 @@ void adapter::invite(telephone& from, leg& one) {
     one.media->set_port(one.rtp_port);
     one.record->far = to;
     std::string const address = "sip:" + from.settings.user + "@" + settings.own_domain();
-    if (one.call->invite(agent.door(), to, address, from.settings.display_name, from.settings.user))
+    if (one.call->invite(agent.door(), to, address, from.settings.display_name, from.settings.user,
+                         std::exchange(one.invite_headers, "")))
         return;
     std::fprintf(stderr, "line %d: can't call %s\n", one.line, to.c_str());
     heard(*one.call, happening::far_fails);

@@ -71,6 +71,7 @@ void read_calls(section& calls, phone_settings& settings) {
     calls.number("no_answer_ms", settings.times.no_answer_ms, 5000, 600'000);
     calls.choice("flash", settings.times.flash,
                  {{"keys", flash_use::keys}, {"swap", flash_use::swap}, {"conference", flash_use::conference}});
+    calls.yes_or_no("transfer", settings.times.transfer);
     calls.number("flash_key_ms", settings.times.flash_key_ms, 500, 10'000);
 }
 

@@ -32,7 +32,7 @@ void line::flash(std::int64_t now_ms, std::vector<order>& wanted) {
 }
 
 void line::flash_key(char which, std::int64_t now_ms, std::vector<order>& wanted) {
-    constexpr happening asked[] = {asked_drop_second, asked_drop_front, asked_swap, asked_join};
+    constexpr happening asked[] = {asked_drop_second, asked_drop_front, asked_swap, asked_join, asked_transfer};
     dues[flash_key_timer] = 0;
     if (which >= '0' && which < '0' + static_cast<int>(std::size(asked)))
         happen(asked[which - '0'], now_ms, wanted);
@@ -46,8 +46,13 @@ std::vector<order> line::replace(std::int64_t now_ms) {
     if (dues[hook_timer] == 0 && may_flash && settings.flash_ms > 0)
         dues[hook_timer] = now_ms + settings.flash_ms;
     else if (dues[hook_timer] == 0)
-        happen(replaced, now_ms, wanted);
+        put_down(now_ms, wanted);
     return wanted;
+}
+
+void line::put_down(std::int64_t now_ms, std::vector<order>& wanted) {
+    bool const connects = companion == second::held && (front == talking || front == calling || front == alerting);
+    happen(connects && settings.transfer ? handed_over : replaced, now_ms, wanted);
 }
 
 std::vector<order> line::press(char which, std::int64_t now_ms) {
@@ -70,12 +75,16 @@ std::vector<order> line::press(char which, std::int64_t now_ms) {
 
 std::vector<order> line::far(happening what, int of_leg, std::int64_t now_ms) {
     std::vector<order> wanted = pass_time(now_ms);
+    bool const pending = front == transferring || front == handing_over;
+    if (what == transferred && !pending)  // it talks to somebody else
+        what = far_ends;
     bool const in_front = of_leg == leg || what == invited;
     bool const gone = what == far_ends || what == far_fails || what == far_busy;
-    if (in_front)
+    bool const outcome = what == transferred || what == transfer_failed;
+    if (in_front || outcome)
         happen(what, now_ms, wanted);
-    else if (gone)
-        happen(other_ends, now_ms, wanted);
+    else if (gone || what == far_answers)
+        happen(gone ? other_ends : other_answers, now_ms, wanted);
     return wanted;
 }
 
@@ -89,7 +98,7 @@ std::vector<order> line::pass_time(std::int64_t now_ms) {
 void line::due(timer which, std::int64_t at_ms, std::vector<order>& wanted) {
     dues[which] = 0;
     switch (which) {
-        case hook_timer: happen(replaced, at_ms, wanted); break;
+        case hook_timer: put_down(at_ms, wanted); break;
         case flash_key_timer: happen(asked_swap, at_ms, wanted); break;
         case state_timer:
             if (front == collecting)
@@ -118,7 +127,7 @@ std::optional<int> line::free_leg() const {
 
 std::vector<order> line::restart(std::int64_t now_ms) {
     std::vector<order> wanted;
-    bool const lifted_still = front != state::on_hook && !rings() && dues[hook_timer] == 0;
+    bool const lifted_still = front != on_hook && front != handing_over && !rings() && dues[hook_timer] == 0;
     if (rings())
         carry_out(act::stop_ringing, wanted);
     carry_out(act::hang_up, wanted);
@@ -166,7 +175,10 @@ void line::carry_out(act what, std::vector<order>& wanted) {
         case act::waiting_tone: want(order_kind::waiting_tone, 1 - leg); break;
         case act::ring: want(order_kind::ring, leg); break;
         case act::stop_ringing: want(order_kind::stop_ringing, leg); break;
-        case act::invite: wanted.push_back({order_kind::invite, leg, tone::none, plan.destination(keys)}); break;
+        case act::invite:
+            called = plan.destination(keys);
+            wanted.push_back({order_kind::invite, leg, tone::none, called});
+            break;
         case act::answer: want(order_kind::answer, leg); break;
         case act::refuse: want(order_kind::refuse, leg); break;
         case act::decline_second: want(order_kind::decline, 1 - leg); break;
@@ -177,6 +189,10 @@ void line::carry_out(act what, std::vector<order>& wanted) {
         case act::resume: want(order_kind::resume, leg); break;
         case act::resume_second: want(order_kind::resume, 1 - leg); break;
         case act::swap: leg = 1 - leg; break;
+        case act::transfer: wanted.push_back({order_kind::transfer, leg, tone::none, called}); break;
+        case act::transfer_second: want(order_kind::transfer, 1 - leg); break;
+        case act::follow: want(order_kind::follow, 1 - leg); break;
+        case act::connect: want(order_kind::connect, leg); break;
         case act::send_key: send(leg); break;
         case act::send_key_to_second: send(1 - leg); break;
     }
@@ -202,6 +218,8 @@ int line::own_time_ms() const {
         case ringing_back: return settings.no_answer_ms;
         case dialling: return settings.first_key_ms;
         case collecting: return settings.next_key_ms;
+        case transferring:
+        case handing_over: return settings.transfer_ms;
         case refused: return settings.tone_ms;
         case talking: return companion == second::waiting ? settings.waiting_tone_ms : 0;
         case state::on_hook:

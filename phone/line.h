@@ -22,15 +22,21 @@ enum class happening {
     invited,    ///< a call comes in
     far_rings,
     far_answers,
-    far_busy,    ///< it refuses: 486, 600, 603
-    far_fails,   ///< any other refusal, or no answer from the network
-    far_ends,    ///< it hangs up, or takes its call back before it was answered
-    other_ends,  ///< the far end of the call that is held, waits or is joined does
+    far_busy,         ///< it refuses: 486, 600, 603
+    far_fails,        ///< any other refusal, or no answer from the network
+    far_ends,         ///< it hangs up, or takes its call back before it was answered
+    referred,         ///< it asks us to call somebody else instead (REFER)
+    transferred,      ///< it has reached whom it was to call instead of us
+    transfer_failed,  ///< it has not
+    other_answers,    ///< the call in the background is answered
+    other_ends,       ///< the far end of the call that is held, waits or is joined does
     // What the telephone asks for while there are two calls, by a hook flash and a key.
     asked_drop_second,  ///< 0: end the one that is held, refuse the one that waits
     asked_drop_front,   ///< 1: end the one in front, go on with the other
     asked_swap,         ///< 2, or no key
     asked_join,         ///< 3: all three with each other
+    asked_transfer,     ///< 4: the other two with each other, without this telephone
+    handed_over,        ///< the same by replacing the receiver
 };
 
 /// What the line wants done, in this order. A leg is one of the two calls that a line can have, 0 or 1.
@@ -47,6 +53,9 @@ enum class order_kind {
     hang_up,  ///< end the leg's call in whatever state it is, and close its channel
     hold,     ///< tell the far end, take the leg off the line
     resume,
+    transfer,  ///< the leg's far end is to call `text`, or, when it is empty, to take over the call of the other leg
+    follow,    ///< call, in the background, whom the far end has named
+    connect,   ///< that call comes onto the line
     send_key,  ///< `text` to the far end
 };
 
@@ -77,6 +86,8 @@ struct line_settings {
     int tone_ms = 30'000;         ///< busy and congestion tone; then silence until the receiver is replaced
     int flash_ms = 700;           ///< longest hook flash; 0: every on-hook is the end
     int waiting_tone_ms = 4'000;  ///< from one call-waiting tone to the next
+    int transfer_ms = 60'000;     ///< a transfer that nobody has reported of by then has failed (as the REFER expires)
+    bool transfer = true;         ///< by replacing the receiver while one call is held and the other rings or talks
     flash_use flash = flash_use::keys;
     int flash_key_ms = 1'500;  ///< so long after a flash its key may come (chosen: time to find the key, no more)
     bool call_waiting = true;
@@ -95,11 +106,14 @@ public:
         calling,
         alerting,
         talking,
+        transferring,  ///< the others are being connected, the receiver is still off
+        handing_over,  ///< the same with the receiver on its rest
         refused,
         left_off,
     };
-    /// The second call beside the one in front; joined: a conference of three.
-    enum class second { none, held, waiting, joined };
+    /// The second call beside the one in front; joined: a conference of three; following: a call that the far end
+    /// wants instead of itself, not answered yet.
+    enum class second { none, held, waiting, joined, following };
 
     line(dial_plan numbers, line_settings const& chosen) : plan(std::move(numbers)), settings(chosen) {}
 
@@ -108,7 +122,8 @@ public:
     std::vector<order> replace(std::int64_t now_ms);
     /// 0 to 9, *, #, A to D; others are ignored.
     std::vector<order> press(char which, std::int64_t now_ms);
-    /// far_rings, far_answers, far_busy, far_fails or far_ends, of the call on a leg; invited for one from free_leg().
+    /// far_rings, far_answers, far_busy, far_fails, far_ends, transferred or transfer_failed, of the call on a leg;
+    /// invited for one from free_leg(), referred for one that can_follow().
     std::vector<order> far(happening what, int leg, std::int64_t now_ms);
     /// Carries out what was due by then.
     std::vector<order> pass_time(std::int64_t now_ms);
@@ -117,6 +132,8 @@ public:
 
     /// The leg that another incoming call may have; nullopt: the line is busy.
     std::optional<int> free_leg() const;
+    /// The call on the leg may lead to somebody else now; the other leg is free for it.
+    bool can_follow(int of_leg) const { return front == state::talking && companion == second::none && leg == of_leg; }
     /// All calls are gone and the media process knows nothing of the line any more. A telephone that is off-hook gets
     /// its dial tone again.
     std::vector<order> restart(std::int64_t now_ms);
@@ -134,6 +151,7 @@ private:
 
     void flash(std::int64_t now_ms, std::vector<order>& wanted);
     void flash_key(char which, std::int64_t now_ms, std::vector<order>& wanted);
+    void put_down(std::int64_t now_ms, std::vector<order>& wanted);
     void due(timer which, std::int64_t at_ms, std::vector<order>& wanted);
     void happen(happening what, std::int64_t now_ms, std::vector<order>& wanted);
     void carry_out(act what, std::vector<order>& wanted);
@@ -146,6 +164,7 @@ private:
     second companion = second::none;
     int leg = 0;  ///< of the call in front
     std::string keys;
+    std::string called;  ///< whom, last
     char last_key = 0;
     std::array<std::int64_t, 3> dues = {};  ///< by timer; 0: it does not run
 };

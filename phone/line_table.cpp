@@ -13,8 +13,9 @@ states const off_hook = {dialling, collecting, calling, alerting, talking, refus
 states const before_answer = {calling, alerting};
 states const without_call = {refused, left_off};
 states const not_talking = {dialling, collecting, calling, alerting, refused, left_off};
-states const any = {on_hook, ringing,  ringing_back, dialling, collecting,
-                    calling, alerting, talking,      refused,  left_off};
+states const pending = {transferring, handing_over};
+states const any = {on_hook,  ringing, ringing_back, dialling,     collecting, calling,
+                    alerting, talking, transferring, handing_over, refused,    left_off};
 
 }  // namespace
 
@@ -45,6 +46,8 @@ std::vector<line::row> const line::table = {
     // A call.
     {{talking}, {joined}, key, {}, {}, {act::send_key, act::send_key_to_second}},
     {{talking}, {}, key, {}, {}, {act::send_key}},
+    {{talking}, {following}, far_ends, alerting, none, {act::hang_up, act::swap, act::connect, act::ringback_tone}},
+    {{talking}, {following}, far_fails, alerting, none, {act::hang_up, act::swap, act::connect, act::ringback_tone}},
     {{talking}, {joined}, far_ends, talking, none, {act::hang_up, act::swap}},
     {{talking}, {joined}, far_fails, talking, none, {act::hang_up, act::swap}},
     {{talking}, {}, far_ends, refused, {}, {act::busy_tone}},
@@ -59,10 +62,42 @@ std::vector<line::row> const line::table = {
     {{talking}, {joined}, asked_swap, talking, held, {act::hold_second}},
     {{talking}, {held}, asked_join, talking, joined, {act::resume_second}},
     {off_hook, {waiting}, asked_drop_second, {}, none, {act::decline_second, act::hang_up_second}},
-    {off_hook, {held, joined}, asked_drop_second, {}, none, {act::hang_up_second}},
+    {off_hook, {held, joined, following}, asked_drop_second, {}, none, {act::hang_up_second}},
     {{talking}, {joined}, asked_drop_front, talking, none, {act::hang_up, act::swap}},
     {off_hook, {held}, asked_drop_front, talking, none, {act::hang_up, act::swap, act::resume}},
     {off_hook, {waiting}, asked_drop_front, talking, none, {act::hang_up, act::swap, act::answer}},
+
+    // One call is transferred to the other, or to who was called and has not answered yet.
+    {{talking}, {held}, asked_transfer, transferring, {}, {act::hold, act::transfer_second}},
+    {{talking}, {held}, handed_over, handing_over, {}, {act::hold, act::transfer_second}},
+    {{talking}, {joined}, asked_transfer, transferring, held, {act::hold, act::hold_second, act::transfer_second}},
+    {before_answer, {held}, asked_transfer, transferring, none, {act::hang_up, act::swap, act::transfer}},
+    {before_answer, {held}, handed_over, handing_over, none, {act::hang_up, act::swap, act::transfer}},
+    {{transferring},
+     {held},
+     transferred,
+     dialling,
+     none,
+     {act::hang_up, act::hang_up_second, act::open, act::dial_tone}},
+    {{transferring}, {none}, transferred, dialling, {}, {act::hang_up, act::open, act::dial_tone}},
+    {{handing_over}, {held}, transferred, on_hook, none, {act::hang_up, act::hang_up_second}},
+    {{handing_over}, {none}, transferred, on_hook, {}, {act::hang_up}},
+    {{transferring}, {}, transfer_failed, talking, {}, {act::resume}},
+    {{transferring}, {}, timed_out, talking, {}, {act::resume}},
+    {{handing_over}, {held}, transfer_failed, ringing_back, none, {act::hang_up, act::swap, act::ring}},
+    {{handing_over}, {held}, timed_out, ringing_back, none, {act::hang_up, act::swap, act::ring}},
+    {{handing_over}, {none}, transfer_failed, ringing_back, {}, {act::ring}},
+    {{handing_over}, {none}, timed_out, ringing_back, {}, {act::ring}},
+    {pending, {held}, far_ends, {}, none, {act::hang_up, act::swap}},  // its call was taken over
+    {{transferring}, {none}, far_ends, dialling, {}, {act::hang_up, act::open, act::dial_tone}},
+    {{handing_over}, {none}, far_ends, on_hook, {}, {act::hang_up}},
+    {{handing_over}, {held}, lifted, talking, {}, {act::swap, act::resume}},
+    {{handing_over}, {none}, lifted, talking, {}, {act::resume}},
+    {{transferring}, {}, replaced, handing_over, {}, {}},
+
+    // The far end names somebody else to call.
+    {{talking}, {none}, referred, talking, following, {act::follow}},
+    {{talking}, {following}, other_answers, talking, none, {act::hang_up, act::swap, act::connect}},
 
     // No call in front any more, or none yet.
     {{refused}, {}, timed_out, left_off, {}, {act::silence}},
@@ -73,10 +108,10 @@ std::vector<line::row> const line::table = {
     {without_call, {none}, flashed, dialling, {}, {act::hang_up, act::open, act::dial_tone}},
 
     // The second call goes away, the receiver is replaced.
-    {any, {held, waiting, joined}, other_ends, {}, none, {act::hang_up_second}},
+    {any, {held, waiting, joined, following}, other_ends, {}, none, {act::hang_up_second}},
     {off_hook, {waiting}, replaced, ringing, none, {act::hang_up, act::swap, act::ring}},
     {off_hook, {held}, replaced, ringing_back, none, {act::hang_up, act::swap, act::ring}},
-    {off_hook, {joined}, replaced, on_hook, none, {act::hang_up, act::hang_up_second}},
+    {off_hook, {joined, following}, replaced, on_hook, none, {act::hang_up, act::hang_up_second}},
     {off_hook, {none}, replaced, on_hook, {}, {act::hang_up}},
 };
 

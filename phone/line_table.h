@@ -27,6 +27,10 @@ enum class line::act : std::uint8_t {
     resume,
     resume_second,
     swap,
+    transfer,
+    transfer_second,
+    follow,
+    connect,
     send_key,
     send_key_to_second,
 };

@@ -37,13 +37,14 @@ struct sip_agent::handlers {
             return true;
         if (pl_strcmp(&request->met, "OPTIONS") == 0)
             sip_treplyf(nullptr, nullptr, stack, request, false, 200, "OK",
-                        "Allow: INVITE,ACK,BYE,CANCEL,OPTIONS\r\nAccept: application/sdp\r\nContent-Length: 0\r\n\r\n");
+                        "Allow: INVITE,ACK,BYE,CANCEL,OPTIONS,REFER,NOTIFY\r\nAccept: "
+                        "application/sdp\r\nContent-Length: 0\r\n\r\n");
         else if (pl_strcmp(&request->met, "INVITE") == 0 || pl_strcmp(&request->met, "BYE") == 0 ||
-                 pl_strcmp(&request->met, "CANCEL") == 0)
+                 pl_strcmp(&request->met, "CANCEL") == 0 || pl_strcmp(&request->met, "NOTIFY") == 0)
             return false;
         else
             sip_treplyf(nullptr, nullptr, stack, request, false, 501, "Not Implemented",
-                        "Allow: INVITE,ACK,BYE,CANCEL,OPTIONS\r\nContent-Length: 0\r\n\r\n");
+                        "Allow: INVITE,ACK,BYE,CANCEL,OPTIONS,REFER,NOTIFY\r\nContent-Length: 0\r\n\r\n");
         return true;
     }
     static void ended(void*) { re_cancel(); }

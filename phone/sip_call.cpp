@@ -45,6 +45,7 @@ struct sip_call::handlers {
     static void progress(sip_msg const* message, void* arg) {
         sip_call& call = of(arg);
         call.code = message->scode;
+        call.note_dialog(message);
         if (mbuf_get_left(message->mb) > 0 && call.read(message, false))
             call.agreed();
         if (message->scode == 180 || message->scode == 183)
@@ -54,9 +55,11 @@ struct sip_call::handlers {
         sip_call& call = of(arg);
         if (!call.incoming)
             call.code = message->scode;
+        call.note_dialog(message);
         if (!std::exchange(call.answered, true))
             call.owner.heard(call, happening::far_answers);
     }
+    static void referred(sip*, sip_msg const* request, void* arg) { of(arg).owner.referred(of(arg), request); }
     static void closed(int, sip_msg const* message, void* arg) {
         sip_call& call = of(arg);
         bool const ended = call.answered || call.incoming;
@@ -71,13 +74,14 @@ sip_call::~sip_call() {
 }
 
 bool sip_call::invite(sipsess_sock* door, std::string const& to, std::string const& from, std::string const& from_name,
-                      std::string const& user) {
+                      std::string const& user, std::string const& headers) {
     far = number = to;
     mbuf* const offer = media.offer();
-    int const failed = sipsess_connect(&session, door, to.c_str(), from_name.empty() ? nullptr : from_name.c_str(),
-                                       from.c_str(), user.c_str(), nullptr, 0, sdp_type, offer, nullptr, nullptr, false,
-                                       handlers::offer, handlers::answer, handlers::progress, handlers::established,
-                                       nullptr, nullptr, handlers::closed, this, nullptr);
+    int const failed =
+        sipsess_connect(&session, door, to.c_str(), from_name.empty() ? nullptr : from_name.c_str(), from.c_str(),
+                        user.c_str(), nullptr, 0, sdp_type, offer, nullptr, nullptr, false, handlers::offer,
+                        handlers::answer, handlers::progress, handlers::established, nullptr, handlers::referred,
+                        handlers::closed, this, headers.empty() ? nullptr : "%s", headers.c_str());
     mem_deref(offer);
     return failed == 0;
 }
@@ -87,13 +91,14 @@ bool sip_call::take(sipsess_sock* door, sip* stack, sip_msg const* request, std:
     far = text_of(request->from.auri);
     number = text_of(request->from.uri.user);
     name = text_of(request->from.dname);
+    note_dialog(request);
     offered = mbuf_get_left(request->mb) > 0;
     if (offered && !read(request, true)) {
         sip_treply(nullptr, stack, request, 488, "Not Acceptable Here");
         return false;
     }
     return sipsess_accept(&session, door, request, 180, "Ringing", user.c_str(), sdp_type, nullptr, nullptr, nullptr,
-                          false, handlers::offer, handlers::answer, handlers::established, nullptr, nullptr,
+                          false, handlers::offer, handlers::answer, handlers::established, nullptr, handlers::referred,
                           handlers::closed, this, nullptr) == 0;
 }
 
@@ -121,6 +126,21 @@ void sip_call::hold(bool on) {
     mbuf* const offer = media.offer(on);
     sipsess_modify(session, offer);
     mem_deref(offer);
+}
+
+sip_dialog* sip_call::sip_side() const {
+    return session == nullptr ? nullptr : sipsess_dialog(session);
+}
+
+/// A request tells of the caller's end in From, a response of the called one's in To.
+void sip_call::note_dialog(sip_msg const* message) {
+    std::string const from = text_of(message->from.tag);
+    std::string const to = text_of(message->to.tag);
+    dialog = {text_of(message->callid), message->req ? to : from, message->req ? from : to};
+    sip_addr address;
+    sip_hdr const* const header = sip_msg_hdr(message, SIP_HDR_CONTACT);
+    if (header != nullptr && sip_addr_decode(&address, &header->val) == 0)
+        contact = text_of(address.auri);
 }
 
 bool sip_call::read(sip_msg const* message, bool is_offer) {

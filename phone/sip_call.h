@@ -7,6 +7,7 @@
 
 struct sip_msg;
 struct sip;
+struct sip_dialog;
 struct sipsess;
 struct sipsess_sock;
 
@@ -21,9 +22,18 @@ public:
     virtual void heard(sip_call& call, happening what) = 0;
     /// Media go elsewhere or are coded otherwise from now on: early media, an answer, the far end's new offer.
     virtual void media_agreed(sip_call& call, media_plan const& plan) = 0;
+    /// The far end wants us to call somebody else (REFER, RFC 3515). To be answered.
+    virtual void referred(sip_call& call, sip_msg const* request) = 0;
 
 protected:
     ~call_owner() = default;
+};
+
+/// What tells a dialog from all others (RFC 3261 section 12), seen from this end.
+struct dialog_id {
+    std::string call_id, local_tag, remote_tag;
+
+    bool operator==(dialog_id const&) const = default;
 };
 
 /// One SIP session (RFC 3261) with its offer and answer. Destroying it ends the call: CANCEL, BYE or a refusal,
@@ -35,8 +45,9 @@ public:
     sip_call(sip_call const&) = delete;
 
     /// Calls `to`, an address as "sip:user@host", from `from`. false: it is no address, or there is no way to it.
+    /// `headers`: further ones, each with its line end.
     bool invite(sipsess_sock* door, std::string const& to, std::string const& from, std::string const& from_name,
-                std::string const& user);
+                std::string const& user, std::string const& headers = {});
     /// Takes an INVITE that came in and says that the telephone rings. false: refused, with 488 for an offer without
     /// anything that we can code.
     bool take(sipsess_sock* door, sip* stack, sip_msg const* request, std::string const& user);
@@ -49,11 +60,18 @@ public:
     std::string const& far_address() const { return far; }  ///< as it stands in From or was called
     std::string const& far_number() const { return number; }
     std::string const& far_name() const { return name; }
+    std::string const& far_contact() const {
+        return contact;
+    }                                               ///< where its end of the dialog is; empty: not known yet
+    dialog_id const& id() const { return dialog; }  ///< complete once the far end has answered or rung
+    bool established() const { return answered; }
+    sip_dialog* sip_side() const;           ///< nullptr when the call is over
     int last_code() const { return code; }  ///< of the last response; 0: none
 
 private:
     struct handlers;
 
+    void note_dialog(sip_msg const* message);
     bool read(sip_msg const* message, bool is_offer);
     void agreed();
     void over(happening what);
@@ -61,7 +79,8 @@ private:
     call_owner& owner;
     session_description& media;
     sipsess* session = nullptr;
-    std::string far, number, name;
+    std::string far, number, name, contact;
+    dialog_id dialog;
     int code = 0;
     bool answered = false;
     bool incoming = false;

@@ -140,8 +140,8 @@ bool srtp_receiver::find_index(stream const* known, std::uint16_t number, parts 
                                std::uint64_t& index) const {
     bool const began = known && !known->packets.empty();
     std::int64_t const estimated = began ? estimate(known->packets.get_highest(), number) : number;
-    bool const replayed =
-        authenticates() && began && !known->rekeyed && !known->packets.is_new(static_cast<std::uint64_t>(std::max<std::int64_t>(estimated, 0)));
+    bool const replayed = authenticates() && began && !known->rekeyed &&
+                          !known->packets.is_new(static_cast<std::uint64_t>(std::max<std::int64_t>(estimated, 0)));
     index = static_cast<std::uint64_t>(estimated);
     if (estimated >= 0 && !replayed && is_right(rtp, packet, index))
         return true;

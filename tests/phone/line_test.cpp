@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <set>
 #include <sstream>
 
 #include "tests/support/seed.h"
@@ -14,8 +15,9 @@ dial_plan const plan({{"1xx", "sip:{}@here"}, {"0.", "sip:{}@there"}, {"112", "s
 
 std::string text_of(std::vector<order> const& orders) {
     static constexpr char const* tones[] = {"none", "ringback", "busy", "congestion", "dial"};
-    static constexpr char const* kinds[] = {"open",   "tone",    "waiting", "ring", "stop",   "invite", "answer",
-                                            "refuse", "decline", "end",     "hold", "resume", "send"};
+    static constexpr char const* kinds[] = {"open",     "tone",   "waiting", "ring", "stop", "invite",
+                                            "answer",   "refuse", "decline", "end",  "hold", "resume",
+                                            "transfer", "follow", "connect", "send"};
     std::string text;
     for (order const& one : orders) {
         text += text.empty() ? "" : ", ";
@@ -28,9 +30,15 @@ std::string text_of(std::vector<order> const& orders) {
 
 /// "lift", "replace", "flash", "keys 123", "wait", or what happened to a leg: "rings 0", "answers 0", "invited 1", ...
 std::vector<order> play(line& telephone, std::string const& step, std::int64_t now) {
-    static std::pair<char const*, happening> const far_ends[] = {
-        {"rings", happening::far_rings}, {"answers", happening::far_answers}, {"busy", happening::far_busy},
-        {"fails", happening::far_fails}, {"ends", happening::far_ends},       {"invited", happening::invited}};
+    static std::pair<char const*, happening> const far_ends[] = {{"rings", happening::far_rings},
+                                                                 {"answers", happening::far_answers},
+                                                                 {"busy", happening::far_busy},
+                                                                 {"fails", happening::far_fails},
+                                                                 {"ends", happening::far_ends},
+                                                                 {"invited", happening::invited},
+                                                                 {"referred", happening::referred},
+                                                                 {"transferred", happening::transferred},
+                                                                 {"untransferred", happening::transfer_failed}};
     std::istringstream in(step);
     std::string what, more;
     in >> what >> more;
@@ -206,6 +214,97 @@ std::vector<course> const courses = {
       {1200, "replace", ""},
       {1900, "wait", "end1, ring0"},
       {2000, "ends 0", "stop0, end0"}}},
+    {"transfer with a key, attended",
+     {{0, "invited 0", "ring0"},
+      {5, "lift", "stop0, answer0"},
+      {100, "flash", "hold0, open1, tone1 dial"},
+      {200, "keys 100", "tone1 none, invite1 sip:100@here"},
+      {400, "answers 1", "tone1 none"},
+      {500, "flash", ""},
+      {600, "keys 4", "hold1, transfer0"},
+      {700, "ends 1", "end1"},
+      {800, "transferred 0", "end0, open0, tone0 dial"}}},
+    {"transfer by replacing the receiver, attended",
+     {{0, "invited 0", "ring0"},
+      {5, "lift", "stop0, answer0"},
+      {100, "flash", "hold0, open1, tone1 dial"},
+      {200, "keys 100", "tone1 none, invite1 sip:100@here"},
+      {400, "answers 1", "tone1 none"},
+      {500, "replace", ""},
+      {1200, "wait", "hold1, transfer0"},
+      {1300, "transferred 0", "end1, end0"}}},
+    {"transfer that fails, attended",
+     {{0, "invited 0", "ring0"},
+      {5, "lift", "stop0, answer0"},
+      {100, "flash", "hold0, open1, tone1 dial"},
+      {200, "keys 100", "tone1 none, invite1 sip:100@here"},
+      {400, "answers 1", "tone1 none"},
+      {500, "flash", ""},
+      {600, "keys 4", "hold1, transfer0"},
+      {700, "untransferred 0", "resume1"},
+      {800, "replace", ""},
+      {1500, "wait", "hold1, transfer0"},
+      {1600, "untransferred 0", "end1, ring0"},
+      {1700, "lift", "stop0, resume0"}}},
+    {"transfer before the answer, and nobody reports of it",
+     {{0, "invited 0", "ring0"},
+      {5, "lift", "stop0, answer0"},
+      {100, "flash", "hold0, open1, tone1 dial"},
+      {200, "keys 100", "tone1 none, invite1 sip:100@here"},
+      {300, "rings 1", "tone1 ringback"},
+      {400, "replace", ""},
+      {1100, "wait", "end1, transfer0 sip:100@here"},
+      {61099, "wait", ""},
+      {61100, "wait", "ring0"}}},
+    {"transfer before the answer, with a key, and the far end goes",
+     {{0, "invited 0", "ring0"},
+      {5, "lift", "stop0, answer0"},
+      {100, "flash", "hold0, open1, tone1 dial"},
+      {200, "keys 100", "tone1 none, invite1 sip:100@here"},
+      {300, "rings 1", "tone1 ringback"},
+      {400, "flash", ""},
+      {500, "keys 4", "end1, transfer0 sip:100@here"},
+      {600, "ends 0", "end0, open0, tone0 dial"}}},
+    {"transfer thought better of",
+     {{0, "invited 0", "ring0"},
+      {5, "lift", "stop0, answer0"},
+      {100, "flash", "hold0, open1, tone1 dial"},
+      {200, "keys 100", "tone1 none, invite1 sip:100@here"},
+      {400, "answers 1", "tone1 none"},
+      {500, "replace", ""},
+      {1200, "wait", "hold1, transfer0"},
+      {1300, "lift", "resume0"},
+      {1400, "transferred 0", "tone0 busy"},
+      {1500, "ends 1", "end1"}}},
+    {"transfer of a conference",
+     {{0, "invited 0", "ring0"},
+      {5, "lift", "stop0, answer0"},
+      {100, "flash", "hold0, open1, tone1 dial"},
+      {200, "keys 100", "tone1 none, invite1 sip:100@here"},
+      {400, "answers 1", "tone1 none"},
+      {500, "flash", ""},
+      {600, "keys 3", "resume0"},
+      {700, "flash", ""},
+      {800, "keys 4", "hold1, hold0, transfer0"}}},
+    {"sent on to somebody else",
+     {{0, "invited 0", "ring0"},
+      {5, "lift", "stop0, answer0"},
+      {100, "referred 0", "follow1"},
+      {200, "rings 1", ""},
+      {300, "answers 1", "end0, connect1"},
+      {400, "keys 5", "send1 5"}}},
+    {"sent on, and left alone meanwhile",
+     {{0, "invited 0", "ring0"},
+      {5, "lift", "stop0, answer0"},
+      {100, "referred 0", "follow1"},
+      {200, "ends 0", "end0, connect1, tone1 ringback"},
+      {300, "answers 1", "tone1 none"}}},
+    {"sent on to somebody who does not answer",
+     {{0, "invited 0", "ring0"},
+      {5, "lift", "stop0, answer0"},
+      {100, "referred 0", "follow1"},
+      {200, "busy 1", "end1"},
+      {300, "keys 5", "send0 5"}}},
     {"the held party hangs up",
      {{0, "invited 0", "ring0"},
       {5, "lift", "stop0, answer0"},
@@ -246,46 +345,72 @@ TEST(phone_line, follows_each_course) {
     }
 }
 
-/// Counts what the orders leave behind: an order must fit its leg, and the hook on its rest leaves nothing.
+/// Counts what the orders leave behind: an order must fit its leg, whom one talks to is on the line and nobody else,
+/// and the hook on its rest leaves nothing.
 struct ledger {
-    bool channel[2] = {}, ringing = false;
+    bool channel[2] = {}, on_line[2] = {}, ringing = false;
 
     void keep(std::vector<order> const& orders, line const& telephone) {
         for (order const& one : orders) {
             bool& has = channel[one.leg];
-            bool const opens = one.kind == order_kind::open;
+            bool const opens = one.kind == order_kind::open || one.kind == order_kind::follow;
             if (opens) {
                 EXPECT_FALSE(has) << text_of(orders);
             }
-            bool const works = one.kind != order_kind::hang_up && one.kind != order_kind::stop_ringing;
-            has = one.kind != order_kind::hang_up && (has || opens);
-            if (works) {
+            bool const ends = one.kind == order_kind::hang_up;
+            has = !ends && (has || opens);
+            if (!ends && one.kind != order_kind::stop_ringing) {
                 EXPECT_TRUE(has) << text_of(orders);
             }
+            if (one.kind == order_kind::open || one.kind == order_kind::answer || one.kind == order_kind::resume ||
+                one.kind == order_kind::connect)
+                on_line[one.leg] = true;
+            if (ends || one.kind == order_kind::hold)
+                on_line[one.leg] = false;
             ringing = one.kind == order_kind::ring || (ringing && one.kind != order_kind::stop_ringing);
         }
+        judge(telephone, text_of(orders));
+    }
+
+    void judge(line const& telephone, std::string const& orders) const {
         EXPECT_EQ(ringing, telephone.rings());
-        if (telephone.now_in() == line::state::on_hook) {
-            EXPECT_FALSE(channel[0] || channel[1]) << text_of(orders);
+        auto const now = telephone.now_in();
+        bool const two = telephone.beside() != line::second::none;
+        int const front = telephone.front_leg();
+        if (now == line::state::on_hook) {
+            EXPECT_FALSE(channel[0] || channel[1]) << orders;
         }
+        bool const pending = now == line::state::transferring || now == line::state::handing_over;
+        EXPECT_EQ(channel[1 - front], two) << orders;
+        EXPECT_EQ(on_line[front], now != line::state::on_hook && !telephone.rings() && !pending) << orders;
+        EXPECT_EQ(on_line[1 - front], telephone.beside() == line::second::joined) << orders;
     }
 };
 
 void live_an_hour(dice& chance) {
     line telephone(plan, {});
     ledger books;
-    static std::string const inputs[] = {"lift",      "replace",   "flash",   "keys 1",  "keys 0",  "keys 12",
-                                         "keys 3",    "wait",      "flash",   "rings 0", "rings 1", "busy 0",
-                                         "answers 0", "answers 1", "fails 1", "ends 0",  "ends 1"};
+    static std::string const inputs[] = {
+        "lift",    "lift",          "keys 100",      "keys 100",        "answers 0",      "answers 1",
+        "flash",   "replace",       "flash",         "flash",           "keys 1",         "keys 0",
+        "keys 12", "keys 3",        "keys 4",        "keys 2",          "wait",           "rings 0",
+        "rings 1", "busy 0",        "answers 0",     "answers 1",       "fails 1",        "ends 0",
+        "ends 1",  "transferred 0", "transferred 1", "untransferred 0", "untransferred 1"};
+    std::set<std::pair<line::state, line::second>> seen;
     for (std::int64_t now = 1; now < 3'600'000; now += chance.below(900)) {
         if (auto const free = telephone.free_leg(); free && chance.chance(25)) {
             books.channel[*free] = true;  // its owner opens it before the line is told
             books.keep(telephone.far(happening::invited, *free, now), telephone);
         }
-        std::string const& input = inputs[chance.below(static_cast<int>(std::size(inputs)))];
+        if (int const leg = telephone.front_leg(); telephone.can_follow(leg) && chance.chance(10))
+            books.keep(telephone.far(happening::referred, leg, now), telephone);
+        bool const restarts = chance.below(500) == 0;
+        std::string const input = restarts ? "restart" : inputs[chance.below(static_cast<int>(std::size(inputs)))];
         books.keep(play(telephone, input, now), telephone);
+        seen.emplace(telephone.now_in(), telephone.beside());
         ASSERT_FALSE(testing::Test::HasFailure()) << input << " at " << now;
     }
+    EXPECT_GE(seen.size(), 15u) << "hardly anything happened";
 }
 
 TEST(phone_line, leaves_no_channel_after_an_hour_of_anything) {

@@ -12,9 +12,7 @@ str const ssrc = hex("CAFEBABE");
 constexpr int header_bytes = 12;
 
 /// Material's and tag's length of every transform.
-constexpr struct {
-    int material, tag;
-} suites[] = {{30, 10}, {30, 4}, {46, 10}, {46, 4}, {28, 16}, {44, 16}};
+constexpr struct { int material, tag; } suites[] = {{30, 10}, {30, 4}, {46, 10}, {46, 4}, {28, 16}, {44, 16}};
 
 // ---- published vectors
 
@@ -33,7 +31,8 @@ TEST(checked_keys, counter_mode_with_256_bits) {  // RFC 6188 sections 7.1 and 7
              hex("F0F1F2F3F4F5F6F7F8F9FAFBFCFD"), str());
     EXPECT_EQ(hex("92BDD28A93C3F52511C677D08B5515A49DA71B2378A854F67050756DED165BAC63C4868B7096D88421B563B8C94C9A31"),
               keys.crypt(0, 0, str('\0', 48)));
-    str const master = hex("F0F04914B513F2763A1B1FA130F10E2998F6F6E43E4309D1E622A0E332B9F1B63B04803DE51EE7C96423AB5B78D2");
+    str const master =
+        hex("F0F04914B513F2763A1B1FA130F10E2998F6F6E43E4309D1E622A0E332B9F1B63B04803DE51EE7C96423AB5B78D2");
     srtp_session_keys derived, published;
     derived.derive(srtp_suite::of(46, 10), master, srtp_session_keys::kind::rtp);
     published.set(false, hex("5BA1064E30EC51613CAD926C5A28EF731EC7FB397F70A960653CAF06554CD8C4"),
@@ -46,15 +45,18 @@ TEST(checked_keys, galois_counter_mode) {  // RFC 7714 sections 16.1.1 and 17.1
     srtp_session_keys keys;
     keys.set(true, hex("000102030405060708090A0B0C0D0E0F"), hex("517569642070726F2071756F"), str());
     str const header = hex("8040F17B8041F8D35501A0B2"),
-              said = hex("47616C6C696120657374206F6D6E697320646976697361"
-                         "20696E207061727465732074726573"),
+              said =
+                  hex("47616C6C696120657374206F6D6E697320646976697361"
+                      "20696E207061727465732074726573"),
               encrypted = hex("F24DE3A3FB34DE6CACBA861C9D7E4BCABE633BD50D294E6F42A5F47A51C7D19B36DE3ADF8833");
     EXPECT_EQ(encrypted, keys.crypt(0x5501A0B2, 0xF17B, said));
     EXPECT_EQ(hex("899D7F27BEB16A9152CF765EE4390CCE"), keys.tag(0x5501A0B2, 0xF17B, header, encrypted, str()));
-    str const report = hex("4E5450314E545032525450200000042A0000E930"
-                           "4C756E61DEADBEEFDEADBEEFDEADBEEFDEADBEEFDEADBEEF"),
-              hidden = hex("63E94885DCDAB67CA727D7662F6B7E997FF5C0F76C06F32DC676A5F1730D6FDA"
-                           "4CE09B4686303DED0BB9275B");
+    str const report =
+                  hex("4E5450314E545032525450200000042A0000E930"
+                      "4C756E61DEADBEEFDEADBEEFDEADBEEFDEADBEEFDEADBEEF"),
+              hidden =
+                  hex("63E94885DCDAB67CA727D7662F6B7E997FF5C0F76C06F32DC676A5F1730D6FDA"
+                      "4CE09B4686303DED0BB9275B");
     EXPECT_EQ(hidden, keys.crypt(0x4D617273, 0x5D4, report));
     EXPECT_EQ(hex("C84AA45896CF4D2FC5ABF87245D9EADE"),
               keys.tag(0x4D617273, 0x5D4, hex("81C8000D4D617273"), hidden, hex("800005D4")));
@@ -158,7 +160,8 @@ struct attacked {
     }
     str sent(std::uint32_t index) { return sent(tx, index); }
     static str sent(srtp_sender& sender, std::uint32_t index) {
-        return sender.protect(hex("8000") + utils::int2str(index, 2) + str('t', 4) + ssrc, utils::int2str(index, 4), index);
+        return sender.protect(hex("8000") + utils::int2str(index, 2) + str('t', 4) + ssrc, utils::int2str(index, 4),
+                              index);
     }
     /// Changes a bit; one of the SSRC makes it another stream's.
     void forge(str packet) {
@@ -197,7 +200,8 @@ TEST(checked_attack, forty_eight_hours_of_replays_forgeries_and_disorder) {
                 for (int burst = random.below(8); burst >= 0; burst--)
                     numbers.push_back(numbers.back() + static_cast<std::uint32_t>(random.between(1, 400)));
                 for (int i = random.below(12); i >= 0; i--)
-                    stream.deliver(numbers[numbers.size() - 1 - random.word() % std::min<std::size_t>(numbers.size(), 12)]);
+                    stream.deliver(
+                        numbers[numbers.size() - 1 - random.word() % std::min<std::size_t>(numbers.size(), 12)]);
                 numbers.push_back(numbers.back() + static_cast<std::uint32_t>(random.below(24000)));
             }
             EXPECT_GT(stream.came.size(), 300u);
