@@ -44,6 +44,7 @@ std::string adapter::start() {
         self->wake_in_time();
     };
     int const failed = fd_listen(process.fd(), FD_READ, readable, this);
+    register_telephones();
     wake_in_time();
     return failed == 0 ? "" : std::strerror(failed);
 }
@@ -60,7 +61,22 @@ void adapter::stop() {
             end(each);
     }
     events.stop();
+    registrations.clear();
     agent.stop();
+}
+
+/// One after the other, and not at the same moment as every other device that has got its power back.
+void adapter::register_telephones() {
+    constexpr std::uint64_t apart_ms = 500;
+    std::uint64_t after_ms = 0;
+    for (auto const& one : telephones) {
+        if (!one->settings.registrar)
+            continue;
+        after_ms += rand_u16() % apart_ms;
+        registrations.push_back(
+            std::make_unique<registration>(agent.stack(), one->settings, settings.instance, after_ms));
+        after_ms += apart_ms;
+    }
 }
 
 // Time

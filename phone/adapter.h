@@ -11,6 +11,7 @@
 #include "phone/call_record.h"
 #include "phone/libre.h"
 #include "phone/referral.h"
+#include "phone/registration.h"
 #include "phone/ring_device.h"
 #include "phone/settings.h"
 #include "phone/sip_agent.h"
@@ -75,6 +76,7 @@ private:
     void media_agreed(sip_call& call, media_plan const& plan) override;
     void referred(sip_call& call, sip_msg const* request) override;
     void note(leg& one, happening what);
+    void register_telephones();
     void take_invite(sip_msg const* request);
     bool takes_over(sip_msg const* request);
     void take_over(leg& one, sip_msg const* request);
@@ -118,6 +120,7 @@ private:
     ring_device ringer;
     sip_agent agent;
     sip_events events;
+    std::vector<std::unique_ptr<registration>> registrations;
     tmr timer = {};
     bool stopping = false;
     fxsmedia::client<adapter> process{*this};

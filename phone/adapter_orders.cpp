@@ -113,7 +113,7 @@ void adapter::begin_call(leg& one, sip_call_direction direction) {
     std::memcpy(one.ssrc, &drawn, sizeof one.ssrc);
     one.media = describe_media(one);
     call_owner& owner = *this;
-    one.call = std::make_unique<sip_call>(owner, *one.media);
+    one.call = std::make_unique<sip_call>(owner, *one.media, telephone_of(one.line)->settings.login);
     one.record = call_record{.line = one.line, .direction = direction, .begun_ms = now()};
 }
 
@@ -133,8 +133,11 @@ void adapter::invite(telephone& from, leg& one) {
     begin_call(one, sip_call_direction::outgoing);
     one.media->set_port(one.rtp_port);
     one.record->far = to;
-    std::string const address = "sip:" + from.settings.user + "@" + settings.own_domain();
-    if (one.call->invite(agent.door(), to, address, from.settings.display_name, from.settings.user,
+    auto const& registrar = from.settings.registrar;
+    std::string const address =
+        "sip:" + from.settings.user + "@" + (registrar ? registrar->domain : settings.own_domain());
+    std::string const route = registrar && !agent.is_here(to) ? registrar->way_out() : "";
+    if (one.call->invite(agent.door(), to, address, from.settings.display_name, from.settings.user, route,
                          std::exchange(one.invite_headers, "")))
         return;
     std::fprintf(stderr, "line %d: can't call %s\n", one.line, to.c_str());

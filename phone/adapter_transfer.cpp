@@ -67,7 +67,7 @@ void adapter::take_over(leg& one, sip_msg const* request) {
     telephone& which = *telephone_of(one.line);
     auto media = describe_media(one);
     call_owner& owner = *this;
-    auto call = std::make_unique<sip_call>(owner, *media);
+    auto call = std::make_unique<sip_call>(owner, *media, which.settings.login);
     media->set_port(one.rtp_port);
     if (!call->take(agent.door(), agent.stack(), request, which.settings.user))
         return;

@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "phone/configuration_section.h"
+#include "phone/network_configuration.h"
 #include "phone/session_description.h"
 
 namespace fxsphone {
@@ -38,7 +39,7 @@ void read_codecs(section& line, telephone_settings& one) {
     });
 }
 
-void read_line(toml::node const& node, phone_settings& settings) {
+void read_line(toml::node const& node, std::vector<registrar_settings> const& registrars, phone_settings& settings) {
     section line(table_in(node, "[[line]]"), "[[line]]");
     telephone_settings one;
     toml::node const& number = line.needed("number");
@@ -51,6 +52,7 @@ void read_line(toml::node const& node, phone_settings& settings) {
     line.number("ptime_ms", one.ptime_ms, 10, 60);
     line.yes_or_no("send_keys", one.keys_as_events);
     read_codecs(line, one);
+    read_login(line, registrars, one);
     line.nothing_else();
     for (telephone_settings const& other : settings.telephones) {
         if (other.number == one.number)
@@ -86,6 +88,7 @@ phone_settings read_all(toml::table const& file) {
         one.text("ip", settings.sip_ip);
         one.number("port", settings.sip_port, 1, 65535);
         one.text("domain", settings.domain);
+        one.text("instance", settings.instance);
         if (!fxsmedia::endpoint::from_text(settings.sip_ip.c_str(), 0))
             complain(*one.find("ip"), "'" + settings.sip_ip + "' is no IP address");
     });
@@ -98,7 +101,8 @@ phone_settings read_all(toml::table const& file) {
     in_section(whole, "dial", [&](section& one) { read_dial(one, settings); });
     whole.needed("process");
     whole.needed("line");
-    whole.list("line", [&](toml::node const& node) { read_line(node, settings); });
+    auto const registrars = read_registrars(whole, settings.instance);
+    whole.list("line", [&](toml::node const& node) { read_line(node, registrars, settings); });
     whole.nothing_else();
     return settings;
 }

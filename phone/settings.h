@@ -1,11 +1,36 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "phone/line.h"
 
 namespace fxsphone {
+
+/// What digest authentication (RFC 3261 section 22) asks for.
+struct credentials {
+    std::string user;
+    std::string password;
+};
+
+/// Where telephones are registered, and through which their calls go.
+struct registrar_settings {
+    std::string name;       ///< by which lines refer to it
+    std::string domain;     ///< of the addresses there: "host" or "host:port"
+    std::string proxy;      ///< outbound proxy, likewise; empty: the registrar itself
+    std::string transport;  ///< udp, tcp; empty: DNS tells (RFC 3263), UDP where it does not
+    int expires_s = 3600;   ///< asked for, as RFC 3261 section 10.2 has it
+    int keep_alive_s = 25;  ///< 0: none. RFC 5626 section 4.4.1: below 30 s for UDP
+    bool outbound = false;  ///< offers an RFC 5626 flow
+
+    /// "sip:host:port;transport=tcp" of a domain or a proxy.
+    std::string uri_of(std::string const& host) const {
+        return "sip:" + host + (transport.empty() ? "" : ";transport=" + transport);
+    }
+    /// The first hop of calls.
+    std::string way_out() const { return uri_of(proxy.empty() ? domain : proxy); }
+};
 
 /// One telephone.
 struct telephone_settings {
@@ -15,6 +40,8 @@ struct telephone_settings {
     std::vector<std::string> codecs = {"pcma", "pcmu"};
     int ptime_ms = 20;
     bool keys_as_events = true;  ///< keys that the driver saw go to the far end; false: it hears them anyway
+    std::optional<registrar_settings> registrar;
+    credentials login;
 };
 
 /// The whole configuration; the defaults are what fxsphone(1) says.
@@ -23,6 +50,7 @@ struct phone_settings {
     std::string sip_ip = "127.0.0.1";  ///< also where media is received
     int sip_port = 5060;
     std::string domain;       ///< of the telephones' own addresses; empty: sip_ip:sip_port
+    std::string instance;     ///< UUID of the device (RFC 5626 section 4.1), needed for outbound
     std::string ring_device;  ///< the line's number is appended; empty: none
     int tone_set = 1;         ///< of the control protocol, 1 to 16
     line_settings times;

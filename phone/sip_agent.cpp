@@ -81,4 +81,15 @@ void sip_agent::stop() {
     sip_close(transactions, false);
 }
 
+bool sip_agent::is_here(std::string const& address) const {
+    pl const text = {address.c_str(), address.size()};
+    uri parts;
+    sa host;
+    if (uri_decode(&parts, &text) != 0)
+        return false;
+    constexpr std::uint16_t usual_port = SIP_PORT;
+    return sa_set(&host, &parts.host, parts.port == 0 ? usual_port : parts.port) == 0 &&
+           sip_transp_isladdr(transactions, SIP_TRANSP_NONE, &host);
+}
+
 }  // namespace fxsphone

@@ -24,6 +24,9 @@ public:
     /// Ends transactions in their own time, then libre's main loop.
     void stop();
 
+    /// Whether an address, "sip:user@host:port", is one of those that it listens on.
+    bool is_here(std::string const& uri) const;
+
     sipsess_sock* door() const { return sessions; }
     sip* stack() const { return transactions; }
 

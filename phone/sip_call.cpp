@@ -1,6 +1,6 @@
 #include "phone/sip_call.h"
 
-#include "phone/libre.h"
+#include "phone/registration.h"
 
 #include <utility>
 
@@ -74,14 +74,15 @@ sip_call::~sip_call() {
 }
 
 bool sip_call::invite(sipsess_sock* door, std::string const& to, std::string const& from, std::string const& from_name,
-                      std::string const& user, std::string const& headers) {
+                      std::string const& user, std::string const& route, std::string const& headers) {
     far = number = to;
+    char const* routes[] = {route.c_str()};
     mbuf* const offer = media.offer();
-    int const failed =
-        sipsess_connect(&session, door, to.c_str(), from_name.empty() ? nullptr : from_name.c_str(), from.c_str(),
-                        user.c_str(), nullptr, 0, sdp_type, offer, nullptr, nullptr, false, handlers::offer,
-                        handlers::answer, handlers::progress, handlers::established, nullptr, handlers::referred,
-                        handlers::closed, this, headers.empty() ? nullptr : "%s", headers.c_str());
+    int const failed = sipsess_connect(
+        &session, door, to.c_str(), from_name.empty() ? nullptr : from_name.c_str(), from.c_str(), user.c_str(), routes,
+        route.empty() ? 0 : 1, sdp_type, offer, answer_challenge, const_cast<credentials*>(&authentication), false,
+        handlers::offer, handlers::answer, handlers::progress, handlers::established, nullptr, handlers::referred,
+        handlers::closed, this, headers.empty() ? nullptr : "%s", headers.c_str());
     mem_deref(offer);
     return failed == 0;
 }
@@ -97,9 +98,9 @@ bool sip_call::take(sipsess_sock* door, sip* stack, sip_msg const* request, std:
         sip_treply(nullptr, stack, request, 488, "Not Acceptable Here");
         return false;
     }
-    return sipsess_accept(&session, door, request, 180, "Ringing", user.c_str(), sdp_type, nullptr, nullptr, nullptr,
-                          false, handlers::offer, handlers::answer, handlers::established, nullptr, handlers::referred,
-                          handlers::closed, this, nullptr) == 0;
+    return sipsess_accept(&session, door, request, 180, "Ringing", user.c_str(), sdp_type, nullptr, answer_challenge,
+                          const_cast<credentials*>(&authentication), false, handlers::offer, handlers::answer,
+                          handlers::established, nullptr, handlers::referred, handlers::closed, this, nullptr) == 0;
 }
 
 bool sip_call::answer() {

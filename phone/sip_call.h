@@ -4,6 +4,7 @@
 
 #include "phone/line.h"
 #include "phone/session_description.h"
+#include "phone/settings.h"
 
 struct sip_msg;
 struct sip;
@@ -40,14 +41,16 @@ struct dialog_id {
 /// whatever fits.
 class sip_call {
 public:
-    sip_call(call_owner& told, session_description& words) : owner(told), media(words) {}
+    /// `login` answers challenges to the call's requests; it lives as long as the SIP stack.
+    sip_call(call_owner& told, session_description& words, credentials const& login)
+        : owner(told), media(words), authentication(login) {}
     ~sip_call();
     sip_call(sip_call const&) = delete;
 
-    /// Calls `to`, an address as "sip:user@host", from `from`. false: it is no address, or there is no way to it.
-    /// `headers`: further ones, each with its line end.
+    /// Calls `to`, an address as "sip:user@host", from `from`; first hop is `route`, an address, too, unless it is
+    /// empty. `headers`: further ones, each with its line end. false: it is no address, or there is no way to it.
     bool invite(sipsess_sock* door, std::string const& to, std::string const& from, std::string const& from_name,
-                std::string const& user, std::string const& headers = {});
+                std::string const& user, std::string const& route, std::string const& headers = {});
     /// Takes an INVITE that came in and says that the telephone rings. false: refused, with 488 for an offer without
     /// anything that we can code.
     bool take(sipsess_sock* door, sip* stack, sip_msg const* request, std::string const& user);
@@ -78,6 +81,7 @@ private:
 
     call_owner& owner;
     session_description& media;
+    credentials const& authentication;
     sipsess* session = nullptr;
     std::string far, number, name, contact;
     dialog_id dialog;

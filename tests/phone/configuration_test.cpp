@@ -14,6 +14,8 @@ namespace {
 std::string const process = "[process]\nport = 5500\n";
 std::string const line_0 = "[[line]]\nnumber = 0\nuser = \"100\"\n";
 
+std::string const pbx = "[[registrar]]\nname = \"a\"\ndomain = \"a.example:5070\"\n";
+
 TEST(phone_configuration, names_the_place_of_a_mistake) {
     struct mistake {
         std::string text, problem;
@@ -38,6 +40,16 @@ TEST(phone_configuration, names_the_place_of_a_mistake) {
               "f:4:18: '.' is none of 0 to 9, *, #, x and a last '.'"},
              {process + "[dial]\nplan = [{ keys = \"1\", call = \"100\" }]\n",
               "f:4:30: 'call' is to be an address that begins with sip: or sips:"},
+             {process + "[[registrar]]\nname = \"a\"\n" + line_0, "f:3:1: [[registrar]] needs 'domain'"},
+             {process + pbx + "transport = \"sctp\"\n" + line_0, "f:6:13: 'sctp' is none of udp, tcp"},
+             {process + pbx + "proxy = \"sip:b\"\n" + line_0, "f:6:9: 'proxy' is to be a host or host:port"},
+             {process + pbx + "outbound = true\n" + line_0, "f:6:12: 'outbound' needs 'instance' in [sip]"},
+             {process + pbx + pbx + line_0, "f:6:1: there is a registrar 'a' already"},
+             {process + line_0 + "registrar = \"b\"\n", "f:6:13: there is no registrar 'b'"},
+             {process + line_0 + "password = \"x\"\npassword_env = \"HOME\"\n",
+              "f:7:16: one of password, password_file and password_env is enough"},
+             {process + line_0 + "password_env = \"NO_SUCH_NAME\"\n", "f:6:16: the environment has no 'NO_SUCH_NAME'"},
+             {process + line_0 + "password_file = \"/no/such\"\n", "f:6:17: no password can be read from '/no/such'"},
          }) {
         configuration const read = read_configuration(one.text, "f");
         EXPECT_FALSE(read.settings.has_value());
@@ -54,6 +66,18 @@ TEST(phone_configuration, reads_the_example) {
     EXPECT_EQ(read.settings->telephones.size(), 2u);
     EXPECT_EQ(read.settings->telephones[1].codecs, (std::vector<std::string>{"g722", "pcma", "pcmu"}));
     EXPECT_EQ(dial_plan(read.settings->plan).destination("101"), "sip:101@127.0.0.1:5060");
+}
+
+TEST(phone_configuration, reads_passwords_from_elsewhere) {
+    std::string const file = testing::TempDir() + "phone-password";
+    std::ofstream(file) << "open sesame\r\nsecond line\n";
+    configuration const read = read_configuration(
+        process + pbx + line_0 + "registrar = \"a\"\nauth_user = \"u\"\npassword_file = \"" + file + "\"\n", "f");
+    ASSERT_TRUE(read.settings) << read.problem;
+    telephone_settings const& one = read.settings->telephones[0];
+    EXPECT_EQ(one.login.user, "u");
+    EXPECT_EQ(one.login.password, "open sesame");
+    EXPECT_EQ(one.registrar->way_out(), "sip:a.example:5070");
 }
 
 TEST(phone_driver, reads_what_the_driver_says_and_nothing_else) {

@@ -26,14 +26,16 @@ inline void write_wav(std::string const& path, signals::samples const& pcm) {
 /// Simulated lines, the media process and fxsphone, all as programs.
 class device {
 public:
-    explicit device(std::string const& more_plan = {})
+    /// Rows of the dial plan, tables of the configuration, and keys of both lines, all beside what every test needs.
+    explicit device(std::string const& more_plan = {}, std::string const& tables = {}, std::string const& keys = {})
         : folder(testing::TempDir() + "phone-" + std::to_string(free_port())),
           sip_port(free_port()),
           process_port(free_port()),
           lines((prepare(), lines_arguments())),
           serving(lines.wait_for_text("serving")),
           process(std::make_unique<child>(process_arguments())),
-          phone((configure(more_plan), std::vector<std::string>{FXSPHONE, "-v", folder + "/phone.toml"})) {
+          phone(
+              (configure(more_plan, tables, keys), std::vector<std::string>{FXSPHONE, "-v", folder + "/phone.toml"})) {
         EXPECT_TRUE(serving);
         EXPECT_TRUE(phone.wait_for_text("the media process answers"));
     }
@@ -120,13 +122,15 @@ private:
         }
         return all;
     }
-    void configure(std::string const& more_plan) const {
+    void configure(std::string const& more_plan, std::string const& tables, std::string const& keys) const {
         std::ofstream(folder + "/phone.toml")
             << "[process]\nport = " << process_port << "\n[sip]\nport = " << sip_port << "\n[driver]\nring = \""
             << folder << "/ring\"\n[dial]\nplan = [{ keys = \"10x\", call = \"sip:{}@127.0.0.1:" << sip_port
             << "\" },\n"
-            << more_plan
-            << "]\n[[line]]\nnumber = 0\nuser = \"100\"\n[[line]]\nnumber = 1\nuser = \"101\"\nname = \"Bell\"\n"
+            << more_plan << "]\n"
+            << tables << "[[line]]\nnumber = 0\nuser = \"100\"\n"
+            << keys << "[[line]]\nnumber = 1\nuser = \"101\"\nname = \"Bell\"\n"
+            << keys
             << "[[line]]\nnumber = 2\nuser = \"102\"\n";
     }
 };
