@@ -30,8 +30,7 @@ adapter::~adapter() {
 }
 
 std::string adapter::start() {
-    std::string const problem = agent.start(settings.sip_ip, settings.sip_port, trace,
-                                            [this](sip_msg const* request) { take_invite(request); });
+    std::string const problem = agent.start(settings, trace, [this](sip_msg const* request) { take_invite(request); });
     if (!problem.empty())
         return problem;
     if (std::string const failed = events.start(agent.stack()); !failed.empty())

@@ -92,6 +92,7 @@ phone_settings read_all(toml::table const& file) {
         if (!fxsmedia::endpoint::from_text(settings.sip_ip.c_str(), 0))
             complain(*one.find("ip"), "'" + settings.sip_ip + "' is no IP address");
     });
+    in_section(whole, "tls", [&](section& one) { read_tls(one, settings.tls); });
     in_section(whole, "driver", [&](section& one) {
         one.text("ring", settings.ring_device);
         one.number("flash_ms", settings.times.flash_ms, 0, 2000);

@@ -8,6 +8,11 @@
 #define HAVE_STDBOOL_H 1
 #endif
 
+// Debian builds libre with OpenSSL; its headers want to be told.
+#ifndef USE_OPENSSL
+#define USE_OPENSSL 1
+#endif
+
 #include <re.h>
 
 namespace fxsphone {

@@ -8,7 +8,7 @@ namespace fxsphone {
 
 namespace {
 
-constexpr char const* transports[] = {"udp", "tcp"};
+constexpr char const* transports[] = {"udp", "tcp", "tls"};
 
 /// "host", "host:port" or "[address]:port".
 void host(section& one, char const* key, std::string& value) {
@@ -28,7 +28,7 @@ registrar_settings read_registrar(toml::node const& node, std::string const& ins
     host(one, "proxy", read.proxy);
     one.text("transport", read.transport);
     if (!read.transport.empty() && std::ranges::count(transports, read.transport) == 0)
-        complain(*one.find("transport"), "'" + read.transport + "' is none of udp, tcp");
+        complain(*one.find("transport"), "'" + read.transport + "' is none of udp, tcp, tls");
     one.number("expires_s", read.expires_s, 60, 86'400);
     one.number("keep_alive_s", read.keep_alive_s, 0, 3600);
     one.yes_or_no("outbound", read.outbound);
@@ -81,6 +81,16 @@ std::vector<registrar_settings> read_registrars(section& whole, std::string cons
         all.push_back(read);
     });
     return all;
+}
+
+void read_tls(section& tls, tls_settings& chosen) {
+    tls.number("port", chosen.port, 1, 65535);
+    tls.yes_or_no("verify", chosen.verify);
+    for (auto const& [key, file] : {std::pair{"ca_file", &chosen.ca_file}, {"certificate", &chosen.certificate}}) {
+        tls.text(key, *file);
+        if (!file->empty() && !std::ifstream(*file))
+            complain(*tls.find(key), "'" + *file + "' can't be read");
+    }
 }
 
 void read_login(section& line, std::vector<registrar_settings> const& registrars, telephone_settings& one) {

@@ -10,6 +10,9 @@ namespace fxsphone {
 /// The [[registrar]] tables of the file. `instance` is the device's, which outbound needs.
 std::vector<registrar_settings> read_registrars(section& whole, std::string const& instance);
 
+/// [tls]
+void read_tls(section& tls, tls_settings& chosen);
+
 /// What a [[line]] says of its registrar: which one, the name there and the password, which may stand in another file
 /// or in the environment.
 void read_login(section& line, std::vector<registrar_settings> const& registrars, telephone_settings& one);

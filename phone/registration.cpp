@@ -55,12 +55,11 @@ void registration::begin() {
     auto const answered = [](int error, sip_msg const* response, void* arg) {
         static_cast<registration*>(arg)->heard(error, response);
     };
-    int const failed =
-        sipreg_register(&client, transactions, registrar.uri_of(registrar.domain).c_str(), address.c_str(), nullptr,
-                        address.c_str(), static_cast<std::uint32_t>(registrar.expires_s), telephone.user.c_str(), route,
-                        registrar.proxy.empty() ? 0 : 1, registrar.outbound ? 1 : 0, answer_challenge,
-                        const_cast<credentials*>(&telephone.login), false, answered, this,
-                        registrar.outbound ? parameters.c_str() : nullptr, nullptr);
+    int const failed = sipreg_register(
+        &client, transactions, registrar.uri_of(registrar.domain).c_str(), address.c_str(), nullptr, address.c_str(),
+        static_cast<std::uint32_t>(registrar.expires_s), telephone.user.c_str(), route, registrar.proxy.empty() ? 0 : 1,
+        registrar.outbound ? 1 : 0, answer_challenge, const_cast<credentials*>(&telephone.login), false, answered, this,
+        registrar.outbound ? parameters.c_str() : nullptr, nullptr);
     if (failed == 0)
         return;
     say("not registered at " + registrar.domain + ": " + std::strerror(failed));
@@ -76,7 +75,9 @@ void registration::heard(int error, sip_msg const* response) {
     }
     far = response->src;
     transport = response->tp;
-    keep_alive_later();
+    tmr_cancel(&keep_alive_timer);
+    if (!sip_msg_hdr_has_value(response, SIP_HDR_REQUIRE, "outbound"))  // libre keeps such a flow alive itself
+        keep_alive_later();
     say("registered at " + registrar.domain + " for " + std::to_string(sipreg_proxy_expires(client)) + " s");
 }
 

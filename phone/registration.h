@@ -11,8 +11,8 @@ namespace fxsphone {
 int answer_challenge(char** user, char** password, char const* realm, void* arg);
 
 /// Keeps one telephone registered (RFC 3261 section 10): refreshed when nine tenths of its time are over, begun again
-/// after a failure as RFC 5626 section 4.5 has it, after half to all of 60 s, twice as long each time, up to 30 minutes.
-/// What changes is said on standard error.
+/// after a failure as RFC 5626 section 4.5 has it, after half to all of 60 s, twice as long each time, up to 30
+/// minutes. What changes is said on standard error.
 class registration {
 public:
     /// The first attempt is made after that time. `who` has a registrar and lives longer than this.

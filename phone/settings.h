@@ -19,7 +19,7 @@ struct registrar_settings {
     std::string name;       ///< by which lines refer to it
     std::string domain;     ///< of the addresses there: "host" or "host:port"
     std::string proxy;      ///< outbound proxy, likewise; empty: the registrar itself
-    std::string transport;  ///< udp, tcp; empty: DNS tells (RFC 3263), UDP where it does not
+    std::string transport;  ///< udp, tcp, tls; empty: DNS tells (RFC 3263), UDP where it does not
     int expires_s = 3600;   ///< asked for, as RFC 3261 section 10.2 has it
     int keep_alive_s = 25;  ///< 0: none. RFC 5626 section 4.4.1: below 30 s for UDP
     bool outbound = false;  ///< offers an RFC 5626 flow
@@ -30,6 +30,19 @@ struct registrar_settings {
     }
     /// The first hop of calls.
     std::string way_out() const { return uri_of(proxy.empty() ? domain : proxy); }
+    /// Its host, without port and brackets.
+    std::string first_host() const {
+        std::string const& first = proxy.empty() ? domain : proxy;
+        return first.starts_with('[') ? first.substr(1, first.find(']') - 1) : first.substr(0, first.find(':'));
+    }
+};
+
+/// For SIP over TLS.
+struct tls_settings {
+    int port = 5061;
+    bool verify = true;       ///< the certificates of those that we connect to
+    std::string ca_file;      ///< PEM, whom to trust; empty: whom the system trusts
+    std::string certificate;  ///< PEM with its key, shown to those that connect to us; empty: they can't
 };
 
 /// One telephone.
@@ -49,13 +62,24 @@ struct phone_settings {
     int process_port = 0;
     std::string sip_ip = "127.0.0.1";  ///< also where media is received
     int sip_port = 5060;
-    std::string domain;       ///< of the telephones' own addresses; empty: sip_ip:sip_port
+    std::string domain;  ///< of the telephones' own addresses; empty: sip_ip:sip_port
+    tls_settings tls;
     std::string instance;     ///< UUID of the device (RFC 5626 section 4.1), needed for outbound
     std::string ring_device;  ///< the line's number is appended; empty: none
     int tone_set = 1;         ///< of the control protocol, 1 to 16
     line_settings times;
     std::vector<dial_rule> plan;
     std::vector<telephone_settings> telephones;
+
+    /// Hosts of registrars and proxies that are reached by TLS.
+    std::vector<std::string> tls_hosts() const {
+        std::vector<std::string> hosts;
+        for (telephone_settings const& one : telephones)
+            if (one.registrar && one.registrar->transport == "tls")
+                hosts.push_back(one.registrar->first_host());
+        return hosts;
+    }
+    bool uses_tls() const { return !tls.certificate.empty() || !tls_hosts().empty(); }
 
     /// Domain or, without one, the address that it listens on.
     std::string own_domain() const { return domain.empty() ? sip_ip + ":" + std::to_string(sip_port) : domain; }

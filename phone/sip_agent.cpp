@@ -57,23 +57,43 @@ sip_agent::~sip_agent() {
     mem_deref(names);
 }
 
-std::string sip_agent::start(std::string const& ip, int port, bool trace, incoming_handler handler) {
+std::string sip_agent::start(phone_settings const& settings, bool trace, incoming_handler handler) {
     invited = std::move(handler);
     names = system_names();
-    sa address;
-    if (sa_set_str(&address, ip.c_str(), static_cast<std::uint16_t>(port)) != 0)
-        return ip + " is no address";
     int failed = sip_alloc(&transactions, names, hash_buckets, hash_buckets, hash_buckets, "fxsphone " FXSMEDIA_VERSION,
                            handlers::ended, this);
-    for (sip_transp const transport : {SIP_TRANSP_UDP, SIP_TRANSP_TCP})
-        failed = failed != 0 ? failed : sip_transp_add(transactions, transport, &address);
     if (failed != 0)
-        return "can't listen on " + ip + ":" + std::to_string(port) + ": " + std::strerror(failed);
+        return std::strerror(failed);
+    if (std::string problem = listen_on(settings.sip_ip, settings); !problem.empty())
+        return problem;
     failed = sipsess_listen(&sessions, transactions, static_cast<int>(hash_buckets), handlers::invite, this);
     failed = failed != 0 ? failed : sip_listen(&requests, transactions, true, handlers::other, this);
     if (trace)
         sip_set_trace_handler(transactions, print_message);
     return failed == 0 ? "" : std::strerror(failed);
+}
+
+std::string sip_agent::listen_on(std::string const& ip, phone_settings const& settings) {
+    sa address;
+    if (sa_set_str(&address, ip.c_str(), static_cast<std::uint16_t>(settings.sip_port)) != 0)
+        return ip + " is no address";
+    int failed = 0;
+    for (sip_transp const transport : {SIP_TRANSP_UDP, SIP_TRANSP_TCP})
+        failed = failed != 0 ? failed : sip_transp_add(transactions, transport, &address);
+    if (failed != 0)
+        return "can't listen on " + ip + ":" + std::to_string(settings.sip_port) + ": " + std::strerror(failed);
+    return settings.uses_tls() ? listen_by_tls(address, settings) : "";
+}
+
+std::string sip_agent::listen_by_tls(sa const& address, phone_settings const& settings) {
+    if (security.handle() == nullptr)
+        if (std::string problem = security.open(settings.tls, settings.tls_hosts()); !problem.empty())
+            return problem;
+    sa secure = address;
+    sa_set_port(&secure, static_cast<std::uint16_t>(settings.tls.port));
+    int const failed = sip_transp_add(transactions, SIP_TRANSP_TLS, &secure, security.handle());
+    return failed == 0 ? ""
+                       : "can't listen on port " + std::to_string(settings.tls.port) + ": " + std::strerror(failed);
 }
 
 void sip_agent::stop() {

@@ -3,6 +3,9 @@
 #include <functional>
 #include <string>
 
+#include "phone/tls_context.h"
+
+struct sa;
 struct sip;
 struct sip_lsnr;
 struct sip_msg;
@@ -19,8 +22,9 @@ public:
 
     ~sip_agent();
 
-    /// Listens on UDP and TCP. An empty text, or what went wrong.
-    std::string start(std::string const& ip, int port, bool trace, incoming_handler handler);
+    /// Listens on UDP and TCP, on TLS where a registrar is reached by it or we have a certificate. An empty text, or
+    /// what went wrong.
+    std::string start(phone_settings const& settings, bool trace, incoming_handler handler);
     /// Ends transactions in their own time, then libre's main loop.
     void stop();
 
@@ -33,10 +37,14 @@ public:
 private:
     struct handlers;
 
+    std::string listen_on(std::string const& ip, phone_settings const& settings);
+    std::string listen_by_tls(sa const& address, phone_settings const& settings);
+
     sip* transactions = nullptr;
     sip_lsnr* requests = nullptr;
     sipsess_sock* sessions = nullptr;
     dnsc* names = nullptr;
+    tls_context security;
     incoming_handler invited;
 };
 

@@ -1,6 +1,7 @@
 #include <cstdlib>
 
 #include "tests/phone/device.h"
+#include "tests/support/udp_peer.h"
 
 namespace {
 
@@ -19,22 +20,46 @@ struct registered_device : device {
     registered_device(std::string const& transport, std::uint16_t port, std::string const& more = {})
         : device("{ keys = \"9xxx\", call = \"sip:{}@127.0.0.1:" + std::to_string(port) + "\" }",
                  "[[registrar]]\nname = \"pbx\"\ndomain = \"127.0.0.1:" + std::to_string(port) + "\"\ntransport = \"" +
-                     transport + "\"\nkeep_alive_s = 1\n" + more,
+                     transport + "\"\n" + more,
                  "registrar = \"pbx\"\npassword_env = \"PHONE_TEST_PASSWORD\"\n") {}
 };
+
+std::string next_datagram(udp_peer const& at) {
+    std::string buffer(65536, 0);
+    ssize_t const n = shows(at.fd(), POLLIN) ? recv(at.fd(), buffer.data(), buffer.size(), 0) : 0;
+    return buffer.substr(0, static_cast<std::size_t>(std::max<ssize_t>(n, 0)));
+}
 
 class phone_network : public testing::Test {
 protected:
     void SetUp() override { setenv("PHONE_TEST_PASSWORD", secret, 1); }
 };
 
+std::string tls_table(std::string const& keys) {
+    return "[tls]\nport = " + std::to_string(free_port()) + "\n" + keys + "\n";
+}
+
+/// Made by openssl for this test: certificate and key in one file, for a name of the form "IP:127.0.0.1" or "DNS:a".
+std::string certificate_for(std::string const& name) {
+    std::string const file = testing::TempDir() + "phone-certificate-" + name.substr(0, 3) + ".pem";
+    std::string const command =
+        "openssl req -x509 -newkey ec -pkeyopt ec_paramgen_curve:prime256v1 -noenc -days 2 -subj "
+        "/CN=test -addext subjectAltName=" +
+        name + " -keyout " + file + ".key -out " + file + " 2>/dev/null && cat " + file + ".key >> " + file;
+    EXPECT_EQ(std::system(command.c_str()), 0) << "the tests need openssl";
+    return file;
+}
+
 class phone_network_by : public phone_network, public testing::WithParamInterface<char const*> {};
 
 TEST_P(phone_network_by, registers_and_calls_through_the_registrar) {
     std::uint16_t const port = free_port();
-    child pbx(registrar(GetParam(), port));
+    std::string const pem = certificate_for("IP:127.0.0.1");
+    bool const secure = GetParam() == std::string("tls");
+    child pbx(registrar(GetParam(), port,
+                        secure ? std::vector{std::string("--certificate"), pem} : std::vector<std::string>()));
     ASSERT_TRUE(pbx.wait_for_text("listening"));
-    registered_device here(GetParam(), port);
+    registered_device here(GetParam(), port, "keep_alive_s = 1\n" + tls_table("ca_file = \"" + pem + "\""));
     ASSERT_TRUE(here.phone.wait_for_text("line 0: registered at 127.0.0.1"));
     ASSERT_TRUE(here.phone.wait_for_text("line 1: registered at 127.0.0.1"));
     EXPECT_TRUE(pbx.wait_for_text("keep-alive"));
@@ -52,7 +77,8 @@ TEST_P(phone_network_by, registers_and_calls_through_the_registrar) {
     EXPECT_EQ((here.phone.out + here.phone.err).find(secret), std::string::npos);
 }
 
-INSTANTIATE_TEST_SUITE_P(, phone_network_by, testing::Values("udp", "tcp"), [](auto const& one) { return one.param; });
+INSTANTIATE_TEST_SUITE_P(, phone_network_by, testing::Values("udp", "tcp", "tls"),
+                         [](auto const& one) { return one.param; });
 
 TEST_F(phone_network, registers_again_in_time_and_says_why_it_cannot) {
     std::uint16_t const port = free_port();
@@ -74,7 +100,54 @@ TEST_F(phone_network, registers_again_in_time_and_says_why_it_cannot) {
         child pbx(registrar("udp", port, {"--algorithm", algorithm}));
         ASSERT_TRUE(pbx.wait_for_text("listening"));
         registered_device here("udp", port);
-        EXPECT_TRUE(here.phone.wait_for_text("line 1: not registered at 127.0.0.1:" + std::to_string(port) + ": " + reason));
+        EXPECT_TRUE(
+            here.phone.wait_for_text("line 1: not registered at 127.0.0.1:" + std::to_string(port) + ": " + reason));
+    }
+}
+
+TEST_F(phone_network, trusts_only_certificates_that_are_vouched_for_and_of_the_right_name) {
+    struct certified {
+        std::string name, keys, outcome;
+    };
+    std::string const ca_file = "ca_file = \"" + certificate_for("DNS:elsewhere.example") + "\"";
+    for (certified const& one : std::vector<certified>{
+             {"IP:127.0.0.1", "", "TLS: certificate refused: self-signed certificate"},
+             {"DNS:elsewhere.example", ca_file, "TLS: certificate refused: hostname mismatch"},
+             {"DNS:elsewhere.example", "verify = false", "line 0: registered"},
+         }) {
+        std::uint16_t const port = free_port();
+        child pbx(registrar("tls", port, {"--certificate", certificate_for(one.name)}));
+        ASSERT_TRUE(pbx.wait_for_text("listening"));
+        registered_device here("tls", port, tls_table(one.keys));
+        EXPECT_TRUE(here.phone.wait_for_text(one.outcome)) << here.phone.err;
+    }
+}
+
+TEST_F(phone_network, keeps_a_flow_of_the_registrar_alive) {
+    std::uint16_t const port = free_port();
+    child pbx(registrar("tcp", port));
+    ASSERT_TRUE(pbx.wait_for_text("listening"));
+    registered_device here("tcp", port, "outbound = true\nkeep_alive_s = 0\n");
+    EXPECT_TRUE(pbx.wait_for_text("flow f81d4fae-7dec-11d0-a765-00a0c91e6bf6")) << "RFC 5626 section 4.2";
+    EXPECT_TRUE(pbx.wait_for_text("keep-alive")) << "libre waits for at least 16 s";
+}
+
+TEST_F(phone_network, answers_where_a_request_came_from) {
+    device here;
+    udp_peer const far;
+    struct asked {
+        std::string method, status;
+    };
+    for (asked const& one : std::vector<asked>{{"OPTIONS", "SIP/2.0 200 OK"}, {"PUBLISH", "SIP/2.0 501"}}) {
+        far.send(ip_port(str(127, 0, 0, 1), here.sip_port),
+                 one.method + " sip:100@here SIP/2.0\r\nVia: SIP/2.0/UDP 192.0.2.9:9;rport;branch=z9hG4bK" +
+                     one.method + "\r\nFrom: <sip:a@b>;tag=1\r\nTo: <sip:100@here>\r\nCall-ID: a\r\nCSeq: 1 " +
+                     one.method + "\r\nMax-Forwards: 70\r\nContent-Length: 0\r\n\r\n");
+        std::string const answer = next_datagram(far);
+        EXPECT_TRUE(answer.starts_with(one.status)) << answer;
+        EXPECT_NE(answer.find("\r\nAllow: INVITE,ACK,BYE,CANCEL,OPTIONS"), std::string::npos) << answer;
+        EXPECT_NE(answer.find(";received=127.0.0.1"), std::string::npos) << answer;
+        EXPECT_NE(answer.find(";rport=" + std::to_string(bound_port(far.fd()))), std::string::npos) << answer;
     }
 }
 

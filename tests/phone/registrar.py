@@ -50,7 +50,7 @@ class registrar:
     def take(self, message, back):
         if not message.strip():
             print("keep-alive", flush=True)
-            return
+            return back(b"\r\n")
         text = message.decode()
         first = text.split("\r\n", 1)[0].split(" ", 2)
         if first[0] == "SIP/2.0":
@@ -74,7 +74,11 @@ class registrar:
         else:
             self.contacts[user] = (re.search("<(.*?)>", contact)[1], back)
         granted = re.sub("expires=[1-9]\\d*", f"expires={self.options.expires}", contact)
-        self.answer(text, back, "200 OK", f"Contact: {granted}\r\n")
+        flow = re.search('instance="<urn:uuid:(.*)>";reg-id=1', contact)
+        if flow:
+            print("flow", flow[1], flush=True)
+        more = "Require: outbound\r\nFlow-Timer: 1\r\n" if flow else ""
+        self.answer(text, back, "200 OK", f"Contact: {granted}\r\n{more}")
 
     def forward(self, text, first, back):
         user = user_of(first[1])[-3:]  # 9100 is 100, asked for from elsewhere
