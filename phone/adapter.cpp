@@ -241,14 +241,21 @@ void adapter::media_agreed(sip_call& call, media_plan const& plan) {
         return;
     if (one->record)
         one->record->codec = one->media->codec_name();
-    process.send(fxsmedia::media_command{.call = one->channel,
-                                         .send = plan.send,
-                                         .map = plan.map,
-                                         .ptime = plan.ptime_ms,
-                                         .event_pt = plan.event_pt,
-                                         .ssrc = fxsmedia::byte_view(one->ssrc),
-                                         .rtp = plan.rtp,
-                                         .rtcp = plan.rtcp});
+    fxsmedia::media_command command{.call = one->channel,
+                                    .send = plan.send,
+                                    .map = plan.map,
+                                    .ptime = plan.ptime_ms,
+                                    .event_pt = plan.event_pt,
+                                    .ssrc = fxsmedia::byte_view(one->ssrc),
+                                    .rtp = plan.rtp,
+                                    .rtcp = plan.rtcp};
+    if (one->srtp != plan.srtp) {  // the same keys again would begin the streams anew
+        command.srtp_rx_key = plan.srtp ? fxsmedia::byte_view(plan.srtp->receive) : fxsmedia::byte_view();
+        command.srtp_tx_key = plan.srtp ? fxsmedia::byte_view(plan.srtp->send) : fxsmedia::byte_view();
+        command.srtp_tag = plan.srtp ? plan.srtp->tag_bytes : 0;
+        one->srtp = plan.srtp;
+    }
+    process.send(command);
 }
 
 // Whose is it

@@ -45,6 +45,7 @@ private:
         std::string invite_headers;
         bool to_answer = false;  ///< likewise
         std::unique_ptr<session_description> media;
+        std::optional<srtp_plan> srtp;  ///< the keys that its channel has
         std::unique_ptr<sip_call> call;
         std::unique_ptr<sent_referral> asked;     ///< its far end is to call somebody else
         std::unique_ptr<taken_referral> follows;  ///< the other leg's far end has named whom this one calls

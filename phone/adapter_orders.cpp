@@ -105,13 +105,14 @@ void adapter::end(leg& one) {
 
 std::unique_ptr<session_description> adapter::describe_media(leg const& one) {
     telephone_settings const& own = telephone_of(one.line)->settings;
-    return std::make_unique<session_description>(settings.sip_ip, own.codecs, own.ptime_ms);
+    return std::make_unique<session_description>(settings.sip_ip, own.codecs, own.ptime_ms, own.srtp);
 }
 
 void adapter::begin_call(leg& one, sip_call_direction direction) {
     std::uint32_t const drawn = rand_u32();
     std::memcpy(one.ssrc, &drawn, sizeof one.ssrc);
     one.media = describe_media(one);
+    one.srtp.reset();
     call_owner& owner = *this;
     one.call = std::make_unique<sip_call>(owner, *one.media, telephone_of(one.line)->settings.login);
     one.record = call_record{.line = one.line, .direction = direction, .begun_ms = now()};

@@ -53,6 +53,7 @@ void read_line(toml::node const& node, std::vector<registrar_settings> const& re
     line.yes_or_no("send_keys", one.keys_as_events);
     read_codecs(line, one);
     read_login(line, registrars, one);
+    read_srtp(line, one);
     line.nothing_else();
     for (telephone_settings const& other : settings.telephones) {
         if (other.number == one.number)

@@ -83,6 +83,14 @@ std::vector<registrar_settings> read_registrars(section& whole, std::string cons
     return all;
 }
 
+void read_srtp(section& line, telephone_settings& one) {
+    std::string word = "off";
+    line.text("srtp", word);
+    if (word != "off" && word != "optional" && word != "required")
+        complain(*line.find("srtp"), "'srtp' is to be \"off\", \"optional\" or \"required\"");
+    one.srtp = word == "off" ? srtp_use::off : word == "optional" ? srtp_use::optional : srtp_use::required;
+}
+
 void read_tls(section& tls, tls_settings& chosen) {
     tls.number("port", chosen.port, 1, 65535);
     tls.yes_or_no("verify", chosen.verify);

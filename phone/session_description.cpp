@@ -73,14 +73,15 @@ std::optional<fxsmedia::endpoint> endpoint_of(sa const& address) {
 }  // namespace
 
 session_description::session_description(std::string const& local_ip, std::vector<std::string> const& codecs,
-                                         int ptime_ms)
-    : local_ptime_ms(ptime_ms) {
+                                         int ptime_ms, srtp_use protection)
+    : security(protection), local_ptime_ms(ptime_ms) {
     sa address;
     if (sa_set_str(&address, local_ip.c_str(), 0) != 0 || sdp_session_alloc(&session, &address) != 0)
         return;
     constexpr std::uint16_t discard = 9;  // RFC 863; 0 would refuse the stream
-    if (sdp_media_add(&audio, session, sdp_media_audio, discard, sdp_proto_rtpavp) != 0)
+    if (sdp_media_add(&audio, session, sdp_media_audio, discard, security.profile()) != 0)
         return;
+    sdp_media_set_alt_protos(audio, 1, security.other_profile());
     sdp_media_set_lattr(audio, true, "ptime", "%d", ptime_ms);
     auto const add = [&](int number, char const* encoding, char const* parameters) {
         sdp_format_add(nullptr, audio, false, std::to_string(number).c_str(), encoding, clock_hz, 1, nullptr, nullptr,
@@ -119,6 +120,8 @@ mbuf* session_description::answer() {
 
 mbuf* session_description::encode(bool is_offer) {
     mbuf* text = nullptr;
+    if (audio != nullptr)
+        security.write(audio, is_offer);
     return audio != nullptr && sdp_encode(&text, session, is_offer) == 0 ? text : nullptr;
 }
 
@@ -131,7 +134,8 @@ bool session_description::read_answer(mbuf* text) {
 }
 
 bool session_description::decode(mbuf* text, bool is_offer) {
-    return audio != nullptr && text != nullptr && sdp_decode(session, text, is_offer) == 0 && plan().has_value();
+    return audio != nullptr && text != nullptr && sdp_decode(session, text, is_offer) == 0 && plan().has_value() &&
+           security.read(audio, is_offer);
 }
 
 std::optional<media_plan> session_description::plan() const {
@@ -156,6 +160,7 @@ std::optional<media_plan> session_description::plan() const {
     sa rtcp;
     sdp_media_raddr_rtcp(audio, &rtcp);
     made.rtcp = endpoint_of(rtcp);
+    made.srtp = security.plan();
     return made;
 }
 

@@ -7,6 +7,8 @@
 #include <string_view>
 #include <vector>
 
+#include "phone/media_security.h"
+
 struct mbuf;
 struct sdp_session;
 struct sdp_media;
@@ -21,6 +23,7 @@ struct media_plan {
     int ptime_ms = 20;
     std::optional<fxsmedia::endpoint> rtp;  ///< nullopt: nothing is sent, the far end holds the call
     std::optional<fxsmedia::endpoint> rtcp;
+    std::optional<srtp_plan> srtp;  ///< nullopt: plain RTP
 
     bool operator==(media_plan const&) const = default;
 };
@@ -30,7 +33,8 @@ struct media_plan {
 class session_description {
 public:
     /// `codecs` have the names of protocol::codec_formats: pcmu, pcma, g729, gsm, g722, g726.
-    session_description(std::string const& local_ip, std::vector<std::string> const& codecs, int ptime_ms);
+    session_description(std::string const& local_ip, std::vector<std::string> const& codecs, int ptime_ms,
+                        srtp_use protection = srtp_use::off);
     ~session_description();
     session_description(session_description const&) = delete;
 
@@ -45,7 +49,7 @@ public:
     mbuf* offer(bool on_hold = false);
     /// The answer to what read_offer() took.
     mbuf* answer();
-    /// false: not SDP, or nothing in common. The buffer's position moves.
+    /// false: not SDP, or nothing in common, or not protected as it must be. The buffer's position moves.
     bool read_offer(mbuf* text);
     bool read_answer(mbuf* text);
 
@@ -60,6 +64,7 @@ private:
 
     sdp_session* session = nullptr;
     sdp_media* audio = nullptr;
+    media_security security;
     int local_ptime_ms;
 };
 

@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "phone/line.h"
+#include "phone/media_security.h"
 
 namespace fxsphone {
 
@@ -55,6 +56,7 @@ struct telephone_settings {
     bool keys_as_events = true;  ///< keys that the driver saw go to the far end; false: it hears them anyway
     std::optional<registrar_settings> registrar;
     credentials login;
+    srtp_use srtp = srtp_use::off;
 };
 
 /// The whole configuration; the defaults are what fxsphone(1) says.

@@ -13,8 +13,9 @@ constexpr std::uint32_t hash_buckets = 32;
 
 void print_message(bool sent, sip_transp transport, sa const* from, sa const* to, std::uint8_t const* bytes,
                    std::size_t length, void*) {
-    re_fprintf(stderr, "%s %s %J -> %J\n%b\n", sent ? "sent" : "received", sip_transp_name(transport), from, to, bytes,
-               length);
+    std::string const text = without_keys({reinterpret_cast<char const*>(bytes), length});
+    re_fprintf(stderr, "%s %s %J -> %J\n%b\n", sent ? "sent" : "received", sip_transp_name(transport), from, to,
+               text.data(), text.size());
 }
 
 /// The system's name servers; nullptr without any: then addresses have numbers only.

@@ -38,7 +38,8 @@ std::string tls_context::open(tls_settings const& chosen, std::vector<std::strin
     accepted = std::move(hosts);
     char const* const own = chosen.certificate.empty() ? nullptr : chosen.certificate.c_str();
     if (tls_alloc(&context, TLS_METHOD_SSLV23, own, nullptr) != 0)
-        return "TLS can't be used" + (own == nullptr ? std::string() : " with the certificate in " + chosen.certificate);
+        return "TLS can't be used" +
+               (own == nullptr ? std::string() : " with the certificate in " + chosen.certificate);
     SSL_CTX_set_min_proto_version(tls_openssl_context(context), TLS1_2_VERSION);
     return chosen.verify ? trust(chosen) : "";
 }

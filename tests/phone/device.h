@@ -130,8 +130,7 @@ private:
             << more_plan << "]\n"
             << tables << "[[line]]\nnumber = 0\nuser = \"100\"\n"
             << keys << "[[line]]\nnumber = 1\nuser = \"101\"\nname = \"Bell\"\n"
-            << keys
-            << "[[line]]\nnumber = 2\nuser = \"102\"\n";
+            << keys << "[[line]]\nnumber = 2\nuser = \"102\"\n";
     }
 };
 

@@ -117,4 +117,83 @@ TEST(phone_media, offers_and_takes_the_answer_of_its_like) {
     EXPECT_NE(lines_of(caller.offer(true)).find("a=sendonly"), std::string::npos);
 }
 
+struct protected_offer {
+    char const* name;
+    srtp_use use;
+    std::string profile, crypto;  ///< of the offer
+    std::string answer;           ///< begin of our crypto attribute, "plain", or "refused"
+    int tag_bytes = 0;
+};
+
+// The example of RFC 4568 section 6.1.
+std::string const key_text = "d0RmdmcmVCspeEc3QGZiNWpVLFJhQX1cfHAwJSoj";
+std::string const key_bytes = "wDfvg&T+)xG7@fb5jU,RaA}\\|p0%*#";
+
+std::vector<protected_offer> const protected_offers = {
+    {"the usual", srtp_use::required, "RTP/SAVP", "7 AES_CM_128_HMAC_SHA1_80 inline:" + key_text + "|2^31",
+     "a=crypto:7 AES_CM_128_HMAC_SHA1_80 inline:", 10},
+    {"short tag", srtp_use::optional, "RTP/SAVP", "1 AES_CM_128_HMAC_SHA1_32 inline:" + key_text + " WSH=128",
+     "a=crypto:1 AES_CM_128_HMAC_SHA1_32 inline:", 4},
+    {"first one unknown", srtp_use::optional, "RTP/AVP",
+     "1 AEAD_AES_128_GCM inline:x\r\na=crypto:2 AES_CM_128_HMAC_SHA1_80 inline:" + key_text,
+     "a=crypto:2 AES_CM_128_HMAC_SHA1_80 inline:", 10},
+    {"key with an identifier", srtp_use::optional, "RTP/SAVP",
+     "1 AES_CM_128_HMAC_SHA1_80 inline:" + key_text + "|2^20|1:4", "refused"},
+    {"short key", srtp_use::required, "RTP/SAVP", "1 AES_CM_128_HMAC_SHA1_80 inline:d0Rm", "refused"},
+    {"not encrypted", srtp_use::optional, "RTP/SAVP",
+     "1 AES_CM_128_HMAC_SHA1_80 inline:" + key_text + " UNENCRYPTED_SRTP", "refused"},
+    {"nothing, where it is required", srtp_use::required, "RTP/AVP", "", "refused"},
+    {"nothing, where it is optional", srtp_use::optional, "RTP/AVP", "", "plain"},
+    {"keys for one who wants none", srtp_use::off, "RTP/AVP", "1 AES_CM_128_HMAC_SHA1_80 inline:" + key_text, "plain"},
+    {"keys are needed for one who has none", srtp_use::off, "RTP/SAVP", "1 AES_CM_128_HMAC_SHA1_80 inline:" + key_text,
+     "refused"},
+};
+
+TEST(phone_media, answers_offers_with_keys) {
+    for (protected_offer const& one : protected_offers) {
+        SCOPED_TRACE(one.name);
+        session_description ours("192.0.2.1", {"pcma"}, 20, one.use);
+        ours.set_port(5000);
+        std::string const crypto = one.crypto.empty() ? "" : "a=crypto:" + one.crypto + "\r\n";
+        mbuf* const offer = buffer(head + ("m=audio 4000 " + one.profile + " 8\r\n") + crypto);
+        EXPECT_EQ(ours.read_offer(offer), one.answer != "refused");
+        mem_deref(offer);
+        if (one.answer == "refused")
+            continue;
+        std::string const answer = lines_of(ours.answer());
+        EXPECT_TRUE(answer.starts_with("m=audio 5000 " + one.profile + " 8\r\n")) << answer;
+        EXPECT_EQ(answer.find("a=crypto") == answer.npos, one.answer == "plain") << answer;
+        std::optional<srtp_plan> const keys = ours.plan()->srtp;
+        EXPECT_EQ(keys.has_value(), one.answer != "plain");
+        if (!keys)
+            continue;
+        EXPECT_NE(answer.find(one.answer), answer.npos) << answer;
+        EXPECT_EQ(keys->tag_bytes, one.tag_bytes);
+        EXPECT_EQ(std::string(keys->receive.begin(), keys->receive.end()), key_bytes);
+    }
+}
+
+TEST(phone_media, agrees_on_keys_and_keeps_them) {
+    session_description caller("192.0.2.1", {"pcma"}, 20, srtp_use::optional);
+    session_description called("192.0.2.2", {"pcma"}, 20, srtp_use::required);
+    std::optional<srtp_plan> before;
+    for (int round = 0; round < 2; round++) {
+        mbuf* const offer = caller.offer(round == 1);
+        ASSERT_TRUE(called.read_offer(offer));
+        mbuf* const answer = called.answer();
+        ASSERT_TRUE(caller.read_answer(answer));
+        auto const ours = caller.plan()->srtp, theirs = called.plan()->srtp;
+        ASSERT_TRUE(ours && theirs);
+        EXPECT_EQ(ours->send, theirs->receive);
+        EXPECT_EQ(ours->receive, theirs->send);
+        EXPECT_NE(ours->send, ours->receive);
+        EXPECT_EQ(before.value_or(*ours), *ours);
+        before = ours;
+        mem_deref(offer);
+        mem_deref(answer);
+    }
+    EXPECT_EQ(without_keys("a=crypto:1 X inline:abc|2^31\r\na=crypto:2 Y inline:d\r\n"),
+              "a=crypto:1 X inline:...\r\na=crypto:2 Y inline:...\r\n");
+}
+
 }  // namespace
