@@ -75,7 +75,30 @@ str codec::encode(int number, str const& pcm) {
 str codec::decode(int number, str const& payload) {
     if (number != telephone_event)
         last_event_duration = 0;
+    concealed = 0;
     return (this->*find(number).decode)(payload);
+}
+
+bool codec::has_concealment(int number) {
+#if FXSMEDIA_G729
+    if (number == g729)
+        return true;
+#endif
+    return number == gsm_full_rate;
+}
+
+str codec::conceal(int number) {
+    if (number == gsm_full_rate)
+        return gsm_both.conceal();
+#if FXSMEDIA_G729
+    constexpr int most_frames = 6;  // beyond, the excitation of the speech before has little to do with it
+    if (number == g729 && concealed++ < most_frames) {
+        std::int16_t speech[g729a_frame_samples];
+        g729a_conceal_frame(g729_decoder, speech);
+        return str(reinterpret_cast<unsigned char const*>(speech), sizeof speech);
+    }
+#endif
+    return str();
 }
 
 codec::unit codec::unit_of(int number, int payload_bytes) {

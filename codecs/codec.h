@@ -60,6 +60,12 @@ public:
     /// the last duration.
     str decode(int number, str const& payload);
 
+    /// What is heard in place of lost speech by the coder's own rule, the state included: a frame of it. Empty for
+    /// coders without one, and when it is at its end (G.729: 60 ms).
+    str conceal(int number);
+    /// Whether the coder has one.
+    static bool has_concealment(int number);
+
     /// The smallest piece of a payload that gives its part of the audio by itself.
     struct unit {
         int payload_bytes;
@@ -104,5 +110,6 @@ private:
 #endif
     g722 g722_both;
     dtmf_synthesizer event_tone;
+    int concealed = 0;                  ///< G.729 frames in a row
     std::uint32_t last_event_duration;  ///< 8 kHz ticks of the current event that have been played
 };

@@ -31,6 +31,7 @@ gsm_coder::~gsm_coder() {
 void gsm_coder::clear() {
     renew(encoder);
     renew(decoder);
+    repeated = -1;
 }
 
 void gsm_coder::reset_encoder() {
@@ -66,6 +67,9 @@ str gsm_coder::decode(str const& payload) {
     int const unit_bytes = pair_format ? pair_bytes : frame_bytes;
     int const unit_frames = pair_format ? 2 : 1;
     int const units = payload.length() / unit_bytes;
+    repeated = pair_format || units == 0 ? -1 : 0;
+    if (repeated == 0)
+        remember(payload.cbuffer() + (units - 1) * frame_bytes);
     str pcm;
     pcm.writable(units * unit_frames * frame_pcm_bytes);
     unsigned char const* in = payload.cbuffer();
@@ -80,4 +84,32 @@ void gsm_coder::decode_frame(unsigned char const* frame, unsigned char* pcm) {
     gsm_signal samples[frame_samples] = {};                      // a frame without magic leaves it as it is
     gsm_decode(decoder, const_cast<gsm_byte*>(frame), samples);  // reads the frame only
     std::memcpy(pcm, samples, sizeof samples);
+}
+
+void gsm_coder::remember(unsigned char const* frame) {
+    if (gsm_explode(decoder, const_cast<gsm_byte*>(frame), last_good) != 0)
+        repeated = -1;
+}
+
+str gsm_coder::conceal() {
+    constexpr int subframes = 4, subframe_parameters = 17, first = 8, grid_position = 2, amplitude = 3, quieter = 4;
+    if (repeated < 0)
+        return str();
+    bool audible = repeated == 0;
+    for (int i = 0; i < subframes && repeated > 0; i++) {
+        short* const p = last_good + first + i * subframe_parameters;
+        audible = audible || p[amplitude] > quieter;
+        p[amplitude] = static_cast<short>(p[amplitude] > quieter ? p[amplitude] - quieter : 0);
+        grid = grid * 1103515245 + 12345;
+        p[grid_position] = static_cast<short>(grid >> 16 & 3);
+    }
+    repeated++;
+    if (!audible)
+        return str();
+    unsigned char frame[frame_bytes];
+    gsm_implode(decoder, last_good, frame);
+    str pcm;
+    pcm.writable(frame_pcm_bytes);
+    decode_frame(frame, pcm.buffer());
+    return pcm;
 }

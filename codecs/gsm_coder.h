@@ -38,12 +38,21 @@ public:
     /// 320 bytes of PCM for each frame; incomplete pairs at the end are ignored. A plain frame without the magic gives
     /// silence.
     str decode(str const& payload);
+    /// What is heard in place of a frame that is lost (GSM 06.11): the last good one, then quieter from frame to frame.
+    /// Empty when that has faded away, and when frames come in pairs.
+    str conceal();
 
 private:
+    static constexpr int parameters = 76;  ///< of a frame: 8 and 4 x 17
+
+    void remember(unsigned char const* frame);
     void decode_frame(unsigned char const* frame, unsigned char* pcm);
 
     gsm_state* encoder;
     gsm_state* decoder;
-    short pending[frame_samples];  ///< the frame that is being filled
-    int pending_bytes;             ///< how much of it is filled; PCM may come in odd pieces
+    short pending[frame_samples];      ///< the frame that is being filled
+    int pending_bytes;                 ///< how much of it is filled; PCM may come in odd pieces
+    short last_good[parameters] = {};  ///< parameters of the last plain frame, quieter when it was repeated
+    int repeated = -1;                 ///< how often it was; -1: there is none
+    unsigned grid = 1;                 ///< of random grid positions
 };

@@ -15,6 +15,8 @@ constexpr struct {
      &extension_set::g722},
     {"srtp", "secure packets are checked before they change anything, replayed ones refused; AES-256 and AES-GCM",
      &extension_set::srtp},
+    {"playout", "play-out follows the network: no more delay than packets need, lost speech made up, no gap at drift",
+     &extension_set::playout},
 };
 
 bool switch_on(extension_set& set, str const& name) {

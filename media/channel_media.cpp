@@ -136,11 +136,12 @@ void channel::tell_of_keys(reception::result const& got) const {
 
 /// Brings a packet into the jitter buffer and the reports.
 void channel::keep(reception::result const& got, rtimestamp const& time) {
-    if (got.steps_back) {
+    if (got.steps_back && player.follows_steps_back()) {
         log_line(5, "Resuming RTP playback");
         buffer.play_from(got.sequence);
     }
-    jitter_buffer::arrival const arrival = buffer.put(got.sequence, got.marker, {got.codec, time, false, got.payload});
+    jitter_buffer::arrival const arrival =
+        player.put(buffer, got.sequence, got.marker, {got.codec, time, false, got.payload, got.timestamp});
     if (arrival.late) {
         reports.extended().add_discard();
         return;
@@ -167,6 +168,7 @@ str channel::get_samples(bool& talk_spurt) {
 // ---- from the line, RTP out
 
 int channel::process_audio(str const& pcm) {
+    player.pass_block();
     if (sending.get_event_payload_type() >= 1 && digits.in_tone()) {
         send_event_step();
         return 0;

@@ -30,6 +30,17 @@ jitter_buffer::arrival jitter_buffer::put(std::uint32_t sequence, bool marker, p
         deepen();
         return {.late = true};
     }
+    return {.thrown_away = insert(sequence, entry)};
+}
+
+jitter_buffer::arrival jitter_buffer::store(std::uint32_t sequence, packet entry) {
+    if (sequence <= last_played)
+        return {.late = true};
+    return {.thrown_away = insert(sequence, entry)};
+}
+
+/// Returns whether what was held had to be thrown away.
+bool jitter_buffer::insert(std::uint32_t sequence, packet entry) {
     int const key = static_cast<int>(sequence);
     bool const duplicate = packets.find(key) != packets.end();
     bool const outgrown = has_outgrown(entry.received);
@@ -41,7 +52,7 @@ jitter_buffer::arrival jitter_buffer::put(std::uint32_t sequence, bool marker, p
         payload_bytes += entry.payload.length();
         playing = true;
     }
-    return {.thrown_away = outgrown};
+    return outgrown;
 }
 
 bool jitter_buffer::due() const {
@@ -49,16 +60,21 @@ bool jitter_buffer::due() const {
 }
 
 jitter_buffer::departure jitter_buffer::take() {
-    smap<int, packet>::iterator const head = packets.begin();
-    bool const next = is_next(head->first);
-    departure taken{head->second, packets.size()};
-    last_played = static_cast<std::uint32_t>(head->first);
-    packets.erase(head);
-    payload_bytes -= taken.played.payload.length();
+    bool const next = is_next(packets.begin()->first);
+    departure taken = take_first();
     if (next)
         count_in_sequence();
     else
         deepen();
+    return taken;
+}
+
+jitter_buffer::departure jitter_buffer::take_first() {
+    smap<int, packet>::iterator const head = packets.begin();
+    departure taken{head->second, packets.size()};
+    last_played = static_cast<std::uint32_t>(head->first);
+    packets.erase(head);
+    payload_bytes -= taken.played.payload.length();
     return taken;
 }
 

@@ -24,6 +24,7 @@ public:
         rtimestamp received;  ///< when it arrived
         bool first = false;   ///< starts a talk spurt; set by put()
         str payload;
+        std::uint32_t timestamp = 0;  ///< of the RTP header
     };
     /// What became of a packet that was put.
     struct arrival {
@@ -45,6 +46,17 @@ public:
     /// Takes the packet that is due. Only while due() is true.
     departure take();
 
+    // ---- for a strategy that has its own idea of when a packet is due (adaptive_playout)
+    /// put() without talk spurts and depth. When it throws away what it holds, play-out goes on from where it is.
+    arrival store(std::uint32_t sequence, packet entry);
+    bool empty() const { return packets.empty(); }
+    /// Number of the oldest one. Not while empty().
+    std::uint32_t get_first_number() const { return static_cast<std::uint32_t>(packets.begin()->first); }
+    /// The oldest one. Not while empty().
+    packet const& get_first() const { return packets.begin()->second; }
+    /// Takes the oldest one; those that are missing before it are late from now on. Not while empty().
+    departure take_first();
+
     /// Drops what is held; play-out goes on from where it is.
     void clear();
     /// Another stream follows: drops what is held, play-out begins with the next packet.
@@ -61,6 +73,7 @@ private:
     static constexpr std::uint32_t first_last_played = 32768;  // chosen: no wrap near the first packet
 
     void start_over();
+    bool insert(std::uint32_t sequence, packet entry);
     void deepen();
     void count_in_sequence();
     bool is_next(int key) const { return static_cast<std::uint32_t>(key) == last_played + 1; }

@@ -12,7 +12,33 @@ constexpr int longest_announcements_bytes = 30000 * pcm::bytes_per_ms;  // chose
 
 }  // namespace
 
+playout::playout(extension_set const& chosen) {
+    if (chosen.playout)
+        adaptive = std::make_unique<adaptive_playout>();
+}
+
+jitter_buffer::arrival playout::put(jitter_buffer& received, std::uint32_t sequence, bool marker,
+                                    jitter_buffer::packet const& entry) {
+    jitter_buffer::arrival const arrival =
+        adaptive ? adaptive->put(received, sequence, entry) : received.put(sequence, marker, entry);
+    late += arrival.late;
+    return arrival;
+}
+
+playout::totals playout::get_totals() const {
+    totals all = adaptive ? adaptive->get_totals() : totals{};
+    all.late = late;
+    return all;
+}
+
+void playout::pass_block() {
+    if (adaptive)
+        adaptive->pass_block();
+}
+
 bool playout::available(jitter_buffer const& received) const {
+    if (adaptive)
+        return adaptive->has_room() && (!announcement.empty() || !tone.empty() || adaptive->due(received));
     return !decoded.empty() || !pending.payload.empty() || !announcement.empty() || !tone.empty() || received.due();
 }
 
@@ -21,6 +47,8 @@ void playout::add_announcement(str const& samples) {
 }
 
 str playout::next(jitter_buffer& received, codec& decoder, events& told) {
+    if (adaptive)
+        return next_adaptive(received, decoder, told);
     if (decoded.empty() && !pending.payload.empty())
         decode_piece(decoder);
     if (decoded.empty())
@@ -29,6 +57,27 @@ str playout::next(jitter_buffer& received, codec& decoder, events& told) {
         take_packet(received, decoder, told);
     if (decoded.empty() && !tone.empty())
         decoded = tone.get_10ms();
+    return take_block();
+}
+
+/// What is played instead of the stream takes its time.
+str playout::next_adaptive(jitter_buffer& received, codec& decoder, events& told) {
+    take_announcement(told);
+    if (decoded.empty() && !tone.empty() && !adaptive->due(received))
+        decoded = tone.get_10ms();
+    if (decoded.empty()) {
+        adaptive_playout::events got;
+        decoded = adaptive->next(received, decoder, got);
+        if (got.taken)
+            told.buffered_ms = got.waiting_ms;
+    } else {
+        adaptive->skip_block(received);
+    }
+    adaptive->count_block();
+    return take_block();
+}
+
+str playout::take_block() {
     if (decoded.length() < pcm::block_bytes)
         decoded = str('\0', pcm::block_bytes);
     str const block = decoded.leftstr(pcm::block_bytes);

@@ -1,13 +1,19 @@
 #pragma once
 
+#include <memory>
+
 #include "codecs/codec.h"
 #include "dsp/synth.h"
 #include "lib/str.h"
+#include "media/adaptive_playout.h"
 #include "media/jitter_buffer.h"
 
 /// What the telephone hears of one channel, 10 ms at a time: an announcement first, else the decoded packet that is
 /// due in the jitter buffer, else a call-progress tone, else silence. Does not know where packets came from. PCM is
 /// 16-bit at 8 kHz in host byte order. A channel owns one.
+///
+/// With the extension `playout` the packets are played by another strategy (adaptive_playout), which takes no notice of
+/// the jitter buffer's depth. Announcements and tones are what they are.
 class playout {
 public:
     /// What came with 10 ms for the line.
@@ -16,6 +22,21 @@ public:
         bool announcement_ended = false;  ///< the last piece of the queued PCM was taken
         int buffered_ms = -1;             ///< audio held when a packet was taken for this block; -1: none was
     };
+
+    /// What was done to the stream so far, in samples; only `late` without the extension `playout`.
+    using totals = adaptive_playout::totals;
+
+    /// As the process's extensions say, or others.
+    explicit playout(extension_set const& chosen = extensions);
+
+    /// A packet arrived: keeps it in the jitter buffer.
+    jitter_buffer::arrival put(jitter_buffer& received, std::uint32_t sequence, bool marker,
+                               jitter_buffer::packet const& entry);
+    /// Whether the numbers of a sender that steps back are followed at once, as late packets are then.
+    bool follows_steps_back() const { return !adaptive; }
+    totals get_totals() const;
+    /// The line played 10 ms.
+    void pass_block();
 
     /// Whether next() has real audio to give.
     bool available(jitter_buffer const& received) const;
@@ -30,10 +51,16 @@ public:
     void add_announcement(str const& samples);
 
 private:
+    str next_adaptive(jitter_buffer& received, codec& decoder, events& told);
+    str take_block();
     void take_announcement(events& told);
     void take_packet(jitter_buffer& received, codec& decoder, events& told);
     int begin_long_packet(jitter_buffer::packet const& packet);
     void decode_piece(codec& decoder);
+
+    std::unique_ptr<adaptive_playout> adaptive;  ///< null without the extension
+
+    int late = 0;  ///< packets
 
     str decoded;  ///< not yet given to the line
     /// What is still to be decoded of a long packet, empty between packets.

@@ -7,6 +7,15 @@ namespace {
 // Bits of the parameters in the order of transmission (Table 8).
 constexpr int widths[g729a_parameters] = {8, 10, 8, 1, 13, 4, 7, 5, 13, 4, 7};
 
+/// The frame whose parameters are in place.
+void decode(g729a_state& state, int16_t pcm[g729a_frame_samples]) {
+    g729a_decoder& decoder = state.decoder;
+    Decod_ld8a(decoder.parm, decoder.synth, decoder.a_t, decoder.t0);
+    Post_Filter(decoder.synth, decoder.a_t, decoder.t0);
+    Post_Process(decoder.synth, g729a_frame_samples);
+    std::memcpy(pcm, decoder.synth, sizeof decoder.synth);
+}
+
 }  // namespace
 
 g729a_state* lrcodec_obj = nullptr;
@@ -41,10 +50,14 @@ void g729a_decode_frame(g729a_state& state, uint8_t const bytes[g729a_frame_byte
     bits2prm_ld8k(bytes, decoder.parm + g729a_parm_first);
     decoder.parm[g729a_parm_bad_frame] = 0;
     decoder.parm[g729a_parm_parity] = 0;
-    Decod_ld8a(decoder.parm, decoder.synth, decoder.a_t, decoder.t0);
-    Post_Filter(decoder.synth, decoder.a_t, decoder.t0);
-    Post_Process(decoder.synth, g729a_frame_samples);
-    std::memcpy(pcm, decoder.synth, sizeof decoder.synth);
+    decode(state, pcm);
+}
+
+void g729a_conceal_frame(g729a_state& state, int16_t pcm[g729a_frame_samples]) {
+    lrcodec_obj = &state;
+    state.decoder.parm[g729a_parm_bad_frame] = 1;
+    state.decoder.parm[g729a_parm_parity] = 0;
+    decode(state, pcm);
 }
 
 void prm2bits_ld8k(int16_t const parameters[g729a_parameters], uint8_t bytes[g729a_frame_bytes]) {

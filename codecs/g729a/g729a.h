@@ -99,6 +99,9 @@ void g729a_encode_frame(g729a_state& state, int16_t const pcm[g729a_frame_sample
 /// Decodes the next frame, which is taken as good whatever its parity bit says.
 void g729a_decode_frame(g729a_state& state, uint8_t const bytes[g729a_frame_bytes], int16_t pcm[g729a_frame_samples]);
 
+/// What is heard in place of the next frame, which is lost (4.4).
+void g729a_conceal_frame(g729a_state& state, int16_t pcm[g729a_frame_samples]);
+
 /// The state that the steps below, of which those functions are made, work on.
 extern g729a_state* lrcodec_obj;
 

@@ -33,7 +33,7 @@ TEST(startup, answers_with_exit_status_and_version) {
 TEST(startup, names_the_extensions) {
     media_process process({"--extensions", "dtmf", "--extensions", "help"});
     EXPECT_EQ(process.wait(), 0);
-    for (char const* const name : {"\ndtmf: ", "\ng722: "})
+    for (char const* const name : {"\ndtmf: ", "\ng722: ", "\nplayout: "})
         EXPECT_NE(("\n" + process.error_output()).find(name), std::string::npos) << name;
 }
 
