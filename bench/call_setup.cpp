@@ -71,10 +71,11 @@ telephones::traffic telephones::blocks() {
     });
 }
 
-media_process::media_process(std::string const& program, std::string const& device_base) {
+media_process::media_process(std::vector<std::string> command, std::string const& device_base) {
     std::uint16_t const port = free_port();
-    process = std::make_unique<child_process>(std::vector<std::string>{program, "--debug", "--log", "1", "--tdm",
-                                                                       device_base, "--port", std::to_string(port)});
+    std::string const program = command.back();
+    command.insert(command.end(), {"--debug", "--log", "1", "--tdm", device_base, "--port", std::to_string(port)});
+    process = std::make_unique<child_process>(command);
     client = protocol::control_client::connect_udp("127.0.0.1", port);
     if (!client.start_session(patience))
         fail(program + " does not answer");

@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 #include "bench/process_usage.h"
 #include "tools/fxsline/line_bank.h"
@@ -35,8 +36,8 @@ private:
 /// each call receives what it sends: G.711 mu-law, 20 ms a packet.
 class media_process {
 public:
-    /// Ends the program when the process does not answer.
-    media_process(std::string const& program, std::string const& device_base);
+    /// Starts the command, the program last. Ends this program when the process does not answer.
+    media_process(std::vector<std::string> command, std::string const& device_base);
 
     /// With `secure` the calls use SRTP with a tag of 10 bytes.
     void set_up_call(std::uint16_t call, bool secure);

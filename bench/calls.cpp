@@ -2,10 +2,11 @@
 // next to a floor, a process that makes the system calls of the audio and nothing else (call_floor.cpp), measured in
 // turn with it in the same run. Memory and size at the end. Markdown tables on standard output.
 //
-//     calls [--seconds N] [--rounds N] [--process PATH]
+//     calls [--seconds N] [--rounds N] [--process PATH] [--floor PATH] [--under COMMAND --counts FILE]
 //
 // A step takes N seconds (5) in each round (3); the least of the rounds counts. Ends with status 1 when a process did
-// not carry the audio.
+// not carry the audio. With --under, process and floor run under that command, an emulator with the plugin
+// bench/instructions.c, which keeps its counts in FILE; the table is then of instructions and system calls.
 #include <signal.h>
 
 #include <algorithm>
@@ -13,7 +14,10 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fstream>
+#include <iterator>
 #include <limits>
+#include <sstream>
 
 #include "bench/call_setup.h"
 #include "bench/process_usage.h"
@@ -26,6 +30,9 @@ struct options {
     int seconds = 5;
     int rounds = 3;
     std::string process = FXSMEDIA_BINARY;
+    std::string floor = CALL_FLOOR_BINARY;
+    std::string under;
+    std::string counts;
 };
 
 struct memory {
@@ -60,14 +67,36 @@ void wait(int seconds_to_wait) {
         throw interrupted();
 }
 
-/// CPU time of `process` per second of a call, ms, after a second in which it gets going.
-double cpu_ms_per_call_second(child_process const& process, telephones& lines, int calls, int seconds_to_measure) {
+/// What carrying calls takes.
+struct cost {
+    double cpu_ms = std::numeric_limits<double>::infinity();
+    double instructions = cpu_ms;
+    double system_calls = cpu_ms;
+
+    static cost of(child_process const& process, options const& chosen) {
+        std::uint64_t counted[2] = {};
+        std::ifstream(chosen.counts, std::ios::binary).read(reinterpret_cast<char*>(counted), sizeof counted);
+        return {process.cpu_ms(), static_cast<double>(counted[0]), static_cast<double>(counted[1])};
+    }
+    cost since(cost const& before, double call_seconds) const {
+        return {(cpu_ms - before.cpu_ms) / call_seconds, (instructions - before.instructions) / call_seconds,
+                (system_calls - before.system_calls) / call_seconds};
+    }
+    void keep_least(cost const& other) {
+        cpu_ms = std::min(cpu_ms, other.cpu_ms);
+        instructions = std::min(instructions, other.instructions);
+        system_calls = std::min(system_calls, other.system_calls);
+    }
+};
+
+/// What `process` takes per second of a call, after a second in which it gets going. Without a call: per second.
+cost per_call_second(child_process const& process, telephones& lines, int calls, options const& chosen) {
     wait(1);
     auto const before = lines.blocks();
-    double const cpu_before = process.cpu_ms();
+    cost const cost_before = cost::of(process, chosen);
     auto const start = steady_clock::now();
-    wait(seconds_to_measure);
-    double const cpu = process.cpu_ms() - cpu_before;
+    wait(chosen.seconds);
+    cost const all = cost::of(process, chosen);
     double const took = duration<double>(steady_clock::now() - start).count();
     auto const after = lines.blocks();
     double const wanted = enough * took * blocks_per_second * std::min(calls, line_count);
@@ -77,29 +106,58 @@ double cpu_ms_per_call_second(child_process const& process, telephones& lines, i
                      after.read - before.read, after.written - before.written, took, wanted);
         carried = false;
     }
-    return cpu / (calls * took);
+    return all.since(cost_before, std::max(calls, 1) * took);
 }
 
-double measure_floor(int calls, options const& chosen) {
+/// The command's words, the program behind them.
+std::vector<std::string> command(std::string const& program, options const& chosen) {
+    std::istringstream words(chosen.under + " " + program);
+    return {std::istream_iterator<std::string>(words), {}};
+}
+
+cost measure_floor(int calls, options const& chosen) {
     telephones lines;
-    child_process const floor({CALL_FLOOR_BINARY, lines.device_base(), std::to_string(calls)});
-    return cpu_ms_per_call_second(floor, lines, calls, chosen.seconds);
+    std::vector<std::string> started = command(chosen.floor, chosen);
+    started.insert(started.end(), {lines.device_base(), std::to_string(calls)});
+    child_process const floor(started);
+    return per_call_second(floor, lines, calls, chosen);
 }
 
 struct process_figures {
-    double cpu_ms = std::numeric_limits<double>::infinity();  ///< per call-second
+    cost least;  ///< per call-second
     memory idle;
     memory busy;
 };
 
 void measure_process(int calls, bool secure, options const& chosen, process_figures& best) {
     telephones lines;
-    media_process process(chosen.process, lines.device_base());
+    media_process process(command(chosen.process, chosen), lines.device_base());
     best.idle = memory::of(process.usage());
     for (int i = 0; i < calls; i++)
         process.set_up_call(static_cast<std::uint16_t>(i), secure);
-    best.cpu_ms = std::min(best.cpu_ms, cpu_ms_per_call_second(process.usage(), lines, calls, chosen.seconds));
+    best.least.keep_least(per_call_second(process.usage(), lines, calls, chosen));
     best.busy = memory::of(process.usage());
+}
+
+/// Instructions and system calls, idle, plain and with SRTP, in one table.
+void print_counts(options const& chosen) {
+    std::printf(
+        "| calls | | process, instructions | floor | process, system calls | floor |\n|--:|---|--:|--:|--:|--:|\n");
+    process_figures idle;
+    measure_process(0, false, chosen, idle);
+    std::printf("| 0 | idle | %.0f | | %.0f | |\n", idle.least.instructions, idle.least.system_calls);
+    for (int const calls : {1, 4, 8})
+        for (bool const secure : {false, true}) {
+            process_figures own;
+            cost floor;
+            for (int round = 0; round < chosen.rounds; round++) {
+                measure_process(calls, secure, chosen, own);
+                floor.keep_least(measure_floor(calls, chosen));
+            }
+            std::printf("| %d | %s | %.0f | %.0f | %.0f | %.0f |\n", calls, secure ? "SRTP" : "plain",
+                        own.least.instructions, floor.instructions, own.least.system_calls, floor.system_calls);
+            std::fflush(stdout);
+        }
 }
 
 void print_table(options const& chosen) {
@@ -107,19 +165,20 @@ void print_table(options const& chosen) {
     process_figures plain;
     process_figures secure;
     for (int const calls : {1, 2, 4, 8}) {
-        plain.cpu_ms = std::numeric_limits<double>::infinity();
-        double floor = std::numeric_limits<double>::infinity();
+        plain.least = cost();
+        cost floor;
         for (int round = 0; round < chosen.rounds; round++) {
             measure_process(calls, false, chosen, plain);
-            floor = std::min(floor, measure_floor(calls, chosen));
+            floor.keep_least(measure_floor(calls, chosen));
             if (calls == 8)
                 measure_process(calls, true, chosen, secure);
         }
-        std::printf("| %d | %.3f | %.3f | %.2f |\n", calls, plain.cpu_ms, floor, plain.cpu_ms / floor);
+        std::printf("| %d | %.3f | %.3f | %.2f |\n", calls, plain.least.cpu_ms, floor.cpu_ms,
+                    plain.least.cpu_ms / floor.cpu_ms);
         std::fflush(stdout);
     }
-    std::printf("\n8 calls with SRTP: %.3f CPU ms per call-second, %.2f times the plain ones.\n\n", secure.cpu_ms,
-                secure.cpu_ms / plain.cpu_ms);
+    std::printf("\n8 calls with SRTP: %.3f CPU ms per call-second, %.2f times the plain ones.\n\n", secure.least.cpu_ms,
+                secure.least.cpu_ms / plain.least.cpu_ms);
     std::printf("| memory, kB | resident | of it anonymous |\n|---|--:|--:|\n");
     std::printf("| idle | %ld | %ld |\n| 8 calls | %ld | %ld |\n| 8 calls with SRTP | %ld | %ld |\n\n",
                 plain.idle.resident_kb, plain.idle.anonymous_kb, plain.busy.resident_kb, plain.busy.anonymous_kb,
@@ -135,10 +194,16 @@ bool scan(int argc, char** argv, options& chosen) {
             chosen.rounds = std::atoi(argv[i + 1]);
         else if (std::strcmp(argv[i], "--process") == 0)
             chosen.process = argv[i + 1];
+        else if (std::strcmp(argv[i], "--floor") == 0)
+            chosen.floor = argv[i + 1];
+        else if (std::strcmp(argv[i], "--under") == 0)
+            chosen.under = argv[i + 1];
+        else if (std::strcmp(argv[i], "--counts") == 0)
+            chosen.counts = argv[i + 1];
         else
             return false;
     }
-    return argc % 2 == 1 && chosen.seconds > 0 && chosen.rounds > 0;
+    return argc % 2 == 1 && chosen.seconds > 0 && chosen.rounds > 0 && chosen.under.empty() == chosen.counts.empty();
 }
 
 }  // namespace
@@ -146,13 +211,15 @@ bool scan(int argc, char** argv, options& chosen) {
 int main(int argc, char** argv) {
     options chosen;
     if (!scan(argc, argv, chosen)) {
-        std::fprintf(stderr, "usage: calls [--seconds N] [--rounds N] [--process PATH]\n");
+        std::fprintf(stderr,
+                     "usage: calls [--seconds N] [--rounds N] [--process PATH] [--floor PATH] [--under COMMAND "
+                     "--counts FILE]\n");
         return EXIT_FAILURE;
     }
     sigset_t const set = end_signals();
     sigprocmask(SIG_BLOCK, &set, nullptr);
     try {
-        print_table(chosen);
+        chosen.counts.empty() ? print_table(chosen) : print_counts(chosen);
     } catch (interrupted const&) {
         return EXIT_FAILURE;
     }

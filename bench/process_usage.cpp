@@ -19,7 +19,7 @@ child_process::child_process(std::vector<std::string> const& command) {
     if (pid != 0)
         return;
     prctl(PR_SET_PDEATHSIG, SIGKILL);
-    execv(argv[0], argv.data());
+    execvp(argv[0], argv.data());
     _exit(127);
 }
 
