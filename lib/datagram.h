@@ -25,12 +25,16 @@ extern unsigned char receive_buffer[65536];  // no datagram is larger
 /// One sendto() with a socket address of the family that fits the address; returns what it returned. -1, and nothing
 /// sent, when the address has neither 4 nor 16 bytes nor none (the any-address).
 int send_udp_packet(int fd, ip_port const& to, str const& data);
-/// One datagram, without waiting. `from` receives the sender; empty (and `from` unchanged) when nothing came.
-str recv_udp_packet4(int fd, ip_port& from);
-str recv_udp_packet6(int fd, ip_port& from);
+/// One datagram, without waiting. `from` receives the sender; empty (and `from` unchanged) when nothing came. `stamp`
+/// receives the kernel's arrival stamp, as time of day in ticks; 0 when it cannot be had.
+str recv_udp_packet4(int fd, ip_port& from, rtimestamp* stamp = nullptr);
+str recv_udp_packet6(int fd, ip_port& from, rtimestamp* stamp = nullptr);
 
-/// The kernel's arrival stamp of the datagram read last, as time of day in ticks; 0 when it cannot be had. The
-/// first call on a socket switches stamping on and answers with the time of the call.
+/// Has the kernel stamp what arrives on a socket from now on, and hand the stamps over with the datagrams; where it
+/// doesn't do that, each is asked for.
+void start_stamping(int fd);
+/// Asks for the arrival stamp of the datagram read last. The first such request on a socket switches stamping on and
+/// answers with the time of the call.
 rtimestamp receive_stamp(int fd);
 
 /// A kernel stamp moved to the process clock: now less the stamp's age by the time of day. Without a stamp (0), or

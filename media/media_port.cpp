@@ -57,7 +57,7 @@ bool media_port::open(int port) {
         fd6 = utils::open_udp_socket(port, true);
     for (int const fd : {fd4, fd6})
         if (utils::valid_socket(fd))
-            utils::receive_stamp(fd);  // switches stamping on
+            utils::start_stamping(fd);
     number = port;
     return (!ipv4 || utils::valid_socket(fd4)) && (!ipv6 || utils::valid_socket(fd6));
 }
@@ -93,15 +93,13 @@ void media_port::set_destination(ip_port const& to, bool tcp) {
 
 media_port::datagram media_port::receive4() const {
     datagram got;
-    got.data = utils::recv_udp_packet4(fd4, got.from);
-    got.stamp = utils::receive_stamp(fd4);
+    got.data = utils::recv_udp_packet4(fd4, got.from, &got.stamp);
     return got;
 }
 
 media_port::datagram media_port::receive6() const {
     datagram got;
-    got.data = utils::recv_udp_packet6(fd6, got.from);
-    got.stamp = utils::receive_stamp(fd6);
+    got.data = utils::recv_udp_packet6(fd6, got.from, &got.stamp);
     return got;
 }
 

@@ -72,7 +72,8 @@ public:
     long read(int fd, void* buffer, std::size_t size);
     long write(int fd, std::string_view data);
     int line_request(int fd, unsigned number);
-    /// SIOCGSTAMP: time of day of the datagram read last, ns; the first call starts stamping and gives the time.
+    /// SIOCGSTAMP: time of day of the datagram read last, ns; the first call starts stamping and gives the time. Also
+    /// what SO_TIMESTAMP begins and comes with the datagram.
     int stamp(int fd, std::int64_t& time_of_day_ns);
     endpoint name(int fd);
     int schedule() { return -injected(call::schedule); }

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstring>
 
+#include <asm/socket.h>
 #include <fcntl.h>
 #include <linux/sockios.h>
 #include <netinet/in.h>
@@ -14,7 +15,6 @@
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
-#include <sys/times.h>
 #include <termios.h>
 #include <unistd.h>
 
@@ -38,10 +38,10 @@ bool ours(char const* path) {
     return running && sim::kernel::owns(path);
 }
 
-/// As the C library tells it.
+/// As the C library tells it: the last 4095 values of a word are errors.
 template <typename number>
 number answer(number result) {
-    if (result >= 0)
+    if (result >= 0 || result < -4095)
         return result;
     errno = static_cast<int>(-result);
     return -1;
@@ -109,12 +109,40 @@ int name(int fd, sockaddr* address, socklen_t* length) {
     return 0;
 }
 
-long receive_from(int fd, void* buffer, size_t size, sockaddr* sender, socklen_t* length) {
+/// The stamp of what was received, in the words of the machine's kernel.
+void put_stamp(int fd, msghdr* message) {
+    std::int64_t stamp = 0;
+    running->stamp(fd, stamp);
+    timeval const time = to_timeval(stamp);
+    long const words[2] = {static_cast<long>(time.tv_sec), static_cast<long>(time.tv_usec)};
+    cmsghdr* const part = CMSG_FIRSTHDR(message);
+    part->cmsg_level = SOL_SOCKET;
+    part->cmsg_type = SO_TIMESTAMP_OLD;
+    part->cmsg_len = CMSG_LEN(sizeof words);
+    std::memcpy(CMSG_DATA(part), words, sizeof words);
+    message->msg_controllen = CMSG_SPACE(sizeof words);
+}
+
+long receive_message(int fd, msghdr* message) {
     sim::endpoint from;
-    long const n = running->receive_from(fd, buffer, size, from);
-    if (n >= 0)
-        to_address(from, sender, length);
+    long const n = running->receive_from(fd, message->msg_iov->iov_base, message->msg_iov->iov_len, from);
+    if (n < 0)
+        return n;
+    to_address(from, static_cast<sockaddr*>(message->msg_name), &message->msg_namelen);
+    if (message->msg_controllen > 0)
+        put_stamp(fd, message);
     return n;
+}
+
+int set_option(int fd, int option) {
+    std::int64_t unused;
+    if (option == SO_TIMESTAMP_OLD)
+        running->stamp(fd, unused);
+    return 0;
+}
+
+long process_call(long number) {
+    return number == SYS_times ? static_cast<long>(running->ticks()) : running->schedule();
 }
 
 std::int64_t to_ns(timeval const* limit) {
@@ -171,13 +199,13 @@ CALL(int, bind, (int fd, sockaddr const* address, socklen_t length), (fd, addres
 CALL(int, connect, (int fd, sockaddr const* address, socklen_t length), (fd, address, length), ours(fd),
      running->connect(fd, from_address(address)));
 CALL(int, setsockopt, (int fd, int level, int option, void const* value, socklen_t size),
-     (fd, level, option, value, size), ours(fd), 0);
+     (fd, level, option, value, size), ours(fd), set_option(fd, option));
 CALL(int, getsockname, (int fd, sockaddr* address, socklen_t* length), (fd, address, length), ours(fd),
      name(fd, address, length));
 CALL(ssize_t, sendto, (int fd, void const* data, size_t size, int flags, sockaddr const* to, socklen_t length),
      (fd, data, size, flags, to, length), ours(fd), running->send_to(fd, from_address(to), view(data, size)));
-CALL(ssize_t, recvfrom, (int fd, void* to, size_t size, int flags, sockaddr* sender, socklen_t* length),
-     (fd, to, size, flags, sender, length), ours(fd), receive_from(fd, to, size, sender, length));
+CALL(ssize_t, recvmsg, (int fd, msghdr* message, int flags), (fd, message, flags), ours(fd),
+     receive_message(fd, message));
 CALL(ssize_t, send, (int fd, void const* data, size_t size, int flags), (fd, data, size, flags), ours(fd),
      running->send(fd, view(data, size)));
 CALL(ssize_t, recv, (int fd, void* to, size_t size, int flags), (fd, to, size, flags), ours(fd),
@@ -190,17 +218,12 @@ CALL(int, gettimeofday, (timeval * time, void* zone), (time, zone), running, tim
 CALL(ssize_t, getrandom, (void* to, size_t size, unsigned flags), (to, size, flags), running, seed_bytes(to, size));
 CALL(int, rand, (), (), running, random_number());
 CALL(long, syscall, (long number, long a, long b, long c, long d, long e, long f), (number, a, b, c, d, e, f),
-     running&& number == SYS_sched_setscheduler, running->schedule());
+     running && (number == SYS_sched_setscheduler || number == SYS_times), process_call(number));
 CALL(int, tcgetattr, (int fd, termios* settings), (fd, settings), ours(fd), 0);
 CALL(int, tcsetattr, (int fd, int when, termios const* settings), (fd, when, settings), ours(fd), 0);
 
 // What has a result that is no error.
-extern "C" clock_t __real_times(tms*);
 extern "C" void __real_srand(unsigned);
-
-extern "C" clock_t __wrap_times(tms* used) {
-    return running ? static_cast<clock_t>(running->ticks()) : __real_times(used);
-}
 
 extern "C" void __wrap_srand(unsigned seed) {
     if (running)
@@ -216,3 +239,4 @@ ALSO(__select64, select);
 ALSO(__gettimeofday64, gettimeofday);
 ALSO(__ioctl_time64, ioctl);
 ALSO(__setsockopt64, setsockopt);
+ALSO(__recvmsg64, recvmsg);
