@@ -63,19 +63,25 @@ int open_ipv6_socket(int port) {
 
 }  // namespace
 
+unsigned utils::socket_changes = 0;
+
 int utils::open_udp_socket(int port, bool over_ipv6) {
+    socket_changes++;
     return over_ipv6 ? open_ipv6_socket(port) : open_ipv4_socket(ip_port(str::null, port));
 }
 
 int utils::open_loopback_socket(int port) {
+    socket_changes++;
     return open_ipv4_socket(ip_port(str(127, 0, 0, 1), port));
 }
 
 void utils::close_udp_socket(int fd) {
+    socket_changes++;
     close(fd);
 }
 
 int utils::open_tcp_client(ip_port const& to) {
+    socket_changes++;
     socket_address const address(to);
     if (!address.usable) {
         log_endpoint(0, "Could not set destination %s", to);
@@ -116,6 +122,7 @@ void utils::send_tcp_packet(int fd, str& data) {
 }
 
 void utils::close_tcp_socket(int fd) {
+    socket_changes++;
     close(fd);
 }
 

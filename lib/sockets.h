@@ -13,6 +13,9 @@ inline bool valid_socket(int fd) {
     return fd >= 0;
 }
 
+/// Moves on whenever a socket is opened or closed here: who keeps a list of open ones makes it anew then.
+extern unsigned socket_changes;
+
 /// A datagram socket bound to the any-address. IPv6 sockets take IPv6 only, so that the same port can be held
 /// in both families. On bind failure logs "UDP: bind() to port %d failed" (IPv6: "UDPv6: ...", level 0).
 int open_udp_socket(int port, bool over_ipv6);
