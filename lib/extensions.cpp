@@ -17,6 +17,8 @@ constexpr struct {
      &extension_set::srtp},
     {"playout", "play-out follows the network: no more delay than packets need, lost speech made up, no gap at drift",
      &extension_set::playout},
+    {"rtcp", "reports tell losses, times and delays as RFC 3550 and RFC 3611 have them, and rate the call",
+     &extension_set::rtcp},
 };
 
 bool switch_on(extension_set& set, str const& name) {

@@ -48,6 +48,8 @@ void channel::set_destination(ip_port const& rtp_to, ip_port const& rtcp_to, boo
         line::rx_clear(tdm_channel);
     buffer.clear();
     rtp.set_destination(rtp_to, tcp);
+    if (reports.is_exact() && rtcp_to != rtcp.get_destination())
+        rtcp.set_source(ip_port());
     rtcp.set_destination(rtcp_to, tcp);
 }
 

@@ -231,16 +231,19 @@ void channel::process_rtcp(str const& compound, ip_port const& from, bool tcp, r
         notify::stun_on_rtcp(id, from, compound);
         return;
     }
-    str readable = compound;
-    if (receiving.checks_rtcp() && !receiving.unprotect_rtcp(compound, readable)) {
+    str plain = compound;
+    bool const checks = receiving.checks_rtcp();
+    if (checks && !receiving.unprotect_rtcp(compound, plain)) {
         log_line(9, "RTCP not authentic");
         return;
     }
     if (tcp || rtcp.latch_source(from)) {
-        decrypt_srtcp(compound);  // for its log line; what follows looks at the packet as it came
+        if (!checks)
+            plain = decrypt_srtcp(compound);
         log_line(9, "RTCP: %h", arg_str(compound));
         send_rtcp_report(compound, true);
-        reports.receive(readable, sending.get_ssrc(), arrival);
+        // Read as they came, encrypted or not, unless an extension wants to know better.
+        reports.receive(checks || reports.is_exact() ? plain : compound, sending.get_ssrc(), arrival);
     }
     log_line(9, "RTCP: Done.");
 }
@@ -248,7 +251,7 @@ void channel::process_rtcp(str const& compound, ip_port const& from, bool tcp, r
 /// The packet decrypted, when a transmit key switches RTCP protection on and the packet says that it is encrypted.
 str channel::decrypt_srtcp(str const& compound) {
     str plain = compound;
-    if (sending.is_protected() && !receiving.checks_rtcp() && !receiving.unprotect_rtcp(compound, plain))
+    if (sending.is_protected() && !receiving.unprotect_rtcp(compound, plain))
         log_line(9, "RTCP not enrypted");
     return plain;
 }
@@ -262,7 +265,9 @@ void channel::send_rtcp_update(int index) {
 }
 
 void channel::send_rtcp_sr() {
-    send_rtcp_packet(reports.report(sending, receiving, id + 1));
+    str const compound = reports.report(sending, receiving, id + 1);
+    if (!compound.empty())
+        send_rtcp_packet(compound);
 }
 
 void channel::send_rtcp_bye(str const& reason) {

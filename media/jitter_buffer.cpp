@@ -6,7 +6,6 @@ constexpr int shallowest = 1;             // packets
 constexpr int deepest = 16;               // packets
 constexpr int in_sequence_to_sink = 128;  // packets played in sequence that lower the depth by one
 constexpr int most_packets = 400;
-constexpr int oldest_ms = 3000;
 constexpr int most_payload_bytes = 128 * 1024;  // chosen: above 400 packets of 20 ms of linear PCM
 
 /// A payload that keeps a much larger block alive (a datagram of mostly header) goes on in a block of its own.

@@ -18,6 +18,8 @@
 /// that of signed integers. A channel owns one.
 class jitter_buffer {
 public:
+    static constexpr int oldest_ms = 3000;  ///< a packet that waits longer is thrown away with all others
+
     /// One entry.
     struct packet {
         int codec = 0;        ///< codec number

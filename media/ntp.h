@@ -17,4 +17,20 @@ struct ntp_time {
 
     /// The instant on the process clock as NTP time.
     explicit ntp_time(rtimestamp const& instant);
+    /// The instant as NTP time by the system's time of day, to the microsecond; ntp_timediff is not added.
+    static ntp_time by_day(rtimestamp const& instant);
+    /// Its middle 32 bits, 1/65536 s.
+    std::uint32_t middle() const { return seconds << 16 | fraction >> 16; }
+
+    constexpr ntp_time(std::uint32_t whole, std::uint32_t part) : seconds(whole), fraction(part) {}
+};
+
+/// A moment by the time of day, which is exact, and by the process clock, which nobody sets.
+struct moment {
+    ntp_time day{0, 0};
+    rtimestamp process;
+
+    static moment of(rtimestamp const& instant) { return {ntp_time::by_day(instant), instant}; }
+    /// Time since an earlier moment, 1/65536 s: by the time of day unless that was set meanwhile.
+    std::uint32_t since(moment const& earlier) const;
 };

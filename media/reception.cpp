@@ -1,5 +1,6 @@
 #include "media/reception.h"
 
+#include "lib/protocol.h"
 #include "lib/renew.h"
 #include "media/rtp_sequence.h"
 
@@ -54,7 +55,7 @@ reception::result reception::receive(str const& packet, position play, std::uint
     } else if (!unprotect(packet, header, out)) {
         return out;
     }
-    count(out.sequence, now);
+    count(out, now);
     out.accepted = true;
     return out;
 }
@@ -73,7 +74,7 @@ reception::result reception::receive_checked(str const& packet, rtp_header const
         return out;
     if (checked.authenticates())
         note_verified(out);
-    count(out.sequence, now);
+    count(out, now);
     out.accepted = true;
     return out;
 }
@@ -99,6 +100,7 @@ void reception::take_ssrc(str const& new_ssrc) {
     ssrc = new_ssrc;
     any_accepted = false;
     highest_sequence = 0;
+    statistics = source_statistics();
     key();
 }
 
@@ -126,10 +128,13 @@ bool reception::steps_back(std::uint32_t sequence, position const& play, std::ui
     return sequence != 0 && sequence <= play.last_played && play.playing && now - last_arrival < step_back_window;
 }
 
-void reception::count(std::uint32_t sequence, std::uint32_t now) {
+void reception::count(result const& accepted, std::uint32_t now) {
     packets++;
-    if (!any_accepted || is_after(sequence, highest_sequence))
-        highest_sequence = sequence;
+    if (!any_accepted || is_after(accepted.sequence, highest_sequence))
+        highest_sequence = accepted.sequence;
+    statistics.add(static_cast<std::uint16_t>(accepted.sequence), accepted.timestamp, now);
+    if (accepted.codec != protocol::codec_number::telephone_event)
+        newest_codec = accepted.codec;
     any_accepted = true;
     last_arrival = now;
 }

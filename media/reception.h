@@ -5,6 +5,7 @@
 #include "lib/extensions.h"
 #include "lib/str.h"
 #include "media/rtp_header.h"
+#include "media/source_statistics.h"
 #include "srtp/checked_srtp.h"
 #include "srtp/srtp.h"
 
@@ -65,6 +66,10 @@ public:
     std::uint32_t get_packets() const { return packets; }
     /// Highest extended sequence number accepted from the SSRC followed, 0 before the first (RFC 3550 section 6.4.1).
     std::uint32_t get_highest_sequence() const { return highest_sequence; }
+    /// The same and more of the SSRC followed, by the book.
+    source_statistics const& get_statistics() const { return statistics; }
+    /// Codec of the newest packet that was no telephone event; -1 before the first.
+    int get_codec() const { return newest_codec; }
 
 private:
     result receive_checked(str const& packet, rtp_header const& header, position const& play, std::uint32_t now);
@@ -74,13 +79,15 @@ private:
     std::uint32_t const* get_verified_roc() const;
     bool unprotect(str const& packet, rtp_header const& header, result& out);
     bool steps_back(std::uint32_t sequence, position const& play, std::uint32_t now) const;
-    void count(std::uint32_t sequence, std::uint32_t now);
+    void count(result const& accepted, std::uint32_t now);
 
     str payload_map;
     str ssrc;
     std::uint32_t packets = 0;
     bool any_accepted = false;  ///< from the SSRC followed
     std::uint32_t highest_sequence = 0;
+    source_statistics statistics;
+    int newest_codec = -1;
     std::uint32_t last_arrival = 0;  ///< of an accepted packet
 
     str key_material;  ///< master key, then master salt

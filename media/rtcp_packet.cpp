@@ -66,6 +66,22 @@ str rtcp::sender_report::build() const {
     return packet.get();
 }
 
+str rtcp::sender_report::build_exact(bool sends) const {
+    constexpr unsigned version_2 = 0x80;
+    bool const has_block = !received.ssrc.empty();
+    byte_writer packet;
+    packet.put8(version_2 | static_cast<unsigned>(has_block));
+    packet.put8(sends ? packet_type::sender_report : packet_type::receiver_report).put16(0).put(ssrc);
+    if (sends)
+        packet.put32(sent.seconds).put32(sent.fraction).put32(rtp_timestamp).put32(packets).put32(octets);
+    if (has_block) {
+        packet.put(received.ssrc).put8(received.fraction_lost).put24(static_cast<std::uint32_t>(received.lost));
+        packet.put32(received.highest_sequence).put32(received.jitter);
+        packet.put32(str2uint32(last_sr)).put32(last_sr.empty() ? 0 : delay_since_last_sr);
+    }
+    return packet.get();
+}
+
 str rtcp::source_description(str const& ssrc) {
     str const text(cname_text);
     byte_writer packet = packet_start(packet_type::source_description, ssrc);

@@ -47,6 +47,9 @@ struct sender_report {
 
     /// Not yet padded, length field zero.
     str build() const;
+    /// The same as RFC 3550 sections 6.4.1 and 6.4.2 have it: a receiver report of one that does not send; the count is
+    /// that of the blocks, and LSR and DLSR belong to the block.
+    str build_exact(bool sends) const;
 };
 
 /// An SDES packet with the CNAME item that every channel of the process uses; finished.

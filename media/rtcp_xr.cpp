@@ -36,19 +36,21 @@ void rtcp_xr::monitor(int ext_seq, int rtp_timestamp, int rx_time) {
         end_seq = std::max(end_seq, ext_seq);
 }
 
-str rtcp_xr::get_packet(str const& remote_ssrc, str const& local_ssrc, int peer_delay) {
+str rtcp_xr::get_packet(str const& remote_ssrc, str const& local_ssrc, int peer_delay, int codec) {
     constexpr unsigned char version_2_count_0 = 0x80;
     constexpr unsigned char type = rtcp::packet_type::extended_report;
     if (events.empty())
         return str();
     log_line(9, "Get RTCP-XR");
-    str const blocks = get_blocks(remote_ssrc, peer_delay);
+    str const blocks = get_blocks(remote_ssrc, peer_delay, codec);
     end_period();
+    if (exact && blocks.empty())
+        return str();
     return str(version_2_count_0, type) + utils::int2str(static_cast<unsigned>((blocks.length() + 4) / 4), 2) +
            local_ssrc + blocks;
 }
 
-str rtcp_xr::get_blocks(str const& remote_ssrc, int peer_delay) {
+str rtcp_xr::get_blocks(str const& remote_ssrc, int peer_delay, int codec) {
     if (!started)
         begin_seq = static_cast<int>(static_cast<std::uint32_t>(events.get_first()) - 1);
     started = true;
@@ -57,7 +59,9 @@ str rtcp_xr::get_blocks(str const& remote_ssrc, int peer_delay) {
         blocks += xr::stat_summary_block{remote_ssrc, events.get_sequences(), events.get_transit_differences()}.build();
     if (mode.voip_metrics) {
         voip.add_period(events);
-        blocks += voip.get_block(remote_ssrc, peer_delay).build();
+        blocks +=
+            (exact ? voip.get_exact_block(remote_ssrc, peer_delay, codec) : voip.get_block(remote_ssrc, peer_delay))
+                .build();
     }
     if (mode.rcvr_rtt)
         blocks += get_reference_times(remote_ssrc);
@@ -79,11 +83,19 @@ str rtcp_xr::get_run_lengths(str const& remote_ssrc) const {
 /// Our reference time, and the answer to the peer's, which is given once.
 str rtcp_xr::get_reference_times(str const& remote_ssrc) {
     rtimestamp const now = rtimestamp::now();
-    str blocks = xr::reference_time_block{now}.build();
-    if (lrr.length() == 4)
+    str blocks = exact ? get_exact_reference_times(remote_ssrc) : xr::reference_time_block{now}.build();
+    if (lrr.length() == 4 && !exact)
         blocks += xr::dlrr_block{remote_ssrc, lrr, now.diff_ticks(lrr_time)}.build();
     lrr.clear();
     lrr_time.clear();
+    return blocks;
+}
+
+str rtcp_xr::get_exact_reference_times(str const& remote_ssrc) const {
+    moment const now = moment::of(rtimestamp::now());
+    str blocks = xr::exact_reference_time_block{now.day}.build();
+    if (lrr.length() == 4)
+        blocks += xr::dlrr_block::build_exact(remote_ssrc, lrr, now.since(lrr_moment));
     return blocks;
 }
 
@@ -99,6 +111,8 @@ void rtcp_xr::process_report(str const& packet, rtimestamp const& arrival) {
         if (packet[at] == rtcp::xr_block_type::receiver_reference_time && packet.length() - middle >= 4) {
             lrr = packet.substr(middle, 4);
             lrr_time = arrival;
+            if (exact)
+                lrr_moment = moment::of(arrival);
         }
         at += 4 * str2int16(packet.substr(at + 2, 2)) + 4;
     }

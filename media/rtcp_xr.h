@@ -2,8 +2,10 @@
 
 #include <cstdint>
 
+#include "lib/extensions.h"
 #include "lib/rtimestamp.h"
 #include "lib/str.h"
+#include "media/ntp.h"
 #include "media/voip_statistics.h"
 #include "media/xr_events.h"
 #include "media/xr_mode.h"
@@ -30,17 +32,20 @@ public:
     /// Interarrival jitter over the events since the last report, in RTP timestamp units.
     int calculate_jitter() const { return events.get_transit_differences().jitter; }
     /// The XR packet with all wanted blocks, length field set; empty when nothing was monitored since the last one.
-    /// Ends the period. The SSRCs are 4 bytes each, the delay is in ms.
-    str get_packet(str const& remote_ssrc, str const& local_ssrc, int peer_delay);
+    /// Ends the period. The SSRCs are 4 bytes each, the delay is in ms. With the extension `rtcp` times, metrics and
+    /// the rating of a call with that codec are exact, and a packet without blocks is empty.
+    str get_packet(str const& remote_ssrc, str const& local_ssrc, int peer_delay, int codec = -1);
     /// Evaluates an XR packet from the peer that arrived at `arrival` on the process clock.
     void process_report(str const& packet, rtimestamp const& arrival);
 
 private:
-    str get_blocks(str const& remote_ssrc, int peer_delay);
+    str get_blocks(str const& remote_ssrc, int peer_delay, int codec);
     str get_run_lengths(str const& remote_ssrc) const;
     str get_reference_times(str const& remote_ssrc);
+    str get_exact_reference_times(str const& remote_ssrc) const;
     void end_period();
 
+    bool exact = extensions.rtcp;
     xr_mode mode;
     xr_events events;
     voip_statistics voip;
@@ -51,4 +56,5 @@ private:
 
     str lrr;              ///< middle 32 bits of the NTP time of the peer's receiver reference time; empty: answered
     rtimestamp lrr_time;  ///< when it arrived
+    moment lrr_moment;    ///< the same, for exact reports
 };

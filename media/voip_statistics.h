@@ -1,6 +1,7 @@
 #pragma once
 
 #include "media/burst_tracker.h"
+#include "media/loss_bursts.h"
 #include "media/xr_blocks.h"
 #include "media/xr_events.h"
 
@@ -18,10 +19,16 @@ public:
     void end_period();
 
     xr::voip_metrics_block get_block(str const& remote_ssrc, int round_trip_ms) const;
+    /// The same with densities in their unit and a rating of the call, whose codec it takes.
+    xr::voip_metrics_block get_exact_block(str const& remote_ssrc, int round_trip_ms, int codec) const;
 
 private:
+    void add_lost(std::uint32_t n);
+
     burst_tracker bursts;
-    int last_fed = 0;  ///< sequence number given to `bursts` last
+    loss_bursts exact_bursts;
+    std::uint32_t first_time = 0, last_time = 0;  ///< of the packets in `exact_bursts`
+    int last_fed = 0;                             ///< sequence number given to `bursts` last
     int discarded = 0;
     int jitter_buffer_max_ms = 0;
     int jitter_buffer_sum_ms = 0;

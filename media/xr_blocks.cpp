@@ -3,8 +3,10 @@
 #include <climits>
 
 #include "lib/byte_writer.h"
+#include "lib/extensions.h"
 #include "lib/rtcp_numbers.h"
 #include "media/arithmetic.h"
+#include "media/jitter_buffer.h"
 #include "media/ntp.h"
 #include "media/rle_report_block.h"
 
@@ -112,9 +114,16 @@ str xr::voip_metrics_block::build() const {
     body.put16(bits(burst_duration_ms)).put16(bits(gap_duration_ms));
     body.put16(bits(round_trip_ms)).put16(0);
     body.put8(rtcp::unavailable).put8(rtcp::unavailable).put8(rtcp::unavailable).put8(rtcp::gmin);
-    body.put32(0);
-    body.put16(bits(round_trip_ms)).put16(bits(jitter_buffer_nominal_ms));
-    body.put8(bits(jitter_buffer_max_ms)).put8(bits(jitter_buffer_max_ms >> 8)).put16(0xFFFF);
+    if (exact) {
+        unsigned const configuration = (extensions.playout ? 2u : 1u) << 6 | 3 << 4;
+        body.put8(bits(r_factor)).put8(rtcp::unavailable);
+        body.put8(bits(listening_mos_x10)).put8(bits(conversational_mos_x10)).put8(configuration).put8(0);
+        body.put16(bits(jitter_buffer_nominal_ms)).put16(bits(jitter_buffer_max_ms)).put16(jitter_buffer::oldest_ms);
+    } else {
+        body.put32(0);
+        body.put16(bits(round_trip_ms)).put16(bits(jitter_buffer_nominal_ms));
+        body.put8(bits(jitter_buffer_max_ms)).put8(bits(jitter_buffer_max_ms >> 8)).put16(0xFFFF);
+    }
     return block(rtcp::xr_block_type::voip_metrics, 0, body);
 }
 
@@ -127,9 +136,19 @@ str xr::reference_time_block::build() const {
     return block(rtcp::xr_block_type::receiver_reference_time, 0, body);
 }
 
-str xr::dlrr_block::build() const {
-    std::uint32_t const scaled = static_cast<std::uint32_t>(static_cast<std::uint64_t>(delay) << 16) / 1000000u;
+str xr::exact_reference_time_block::build() const {
     byte_writer body;
-    body.put(ssrc).put(last_reference).put32(scaled);
+    body.put32(sent.seconds).put32(sent.fraction);
+    return block(rtcp::xr_block_type::receiver_reference_time, 0, body);
+}
+
+str xr::dlrr_block::build() const {
+    return build_exact(ssrc, last_reference,
+                       static_cast<std::uint32_t>(static_cast<std::uint64_t>(delay) << 16) / 1000000u);
+}
+
+str xr::dlrr_block::build_exact(str const& ssrc, str const& last_reference, std::uint32_t delay) {
+    byte_writer body;
+    body.put(ssrc).put(last_reference).put32(delay);
     return block(rtcp::xr_block_type::dlrr, 0, body);
 }

@@ -4,6 +4,7 @@
 
 #include "lib/rtimestamp.h"
 #include "lib/str.h"
+#include "media/ntp.h"
 #include "media/xr_events.h"
 
 /// The blocks of an RTCP extended report (RFC 3611 section 4) as values; build() gives the bytes. SSRCs are 4 bytes,
@@ -57,7 +58,12 @@ struct stat_summary_block {
 ///     18-19    end system delay: 0
 ///     20, 21   signal and noise level: unavailable
 ///
-/// Peers depend on bytes 28-29 and on the order of 32-33.
+/// Peers depend on bytes 28-29 and on the order of 32-33. An exact block has instead
+///
+///     24, 25   R factor; that of another segment: unavailable
+///     26, 27   MOS of listening and of conversation, 1/10
+///     28, 29   receiver configuration: concealment enhanced with the extension `playout`, else none; adaptive buffer;
+///     0 32-33    largest delay, ms, high byte first 34-35    largest delay that the buffer can come to, ms
 struct voip_metrics_block {
     str ssrc;
     unsigned char loss_rate = 0;
@@ -69,6 +75,11 @@ struct voip_metrics_block {
     int round_trip_ms = 0;
     int jitter_buffer_nominal_ms = 0;
     int jitter_buffer_max_ms = 0;
+    bool exact = false;
+    // Exact blocks only; rtcp::unavailable: not known.
+    int r_factor = 0;
+    int listening_mos_x10 = 0;
+    int conversational_mos_x10 = 0;
 
     str build() const;
 };
@@ -83,6 +94,13 @@ struct reference_time_block {
     str build() const;
 };
 
+/// The same with the sender report's time, for whoever measures a round trip with it.
+struct exact_reference_time_block {
+    ntp_time sent;
+
+    str build() const;
+};
+
 /// DLRR (section 4.5) with one report: byte 1 0; 4-7 SSRC; 8-11 middle of the reference time answered; 12-15 delay
 /// since it arrived.
 ///
@@ -93,6 +111,8 @@ struct dlrr_block {
     long long delay;     ///< ticks
 
     str build() const;
+    /// The same with a delay in its unit, 1/65536 s.
+    static str build_exact(str const& ssrc, str const& last_reference, std::uint32_t delay);
 };
 
 /// Where the middle 32 bits of the NTP time stand in a reference time block.

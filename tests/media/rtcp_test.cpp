@@ -3,12 +3,15 @@
 
 #include <poll.h>
 
+#include "lib/protocol.h"
+#include "media/e_model.h"
 #include "media/rtcp_packet.h"
 #include "media/rtcp_xr.h"
 #include "srtp/aes.h"
 #include "tests/srtp/libsrtp_peer.h"
 #include "tests/support/manual_clock.h"
 #include "tests/support/media_fixture.h"
+#include "tests/support/seed.h"
 
 namespace {
 
@@ -341,6 +344,186 @@ TEST_F(rtcp_channel, an_analyser_finds_nothing_to_complain_about) {
               "200,202,207|1,2,3,6,7,4,5|4,4,62,9,8,2,3|559|7864|VELK|234|1|\n"
               "200,202,207|1,2,3,6,7,4|3,3,3,9,8,2|560|7864|VELK||1|\n"
               "203|||||bye||1|\n");
+}
+
+// ---- exact reports
+
+/// With the extension `rtcp`.
+class exact_reports : public rtcp_channel {
+protected:
+    exact_reports() {
+        extensions.rtcp = true;
+        start();
+    }
+    ~exact_reports() override { extensions = extension_set(); }
+
+    std::string bytes() { return from_hex(report()); }
+    void send_packet() { tested.process_audio(to_str(pcm_of(1))); }
+    static std::uint32_t wall_middle() {
+        return static_cast<std::uint32_t>((static_cast<unsigned __int128>(wall_us()) << 16) / 1000000) +
+               (2208988800u << 16);
+    }
+    static constexpr std::size_t in_block = 8;  // where the block of a receiver report begins
+};
+
+TEST_F(exact_reports, who_sends_and_who_only_listens) {
+    EXPECT_EQ(report(), unspaced("80C90001 11223344") + sdes);
+    send_packet();
+    EXPECT_EQ(bytes().substr(0, 4), from_hex("80C80006")) << "sent since the last report";
+    EXPECT_EQ(bytes().substr(0, 4), from_hex("80C80006")) << "or the one before";
+    receive_rtp(1000);
+    EXPECT_EQ(report(), unspaced("81C90007 11223344 AAAA0001 00000000 000003E8 00000000 00000000 00000000") + sdes)
+        << "no extended report without blocks";
+    tested.set_ssrc(str());
+    tested.send_rtcp_sr();
+    EXPECT_EQ(sent(), lines{});
+}
+
+// A list of all that was sent and came, by RFC 3550 appendix A.3.
+TEST_F(exact_reports, losses_are_counted) {
+    seed_range{51, 20}.roll([this](dice& random) {
+        start();
+        int sequence = random.below(65536), first = sequence, expected_before = 0, received_before = 0, received = 0;
+        for (int period = 0; period < 8; period++) {
+            int const loss = random.below(4) * 12;
+            for (int i = random.below(400); i >= 0; i--, sequence++) {
+                bool const lost = random.chance(loss) && sequence != first && i > 0;
+                for (int copies = lost ? 0 : random.chance(2) ? 2 : 1; copies > 0; copies--, received++)
+                    receive_rtp(sequence);
+            }
+            int const expected = sequence - first, lost = expected - received;
+            int const in_period = lost - (expected_before - received_before);
+            int const fraction = in_period > 0 ? std::min(in_period * 256 / (expected - expected_before), 255) : 0;
+            expected_before = expected, received_before = received;
+            std::string const block = bytes().substr(in_block, 24);
+            ASSERT_EQ(to_hex(block.substr(4, 4)), to_hex(be32(static_cast<std::uint32_t>(fraction) << 24 |
+                                                              (static_cast<std::uint32_t>(lost) & 0xFFFFFF))));
+            ASSERT_EQ(get_be32(block, 8), static_cast<std::uint32_t>(sequence - 1 - first + first % 65536));
+        }
+    });
+}
+
+TEST_F(exact_reports, another_stream_and_a_sender_that_begins_anew_are_counted_afresh) {
+    auto const lost = [&] { return get_be32(bytes(), in_block + 4); };
+    for (int const seq : {100, 101, 105})
+        receive_rtp(seq);
+    EXPECT_EQ(lost(), 128u << 24 | 3u);
+    EXPECT_EQ(lost(), 3u) << "none since";
+    for (int const seq : {40001, 40002, 40003})
+        receive_rtp(seq);
+    EXPECT_EQ(lost(), 0u);
+    clock.advance(100);
+    receive_rtp(60000, 0xBBBB0002);
+    receive_rtp(60004, 0xBBBB0002);
+    EXPECT_EQ(lost(), 153u << 24 | 3u);
+}
+
+TEST_F(exact_reports, times_are_those_of_the_day) {
+    ntp_timediff = 1234;
+    tested.set_rtcp_xr(to_str("rcvr-rtt voip-metrics"));
+    receive_rtp(1);
+    send_packet();
+    auto const before = wall_middle();
+    receive_rtcp(sender_report);
+    receive_rtcp(from_hex("80CF 0004 AAAA0001 04000002 1112131415161718"));
+    poll(nullptr, 0, 60);
+    clock.advance_ms(60);
+    auto const asked = wall_middle();
+    std::string const own = bytes();
+    auto const after = wall_middle();
+    ntp_timediff = 0;
+    auto const between = [](std::uint32_t low, std::uint32_t value, std::uint32_t high) {
+        return static_cast<std::int32_t>(value - low) >= -1 && static_cast<std::int32_t>(high - value) >= -1;
+    };
+    std::uint32_t const sent_at = get_be32(own, 10), waited = 60 * 65536 / 1000;
+    EXPECT_TRUE(between(asked, sent_at, after));
+    EXPECT_EQ(to_hex(own.substr(44, 4)), "03040506");
+    EXPECT_TRUE(between(waited, get_be32(own, 48), after - before)) << "DLSR";
+    std::size_t const times = 52 + 16 + 8 + 36;
+    EXPECT_EQ(to_hex(own.substr(times, 4)), "04000002");
+    EXPECT_TRUE(between(asked, get_be32(own, times + 6), after));
+    EXPECT_EQ(to_hex(own.substr(times + 12 + 8, 4)), "13141516");
+    EXPECT_TRUE(between(waited, get_be32(own, times + 12 + 12), after - before)) << "DLRR";
+}
+
+// The clock is moved by hand, and so the time of day looks as if somebody had set it.
+TEST_F(exact_reports, nobody_disturbs_delays_by_setting_the_clock) {
+    tested.set_rtcp_xr(to_str("voip-metrics"));
+    receive_rtp(1);
+    receive_rtcp(sender_report);
+    clock.advance_ms(1500);
+    send_packet();
+    std::string const own = bytes();
+    EXPECT_EQ(get_be32(own, 48), 0x18000u);
+    clock.advance_ms(500);
+    // They kept our report for 200 ms.
+    std::string const block = "11223344" + std::string(24, '0') + to_hex(own.substr(10, 4)) + to_hex(be32(13107));
+    receive_rtcp(from_hex("81C9 0007 AAAA0001" + block));
+    receive_rtp(2);
+    EXPECT_EQ(get_be16(bytes(), 52 + 16 + 8 + 16), 300u);
+}
+
+// Gmin and the definitions of RFC 3611 section 4.7.2, by the list of what came.
+TEST_F(exact_reports, metrics_in_their_units) {
+    tested.set_codec(protocol::codec_number::pcmu, 0, -1, to_str(std::string(128, '\1')), 20);
+    tested.set_rtcp_xr(to_str("voip-metrics"));
+    auto const metrics = [&] { return to_hex(bytes().substr(8 + 24 + 16 + 8 + 8)); };
+    // 40 packets, a loss alone, 30 packets, a burst of 10 in which 4 are lost, 39 packets; each is 20 ms, one comes
+    // every 10 ms, so that the buffer holds half of them.
+    for (int seq = 1; seq <= 120; seq++) {
+        bool talk_spurt = false;
+        if (seq != 41 && seq != 72 && seq != 74 && seq != 75 && seq != 81)
+            receive_rtp(seq);
+        tested.get_samples(talk_spurt);
+    }
+    std::string const got = metrics();
+    int const nominal = get_be16(from_hex(got), 22), largest = get_be16(from_hex(got), 24);
+    EXPECT_TRUE(nominal > 400 && nominal < 800 && largest > 1000 && largest < 1400) << nominal << ", " << largest;
+    int const rating = e_model::rating(protocol::codec_number::pcmu, 11, nominal);
+    int const heard = e_model::opinion(e_model::rating(protocol::codec_number::pcmu, 11, 0));
+    auto const octet = [](int value) { return to_hex(std::string(1, static_cast<char>(value))); };
+    // 256 x 5 / 120 lost, none discarded; 4 of 10 and 1 of 110; 100 ms, 1100 / 2 ms
+    EXPECT_EQ(got.substr(0, 44), unspaced("0B00 6602 0064 0226 0000 0000 7F7F 7F10") + octet((rating + 5) / 10) + "7F" +
+                                     octet(heard) + octet(e_model::opinion(rating)) + "7000");
+    EXPECT_EQ(got.substr(52), "0BB8");
+}
+
+TEST_F(exact_reports, a_new_destination_is_listened_to) {
+    ASSERT_EQ(receive_rtcp(empty_report, 7).size(), 1u);
+    EXPECT_EQ(receive_rtcp(empty_report, 8), lines{});
+    tested.set_destination(ip_port(), far.address(), false);
+    EXPECT_EQ(receive_rtcp(empty_report, 8), lines{}) << "the same as before";
+    tested.set_destination(ip_port(), peer_at(8), false);
+    EXPECT_EQ(receive_rtcp(empty_report, 8).size(), 1u);
+    EXPECT_EQ(receive_rtcp(empty_report, 7), lines{});
+}
+
+TEST_F(exact_reports, encrypted_reports_are_read_in_the_clear) {
+    str const own('\x11', 30), theirs('\x22', 30);
+    tested.set_srtp(theirs, own, 10, str());
+    libsrtp_peer sender(libsrtp_peer::sends, theirs), receiver(libsrtp_peer::receives, own);
+    str packet = to_str(named_packet(5, 1).build()), compound = to_str(sender_report);
+    ASSERT_TRUE(sender.protect(packet) && sender.protect_rtcp(compound));
+    tested.process_rtp_data(packet, peer_at(1), false, rtimestamp());
+    EXPECT_EQ(receive_rtcp(to_string(compound)), lines{copy_of(to_string(compound), 9)});
+    str own_report = to_str(bytes());
+    ASSERT_TRUE(receiver.unprotect_rtcp(own_report));
+    EXPECT_EQ(to_hex(to_string(own_report.substr(24, 4))), "03040506");
+}
+
+TEST_F(exact_reports, an_analyser_finds_nothing_to_complain_about) {
+    std::string const listening = bytes();
+    for (int seq = 500; seq < 560; seq++)
+        if (seq % 17 && seq % 23)
+            receive_rtp(seq);
+    tested.set_rtcp_xr(to_str(all_blocks));
+    std::string const silent = bytes();
+    send_packet();
+    receive_rtp(560);
+    EXPECT_EQ(dissected({listening, silent, bytes()}),
+              "201,202|||||VELK||1|\n"
+              "201,202,207|1,2,3,6,7,4|4,3,62,9,8,2|559|0|VELK||1|\n"
+              "200,202,207|1,2,3,6,7,4|3,3,3,9,8,2|560|0|VELK||1|\n");
 }
 
 }  // namespace

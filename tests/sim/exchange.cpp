@@ -4,6 +4,7 @@
 #include <cstdlib>
 
 #include "lib/protocol.h"
+#include "lib/rtcp_numbers.h"
 #include "lib/timeout.h"
 #include "lib/tlv.h"
 #include "lib/wire.h"
@@ -66,7 +67,7 @@ void exchange::sent(endpoint const& from, endpoint const& to, std::string_view d
     if (l.last_report >= 0 && now > failures_until && apart(now - l.last_report, 2 * second, 30 * ms))
         violated("reports so many ns apart", now - l.last_report);
     l.last_report = now;
-    if (!l.out.key.empty())
+    if (!l.out.key.empty() || static_cast<unsigned char>(data[1]) != rtcp::packet_type::sender_report)
         return;
     auto const word = [&](int at) { return wire::get32(to_str(data).cbuffer() + at); };
     if (ntp_known && word(8) - static_cast<std::uint32_t>(w->time_of_day() / second) - ntp_1900 + 1 > 2)

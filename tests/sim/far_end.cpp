@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "lib/bytes.h"
+#include "lib/extensions.h"
 #include "lib/pcm.h"
 #include "lib/rtcp_numbers.h"
 #include "lib/wire.h"
@@ -189,13 +190,14 @@ void far_end::receive_rtcp(str const& packet) {
     int at = 0, order = 0;
     for (; at < plain.length(); at += 4 * wire::get16(report + at + 2) + 4, order++)
         if (constexpr int types[] = {sender_report, source_description, extended_report, -1};
-            plain[at + 1] != types[std::min(order, 3)])
+            plain[at + 1] != types[std::min(order, 3)] &&
+            !(extensions.rtcp && order == 0 && plain[at + 1] == receiver_report))
             violated("a compound packet of other parts", plain[at + 1]);
     if (at != plain.length() || order < 2)
         violated("a compound packet of another length", plain.length());
     int const lsr_at = 4 * wire::get16(report + 2) + 4 - 8;
     std::uint32_t const lsr = wire::get32(report + lsr_at);
-    if (!p.round_trip_known || lsr == 0 || lsr != last_report_sent)
+    if (!p.round_trip_known || !(plain[0] & 1) || lsr == 0 || lsr != last_report_sent)
         return;
     auto const round_trip =
         static_cast<std::int32_t>(static_cast<std::uint32_t>(ntp()) - lsr - wire::get32(report + lsr_at + 4));

@@ -7,6 +7,7 @@
 
 #include "lib/protocol.h"
 #include "lib/rtcp_numbers.h"
+#include "media/e_model.h"
 #include "tools/rtcp/call_quality.h"
 #include "tools/rtcp/e_model.h"
 #include "tools/rtcp/packet.h"
@@ -205,6 +206,19 @@ TEST(call_quality, who_says_what) {
         EXPECT_NE(table.find(row), std::string::npos) << table;
     EXPECT_EQ(table.find("peer_xr_lost"), std::string::npos) << table;
     EXPECT_EQ(to_table({}), "");
+}
+
+// The process has a table and whole numbers.
+TEST(e_model, the_process_rates_as_the_tools_do) {
+    for (int codec = protocol::codec_number::pcmu; codec <= protocol::codec_number::g726; codec++)
+        for (int loss = 0; loss < 256; loss += 3)
+            for (int ms = 0; ms < 1000; ms += 7) {
+                rtcp_view::transmission_rating const exact = rtcp_view::rate(codec, loss / 2.56, ms);
+                int const rating = e_model::rating(codec, loss, ms);
+                ASSERT_EQ(rating == e_model::unknown, !exact.r) << codec;
+                ASSERT_TRUE(!exact.r || std::abs(rating - *exact.r * 10) < 8) << codec << " " << loss << " " << ms;
+                ASSERT_TRUE(!exact.r || std::abs(e_model::opinion(rating) - exact.mos * 10) < 1);
+            }
 }
 
 }  // namespace
