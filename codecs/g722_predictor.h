@@ -61,19 +61,19 @@ inline void g722_predictor::adapt_poles(int sg0) {
 }
 
 /// UPZERO, DELAYA, FILTEZ. The terms are added from the oldest on, and every sum is limited; none is, almost
-/// always, unless the codes come from no encoder.
+/// always, unless the codes come from no encoder. The sums stand 32768 higher, so that their bits tell.
 inline int g722_predictor::filter_zeros(int d) {
-    int const gain = d == 0 ? 0 : 128;
-    int sum = 0;
-    unsigned beyond = 0;
+    int const gain = d == 0 ? 0 : g722_with_sign(128, d >> 31);
+    int raised = 32768;
+    int beyond = 0;
 #pragma GCC unroll 6
     for (int i = 5; i >= 0; i--) {
-        b[i] = (b[i] * 255 >> 8) + g722_with_sign(gain, (d_doubled[i] ^ d) >> 31);
+        b[i] = (b[i] * 255 >> 8) + g722_with_sign(gain, d_doubled[i] >> 31);
         d_doubled[i] = i > 0 ? d_doubled[i - 1] : 2 * d;
-        sum += b[i] * d_doubled[i] >> 15;
-        beyond |= static_cast<unsigned>(sum + 32768);
+        raised += b[i] * d_doubled[i] >> 15;
+        beyond |= raised;
     }
-    return beyond < 65536 ? sum : sum_zeros_limiting();
+    return beyond >> 16 == 0 ? raised - 32768 : sum_zeros_limiting();
 }
 
 inline int g722_predictor::sum_zeros_limiting() const {
