@@ -67,14 +67,14 @@ int highest_bit(unsigned value) {
 
 /// A magnitude of up to 15 bits as mantissa * 2^(exponent - 6), mantissa 32..63; zero has mantissa 32 too.
 struct magnitude_parts {
-    int exponent;
+    int zeros;  ///< 26 - exponent: the bits above the mantissa in a word of 32
     unsigned mantissa;
 };
 
 magnitude_parts split(int magnitude) {
     unsigned const scaled = static_cast<unsigned>(std::max(magnitude << 6, 32));
-    int const exponent = highest_bit(scaled) - 5;
-    return {exponent, scaled >> exponent};
+    int const zeros = std::countl_zero(scaled);
+    return {zeros, scaled << zeros >> 26};
 }
 
 }  // namespace
@@ -127,19 +127,18 @@ int g726::encode_decode(unsigned value, bool encoding) {
 
 inline g726::float11 g726::to_float(int sign, int magnitude) {
     magnitude_parts const parts = split(magnitude);
-    return {static_cast<std::int8_t>(sign), static_cast<std::uint8_t>(28 - parts.exponent),
-            static_cast<std::uint16_t>(parts.mantissa << 5)};
+    return (sign << 11) | static_cast<int>(parts.mantissa << 5) | ((parts.zeros - 24) & 31);
 }
 
 /// FMULT: product of a Q14 coefficient and a signal, Q1, 16 bits.
-inline int g726::multiply(int coefficient, float11 const& signal) {
-    int const sign = sign_of(coefficient);
-    magnitude_parts const factor = split(with_sign(coefficient >> 2, sign) & 8191);
-    // The mantissas' product is rounded to units of 16; signal.mantissa brings the 5 bits that
-    // signal.shift expects below the point.
-    unsigned const product = (signal.mantissa * factor.mantissa + (48 << 5)) & ~511u;
-    int const magnitude = static_cast<int>(product >> (signal.shift - factor.exponent) & 32767);
-    return with_sign(magnitude, signal.sign ^ sign);
+inline int g726::multiply(int coefficient, float11 signal) {
+    magnitude_parts const factor = split(with_sign(coefficient >> 2, sign_of(coefficient)) & 8191);
+    // The mantissas' product is rounded to units of 16; the signal's brings 5 bits below the point with it, which the
+    // shift expects.
+    unsigned const mantissa = static_cast<unsigned>(signal) & 63u << 5;
+    unsigned const product = (mantissa * factor.mantissa + (48 << 5)) & ~511u;
+    int const magnitude = static_cast<int>(product >> ((signal + factor.zeros) & 31) & 32767);
+    return with_sign(magnitude, sign_of(signal ^ coefficient));
 }
 
 inline g726::level const& g726::level_of(unsigned codeword) const {
@@ -178,6 +177,7 @@ inline void g726::quantizer_scale_factor_adaptation2(int wi, int y) {
 /// FMULT, ACCUM.
 inline g726::estimate g726::adaptative_predictor_and_reconstructed_signal_calculator1() const {
     int zeros = 0;
+    // Unrolled: a loop's counting and addressing would be a tenth of what a multiplication takes.
 #pragma GCC unroll 6
     for (int i = 0; i < 6; i++)
         zeros += multiply(b[i], dq[i]);
@@ -227,7 +227,7 @@ inline void g726::adapt_zeros(quantized_difference difference) {
     int const leak = width == 5 ? 9 : 8;
 #pragma GCC unroll 6
     for (int i = 0; i < 6; i++)
-        b[i] = static_cast<std::int16_t>(b[i] + with_sign(gain, difference.sign ^ dq[i].sign) - (b[i] >> leak));
+        b[i] = static_cast<std::int16_t>(b[i] + with_sign(gain, difference.sign ^ sign_of(dq[i])) - (b[i] >> leak));
 }
 
 /// TRIGB.

@@ -34,12 +34,11 @@ public:
     int encode_decode(unsigned value, bool encoding);
 
 private:
-    /// The 11-bit floating point format of the predictor's signal histories, laid out for multiply().
-    struct float11 {
-        std::int8_t sign;        ///< 0, or -1 when negative
-        std::uint8_t shift;      ///< 28 - exponent, exponent 0..15
-        std::uint16_t mantissa;  ///< 32..63, times 32
-    };
+    /// The 11-bit floating point format of the predictor's signal histories in one word, laid out for multiply():
+    ///     bits 0..4     2 - exponent modulo 32, exponent 0..15
+    ///     bits 5..10    mantissa, 32..63
+    ///     bits 11..31   sign: all 1 when negative
+    using float11 = std::int32_t;
     /// Signal estimate of the whole predictor and of its zeros alone, 15-bit two's complement each.
     struct estimate {
         int se;
@@ -61,7 +60,7 @@ private:
     static quantizer const quantizers[4];
 
     static float11 to_float(int sign, int magnitude);
-    static int multiply(int coefficient, float11 const& signal);
+    static int multiply(int coefficient, float11 signal);
     level const& level_of(unsigned codeword) const;
 
     int adaptation_speed_control1() const;
