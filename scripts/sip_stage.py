@@ -167,8 +167,8 @@ class Baresip:
 
 
 class Linphone:
-    """Number 300; answers by itself. Its recording ends when it is held."""
-    rtp_port = 7078
+    """Number 300; answers by itself. Its recording ends with a hold."""
+    sip_port = linphone_port
     number, uri = "300", f"sip:300@{address}:{linphone_port}"
 
     def __init__(self, stage, says, codec="PCMA", encryption="none"):
@@ -184,15 +184,17 @@ class Linphone:
                                                                encryption=encryption) + codecs)
         self.log = stage.log("linphone")
         self.environment = dict(os.environ, HOME=str(self.folder))
-        self.shell("init", "-c", configuration, "-a", "-d", "6", "-l", self.log)
+        self.program = Program(stage.log("linphone-output"), "linphonec", "--pipe", "-c", configuration, "-a", "-d", "6",
+                               "-l", self.log, env=self.environment)
         await_true("linphone", lambda: self.log.exists() and "Creating listening point" in self.log.read_text())
-        for order in ("soundcard use files", f"record {self.recording}"):
-            self.shell("generic", order)
+        await_true("linphone's door", lambda: self.shell("generic", "soundcard use files"))
+        self.shell("generic", f"record {self.recording}")
         self.say(says)
 
     def shell(self, *words):
-        subprocess.run(["linphonecsh", *map(str, words)], env=self.environment, check=False,
-                       stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        """Whether it took the command."""
+        answer = subprocess.run(["linphonecsh", *map(str, words)], env=self.environment, capture_output=True, text=True)
+        return "ERROR" not in answer.stdout + answer.stderr
 
     def call(self, number):
         self.shell("dial", f"sip:{number}@{address}:{sip_port}")
@@ -212,6 +214,7 @@ class Linphone:
 
     def end(self):
         self.shell("exit")
+        self.program.end()
 
 
 class Stage:
@@ -301,26 +304,30 @@ class Stage:
         self.capture.end(signal.SIGINT)
         (self.files / f"{self.name}-ladder.json").write_text(json.dumps(self.messages()))
 
-    def sent_to(self, port, wav):
-        """Writes what the G.711 A-law packets to that port say, as the capture has them."""
-        out = subprocess.run(["tshark", "-r", self.packets, "-d", f"udp.port=={port},rtp", "-Y",
-                              f"rtp.p_type == 8 && udp.dstport == {port}", "-T", "fields", "-e", "rtp.payload"],
+    def dissect(self, which, fields, *more):
+        """Rows of the captured packets that match."""
+        out = subprocess.run(["tshark", "-r", self.packets, "-Y", which, "-d", f"udp.port=={baresip_port},sip", "-d",
+                              f"udp.port=={linphone_port},sip", *more, "-T", "fields", "-E", "separator=/t",
+                              *(word for field in fields for word in ("-e", field))],
                              capture_output=True, text=True, check=True).stdout
+        return [row.split("\t") for row in out.splitlines()]
+
+    def sent_to(self, guest, wav):
+        """Writes what the G.711 A-law packets to its ports say, as the capture has them."""
+        ports = {port for port, in self.dissect(f"sdp && udp.srcport == {guest.sip_port}", ["sdp.media.port"])}
+        as_rtp = [word for port in ports for word in ("-d", f"udp.port=={port},rtp")]
+        speech = "".join(payload.replace(":", "") for port in sorted(ports) for payload, in self.dissect(
+            f"rtp.p_type == 8 && udp.dstport == {port}", ["rtp.payload"], *as_rtp))
         subprocess.run(["sox", "-q", "-t", "al", "-r", "8000", "-c", "1", "-", "-b", "16", "-e", "signed", wav],
-                       input=bytes.fromhex(out.replace(":", "")), check=True)
+                       input=bytes.fromhex(speech), check=True)
 
     def messages(self):
         """The SIP messages of the capture."""
         fields = ("frame.time_relative", "udp.srcport", "udp.dstport", "sip.Method", "sip.Status-Line", "sip.CSeq.method",
                   "sdp.media", "sdp.media_attr", "sip.Refer-To")
-        out = subprocess.run(["tshark", "-r", self.packets, "-Y", "sip", "-d", f"udp.port=={baresip_port},sip", "-d",
-                              f"udp.port=={linphone_port},sip", "-T", "fields", "-E", "separator=/t",
-                              *(word for field in fields for word in ("-e", field))],
-                             capture_output=True, text=True, check=True).stdout
         names = {sip_port: "fxsphone", baresip_port: "baresip", linphone_port: "linphone"}
         result = []
-        for row in out.splitlines():
-            second, source, to, method, status, of_method, media, attributes, refer_to = (row.split("\t") + [""] * 9)[:9]
+        for second, source, to, method, status, of_method, media, attributes, refer_to in self.dissect("sip", fields):
             direction = next((a for a in attributes.split(",") if a in ("sendonly", "recvonly", "inactive")), "")
             if method or status:
                 result.append({"second": float(second), "from": names.get(int(source), source),
