@@ -1,5 +1,5 @@
-// What a bad network does to speech, mouth to ear, without and with the extension `playout`: a simulated minute for each
-// impairment (sim/). A far end sends speech (made here, or of a file) in packets of 20 ms of linear PCM; what the
+// What a bad network does to speech, mouth to ear, without and with the extension `playout`: a simulated minute for
+// each impairment (sim/). A far end sends speech (made here, or of a file) in packets of 20 ms of linear PCM; what the
 // telephone hears is compared with it. The same again with a sine, in which a click shows. Everything follows from the
 // seed; the figures are the same on every machine.
 // usage: impairment [seed [speech.raw]]      (16 bits, 8 kHz, host byte order); one JSON object a line:
@@ -41,7 +41,7 @@ constexpr sim::endpoint far_end = sim::v4(203, 0, 113, 9, 5000);
 struct scene {
     std::string name;
     sim::path path = {};
-    int loss_permille = 0;               ///< in bursts of this mean length (Gilbert)
+    int loss_permille = 0;  ///< in bursts of this mean length (Gilbert)
     int burst_packets = 1;
     int rate_ppm = 0;                    ///< the far end's clock against the device's
     int held_ms = 0, held_every_ms = 0;  ///< from 10 s on, packets of this time arrive at its end; 0: once
@@ -69,8 +69,8 @@ sound make_speech(std::uint64_t seed) {
             since -= pitch, x += pause || !voiced ? 0 : 5000;
         for (int k = 0; k < 2; k++) {
             double const r = k == 0 ? 0.97 : 0.94;
-            double const y = x + 2 * r * std::cos(2 * std::numbers::pi * formant[k] / rate) * history[k][0] -
-                             r * r * history[k][1];
+            double const y =
+                x + 2 * r * std::cos(2 * std::numbers::pi * formant[k] / rate) * history[k][0] - r * r * history[k][1];
             history[k][1] = history[k][0];
             history[k][0] = y;
             x = y / 3;
@@ -185,9 +185,9 @@ public:
         for (std::size_t at = 0; at + window <= heard.size(); at += window)
             place(static_cast<int>(at), ppm);
     }
-    std::vector<int> delays;               ///< ms
+    std::vector<int> delays;  ///< ms
     std::vector<int> by_second[seconds];
-    int silent = 0;                        ///< samples
+    int silent = 0;  ///< samples
 
 private:
     static constexpr int window = 320, near = 480, furthest = 4 * rate;
@@ -217,7 +217,8 @@ private:
     static double energy(sound const& x, int at) {
         double sum = 0;
         for (int i = 0; i < window && static_cast<std::size_t>(at + i) < x.size(); i++)
-            sum += double{static_cast<double>(x[static_cast<std::size_t>(at + i)])} * x[static_cast<std::size_t>(at + i)];
+            sum +=
+                double{static_cast<double>(x[static_cast<std::size_t>(at + i)])} * x[static_cast<std::size_t>(at + i)];
         return sum;
     }
     int search(int at, int from, int to, double loudness, double& best) const {
@@ -286,10 +287,11 @@ void print(scene const& s, bool extended, sound const& speech, sound const& sine
     double const concealed = ms_a_second(call.counted.concealed), silent = ms_a_second(found.silent);
     double const r = rating(delay, (concealed + silent) / 10, s.burst_packets, extended);
     std::printf("{\"scene\":\"%s\",\"playout\":%d,\"click_db\":%.1f", s.name.c_str(), extended, click);
-    std::printf(",\"delay_ms\":%d,\"delay_95_ms\":%d,\"late\":%.1f,\"concealed_ms\":%.1f,\"silent_ms\":%.1f,"
-                "\"changed_ms\":%.1f,\"r\":%.0f,\"second_ms\":[",
-                delay, percentile(found.delays, 95), 1000.0 * call.counted.late / (seconds * 50), concealed, silent,
-                ms_a_second(call.counted.cut + call.counted.stretched), r);
+    std::printf(
+        ",\"delay_ms\":%d,\"delay_95_ms\":%d,\"late\":%.1f,\"concealed_ms\":%.1f,\"silent_ms\":%.1f,"
+        "\"changed_ms\":%.1f,\"r\":%.0f,\"second_ms\":[",
+        delay, percentile(found.delays, 95), 1000.0 * call.counted.late / (seconds * 50), concealed, silent,
+        ms_a_second(call.counted.cut + call.counted.stretched), r);
     for (int i = 0; i < seconds; i++)
         std::printf("%s%d", i ? "," : "", percentile(found.by_second[i], 50));
     std::printf("]}\n");

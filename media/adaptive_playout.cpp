@@ -11,10 +11,10 @@ namespace {
 using pcm::block_samples;
 
 constexpr int one_ms = pcm::samples_per_ms;
-constexpr int careful_at_start = 10000 * one_ms;      // chosen: a clean network is believed after 10 s ...
+constexpr int careful_at_start = 10000 * one_ms;  // chosen: a clean network is believed after 10 s ...
 constexpr int first_caution = 60000 * one_ms;     // ... and again a minute after it was not, twice as long each time
 constexpr int longest_caution = 60 * first_caution;
-constexpr int longest_jump = 3000 * one_ms;  // of timestamps; beyond, the sender began anew
+constexpr int longest_jump = 3000 * one_ms;     // of timestamps; beyond, the sender began anew
 constexpr int longest_lateness = 300 * one_ms;  // chosen: speech that was held up longer is dropped, not caught up with
 constexpr int held_up = 60 * one_ms;            // what comes later than this was held up with what follows it
 constexpr int piece_samples = 40 * one_ms;      // decoded at a time
@@ -29,12 +29,12 @@ struct haste {
 };
 constexpr haste hastes[] = {
     {200 * one_ms, 10 * one_ms, {0}},
-    {100 * one_ms, 20 * one_ms, {256}},   // correlation of 0.5
+    {100 * one_ms, 20 * one_ms, {256}},  // correlation of 0.5
     {40 * one_ms, 20 * one_ms, {500}},   // 0.7
-    {10 * one_ms, 60 * one_ms, {830}},  // 0.9
+    {10 * one_ms, 60 * one_ms, {830}},   // 0.9
 };
 constexpr haste lowering{-5 * one_ms, 60 * one_ms, {830}};
-constexpr haste at_rest{5 * one_ms, 200 * one_ms, {830}};       // down to what is needed ...
+constexpr haste at_rest{5 * one_ms, 200 * one_ms, {830}};           // down to what is needed ...
 constexpr haste at_rest_clean{5 * one_ms / 2, 60 * one_ms, {830}};  // ... to the last on a clean network
 
 int samples_of(jitter_buffer::packet const& packet) {
@@ -312,7 +312,9 @@ void adaptive_playout::adapt(jitter_buffer& received, codec& decoder, events& to
         while (queue.size() < block_samples + 2 * longest && first_is_playable(received) && event_samples == 0)
             take(received, decoder, told), fill(received, decoder, told, queue.size() + !pending.payload.empty());
         if (event_samples == 0)
-            changed = -queue.cut(std::min(surplus < block_samples ? surplus : surplus + 5 * one_ms, queue.size() - block_samples), h->likeness);
+            changed = -queue.cut(
+                std::min(surplus < block_samples ? surplus : surplus + 5 * one_ms, queue.size() - block_samples),
+                h->likeness);
     }
     move_delay(changed);
     (changed > 0 ? counted.stretched : counted.cut) += std::abs(changed);

@@ -23,8 +23,8 @@ class adaptive_playout {
 public:
     /// What came with a block.
     struct events {
-        bool taken = false;   ///< a packet was taken for it
-        int waiting_ms = 0;   ///< decoded and in packets, when taken
+        bool taken = false;  ///< a packet was taken for it
+        int waiting_ms = 0;  ///< decoded and in packets, when taken
     };
 
     /// What was done to the stream so far, samples.
@@ -38,7 +38,8 @@ public:
 
     totals const& get_totals() const { return counted; }
 
-    /// A packet arrived; put() of the jitter buffer. An event's time of sending is not known: it says nothing of delays.
+    /// A packet arrived; put() of the jitter buffer. An event's time of sending is not known: it says nothing of
+    /// delays.
     jitter_buffer::arrival put(jitter_buffer& received, std::uint32_t sequence, jitter_buffer::packet const& entry);
     /// The line played 10 ms.
     void pass_block();
@@ -90,18 +91,18 @@ private:
     /// Delay of what is heard against the fastest packet, ticks: the least that the last 16 packets saw, and the 16
     /// before them. Blocks make a measurement up to 10 ms too high, never too low.
     int delays_heard[2] = {};
-    int packets_measured = 0;     ///< of the last 16
-    int queued = 0;               ///< blocks that the line has
-    bool starved = false;         ///< the line had nothing to play
-    bool jumped = false;          ///< what is decoded next doesn't continue the queue
-    bool in_event = false;        ///< the last packet was a telephone event
-    int event_samples = 0;        ///< up to the end of the last event's tone in the queue
-    int caution;                  ///< ticks for which trouble is expected after trouble
-    int careful = 0;              ///< ticks for which a block more is kept
-    int since_change = 0;         ///< ticks since the time scale was changed
-    int erased = 0;               ///< samples that the coder made up in a row
-    int late_in_row = 0;          ///< packets
+    int packets_measured = 0;  ///< of the last 16
+    int queued = 0;            ///< blocks that the line has
+    bool starved = false;      ///< the line had nothing to play
+    bool jumped = false;       ///< what is decoded next doesn't continue the queue
+    bool in_event = false;     ///< the last packet was a telephone event
+    int event_samples = 0;     ///< up to the end of the last event's tone in the queue
+    int caution;               ///< ticks for which trouble is expected after trouble
+    int careful = 0;           ///< ticks for which a block more is kept
+    int since_change = 0;      ///< ticks since the time scale was changed
+    int erased = 0;            ///< samples that the coder made up in a row
+    int late_in_row = 0;       ///< packets
     totals counted;
-    std::uint32_t line_time = 0;  ///< ticks that the line played
+    std::uint32_t line_time = 0;                          ///< ticks that the line played
     std::uint32_t measured_at = 0, measured_arrival = 0;  ///< line's and packet's time at the last measurement
 };

@@ -5,7 +5,7 @@
 
 namespace {
 
-constexpr int bucket_ticks = 40;              // 5 ms
+constexpr int bucket_ticks = 40;               // 5 ms
 constexpr std::uint32_t period_ticks = 16000;  // 2 s
 constexpr int slowest_forgetting = 8;          // shift: 256 packets
 constexpr std::uint32_t whole = 1U << 30;

@@ -5,11 +5,11 @@
 
 namespace {
 
-constexpr int compared = 160;        // samples, 20 ms
-constexpr int full_until = 80;       // samples: what is repeated fades from here on
-constexpr int another_period = 80;   // samples after which one more is repeated
-constexpr int shortest_merge = 32;   // 4 ms, and as much more for each 10 ms of the gap
-constexpr int longest_merge = 80;    // 10 ms
+constexpr int compared = 160;       // samples, 20 ms
+constexpr int full_until = 80;      // samples: what is repeated fades from here on
+constexpr int another_period = 80;  // samples after which one more is repeated
+constexpr int shortest_merge = 32;  // 4 ms, and as much more for each 10 ms of the gap
+constexpr int longest_merge = 80;   // 10 ms
 constexpr int unity = 1 << 14;
 
 std::int16_t clip(int sample) {
@@ -42,8 +42,7 @@ void concealment::repeat(int count) {
 }
 
 int concealment::gain() const {
-    return made < full_until ? unity
-                             : std::max(0, unity - (made - full_until) * unity / (silent_after - full_until));
+    return made < full_until ? unity : std::max(0, unity - (made - full_until) * unity / (silent_after - full_until));
 }
 
 std::int16_t concealment::next() {

@@ -25,7 +25,7 @@ public:
     void end() { made = -1; }
 
 private:
-    static constexpr int silent_after = 480;  ///< samples, 60 ms
+    static constexpr int silent_after = 480;   ///< samples, 60 ms
     static constexpr int shortest_pitch = 40;  ///< samples: 200 Hz
     static constexpr int most_periods = 3;
     static constexpr int longest = speech_queue::longest_period;
@@ -35,12 +35,12 @@ private:
     std::int16_t next();
     int gain() const;
 
-    std::int16_t history[(most_periods + 1) * longest];    ///< the last one before the gap
-    std::int16_t repeated[most_periods * longest];  ///< the last periods, their end joined to their beginning
-    std::int16_t before[longest / 4];  ///< what would have gone on when one more period was added
-    int period = shortest_pitch;                                        ///< samples
-    int length = 0;                                        ///< of `repeated`
-    int at = 0;                                            ///< in `repeated`
-    int made = silent_after;                               ///< samples so far; -1: not active
-    int step = 0;                                          ///< between the last sample and the first made one
+    std::int16_t history[(most_periods + 1) * longest];  ///< the last one before the gap
+    std::int16_t repeated[most_periods * longest];       ///< the last periods, their end joined to their beginning
+    std::int16_t before[longest / 4];                    ///< what would have gone on when one more period was added
+    int period = shortest_pitch;                         ///< samples
+    int length = 0;                                      ///< of `repeated`
+    int at = 0;                                          ///< in `repeated`
+    int made = silent_after;                             ///< samples so far; -1: not active
+    int step = 0;                                        ///< between the last sample and the first made one
 };

@@ -7,13 +7,21 @@
 #include <utility>
 
 #include "phone/driver_words.h"
+#include "phone/feature_store.h"
 
 namespace fxsphone {
 
 adapter::adapter(phone_settings const& chosen, bool trace_sip)
     : settings(chosen), trace(trace_sip), ringer(chosen.ring_device) {
+    auto const kept = settings.state_file.empty() ? features_by_user() : read_features(settings.state_file);
     for (telephone_settings const& one : settings.telephones) {
-        auto made = std::make_unique<telephone>(one, line(dial_plan(settings.plan), settings.times));
+        line_settings own = settings.times;
+        own.hide_number = one.hide_number;
+        own.hot_line = one.hot_line;
+        own.hot_line_ms = one.hot_line_ms;
+        auto made = std::make_unique<telephone>(one, line(dial_plan(settings.plan), own));
+        if (auto const known = kept.find(one.user); known != kept.end())
+            made->state.set_features(known->second);
         for (int i : {0, 1}) {
             made->legs[i].line = one.number;
             made->legs[i].channel = 2 * one.number + i;
@@ -33,7 +41,9 @@ std::string adapter::start() {
     std::string const problem = agent.start(settings, trace, [this](sip_msg const* request) { take_invite(request); });
     if (!problem.empty())
         return problem;
-    if (std::string const failed = events.start(agent.stack()); !failed.empty())
+    if (std::string const failed = events.start(
+            agent.stack(), [this](std::string const& user, bool waiting) { message_summary(user, waiting); });
+        !failed.empty())
         return failed;
     if (!process.start(settings.process_port))
         return std::string("no socket for the media process: ") + std::strerror(errno);
@@ -84,6 +94,8 @@ void adapter::pass_time() {
     process.serve();
     for (auto& one : telephones) {
         carry_out(*one, one->state.pass_time(now()));
+        if (one->stutter_leg >= 0 && one->stutter_due <= now())
+            go_on_stuttering(*one);
         if (one->waiting_leg >= 0 && one->waiting_tone_end <= now()) {
             leg const& waits = one->legs[one->waiting_leg];
             one->waiting_leg = -1;
@@ -100,6 +112,8 @@ std::int64_t adapter::next_due_ms() const {
         due = std::min(due, one->state.due_ms().value_or(due));
         if (one->waiting_leg >= 0)
             due = std::min(due, one->waiting_tone_end);
+        if (one->stutter_leg >= 0)
+            due = std::min(due, one->stutter_due);
     }
     return due;
 }
@@ -186,6 +200,8 @@ void adapter::take_invite(sip_msg const* request) {
     if (takes_over(request))
         return;
     telephone* const called = telephone_of(text_of(request->uri.user));
+    if (called != nullptr && process.connected() && sent_elsewhere(*called, request))
+        return;
     auto const free = called == nullptr || !process.connected() ? std::nullopt : called->state.free_leg();
     if (!free) {
         bool const busy = called != nullptr && process.connected();
@@ -206,8 +222,37 @@ void adapter::take_invite(sip_msg const* request) {
         return;
     }
     one.record->far = one.call->far_address();
+    if (one.call->far_number() != "anonymous") {  // RFC 3323 section 4.1.1.3: nobody can be called there
+        called->state.called_by(one.call->far_address());
+        remember();
+    }
     open(one, false);
     tell_line(one.line, [&](line& state) { return state.far(happening::invited, *free, now()); });
+}
+
+/// Its owner has it forwarded.
+bool adapter::sent_elsewhere(telephone const& called, sip_msg const* request) {
+    std::string const to = called.state.forward_to();
+    if (to.empty())
+        return false;
+    sip_treplyf(nullptr, nullptr, agent.stack(), request, false, 302, "Moved Temporarily",
+                "Contact: <%s>\r\nContent-Length: 0\r\n\r\n", to.c_str());
+    return true;
+}
+
+void adapter::message_summary(std::string const& user, bool waiting) {
+    if (telephone* const one = telephone_of(user))
+        one->state.message_waits(waiting);
+}
+
+void adapter::remember() {
+    if (settings.state_file.empty())
+        return;
+    features_by_user all;
+    for (auto const& one : telephones)
+        all[one->settings.user] = one->state.features();
+    if (!write_features(settings.state_file, all))
+        std::fprintf(stderr, "can't write %s: %s\n", settings.state_file.c_str(), std::strerror(errno));
 }
 
 /// For the record of the call, which is complete with the far end's last word.
@@ -241,11 +286,12 @@ void adapter::media_agreed(sip_call& call, media_plan const& plan) {
         return;
     if (one->record)
         one->record->codec = one->media->codec_name();
+    bool const as_tones = telephone_of(one->line)->settings.keys == key_transport::tones;
     fxsmedia::media_command command{.call = one->channel,
                                     .send = plan.send,
                                     .map = plan.map,
                                     .ptime = plan.ptime_ms,
-                                    .event_pt = plan.event_pt,
+                                    .event_pt = as_tones ? std::nullopt : plan.event_pt,
                                     .ssrc = fxsmedia::byte_view(one->ssrc),
                                     .rtp = plan.rtp,
                                     .rtcp = plan.rtcp};

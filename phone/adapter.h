@@ -43,6 +43,7 @@ private:
         std::uint8_t ssrc[4] = {};  ///< kept through the call's changes
         std::string to_invite;      ///< once the port is known
         std::string invite_headers;
+        bool anonymous = false;
         bool to_answer = false;  ///< likewise
         std::unique_ptr<session_description> media;
         std::optional<srtp_plan> srtp;  ///< the keys that its channel has
@@ -59,6 +60,9 @@ private:
         leg legs[2];
         int waiting_leg = -1;  ///< plays the call-waiting tone until waiting_tone_end
         std::int64_t waiting_tone_end = 0;
+        int stutter_leg = -1;  ///< its dial tone goes off and on until there are no bursts left
+        int stutters_left = 0;
+        std::int64_t stutter_due = 0;
     };
     friend fxsmedia::client<adapter>;
 
@@ -78,6 +82,9 @@ private:
     void referred(sip_call& call, sip_msg const* request) override;
     void note(leg& one, happening what);
     void register_telephones();
+    bool sent_elsewhere(telephone const& called, sip_msg const* request);
+    void message_summary(std::string const& user, bool waiting);
+    void remember();
     void take_invite(sip_msg const* request);
     bool takes_over(sip_msg const* request);
     void take_over(leg& one, sip_msg const* request);
@@ -98,6 +105,8 @@ private:
     void play(leg const& one, tone sound);
     void put_on_line(leg const& one, bool on);
     void send_key(leg const& one, char key);
+    void begin_stutter(telephone& which, leg const& one);
+    void go_on_stuttering(telephone& which);
     void start_waiting_tone(telephone& which, leg& one);
     void ring(telephone& which, leg const& one);
 

@@ -11,6 +11,8 @@ namespace fxsphone {
 
 namespace {
 
+constexpr int stutter_ms = 100;  // and as long a pause, ten times: the recalled dial tone of ITU-T E.180 supplement 2
+constexpr int stutters = 20;
 constexpr int waiting_tone_ms = 300;  // as most countries have it, ITU-T E.180 supplement 2
 
 }  // namespace
@@ -24,12 +26,20 @@ void adapter::carry_out(telephone& which, order const& one) {
     leg& each = which.legs[one.leg];
     switch (one.kind) {
         case order_kind::open: open(each, true); break;
-        case order_kind::tone: play(each, one.sound); break;
+        case order_kind::tone:
+            which.stutter_leg = -1;
+            if (one.sound == tone::stutter)
+                begin_stutter(which, each);
+            else
+                play(each, one.sound);
+            break;
+        case order_kind::remember: remember(); break;
         case order_kind::waiting_tone: start_waiting_tone(which, each); break;
         case order_kind::ring: ring(which, each); break;
         case order_kind::stop_ringing: ringer.stop(which.settings.number); break;
         case order_kind::invite:
             each.to_invite = one.text;
+            each.anonymous = one.anonymous;
             port_known(each);
             break;
         case order_kind::answer:
@@ -37,7 +47,9 @@ void adapter::carry_out(telephone& which, order const& one) {
             port_known(each);
             break;
         case order_kind::refuse:
-            if (each.call)
+            if (each.call && !one.text.empty())
+                each.call->redirect(one.text);
+            else if (each.call)
                 each.call->refuse(480, "Temporarily Unavailable");
             break;
         case order_kind::decline:
@@ -46,6 +58,7 @@ void adapter::carry_out(telephone& which, order const& one) {
             break;
         case order_kind::hang_up:
             which.waiting_leg = which.waiting_leg == one.leg ? -1 : which.waiting_leg;
+            which.stutter_leg = which.stutter_leg == one.leg ? -1 : which.stutter_leg;
             end(each);
             break;
         case order_kind::hold:
@@ -62,7 +75,9 @@ void adapter::carry_out(telephone& which, order const& one) {
         case order_kind::follow: open(each, false); break;
         case order_kind::connect: put_on_line(each, true); break;
         case order_kind::send_key:
-            if (which.settings.keys_as_events)
+            if (which.settings.keys == key_transport::info && each.call)
+                each.call->send_info(one.text[0]);
+            else if (which.settings.keys != key_transport::none)
                 send_key(each, one.text[0]);
             break;
     }
@@ -134,12 +149,14 @@ void adapter::invite(telephone& from, leg& one) {
     begin_call(one, sip_call_direction::outgoing);
     one.media->set_port(one.rtp_port);
     one.record->far = to;
+    bool const hidden = std::exchange(one.anonymous, false);
     auto const& registrar = from.settings.registrar;
-    std::string const address =
-        "sip:" + from.settings.user + "@" + (registrar ? registrar->domain : settings.own_domain());
+    std::string const own = "sip:" + from.settings.user + "@" + (registrar ? registrar->domain : settings.own_domain());
     std::string const route = registrar && !agent.is_here(to) ? registrar->way_out() : "";
-    if (one.call->invite(agent.door(), to, address, from.settings.display_name, from.settings.user, route,
-                         std::exchange(one.invite_headers, "")))
+    std::string const headers = std::exchange(one.invite_headers, "") + (hidden ? "Privacy: id\r\n" : "");
+    if (one.call->invite(agent.door(), to, hidden ? "sip:anonymous@anonymous.invalid" : own,
+                         hidden ? "Anonymous" : from.settings.display_name, hidden ? "anonymous" : from.settings.user,
+                         route, headers))
         return;
     std::fprintf(stderr, "line %d: can't call %s\n", one.line, to.c_str());
     heard(*one.call, happening::far_fails);
@@ -187,6 +204,22 @@ void adapter::start_waiting_tone(telephone& which, leg& one) {
     which.waiting_tone_end = now() + waiting_tone_ms;
     put_on_line(one, true);
     play(one, tone::dial);
+}
+
+/// The process has no such tone: its dial tone is switched.
+void adapter::begin_stutter(telephone& which, leg const& one) {
+    which.stutter_leg = one.channel % 2;
+    which.stutters_left = stutters;
+    which.stutter_due = now() + stutter_ms;
+    play(one, tone::dial);
+}
+
+void adapter::go_on_stuttering(telephone& which) {
+    which.stutters_left--;
+    play(which.legs[which.stutter_leg], which.stutters_left % 2 == 0 ? tone::dial : tone::none);
+    which.stutter_due += stutter_ms;
+    if (which.stutters_left == 0)
+        which.stutter_leg = -1;
 }
 
 void adapter::ring(telephone& which, leg const& one) {

@@ -10,6 +10,36 @@ namespace fxsphone {
 
 namespace {
 
+void read_address(section& where, char const* key, std::string& address) {
+    where.text(key, address);
+    if (!address.empty() && !address.starts_with("sip:") && !address.starts_with("sips:"))
+        complain(*where.find(key), "'" + std::string(key) + "' is to be an address that begins with sip: or sips:");
+}
+
+void read_codes(section& codes, phone_settings& settings) {
+    constexpr std::pair<char const*, feature> known[] = {
+        {"forward_always", feature::forward_always},
+        {"forward_busy", feature::forward_busy},
+        {"forward_no_answer", feature::forward_no_answer},
+        {"forward_off", feature::forward_off},
+        {"do_not_disturb", feature::do_not_disturb},
+        {"do_not_disturb_off", feature::do_not_disturb_off},
+        {"call_back", feature::call_back},
+        {"hide_number", feature::hide_number},
+    };
+    for (auto const& [key, what] : known) {
+        feature_code one{"", what};
+        codes.text(key, one.keys);
+        if (codes.find(key) == nullptr)
+            continue;
+        if (one.keys.empty() || one.keys.find_first_not_of("0123456789*#") != one.keys.npos)
+            complain(*codes.find(key), "'" + std::string(key) + "' is to be made of the keys 0 to 9, * and #");
+        if (std::ranges::count(settings.times.codes, one.keys, &feature_code::keys) != 0)
+            complain(*codes.find(key), "'" + one.keys + "' has a meaning already");
+        settings.times.codes.push_back(std::move(one));
+    }
+}
+
 void read_dial(section& dial, phone_settings& settings) {
     dial.number("first_key_ms", settings.times.first_key_ms, 1000, 120'000);
     dial.number("next_key_ms", settings.times.next_key_ms, 500, 60'000);
@@ -50,7 +80,14 @@ void read_line(toml::node const& node, std::vector<registrar_settings> const& re
         complain(user, "'user' is the part of a SIP address before the @");
     line.text("name", one.display_name);
     line.number("ptime_ms", one.ptime_ms, 10, 60);
-    line.yes_or_no("send_keys", one.keys_as_events);
+    line.choice("keys", one.keys,
+                {{"events", key_transport::events},
+                 {"tones", key_transport::tones},
+                 {"info", key_transport::info},
+                 {"none", key_transport::none}});
+    line.yes_or_no("hide_number", one.hide_number);
+    read_address(line, "hot_line", one.hot_line);
+    line.number("hot_line_ms", one.hot_line_ms, 0, 60'000);
     read_codecs(line, one);
     read_login(line, registrars, one);
     read_srtp(line, one);
@@ -74,6 +111,8 @@ void read_calls(section& calls, phone_settings& settings) {
     calls.number("no_answer_ms", settings.times.no_answer_ms, 5000, 600'000);
     calls.choice("flash", settings.times.flash,
                  {{"keys", flash_use::keys}, {"swap", flash_use::swap}, {"conference", flash_use::conference}});
+    calls.number("forward_ms", settings.times.forward_ms, 1000, 600'000);
+    calls.text("state", settings.state_file);
     calls.yes_or_no("transfer", settings.times.transfer);
     calls.number("flash_key_ms", settings.times.flash_key_ms, 500, 10'000);
 }
@@ -100,6 +139,7 @@ phone_settings read_all(toml::table const& file) {
     });
     in_section(whole, "tones", [&](section& one) { read_tones(one, settings); });
     in_section(whole, "calls", [&](section& one) { read_calls(one, settings); });
+    in_section(whole, "codes", [&](section& one) { read_codes(one, settings); });
     in_section(whole, "dial", [&](section& one) { read_dial(one, settings); });
     whole.needed("process");
     whole.needed("line");

@@ -102,7 +102,9 @@ void line::due(timer which, std::int64_t at_ms, std::vector<order>& wanted) {
         case flash_key_timer: happen(asked_swap, at_ms, wanted); break;
         case state_timer:
             if (front == collecting)
-                happen(plan.destination(keys).empty() ? misdialled : dialled, at_ms, wanted);
+                dial(judge_keys(settings.codes, plan, keys), at_ms, wanted);
+            else if (is_hot())
+                dial({dial_plan::verdict::complete, feature::none, settings.hot_line}, at_ms, wanted);
             else
                 happen(timed_out, at_ms, wanted);
             break;
@@ -118,11 +120,17 @@ std::optional<std::int64_t> line::due_ms() const {
 }
 
 std::optional<int> line::free_leg() const {
-    if (companion != second::none)
+    if (companion != second::none || chosen.do_not_disturb)
         return std::nullopt;
     if (front == state::on_hook)
         return leg;
     return front == talking && settings.call_waiting && dues[hook_timer] == 0 ? std::optional(1 - leg) : std::nullopt;
+}
+
+std::string line::forward_to() const {
+    if (!chosen.forward_always.empty())
+        return chosen.forward_always;
+    return free_leg() ? "" : chosen.forward_busy;
 }
 
 std::vector<order> line::restart(std::int64_t now_ms) {
@@ -167,7 +175,8 @@ void line::carry_out(act what, std::vector<order>& wanted) {
     switch (what) {
         case act::none: break;
         case act::open: want(order_kind::open, leg); break;
-        case act::dial_tone: sound(tone::dial); break;
+        case act::dial_tone: sound(has_message ? tone::stutter : tone::dial); break;
+        case act::done_tone: sound(tone::stutter); break;
         case act::ringback_tone: sound(tone::ringback); break;
         case act::busy_tone: sound(tone::busy); break;
         case act::congestion_tone: sound(tone::congestion); break;
@@ -175,12 +184,9 @@ void line::carry_out(act what, std::vector<order>& wanted) {
         case act::waiting_tone: want(order_kind::waiting_tone, 1 - leg); break;
         case act::ring: want(order_kind::ring, leg); break;
         case act::stop_ringing: want(order_kind::stop_ringing, leg); break;
-        case act::invite:
-            called = plan.destination(keys);
-            wanted.push_back({order_kind::invite, leg, tone::none, called});
-            break;
+        case act::invite: wanted.push_back({order_kind::invite, leg, tone::none, called, anonymous}); break;
         case act::answer: want(order_kind::answer, leg); break;
-        case act::refuse: want(order_kind::refuse, leg); break;
+        case act::refuse: wanted.push_back({order_kind::refuse, leg, tone::none, chosen.forward_no_answer}); break;
         case act::decline_second: want(order_kind::decline, 1 - leg); break;
         case act::hang_up: want(order_kind::hang_up, leg); break;
         case act::hang_up_second: want(order_kind::hang_up, 1 - leg); break;
@@ -193,6 +199,7 @@ void line::carry_out(act what, std::vector<order>& wanted) {
         case act::transfer_second: want(order_kind::transfer, 1 - leg); break;
         case act::follow: want(order_kind::follow, 1 - leg); break;
         case act::connect: want(order_kind::connect, leg); break;
+        case act::remember: want(order_kind::remember, leg); break;
         case act::send_key: send(leg); break;
         case act::send_key_to_second: send(1 - leg); break;
     }
@@ -200,23 +207,34 @@ void line::carry_out(act what, std::vector<order>& wanted) {
 
 void line::dialled_so_far(std::int64_t now_ms, std::vector<order>& wanted) {
     keys += last_key;
-    dial_plan::verdict reached = plan.judge(keys);
+    dialled_number number = judge_keys(settings.codes, plan, keys);
     // The key # ends a number, unless a rule has it in its pattern.
-    if (last_key == '#' && (reached == dial_plan::verdict::wrong || reached == dial_plan::verdict::possible)) {
+    if (last_key == '#' &&
+        (number.reached == dial_plan::verdict::wrong || number.reached == dial_plan::verdict::possible)) {
         keys.pop_back();
-        reached = plan.destination(keys).empty() ? dial_plan::verdict::wrong : dial_plan::verdict::complete;
+        number = judge_keys(settings.codes, plan, keys);
+        number.reached = number.destination.empty() ? dial_plan::verdict::wrong : dial_plan::verdict::complete;
     }
-    if (reached == dial_plan::verdict::complete)
-        happen(dialled, now_ms, wanted);
-    else if (reached == dial_plan::verdict::wrong)
-        happen(misdialled, now_ms, wanted);
+    if (number.reached == dial_plan::verdict::complete || number.reached == dial_plan::verdict::wrong)
+        dial(number, now_ms, wanted);
+}
+
+void line::dial(dialled_number const& number, std::int64_t now_ms, std::vector<order>& wanted) {
+    bool const whole = number.reached >= dial_plan::verdict::possible;
+    if (whole && chosen.apply(number.what, number.destination)) {
+        happen(feature_set, now_ms, wanted);
+        return;
+    }
+    called = number.what == feature::call_back ? chosen.last_caller : number.destination;
+    anonymous = settings.hide_number || number.what == feature::hide_number;
+    happen(whole && !called.empty() ? dialled : misdialled, now_ms, wanted);
 }
 
 int line::own_time_ms() const {
     switch (front) {
-        case ringing:
+        case ringing: return chosen.forward_no_answer.empty() ? settings.no_answer_ms : settings.forward_ms;
         case ringing_back: return settings.no_answer_ms;
-        case dialling: return settings.first_key_ms;
+        case dialling: return is_hot() ? std::max(1, settings.hot_line_ms) : settings.first_key_ms;
         case collecting: return settings.next_key_ms;
         case transferring:
         case handing_over: return settings.transfer_ms;

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "phone/dial_plan.h"
+#include "phone/feature_codes.h"
 
 namespace fxsphone {
 
@@ -16,7 +16,8 @@ enum class happening {
     replaced,
     flashed,  ///< the hook was pressed briefly
     key,
-    dialled,  ///< a whole number
+    dialled,      ///< a whole number
+    feature_set,  ///< a code that changes something
     misdialled,
     timed_out,  ///< the state's own time is over
     invited,    ///< a call comes in
@@ -48,7 +49,7 @@ enum class order_kind {
     stop_ringing,
     invite,   ///< call `text`
     answer,   ///< the call that came in on the leg, and put it on the line
-    refuse,   ///< it, with 480: nobody answers
+    refuse,   ///< it: nobody answers; it is sent on to `text` (302) unless that is empty (480)
     decline,  ///< it, with 486: whoever was called has chosen so
     hang_up,  ///< end the leg's call in whatever state it is, and close its channel
     hold,     ///< tell the far end, take the leg off the line
@@ -57,16 +58,19 @@ enum class order_kind {
     follow,    ///< call, in the background, whom the far end has named
     connect,   ///< that call comes onto the line
     send_key,  ///< `text` to the far end
+    remember,  ///< features() have changed: to be kept over a restart
 };
 
 /// Kinds of tone as the control protocol's playback command numbers them.
-enum class tone { none = 0, ringback = 1, busy = 2, congestion = 3, dial = 4 };
+/// stutter is the dial tone, interrupted at first: a message waits, or a code was understood.
+enum class tone { none = 0, ringback = 1, busy = 2, congestion = 3, dial = 4, stutter = 5 };
 
 struct order {
     order_kind kind;
     int leg = 0;
     tone sound = tone::none;
     std::string text = {};
+    bool anonymous = false;  ///< invite: without the caller's number
 
     bool operator==(order const&) const = default;
 };
@@ -91,6 +95,11 @@ struct line_settings {
     flash_use flash = flash_use::keys;
     int flash_key_ms = 1'500;  ///< so long after a flash its key may come (chosen: time to find the key, no more)
     bool call_waiting = true;
+    int forward_ms = 20'000;  ///< a telephone rings for so long before its call is forwarded
+    bool hide_number = false;
+    std::string hot_line;  ///< called with nothing dialled; empty: none
+    int hot_line_ms = 0;   ///< so long after lifting the receiver
+    std::vector<feature_code> codes;
 };
 
 /// The telephone on one line as a state machine over times that the caller gives: no sockets, no clock of its own.
@@ -115,7 +124,7 @@ public:
     /// wants instead of itself, not answered yet.
     enum class second { none, held, waiting, joined, following };
 
-    line(dial_plan numbers, line_settings const& chosen) : plan(std::move(numbers)), settings(chosen) {}
+    line(dial_plan numbers, line_settings const& wanted) : plan(std::move(numbers)), settings(wanted) {}
 
     std::vector<order> lift(std::int64_t now_ms);
     /// Where a hook flash can mean something the end is known only when flash_ms have passed.
@@ -130,8 +139,17 @@ public:
     /// When pass_time() has to be called at the latest.
     std::optional<std::int64_t> due_ms() const;
 
-    /// The leg that another incoming call may have; nullopt: the line is busy.
+    /// The leg that another incoming call may have; nullopt: the line is busy, or does not want to be disturbed.
     std::optional<int> free_leg() const;
+    /// Where another incoming call is to go instead of this telephone; empty: nowhere.
+    std::string forward_to() const;
+
+    line_features const& features() const { return chosen; }
+    void set_features(line_features const& known) { chosen = known; }
+    /// For calling back.
+    void called_by(std::string const& address) { chosen.last_caller = address; }
+    /// The dial tone says so.
+    void message_waits(bool does) { has_message = does; }
     /// The call on the leg may lead to somebody else now; the other leg is free for it.
     bool can_follow(int of_leg) const { return front == state::talking && companion == second::none && leg == of_leg; }
     /// All calls are gone and the media process knows nothing of the line any more. A telephone that is off-hook gets
@@ -156,6 +174,8 @@ private:
     void happen(happening what, std::int64_t now_ms, std::vector<order>& wanted);
     void carry_out(act what, std::vector<order>& wanted);
     void dialled_so_far(std::int64_t now_ms, std::vector<order>& wanted);
+    void dial(dialled_number const& number, std::int64_t now_ms, std::vector<order>& wanted);
+    bool is_hot() const { return front == state::dialling && companion == second::none && !settings.hot_line.empty(); }
     int own_time_ms() const;
 
     dial_plan plan;
@@ -165,6 +185,9 @@ private:
     int leg = 0;  ///< of the call in front
     std::string keys;
     std::string called;  ///< whom, last
+    bool anonymous = false;
+    bool has_message = false;
+    line_features chosen;
     char last_key = 0;
     std::array<std::int64_t, 3> dues = {};  ///< by timer; 0: it does not run
 };

@@ -32,8 +32,10 @@ std::vector<line::row> const line::table = {
 
     // A number is dialled and called.
     {{dialling}, {}, key, collecting, {}, {act::silence}},
+    {{dialling}, {}, dialled, calling, {}, {act::silence, act::invite}},  // the hot line
     {{dialling}, {}, timed_out, refused, {}, {act::congestion_tone}},
     {{collecting}, {}, key, collecting, {}, {}},
+    {{collecting}, {}, feature_set, dialling, {}, {act::remember, act::done_tone}},
     {{collecting}, {}, dialled, calling, {}, {act::invite}},
     {{collecting}, {}, misdialled, refused, {}, {act::congestion_tone}},
     {{calling}, {}, far_rings, alerting, {}, {act::ringback_tone}},

@@ -9,6 +9,7 @@ enum class line::act : std::uint8_t {
     none,
     open,
     dial_tone,
+    done_tone,
     ringback_tone,
     busy_tone,
     congestion_tone,
@@ -31,6 +32,7 @@ enum class line::act : std::uint8_t {
     transfer_second,
     follow,
     connect,
+    remember,
     send_key,
     send_key_to_second,
 };

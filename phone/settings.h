@@ -46,6 +46,14 @@ struct tls_settings {
     std::string certificate;  ///< PEM with its key, shown to those that connect to us; empty: they can't
 };
 
+/// How keys that the driver saw during a call get to the far end.
+enum class key_transport {
+    events,  ///< RFC 4733 where the far end knows it, tones otherwise
+    tones,   ///< which the process makes, with the audio
+    info,    ///< SIP INFO with application/dtmf-relay
+    none,    ///< not by us: the telephone's own tones pass with the audio
+};
+
 /// One telephone.
 struct telephone_settings {
     int number = 0;            ///< of the line, 0 to 3
@@ -53,7 +61,10 @@ struct telephone_settings {
     std::string display_name;  ///< empty: none
     std::vector<std::string> codecs = {"pcma", "pcmu"};
     int ptime_ms = 20;
-    bool keys_as_events = true;  ///< keys that the driver saw go to the far end; false: it hears them anyway
+    key_transport keys = key_transport::events;
+    bool hide_number = false;  ///< in every call
+    std::string hot_line;      ///< address; empty: none
+    int hot_line_ms = 0;
     std::optional<registrar_settings> registrar;
     credentials login;
     srtp_use srtp = srtp_use::off;
@@ -69,6 +80,7 @@ struct phone_settings {
     std::string instance;     ///< UUID of the device (RFC 5626 section 4.1), needed for outbound
     std::string ring_device;  ///< the line's number is appended; empty: none
     int tone_set = 1;         ///< of the control protocol, 1 to 16
+    std::string state_file;   ///< what was chosen by codes; empty: forgotten at the end
     line_settings times;
     std::vector<dial_rule> plan;
     std::vector<telephone_settings> telephones;

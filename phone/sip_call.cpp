@@ -59,6 +59,12 @@ struct sip_call::handlers {
         if (!std::exchange(call.answered, true))
             call.owner.heard(call, happening::far_answers);
     }
+    /// Keys are taken, though a line has no way to hear them; other information is not for us.
+    static void informed(sip* stack, sip_msg const* request, void*) {
+        bool const key = msg_ctype_cmp(&request->ctyp, "application", "dtmf-relay") ||
+                         msg_ctype_cmp(&request->ctyp, "application", "dtmf");
+        sip_treply(nullptr, stack, request, key ? 200 : 415, key ? "OK" : "Unsupported Media Type");
+    }
     static void referred(sip*, sip_msg const* request, void* arg) { of(arg).owner.referred(of(arg), request); }
     static void closed(int, sip_msg const* message, void* arg) {
         sip_call& call = of(arg);
@@ -81,8 +87,8 @@ bool sip_call::invite(sipsess_sock* door, std::string const& to, std::string con
     int const failed = sipsess_connect(
         &session, door, to.c_str(), from_name.empty() ? nullptr : from_name.c_str(), from.c_str(), user.c_str(), routes,
         route.empty() ? 0 : 1, sdp_type, offer, answer_challenge, const_cast<credentials*>(&authentication), false,
-        handlers::offer, handlers::answer, handlers::progress, handlers::established, nullptr, handlers::referred,
-        handlers::closed, this, headers.empty() ? nullptr : "%s", headers.c_str());
+        handlers::offer, handlers::answer, handlers::progress, handlers::established, handlers::informed,
+        handlers::referred, handlers::closed, this, headers.empty() ? nullptr : "%s", headers.c_str());
     mem_deref(offer);
     return failed == 0;
 }
@@ -100,7 +106,8 @@ bool sip_call::take(sipsess_sock* door, sip* stack, sip_msg const* request, std:
     }
     return sipsess_accept(&session, door, request, 180, "Ringing", user.c_str(), sdp_type, nullptr, answer_challenge,
                           const_cast<credentials*>(&authentication), false, handlers::offer, handlers::answer,
-                          handlers::established, nullptr, handlers::referred, handlers::closed, this, nullptr) == 0;
+                          handlers::established, handlers::informed, handlers::referred, handlers::closed, this,
+                          nullptr) == 0;
 }
 
 bool sip_call::answer() {
@@ -119,6 +126,24 @@ void sip_call::refuse(int with_code, char const* reason) {
     if (session != nullptr)
         sipsess_reject(session, static_cast<std::uint16_t>(with_code), reason, nullptr);
     session = static_cast<sipsess*>(mem_deref(session));
+}
+
+void sip_call::redirect(std::string const& to) {
+    code = 302;
+    if (session != nullptr)
+        sipsess_reject(session, 302, "Moved Temporarily", "Contact: <%s>\r\n", to.c_str());
+    session = static_cast<sipsess*>(mem_deref(session));
+}
+
+void sip_call::send_info(char key) {
+    mbuf* const body = mbuf_alloc(64);
+    if (body == nullptr || session == nullptr)
+        return;
+    mbuf_printf(body, "Signal=%c\r\nDuration=160\r\n", key);
+    mbuf_set_pos(body, 0);
+    sipsess_info(
+        session, "application/dtmf-relay", body, [](int, sip_msg const*, void*) {}, nullptr);
+    mem_deref(body);
 }
 
 void sip_call::hold(bool on) {

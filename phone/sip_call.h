@@ -57,6 +57,10 @@ public:
     /// Accepts it; set_port() of the description comes before.
     bool answer();
     void refuse(int code, char const* reason);
+    /// It is to be tried at another address (302).
+    void redirect(std::string const& to);
+    /// Sends a key as INFO with application/dtmf-relay; nothing before the call was answered.
+    void send_info(char key);
     /// A new offer: the far end may not send any more, or may again. Nothing when another offer is under way.
     void hold(bool on);
 

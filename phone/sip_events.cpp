@@ -3,6 +3,7 @@
 #include "phone/libre.h"
 
 #include <cstring>
+#include <utility>
 
 namespace fxsphone {
 
@@ -10,13 +11,33 @@ sip_events::~sip_events() {
     stop();
 }
 
-std::string sip_events::start(sip* stack) {
+/// One that belongs to a subscription has a tag in To.
+bool sip_events::unasked(sip_msg const* request, void* arg) {
+    auto const* const self = static_cast<sip_events*>(arg);
+    sip_hdr const* const event = sip_msg_hdr(request, SIP_HDR_EVENT);
+    if (pl_strcmp(&request->met, "NOTIFY") != 0 || request->to.tag.l != 0 || event == nullptr ||
+        pl_strcasecmp(&event->val, "message-summary") != 0)
+        return false;
+    pl blank = {}, answer = {};
+    if (re_regex(reinterpret_cast<char const*>(mbuf_buf(request->mb)), mbuf_get_left(request->mb),
+                 "Messages-Waiting:[ \t]*[a-z]+", &blank, &answer) == 0)
+        self->summary(text_of(request->uri.user), pl_strcasecmp(&answer, "yes") == 0);
+    sip_treply(nullptr, self->requests_of, request, 200, "OK");
+    return true;
+}
+
+std::string sip_events::start(sip* stack, summary_handler handler) {
     constexpr std::uint32_t buckets = 32;
-    int const failed = sipevent_listen(&events, stack, buckets, buckets, nullptr, nullptr);
+    requests_of = stack;
+    summary = std::move(handler);
+    // Before the subscriptions, which would refuse what belongs to none of them.
+    int failed = sip_listen(&summaries, stack, true, unasked, this);
+    failed = failed != 0 ? failed : sipevent_listen(&events, stack, buckets, buckets, nullptr, nullptr);
     return failed == 0 ? "" : std::strerror(failed);
 }
 
 void sip_events::stop() {
+    summaries = static_cast<sip_lsnr*>(mem_deref(summaries));
     events = static_cast<sipevent_sock*>(mem_deref(events));
 }
 

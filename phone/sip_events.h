@@ -1,26 +1,37 @@
 #pragma once
 
+#include <functional>
 #include <string>
 
 struct sip;
+struct sip_lsnr;
+struct sip_msg;
 struct sipevent_sock;
 
 namespace fxsphone {
 
-/// Where NOTIFY and SUBSCRIBE come in (RFC 6665).
+/// Where NOTIFY and SUBSCRIBE come in (RFC 6665). Message summaries (RFC 3842) are taken unasked, too, as many
+/// mailboxes send them.
 class sip_events {
 public:
+    using summary_handler = std::function<void(std::string const& user, bool waiting)>;
+
     sip_events() = default;
     ~sip_events();
     sip_events(sip_events const&) = delete;
 
     /// An empty text, or what went wrong. The stack must live longer.
-    std::string start(sip* stack);
+    std::string start(sip* stack, summary_handler handler);
     void stop();
 
     sipevent_sock* door() const { return events; }
 
 private:
+    static bool unasked(sip_msg const* request, void* arg);
+
+    sip* requests_of = nullptr;
+    summary_handler summary;
+    sip_lsnr* summaries = nullptr;
     sipevent_sock* events = nullptr;
 };
 

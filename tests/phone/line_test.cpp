@@ -14,16 +14,17 @@ namespace {
 dial_plan const plan({{"1xx", "sip:{}@here"}, {"0.", "sip:{}@there"}, {"112", "sip:emergency@here"}, {"*9#", "star"}});
 
 std::string text_of(std::vector<order> const& orders) {
-    static constexpr char const* tones[] = {"none", "ringback", "busy", "congestion", "dial"};
-    static constexpr char const* kinds[] = {"open",     "tone",   "waiting", "ring", "stop", "invite",
-                                            "answer",   "refuse", "decline", "end",  "hold", "resume",
-                                            "transfer", "follow", "connect", "send"};
+    static constexpr char const* tones[] = {"none", "ringback", "busy", "congestion", "dial", "stutter"};
+    static constexpr char const* kinds[] = {"open",     "tone",   "waiting", "ring", "stop",    "invite",
+                                            "answer",   "refuse", "decline", "end",  "hold",    "resume",
+                                            "transfer", "follow", "connect", "send", "remember"};
     std::string text;
     for (order const& one : orders) {
         text += text.empty() ? "" : ", ";
         text += kinds[static_cast<int>(one.kind)] + std::to_string(one.leg);
         text += one.kind == order_kind::tone ? std::string(" ") + tones[static_cast<int>(one.sound)] : "";
         text += one.text.empty() ? "" : " " + one.text;
+        text += one.anonymous ? " unnamed" : "";
     }
     return text;
 }
@@ -318,6 +319,53 @@ std::vector<course> const courses = {
       {100, "restart", "end0, end1, open0, tone0 dial"},
       {200, "replace", "end0"}}},
 };
+
+std::vector<feature_code> const codes = {{"*21*", feature::forward_always},     {"*61*", feature::forward_no_answer},
+                                         {"#21#", feature::forward_off},        {"*26#", feature::do_not_disturb},
+                                         {"#26#", feature::do_not_disturb_off}, {"*69", feature::call_back},
+                                         {"*31*", feature::hide_number}};
+
+TEST(phone_line, knows_the_codes_of_its_owner) {
+    line telephone(plan, {.codes = codes});
+    std::int64_t now = 0;
+    auto const dial = [&](std::string const& keys) {
+        play(telephone, "lift", now += 1000);
+        std::string const orders = text_of(play(telephone, "keys " + keys, now += 1000));
+        play(telephone, "replace", now += 1000);
+        play(telephone, "wait", now += 1000);
+        return orders;
+    };
+    std::string const done = "tone0 none, remember0, tone0 stutter";
+    EXPECT_EQ(dial("*69"), "tone0 none, tone0 congestion") << "nobody has called";
+    telephone.called_by("sip:7@there");
+    EXPECT_EQ(dial("*69"), "tone0 none, invite0 sip:7@there");
+    EXPECT_EQ(dial("*31*100"), "tone0 none, invite0 sip:100@here unnamed");
+    EXPECT_EQ(dial("100"), "tone0 none, invite0 sip:100@here");
+    EXPECT_EQ(dial("*9#"), "tone0 none, invite0 star") << "what begins like a code";
+    EXPECT_EQ(dial("*26#"), done);
+    EXPECT_EQ(telephone.free_leg(), std::nullopt);
+    EXPECT_EQ(dial("#26#"), done);
+    EXPECT_EQ(telephone.free_leg(), 0);
+    EXPECT_EQ(dial("*21*055#"), done);
+    EXPECT_EQ(telephone.forward_to(), "sip:055@there");
+    EXPECT_EQ(dial("*21*7"), "tone0 none, tone0 congestion") << "no such number";
+    EXPECT_EQ(dial("#21#"), done);
+    EXPECT_EQ(telephone.forward_to(), "");
+    EXPECT_EQ(dial("*61*100"), done);
+    play(telephone, "invited 0", now);
+    EXPECT_EQ(text_of(play(telephone, "wait", now + 20'000)), "stop0, refuse0 sip:100@here, end0");
+}
+
+TEST(phone_line, calls_the_hot_line_and_tells_of_messages) {
+    line hot(plan, {.hot_line = "sip:porter@here", .hot_line_ms = 3000});
+    EXPECT_EQ(text_of(play(hot, "lift", 0)), "open0, tone0 dial");
+    EXPECT_EQ(text_of(play(hot, "wait", 2999)), "");
+    EXPECT_EQ(text_of(play(hot, "wait", 3000)), "tone0 none, invite0 sip:porter@here");
+    line warm(plan, {.hot_line = "sip:porter@here", .hot_line_ms = 3000});
+    warm.message_waits(true);
+    EXPECT_EQ(text_of(play(warm, "lift", 0)), "open0, tone0 stutter");
+    EXPECT_EQ(text_of(play(warm, "keys 100", 2999)), "tone0 none, invite0 sip:100@here");
+}
 
 TEST(phone_line, knows_other_uses_of_the_hook_flash) {
     std::vector<step> const second_call = {{0, "invited 0", "ring0"},

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "phone/dial_plan.h"
+
+namespace fxsphone {
+
+/// What a code can ask for.
+enum class feature {
+    none,
+    forward_always,     ///< to the number that follows
+    forward_busy,       ///< likewise
+    forward_no_answer,  ///< likewise
+    forward_off,        ///< all three
+    do_not_disturb,
+    do_not_disturb_off,
+    call_back,    ///< whoever called last
+    hide_number,  ///< in the call to the number that follows
+};
+
+struct feature_code {
+    std::string keys;
+    feature what = feature::none;
+};
+
+/// What its owner has chosen for a telephone. Addresses as "sip:user@host"; empty: none.
+struct line_features {
+    bool do_not_disturb = false;
+    std::string forward_always, forward_busy, forward_no_answer;
+    std::string last_caller;
+
+    /// Carries out the ones that change something; false: `what` is none of them.
+    bool apply(feature what, std::string const& to);
+};
+
+/// What keys stand for.
+struct dialled_number {
+    dial_plan::verdict reached = dial_plan::verdict::wrong;
+    feature what = feature::none;
+    std::string destination;  ///< of the dial plan, for the part behind a code; empty when there is none (yet)
+};
+
+/// The codes go before the dial plan.
+dialled_number judge_keys(std::vector<feature_code> const& codes, dial_plan const& plan, std::string_view keys);
+
+}  // namespace fxsphone

@@ -1,0 +1,127 @@
+#include <gtest/gtest.h>
+
+#include "tests/phone/device.h"
+
+namespace {
+
+/// A path for each test, at which nothing is kept yet.
+std::string fresh_state() {
+    std::string const path = testing::TempDir() + "phone-state-" + std::to_string(getpid());
+    std::filesystem::remove(path);
+    return path;
+}
+
+std::string tables(std::string const& state) {
+    return "[calls]\nstate = \"" + state +
+           "\"\n[codes]\nforward_always = \"*21*\"\ndo_not_disturb = \"*26#\"\nhide_number = \"*31*\"\n"
+           "call_back = \"*69\"\n";
+}
+
+TEST(phone_feature, outlives_a_restart) {
+    std::string const state = fresh_state();
+    {
+        device here({}, tables(state));
+        here.driver_says("off-hook 1");
+        here.dial(1, "*21*102");
+        here.driver_says("on-hook 1");
+        here.driver_says("off-hook 0");
+        here.dial(0, "*31*101");
+        ASSERT_TRUE(here.phone.wait_for_text("SIP/2.0 302 Moved Temporarily"));
+        ASSERT_TRUE(here.lines.wait_for_text("line 2  ring device: caller anonymous Anonymous")) << here.lines.out;
+        EXPECT_TRUE(here.phone.wait_for_text("\nPrivacy: id"));
+        here.driver_says("on-hook 0");
+        ASSERT_TRUE(here.lines.wait_for_text("line 2  ring device: stop"));
+        here.driver_says("off-hook 0");
+        here.dial(0, "101");
+        ASSERT_TRUE(here.lines.wait_for_text("line 2  ring device: caller 100"));
+        here.driver_says("on-hook 0");
+    }
+    {
+        device here({}, tables(state));  // its port is another one: what was kept leads to the old one
+        here.driver_says("off-hook 0");
+        here.dial(0, "101");
+        ASSERT_TRUE(here.phone.wait_for_text("\nContact: <sip:102@127.0.0.1:"));
+        here.driver_says("off-hook 2");
+        here.dial(2, "*69");
+        EXPECT_TRUE(here.phone.wait_for_text("\nINVITE sip:100@")) << here.phone.err;
+        here.phone.end(SIGKILL);  // nobody will answer that
+    }
+    std::filesystem::remove(state);
+}
+
+TEST(phone_feature, does_not_disturb) {
+    std::string const state = fresh_state();
+    device here({}, tables(state));
+    here.driver_says("off-hook 1");
+    here.dial(1, "*26#");
+    here.driver_says("on-hook 1");
+    here.driver_says("off-hook 0");
+    here.dial(0, "101");
+    EXPECT_TRUE(here.phone.wait_for_text("SIP/2.0 486 Busy Here"));
+    std::filesystem::remove(state);
+}
+
+TEST(phone_feature, sends_keys_as_info) {
+    std::uint16_t const port = free_port();
+    device here("{ keys = \"0.\", call = \"sip:{}@127.0.0.1:" + std::to_string(port) + "\" }", {}, "keys = \"info\"\n");
+    child agent(sipp("uas", port, {}));
+    here.driver_says("off-hook 0");
+    here.dial(0, "07#");
+    ASSERT_TRUE(here.phone.wait_for_text("\nACK sip:"));
+    here.driver_says("key 0 9");
+    EXPECT_TRUE(here.phone.wait_for_text("\nINFO sip:"));
+    EXPECT_TRUE(here.phone.wait_for_text("\nSignal=9"));
+    here.phone.end(SIGKILL);  // the agent knows no INFO and does not answer it
+}
+
+TEST(phone_feature, takes_keys_and_message_summaries) {
+    device here;
+    std::ofstream(here.folder + "/notify.xml") << R"(<?xml version="1.0"?>
+<scenario name="notify">
+<send retrans="500"><![CDATA[
+
+NOTIFY sip:[service]@[remote_ip]:[remote_port] SIP/2.0
+Via: SIP/2.0/[transport] [local_ip]:[local_port];branch=[branch]
+Max-Forwards: 70
+From: <sip:mailbox@[local_ip]>;tag=m[call_number]
+To: <sip:[service]@[remote_ip]:[remote_port]>
+Call-ID: [call_id]
+CSeq: 1 NOTIFY
+Contact: <sip:mailbox@[local_ip]:[local_port]>
+Event: message-summary
+Subscription-State: active
+Content-Type: application/simple-message-summary
+Content-Length: [len]
+
+Messages-Waiting: yes
+Voice-Message: 2/0
+
+]]></send>
+<recv response="200"></recv>
+</scenario>
+)";
+    auto arguments = sipp("uac", free_port(), {"-s", "100", "127.0.0.1:" + std::to_string(here.sip_port)});
+    arguments[1] = "-sf";
+    arguments[2] = here.folder + "/notify.xml";
+    EXPECT_EQ(child(arguments).wait(), 0) << here.phone.err;
+    here.driver_says("off-hook 0");
+    sleep(4);
+    here.driver_says("on-hook 0");
+    EXPECT_EQ(here.phone.end(SIGTERM), 0) << here.phone.err;
+    EXPECT_EQ(here.lines.end(SIGTERM), 0);
+    // The tone comes and goes in blocks of 100 ms.
+    auto const heard = read_wav(here.folder + "/heard0.wav");
+    int changes = 0;
+    bool sounded = false;
+    for (std::size_t at = 0; at + 160 <= heard.size(); at += 160) {
+        double sum = 0;
+        for (std::size_t i = at; i < at + 160; i++)
+            sum += std::abs(static_cast<double>(heard[i]));
+        bool const sounds = sum / 160 > 200;
+        changes += sounds != sounded ? 1 : 0;
+        sounded = sounds;
+    }
+    EXPECT_GE(changes, 10) << "no stuttering";
+}
+
+}  // namespace
