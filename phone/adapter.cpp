@@ -45,6 +45,9 @@ std::string adapter::start() {
             agent.stack(), [this](std::string const& user, bool waiting) { message_summary(user, waiting); });
         !failed.empty())
         return failed;
+    if (!settings.status_socket.empty())
+        if (std::string const failed = door.open(settings.status_socket, [this] { return status(); }); !failed.empty())
+            return failed;
     if (!process.start(settings.process_port))
         return std::string("no socket for the media process: ") + std::strerror(errno);
     auto const readable = [](int, void* arg) {
@@ -64,11 +67,14 @@ void adapter::stop() {
         return;
     }
     for (auto& one : telephones) {
-        if (one->state.rings())
+        if (one->state.rings() || one->state.now_in() == line::state::howling)
             ringer.stop(one->settings.number);
         for (leg& each : one->legs)
             end(each);
     }
+    door.close();
+    if (settings.led && process.connected())
+        process.send(fxsmedia::led_command{.pattern = 0});
     events.stop();
     registrations.clear();
     agent.stop();
@@ -94,6 +100,8 @@ void adapter::pass_time() {
     process.serve();
     for (auto& one : telephones) {
         carry_out(*one, one->state.pass_time(now()));
+        for (leg& each : one->legs)
+            judge_silence(each);
         if (one->stutter_leg >= 0 && one->stutter_due <= now())
             go_on_stuttering(*one);
         if (one->waiting_leg >= 0 && one->waiting_tone_end <= now()) {
@@ -110,6 +118,8 @@ std::int64_t adapter::next_due_ms() const {
     std::int64_t due = process_wait < 0 ? INT64_MAX : now() + process_wait;
     for (auto const& one : telephones) {
         due = std::min(due, one->state.due_ms().value_or(due));
+        for (leg const& each : one->legs)
+            due = std::min(due, silence_ends_ms(each));
         if (one->waiting_leg >= 0)
             due = std::min(due, one->waiting_tone_end);
         if (one->stutter_leg >= 0)
@@ -119,6 +129,7 @@ std::int64_t adapter::next_due_ms() const {
 }
 
 void adapter::wake_in_time() {
+    show_led();
     std::int64_t const due = next_due_ms();
     if (due == INT64_MAX || stopping)
         return;
@@ -149,6 +160,7 @@ void adapter::on(fxsmedia::process_resumed const&) {
 
 void adapter::on(fxsmedia::process_restarted const&) {
     std::fprintf(stderr, "the media process was restarted, all calls end\n");
+    led_shown = 0;
     for (auto& one : telephones) {
         for (leg& each : one->legs)
             if (each.record)
@@ -177,6 +189,10 @@ void adapter::on(fxsmedia::driver_report const& said) {
     auto const word = read_driver_word(said.text);
     if (!word || stopping)
         return;
+    if (telephone* const spoken_of = telephone_of(word->line)) {
+        spoken_of->lifted_ms = word->what == driver_word::kind::off_hook ? now() : 0;
+        spoken_of->last_key_ms = word->what == driver_word::kind::key ? now() : spoken_of->last_key_ms;
+    }
     tell_line(word->line, [&](line& state) {
         switch (word->what) {
             case driver_word::kind::off_hook: return state.lift(now());
@@ -286,6 +302,8 @@ void adapter::media_agreed(sip_call& call, media_plan const& plan) {
         return;
     if (one->record)
         one->record->codec = one->media->codec_name();
+    one->speaks_since_ms = plan.rtp && !one->held ? now() : 0;
+    one->heard.codec_chosen(plan.send.codec);
     bool const as_tones = telephone_of(one->line)->settings.keys == key_transport::tones;
     fxsmedia::media_command command{.call = one->channel,
                                     .send = plan.send,

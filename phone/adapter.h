@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "phone/call_media.h"
 #include "phone/call_record.h"
 #include "phone/libre.h"
 #include "phone/referral.h"
@@ -17,6 +18,7 @@
 #include "phone/sip_agent.h"
 #include "phone/sip_call.h"
 #include "phone/sip_events.h"
+#include "phone/status_door.h"
 
 namespace fxsphone {
 
@@ -51,6 +53,9 @@ private:
         std::unique_ptr<sent_referral> asked;     ///< its far end is to call somebody else
         std::unique_ptr<taken_referral> follows;  ///< the other leg's far end has named whom this one calls
         std::optional<call_record> record;
+        call_media heard;
+        bool held = false;                 ///< by this telephone
+        std::int64_t speaks_since_ms = 0;  ///< neither end holds the call; 0: one does
     };
     struct telephone {
         telephone(telephone_settings const& chosen, line idle) : settings(chosen), state(std::move(idle)) {}
@@ -58,6 +63,9 @@ private:
         telephone_settings settings;
         line state;
         leg legs[2];
+        std::int64_t lifted_ms = 0;  ///< until its dial tone is heard
+        std::int64_t lift_to_tone_ms = 0;
+        std::int64_t last_key_ms = 0;
         int waiting_leg = -1;  ///< plays the call-waiting tone until waiting_tone_end
         std::int64_t waiting_tone_end = 0;
         int stutter_leg = -1;  ///< its dial tone goes off and on until there are no bursts left
@@ -74,6 +82,9 @@ private:
     void on(fxsmedia::open_report const& opened);
     void on(fxsmedia::timed_out const& request);
     void on(fxsmedia::driver_report const& said);
+    void on(fxsmedia::rtcp_report const& copy);
+    void on(fxsmedia::new_ssrc_report const& stream);
+    void on(fxsmedia::confirmed const& answer);
     void on(auto const&) {}
 
     // From the network
@@ -117,6 +128,11 @@ private:
     telephone* telephone_of(int line);
     telephone* telephone_of(std::string const& user);
 
+    void show_led();
+    std::string status() const;
+    std::int64_t silence_ends_ms(leg const& one) const;
+    void judge_silence(leg& one);
+
     static std::int64_t now() { return fxsmedia::monotonic_ms(); }
     void pass_time();
     void wake_in_time();
@@ -133,6 +149,8 @@ private:
     std::vector<std::unique_ptr<registration>> registrations;
     tmr timer = {};
     bool stopping = false;
+    int led_shown = 0;
+    status_door door;
     fxsmedia::client<adapter> process{*this};
 };
 

@@ -32,11 +32,14 @@ void adapter::carry_out(telephone& which, order const& one) {
                 begin_stutter(which, each);
             else
                 play(each, one.sound);
+            if (which.lifted_ms != 0)
+                process.confirm(which.settings.number);  // when its dial tone has begun
             break;
         case order_kind::remember: remember(); break;
         case order_kind::waiting_tone: start_waiting_tone(which, each); break;
         case order_kind::ring: ring(which, each); break;
         case order_kind::stop_ringing: ringer.stop(which.settings.number); break;
+        case order_kind::howl: ringer.howl(which.settings.number); break;
         case order_kind::invite:
             each.to_invite = one.text;
             each.anonymous = one.anonymous;
@@ -63,11 +66,14 @@ void adapter::carry_out(telephone& which, order const& one) {
             break;
         case order_kind::hold:
             put_on_line(each, false);
+            each.held = true;
+            each.speaks_since_ms = 0;
             if (each.call)
                 each.call->hold(true);
             break;
         case order_kind::resume:
             put_on_line(each, true);
+            each.held = false;
             if (each.call)
                 each.call->hold(false);
             break;
@@ -86,7 +92,8 @@ void adapter::carry_out(telephone& which, order const& one) {
 void adapter::open(leg& one, bool on_line) {
     one.on_process = true;
     one.rtp_port = 0;
-    process.send(fxsmedia::open_command{.call = one.channel});
+    one.heard = {};
+    process.send(fxsmedia::open_command{.call = one.channel, .call_id = "fxsphone"});
     if (on_line)
         put_on_line(one, true);
 }
@@ -97,6 +104,7 @@ void adapter::write_record(leg& one) {
         return;
     if (one.call)
         one.record->code = one.call->last_code();
+    one.record->quality = one.heard.quality();
     std::puts(to_json(*one.record, now()).c_str());
     std::fflush(stdout);
     one.record.reset();
@@ -113,6 +121,8 @@ void adapter::end(leg& one) {
     one.invite_headers.clear();
     one.to_answer = false;
     one.rtp_port = 0;
+    one.held = false;
+    one.speaks_since_ms = 0;
     if (one.on_process)
         process.send(fxsmedia::end_command{.call = one.channel});
     one.on_process = false;
@@ -149,6 +159,8 @@ void adapter::invite(telephone& from, leg& one) {
     begin_call(one, sip_call_direction::outgoing);
     one.media->set_port(one.rtp_port);
     one.record->far = to;
+    one.record->lift_to_tone_ms = from.lift_to_tone_ms;
+    one.record->last_key_ms = from.last_key_ms;
     bool const hidden = std::exchange(one.anonymous, false);
     auto const& registrar = from.settings.registrar;
     std::string const own = "sip:" + from.settings.user + "@" + (registrar ? registrar->domain : settings.own_domain());

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <nlohmann/json.hpp>
 #include <string>
 
 namespace fxsphone {
@@ -16,8 +17,12 @@ struct call_record {
     std::int64_t begun_ms = 0;  ///< INVITE sent or received
     std::int64_t rang_ms = 0;   ///< of an outgoing one: the far end said so
     std::int64_t answered_ms = 0;
-    int code = 0;          ///< of the last SIP response, 0: none
-    std::string ended_by;  ///< "far", "network", "media"; empty: this telephone
+    std::int64_t lift_to_tone_ms = 0;  ///< of the receiver, before the first call
+    std::int64_t last_key_ms = 0;      ///< when it was pressed
+    bool media_lost = false;           ///< nothing was received for too long
+    nlohmann::ordered_json quality;    ///< null: nothing is known
+    int code = 0;                      ///< of the last SIP response, 0: none
+    std::string ended_by;              ///< "far", "network", "media"; empty: this telephone
 };
 
 /// A JSON object in one line, without line end.

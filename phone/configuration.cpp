@@ -106,6 +106,8 @@ void read_tones(section& tones, phone_settings& settings) {
     tones.number("longest_ms", settings.times.tone_ms, 1000, 600'000);
 }
 
+constexpr int shortest_media_timeout_ms = 10'000;  // two of the process's RTCP intervals
+
 void read_calls(section& calls, phone_settings& settings) {
     calls.yes_or_no("waiting", settings.times.call_waiting);
     calls.number("no_answer_ms", settings.times.no_answer_ms, 5000, 600'000);
@@ -113,6 +115,11 @@ void read_calls(section& calls, phone_settings& settings) {
                  {{"keys", flash_use::keys}, {"swap", flash_use::swap}, {"conference", flash_use::conference}});
     calls.number("forward_ms", settings.times.forward_ms, 1000, 600'000);
     calls.text("state", settings.state_file);
+    calls.number("media_timeout_ms", settings.media_timeout_ms, 0, 600'000);
+    if (settings.media_timeout_ms != 0 && settings.media_timeout_ms < shortest_media_timeout_ms)
+        complain(*calls.find("media_timeout_ms"),
+                 "'media_timeout_ms' is to be 0 or at least 10000: the process reports every 5 s");
+    calls.yes_or_no("media_timeout_ends", settings.media_timeout_ends);
     calls.yes_or_no("transfer", settings.times.transfer);
     calls.number("flash_key_ms", settings.times.flash_key_ms, 500, 10'000);
 }
@@ -135,8 +142,11 @@ phone_settings read_all(toml::table const& file) {
     in_section(whole, "tls", [&](section& one) { read_tls(one, settings.tls); });
     in_section(whole, "driver", [&](section& one) {
         one.text("ring", settings.ring_device);
+        one.yes_or_no("led", settings.led);
+        one.number("howl_ms", settings.times.howl_ms, 0, 600'000);
         one.number("flash_ms", settings.times.flash_ms, 0, 2000);
     });
+    in_section(whole, "status", [&](section& one) { one.text("socket", settings.status_socket); });
     in_section(whole, "tones", [&](section& one) { read_tones(one, settings); });
     in_section(whole, "calls", [&](section& one) { read_calls(one, settings); });
     in_section(whole, "codes", [&](section& one) { read_codes(one, settings); });

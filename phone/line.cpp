@@ -136,7 +136,7 @@ std::string line::forward_to() const {
 std::vector<order> line::restart(std::int64_t now_ms) {
     std::vector<order> wanted;
     bool const lifted_still = front != on_hook && front != handing_over && !rings() && dues[hook_timer] == 0;
-    if (rings())
+    if (rings() || front == howling)
         carry_out(act::stop_ringing, wanted);
     carry_out(act::hang_up, wanted);
     carry_out(act::hang_up_second, wanted);
@@ -184,6 +184,7 @@ void line::carry_out(act what, std::vector<order>& wanted) {
         case act::waiting_tone: want(order_kind::waiting_tone, 1 - leg); break;
         case act::ring: want(order_kind::ring, leg); break;
         case act::stop_ringing: want(order_kind::stop_ringing, leg); break;
+        case act::howl: want(order_kind::howl, leg); break;
         case act::invite: wanted.push_back({order_kind::invite, leg, tone::none, called, anonymous}); break;
         case act::answer: want(order_kind::answer, leg); break;
         case act::refuse: wanted.push_back({order_kind::refuse, leg, tone::none, chosen.forward_no_answer}); break;
@@ -243,7 +244,8 @@ int line::own_time_ms() const {
         case state::on_hook:
         case calling:
         case alerting:
-        case left_off: return 0;
+        case howling: return 0;
+        case left_off: return settings.howl_ms;
     }
     return 0;
 }

@@ -47,6 +47,7 @@ enum class order_kind {
     waiting_tone,  ///< the short tone that tells of a second call
     ring,
     stop_ringing,
+    howl,
     invite,   ///< call `text`
     answer,   ///< the call that came in on the leg, and put it on the line
     refuse,   ///< it: nobody answers; it is sent on to `text` (302) unless that is empty (480)
@@ -88,6 +89,7 @@ struct line_settings {
     int next_key_ms = 4'000;    ///< after the last key, where the plan allows a longer number
     int no_answer_ms = 180'000;
     int tone_ms = 30'000;         ///< busy and congestion tone; then silence until the receiver is replaced
+    int howl_ms = 0;              ///< so long after the tones the driver is told to howl; 0: never
     int flash_ms = 700;           ///< longest hook flash; 0: every on-hook is the end
     int waiting_tone_ms = 4'000;  ///< from one call-waiting tone to the next
     int transfer_ms = 60'000;     ///< a transfer that nobody has reported of by then has failed (as the REFER expires)
@@ -119,6 +121,7 @@ public:
         handing_over,  ///< the same with the receiver on its rest
         refused,
         left_off,
+        howling,  ///< the driver makes the noise that calls for the receiver
     };
     /// The second call beside the one in front; joined: a conference of three; following: a call that the far end
     /// wants instead of itself, not answered yet.
@@ -157,6 +160,7 @@ public:
     std::vector<order> restart(std::int64_t now_ms);
 
     state now_in() const { return front; }
+    bool has_messages() const { return has_message; }
     bool rings() const { return front == state::ringing || front == state::ringing_back; }
     second beside() const { return companion; }
     int front_leg() const { return leg; }

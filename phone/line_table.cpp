@@ -14,8 +14,8 @@ states const before_answer = {calling, alerting};
 states const without_call = {refused, left_off};
 states const not_talking = {dialling, collecting, calling, alerting, refused, left_off};
 states const pending = {transferring, handing_over};
-states const any = {on_hook,  ringing, ringing_back, dialling,     collecting, calling,
-                    alerting, talking, transferring, handing_over, refused,    left_off};
+states const any = {on_hook, ringing,      ringing_back, dialling, collecting, calling, alerting,
+                    talking, transferring, handing_over, refused,  left_off,   howling};
 
 }  // namespace
 
@@ -103,6 +103,10 @@ std::vector<line::row> const line::table = {
 
     // No call in front any more, or none yet.
     {{refused}, {}, timed_out, left_off, {}, {act::silence}},
+    {{left_off}, {}, timed_out, howling, {}, {act::howl}},
+    {{howling}, {held}, replaced, ringing_back, none, {act::stop_ringing, act::hang_up, act::swap, act::ring}},
+    {{howling}, {waiting}, replaced, ringing, none, {act::stop_ringing, act::hang_up, act::swap, act::ring}},
+    {{howling}, {none}, replaced, on_hook, {}, {act::stop_ringing, act::hang_up}},
     {not_talking, {held}, flashed, talking, none, {act::hang_up, act::swap, act::resume}},
     {not_talking, {held}, asked_swap, talking, none, {act::hang_up, act::swap, act::resume}},
     {without_call, {waiting}, flashed, talking, none, {act::hang_up, act::swap, act::answer}},

@@ -17,6 +17,7 @@ enum class line::act : std::uint8_t {
     waiting_tone,
     ring,
     stop_ringing,
+    howl,
     invite,
     answer,
     refuse,

@@ -39,6 +39,18 @@ int serve(fxsphone::phone_settings const& settings, bool trace) {
     return code;
 }
 
+int print_status(std::string const& socket) {
+    std::string const text = socket.empty() ? "" : fxsphone::ask_status(socket);
+    if (text.empty()) {
+        std::fprintf(
+            stderr, "fxsphone: %s\n",
+            socket.empty() ? "the configuration has no [status] socket" : "nobody answers at the status socket");
+        return exit_no_network;
+    }
+    std::fputs(text.c_str(), stdout);
+    return 0;
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -47,10 +59,12 @@ int main(int argc, char** argv) {
     std::string file;
     bool check = false;
     bool trace = false;
+    bool status = false;
     app.add_option("CONFIGURATION", file, "TOML file")->required()->check(CLI::ExistingFile);
     app.add_flag("--check", check, "Say what is wrong with the configuration, and end");
     app.add_flag("-v,--verbose", trace, "Print every SIP message on standard error");
-    app.footer("\nExit status: 0 ended by a signal, 1 bad options or configuration, 2 can't listen.");
+    app.add_flag("--status", status, "Ask the running one what its lines do (JSON), and end");
+    app.footer("\nExit status: 0 ended by a signal, 1 bad options or configuration, 2 can't listen, no status.");
     try {
         app.parse(argc, argv);
     } catch (CLI::ParseError const& error) {
@@ -67,5 +81,7 @@ int main(int argc, char** argv) {
         std::printf("%s: good, lines: %zu\n", file.c_str(), read.settings->telephones.size());
         return 0;
     }
+    if (status)
+        return print_status(read.settings->status_socket);
     return serve(*read.settings, trace);
 }

@@ -26,6 +26,10 @@ bool ring_device::stop(int line) const {
     return say(line, "stop\n");
 }
 
+bool ring_device::howl(int line) const {
+    return say(line, "howl\n");
+}
+
 bool ring_device::say(int line, std::string const& text) const {
     if (base.empty())
         return true;

@@ -16,6 +16,8 @@ public:
     /// Both return false when the driver cannot be told, see errno.
     bool ring(int line, std::string_view number, std::string_view name) const;
     bool stop(int line) const;
+    /// "howl": the receiver was left off; until "stop".
+    bool howl(int line) const;
 
 private:
     bool say(int line, std::string const& text) const;

@@ -77,10 +77,14 @@ struct phone_settings {
     int sip_port = 5060;
     std::string domain;  ///< of the telephones' own addresses; empty: sip_ip:sip_port
     tls_settings tls;
-    std::string instance;     ///< UUID of the device (RFC 5626 section 4.1), needed for outbound
-    std::string ring_device;  ///< the line's number is appended; empty: none
-    int tone_set = 1;         ///< of the control protocol, 1 to 16
-    std::string state_file;   ///< what was chosen by codes; empty: forgotten at the end
+    std::string instance;       ///< UUID of the device (RFC 5626 section 4.1), needed for outbound
+    std::string ring_device;    ///< the line's number is appended; empty: none
+    int tone_set = 1;           ///< of the control protocol, 1 to 16
+    bool led = true;            ///< the call LED shows what the telephones do
+    std::string status_socket;  ///< empty: none
+    int media_timeout_ms = 0;   ///< without any packet a call is said to have lost its media; 0: never
+    bool media_timeout_ends = true;
+    std::string state_file;  ///< what was chosen by codes; empty: forgotten at the end
     line_settings times;
     std::vector<dial_rule> plan;
     std::vector<telephone_settings> telephones;

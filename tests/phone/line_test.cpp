@@ -15,9 +15,9 @@ dial_plan const plan({{"1xx", "sip:{}@here"}, {"0.", "sip:{}@there"}, {"112", "s
 
 std::string text_of(std::vector<order> const& orders) {
     static constexpr char const* tones[] = {"none", "ringback", "busy", "congestion", "dial", "stutter"};
-    static constexpr char const* kinds[] = {"open",     "tone",   "waiting", "ring", "stop",    "invite",
-                                            "answer",   "refuse", "decline", "end",  "hold",    "resume",
-                                            "transfer", "follow", "connect", "send", "remember"};
+    static constexpr char const* kinds[] = {"open",   "tone",     "waiting", "ring",    "stop", "howl",
+                                            "invite", "answer",   "refuse",  "decline", "end",  "hold",
+                                            "resume", "transfer", "follow",  "connect", "send", "remember"};
     std::string text;
     for (order const& one : orders) {
         text += text.empty() ? "" : ", ";
@@ -354,6 +354,15 @@ TEST(phone_line, knows_the_codes_of_its_owner) {
     EXPECT_EQ(dial("*61*100"), done);
     play(telephone, "invited 0", now);
     EXPECT_EQ(text_of(play(telephone, "wait", now + 20'000)), "stop0, refuse0 sip:100@here, end0");
+}
+
+TEST(phone_line, howls_when_the_receiver_is_left_off) {
+    line telephone(plan, {.first_key_ms = 10, .tone_ms = 20, .howl_ms = 30});
+    std::string all;
+    for (auto const& [input, at] :
+         {std::pair{"lift", 0}, {"wait", 10}, {"wait", 30}, {"wait", 59}, {"wait", 60}, {"replace", 70}})
+        all += text_of(play(telephone, input, at)) + "; ";
+    EXPECT_EQ(all, "open0, tone0 dial; tone0 congestion; tone0 none; ; howl0; stop0, end0; ");
 }
 
 TEST(phone_line, calls_the_hot_line_and_tells_of_messages) {
