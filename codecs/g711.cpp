@@ -77,7 +77,8 @@ constexpr unsigned char convert(table const& codes, unsigned char code) {
 namespace g711 {
 
 unsigned char mu_law_from_linear(std::int16_t sample) {
-    return compression[static_cast<unsigned>(sample / 4 + linear_values / 2)];
+    int const rounds_toward_zero = static_cast<int>(static_cast<unsigned>(int{sample}) >> 30);  // 3 for negative ones
+    return compression[static_cast<unsigned>(((sample + rounds_toward_zero) >> 2) + linear_values / 2)];
 }
 
 std::int16_t linear_from_mu_law(unsigned char code) {
@@ -93,23 +94,31 @@ unsigned char mu_law_from_a_law(unsigned char code) {
 }
 
 void encode_mu_law(unsigned char const* pcm, int n, unsigned char* codes) {
-    for (int i = 0; i < n; i++)
-        codes[i] = mu_law_from_linear(pcm::load_sample(pcm, i));
+    pcm::with_alignment_known(pcm, [=](unsigned char const* audio) {
+        for (int i = 0; i < n; i++)
+            codes[i] = mu_law_from_linear(pcm::load_sample(audio, i));
+    });
 }
 
 void decode_mu_law(unsigned char const* codes, int n, unsigned char* pcm) {
-    for (int i = 0; i < n; i++)
-        pcm::store_sample(pcm, i, linear_from_mu_law(codes[i]));
+    pcm::with_alignment_known(pcm, [=](unsigned char* audio) {
+        for (int i = 0; i < n; i++)
+            pcm::store_sample(audio, i, linear_from_mu_law(codes[i]));
+    });
 }
 
 void encode_a_law(unsigned char const* pcm, int n, unsigned char* codes) {
-    for (int i = 0; i < n; i++)
-        codes[i] = a_law_from_mu_law(mu_law_from_linear(pcm::load_sample(pcm, i)));
+    pcm::with_alignment_known(pcm, [=](unsigned char const* audio) {
+        for (int i = 0; i < n; i++)
+            codes[i] = a_law_from_mu_law(mu_law_from_linear(pcm::load_sample(audio, i)));
+    });
 }
 
 void decode_a_law(unsigned char const* codes, int n, unsigned char* pcm) {
-    for (int i = 0; i < n; i++)
-        pcm::store_sample(pcm, i, linear_from_mu_law(mu_law_from_a_law(codes[i])));
+    pcm::with_alignment_known(pcm, [=](unsigned char* audio) {
+        for (int i = 0; i < n; i++)
+            pcm::store_sample(audio, i, linear_from_mu_law(mu_law_from_a_law(codes[i])));
+    });
 }
 
 }  // namespace g711

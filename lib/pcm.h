@@ -25,4 +25,14 @@ inline void store_sample(unsigned char* audio, int i, std::int16_t sample) {
     std::memcpy(audio + sample_bytes * i, &sample, sizeof sample);
 }
 
+/// Tells a loop over whole samples that they are aligned, where they are: on machines that load no half-word from an
+/// odd address, a sample is then one load or store. `loop` takes the audio; what it returns is ignored.
+template <typename octet, typename action>
+inline void with_alignment_known(octet* audio, action const& loop) {
+    if (reinterpret_cast<std::uintptr_t>(audio) % sample_bytes == 0)
+        loop(static_cast<octet*>(__builtin_assume_aligned(audio, sample_bytes)));
+    else
+        loop(audio);
+}
+
 }  // namespace pcm
