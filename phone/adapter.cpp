@@ -8,8 +8,19 @@
 
 #include "phone/driver_words.h"
 #include "phone/feature_store.h"
+#include "phone/private_address.h"
 
 namespace fxsphone {
+
+namespace {
+
+/// Where RTCP goes without other knowledge (RFC 3550 section 11).
+fxsmedia::endpoint port_above(fxsmedia::endpoint one) {
+    one.port++;
+    return one;
+}
+
+}  // namespace
 
 adapter::adapter(phone_settings const& chosen, bool trace_sip)
     : settings(chosen), trace(trace_sip), ringer(chosen.ring_device) {
@@ -185,6 +196,15 @@ void adapter::on(fxsmedia::timed_out const& request) {
     std::fprintf(stderr, "no answer from the media process, command %d of %d\n", request.tag, request.id);
 }
 
+/// Who names a private address sits behind a translator, or beside us: what comes from there tells where to send.
+void adapter::on(fxsmedia::new_ssrc_report const& stream) {
+    leg* const one = leg_of(stream.call);
+    if (one == nullptr || !one->offered || one->source || *one->offered == stream.from || !is_private(*one->offered))
+        return;
+    one->source = stream.from;
+    process.send(fxsmedia::media_command{.call = one->channel, .rtp = stream.from, .rtcp = port_above(stream.from)});
+}
+
 void adapter::on(fxsmedia::driver_report const& said) {
     auto const word = read_driver_word(said.text);
     if (!word || stopping)
@@ -305,14 +325,20 @@ void adapter::media_agreed(sip_call& call, media_plan const& plan) {
     one->speaks_since_ms = plan.rtp && !one->held ? now() : 0;
     one->heard.codec_chosen(plan.send.codec);
     bool const as_tones = telephone_of(one->line)->settings.keys == key_transport::tones;
+    if (plan.rtp && one->offered != plan.rtp) {
+        one->offered = plan.rtp;
+        one->source.reset();
+    }
+    bool const moved = plan.rtp && one->source;
     fxsmedia::media_command command{.call = one->channel,
                                     .send = plan.send,
                                     .map = plan.map,
                                     .ptime = plan.ptime_ms,
                                     .event_pt = as_tones ? std::nullopt : plan.event_pt,
                                     .ssrc = fxsmedia::byte_view(one->ssrc),
-                                    .rtp = plan.rtp,
-                                    .rtcp = plan.rtcp};
+                                    .rtp = moved ? one->source : plan.rtp,
+                                    .rtcp = moved ? port_above(*one->source) : plan.rtcp,
+                                    .xr = plan.xr};
     if (one->srtp != plan.srtp) {  // the same keys again would begin the streams anew
         command.srtp_rx_key = plan.srtp ? fxsmedia::byte_view(plan.srtp->receive) : fxsmedia::byte_view();
         command.srtp_tx_key = plan.srtp ? fxsmedia::byte_view(plan.srtp->send) : fxsmedia::byte_view();

@@ -48,7 +48,9 @@ private:
         bool anonymous = false;
         bool to_answer = false;  ///< likewise
         std::unique_ptr<session_description> media;
-        std::optional<srtp_plan> srtp;  ///< the keys that its channel has
+        std::optional<srtp_plan> srtp;              ///< the keys that its channel has
+        std::optional<fxsmedia::endpoint> offered;  ///< where the far end wants RTP
+        std::optional<fxsmedia::endpoint> source;   ///< where it comes from, when that was a private address
         std::unique_ptr<sip_call> call;
         std::unique_ptr<sent_referral> asked;     ///< its far end is to call somebody else
         std::unique_ptr<taken_referral> follows;  ///< the other leg's far end has named whom this one calls
@@ -81,6 +83,7 @@ private:
     void on(fxsmedia::process_restarted const&);
     void on(fxsmedia::open_report const& opened);
     void on(fxsmedia::timed_out const& request);
+    void on(fxsmedia::new_ssrc_report const& stream);
     void on(fxsmedia::driver_report const& said);
     void on(fxsmedia::rtcp_report const& copy);
     void on(fxsmedia::new_ssrc_report const& stream);

@@ -130,7 +130,9 @@ void adapter::end(leg& one) {
 
 std::unique_ptr<session_description> adapter::describe_media(leg const& one) {
     telephone_settings const& own = telephone_of(one.line)->settings;
-    return std::make_unique<session_description>(settings.sip_ip, own.codecs, own.ptime_ms, own.srtp);
+    auto media = std::make_unique<session_description>(settings.sip_ip, own.codecs, own.ptime_ms, own.srtp);
+    media->set_xr(own.xr);
+    return media;
 }
 
 void adapter::begin_call(leg& one, sip_call_direction direction) {
@@ -138,6 +140,8 @@ void adapter::begin_call(leg& one, sip_call_direction direction) {
     std::memcpy(one.ssrc, &drawn, sizeof one.ssrc);
     one.media = describe_media(one);
     one.srtp.reset();
+    one.offered.reset();
+    one.source.reset();
     call_owner& owner = *this;
     one.call = std::make_unique<sip_call>(owner, *one.media, telephone_of(one.line)->settings.login);
     one.record = call_record{.line = one.line, .direction = direction, .begun_ms = now()};

@@ -90,7 +90,7 @@ void read_line(toml::node const& node, std::vector<registrar_settings> const& re
     line.number("hot_line_ms", one.hot_line_ms, 0, 60'000);
     read_codecs(line, one);
     read_login(line, registrars, one);
-    read_srtp(line, one);
+    read_media(line, one);
     line.nothing_else();
     for (telephone_settings const& other : settings.telephones) {
         if (other.number == one.number)

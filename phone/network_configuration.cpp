@@ -4,6 +4,8 @@
 #include <cstdlib>
 #include <fstream>
 
+#include "phone/session_description.h"
+
 namespace fxsphone {
 
 namespace {
@@ -83,12 +85,21 @@ std::vector<registrar_settings> read_registrars(section& whole, std::string cons
     return all;
 }
 
-void read_srtp(section& line, telephone_settings& one) {
+void read_media(section& line, telephone_settings& one) {
     std::string word = "off";
     line.text("srtp", word);
     if (word != "off" && word != "optional" && word != "required")
         complain(*line.find("srtp"), "'srtp' is to be \"off\", \"optional\" or \"required\"");
     one.srtp = word == "off" ? srtp_use::off : word == "optional" ? srtp_use::optional : srtp_use::required;
+    if (line.find("xr") != nullptr)
+        one.xr.clear();
+    line.list("xr", [&](toml::node const& node) {
+        one.xr.push_back(section::string_in(node, "xr"));
+        if (!session_description::knows_xr(one.xr.back()))
+            complain(node, "'" + one.xr.back() +
+                               "' is none of pkt-loss-rle, pkt-dup-rle, pkt-rcpt-times, rcvr-rtt, stat-summary, "
+                               "voip-metrics");
+    });
 }
 
 void read_tls(section& tls, tls_settings& chosen) {

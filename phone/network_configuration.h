@@ -10,8 +10,8 @@ namespace fxsphone {
 /// The [[registrar]] tables of the file. `instance` is the device's, which outbound needs.
 std::vector<registrar_settings> read_registrars(section& whole, std::string const& instance);
 
-/// The key srtp of a [[line]].
-void read_srtp(section& line, telephone_settings& one);
+/// The keys srtp and xr of a [[line]].
+void read_media(section& line, telephone_settings& one);
 
 /// [tls]
 void read_tls(section& tls, tls_settings& chosen);

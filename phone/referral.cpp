@@ -1,5 +1,7 @@
 #include "phone/referral.h"
 
+#include "phone/registration.h"
+
 #include <string_view>
 #include <utility>
 
@@ -111,8 +113,9 @@ sent_referral::sent_referral(sipevent_sock* events, sip_call const& call, std::s
     tmr_init(&soon);
     if (call.sip_side() == nullptr || refer_to.empty())
         return;
-    sipevent_drefer(&subscription, events, call.sip_side(), user.c_str(), nullptr, nullptr, false, handlers::notified,
-                    handlers::closed, this, "Refer-To: <%s>\r\n", refer_to.c_str());
+    sipevent_drefer(&subscription, events, call.sip_side(), user.c_str(), answer_challenge,
+                    const_cast<credentials*>(&call.login()), false, handlers::notified, handlers::closed, this,
+                    "Refer-To: <%s>\r\n", refer_to.c_str());
 }
 
 sent_referral::~sent_referral() {

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <sstream>
 
 #include "lib/protocol.h"
 
@@ -27,6 +28,35 @@ constexpr sdp_codec sdp_codecs[] = {
 
 constexpr char const* events = "telephone-event";
 constexpr std::uint32_t clock_hz = 8000;
+
+/// How SDP names an extended report block (RFC 3611 section 5.1).
+struct xr_block {
+    char const* name;        ///< as the media command has it
+    char const* parameters;  ///< of our attribute
+};
+
+constexpr xr_block xr_formats[] = {{"pkt-loss-rle", ""},
+                                   {"pkt-dup-rle", ""},
+                                   {"pkt-rcpt-times", ""},
+                                   {"rcvr-rtt", "=all"},
+                                   {"stat-summary", "=loss,dup,jitt"},
+                                   {"voip-metrics", ""}};
+
+constexpr char const* xr_attribute = "rtcp-xr";
+
+/// Whether a list like "0-15,32" (RFC 4733 section 2.4.1) has the twelve keys; no list means 0 to 15.
+bool takes_keys(char const* list) {
+    unsigned taken = list == nullptr || *list == '\0' ? 0xFFF : 0;
+    std::istringstream in(list == nullptr ? "" : list);
+    for (std::string part; std::getline(in, part, ',');) {
+        int const first = std::atoi(part.c_str());
+        std::size_t const dash = part.find('-');
+        int const last = dash == part.npos ? first : std::atoi(part.c_str() + dash + 1);
+        for (int key = std::max(first, 0); key <= std::min(last, 11); key++)
+            taken |= 1u << key;
+    }
+    return taken == 0xFFF;
+}
 
 sdp_codec const* by_encoding(char const* encoding) {
     auto const found =
@@ -120,9 +150,11 @@ mbuf* session_description::answer() {
 
 mbuf* session_description::encode(bool is_offer) {
     mbuf* text = nullptr;
-    if (audio != nullptr)
-        security.write(audio, is_offer);
-    return audio != nullptr && sdp_encode(&text, session, is_offer) == 0 ? text : nullptr;
+    if (audio == nullptr)
+        return nullptr;
+    security.write(audio, is_offer);
+    write_xr(is_offer);
+    return sdp_encode(&text, session, is_offer) == 0 ? text : nullptr;
 }
 
 bool session_description::read_offer(mbuf* text) {
@@ -150,7 +182,7 @@ std::optional<media_plan> session_description::plan() const {
         if (received && format->sup)
             made.map.push_back(*received);
     }
-    if (sdp_format const* const event = sdp_media_rformat(audio, events))
+    if (sdp_format const* const event = sdp_media_rformat(audio, events); event != nullptr && takes_keys(event->params))
         made.event_pt = event->pt;
     char const* const wanted = sdp_media_rattr(audio, "ptime");
     int const ptime = wanted == nullptr ? 0 : std::atoi(wanted);
@@ -161,7 +193,37 @@ std::optional<media_plan> session_description::plan() const {
     sdp_media_raddr_rtcp(audio, &rtcp);
     made.rtcp = endpoint_of(rtcp);
     made.srtp = security.plan();
+    made.xr = wanted_xr();
     return made;
+}
+
+bool session_description::knows_xr(std::string_view block) {
+    return std::ranges::any_of(xr_formats, [&](xr_block const& one) { return block == one.name; });
+}
+
+/// In an answer only when the offer has it (RFC 3611 section 5.2).
+void session_description::write_xr(bool is_offer) {
+    sdp_media_del_lattr(audio, xr_attribute);
+    if (xr_blocks.empty() || (!is_offer && sdp_media_rattr(audio, xr_attribute) == nullptr))
+        return;
+    std::string words;
+    for (xr_block const& one : xr_formats)
+        if (std::ranges::count(xr_blocks, one.name) != 0)
+            words += (words.empty() ? "" : " ") + std::string(one.name) + one.parameters;
+    sdp_media_set_lattr(audio, true, xr_attribute, "%s", words.c_str());
+}
+
+/// What both sides have named; the block sizes that the far end wants go with it.
+std::string session_description::wanted_xr() const {
+    char const* const named = sdp_media_rattr(audio, xr_attribute);
+    std::istringstream in(named == nullptr ? "" : named);
+    std::string wanted;
+    for (std::string word; in >> word;) {
+        std::string const name = word.substr(0, word.find('='));
+        if (std::ranges::count(xr_blocks, name) != 0)
+            wanted += (wanted.empty() ? "" : " ") + (name.starts_with("pkt-") ? word : name);
+    }
+    return wanted;
 }
 
 std::string session_description::codec_name() const {

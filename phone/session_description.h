@@ -19,11 +19,13 @@ namespace fxsphone {
 struct media_plan {
     fxsmedia::codec_choice send;
     std::vector<fxsmedia::codec_choice> map;  ///< what is received
-    std::optional<int> event_pt;              ///< telephone events (RFC 4733), the same number both ways
+    std::optional<int>
+        event_pt;  ///< telephone events (RFC 4733), the same number both ways; the far end takes all keys
     int ptime_ms = 20;
     std::optional<fxsmedia::endpoint> rtp;  ///< nullopt: nothing is sent, the far end holds the call
     std::optional<fxsmedia::endpoint> rtcp;
     std::optional<srtp_plan> srtp;  ///< nullopt: plain RTP
+    std::string xr;                 ///< extended report blocks that the far end wants, as the media command names them
 
     bool operator==(media_plan const&) const = default;
 };
@@ -40,6 +42,10 @@ public:
 
     /// Before the first offer() or answer(): where media is received, RTCP on the port above.
     void set_port(int rtp_port);
+
+    /// Before the first offer() or answer(): RTCP XR blocks that may be sent, of those that knows_xr().
+    void set_xr(std::vector<std::string> const& blocks) { xr_blocks = blocks; }
+    static bool knows_xr(std::string_view block);
 
     /// Of the names that the process knows, one that SDP can carry.
     static bool knows(std::string_view codec);
@@ -61,11 +67,14 @@ public:
 private:
     mbuf* encode(bool is_offer);
     bool decode(mbuf* text, bool is_offer);
+    void write_xr(bool is_offer);
+    std::string wanted_xr() const;
 
     sdp_session* session = nullptr;
     sdp_media* audio = nullptr;
     media_security security;
     int local_ptime_ms;
+    std::vector<std::string> xr_blocks;
 };
 
 }  // namespace fxsphone

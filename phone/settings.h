@@ -68,6 +68,7 @@ struct telephone_settings {
     std::optional<registrar_settings> registrar;
     credentials login;
     srtp_use srtp = srtp_use::off;
+    std::vector<std::string> xr = {"rcvr-rtt", "stat-summary", "voip-metrics"};  ///< RTCP XR blocks
 };
 
 /// The whole configuration; the defaults are what fxsphone(1) says.

@@ -31,7 +31,28 @@ dnsc* system_names() {
 }  // namespace
 
 struct sip_agent::handlers {
-    static void invite(sip_msg const* request, void* arg) { static_cast<sip_agent*>(arg)->invited(request); }
+    static void invite(sip_msg const* request, void* arg) {
+        auto const& self = *static_cast<sip_agent*>(arg);
+        if (std::string const unknown = unknown_extensions(request); !unknown.empty())
+            sip_treplyf(nullptr, nullptr, self.transactions, request, false, 420, "Bad Extension",
+                        "Unsupported: %s\r\nContent-Length: 0\r\n\r\n", unknown.c_str());
+        else
+            self.invited(request);
+    }
+    /// What a request requires and we cannot do (RFC 3261 section 8.2.2.3), separated by commas.
+    static std::string unknown_extensions(sip_msg const* request) {
+        std::string unknown;
+        sip_msg_hdr_apply(
+            request, true, SIP_HDR_REQUIRE,
+            [](sip_hdr const* header, sip_msg const*, void* arg) {
+                if (pl_strcasecmp(&header->val, "replaces") != 0)
+                    *static_cast<std::string*>(arg) +=
+                        (static_cast<std::string*>(arg)->empty() ? "" : ",") + text_of(header->val);
+                return false;
+            },
+            &unknown);
+        return unknown;
+    }
     static bool other(sip_msg const* request, void* arg) {
         sip* const stack = static_cast<sip_agent*>(arg)->transactions;
         if (pl_strcmp(&request->met, "ACK") == 0)

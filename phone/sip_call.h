@@ -71,6 +71,7 @@ public:
         return contact;
     }                                               ///< where its end of the dialog is; empty: not known yet
     dialog_id const& id() const { return dialog; }  ///< complete once the far end has answered or rung
+    credentials const& login() const { return authentication; }
     bool established() const { return answered; }
     sip_dialog* sip_side() const;           ///< nullptr when the call is over
     int last_code() const { return code; }  ///< of the last response; 0: none

@@ -52,6 +52,9 @@ TEST(phone_configuration, names_the_place_of_a_mistake) {
              {process + pbx + "outbound = true\n" + line_0, "f:6:12: 'outbound' needs 'instance' in [sip]"},
              {process + pbx + pbx + line_0, "f:6:1: there is a registrar 'a' already"},
              {process + "[tls]\nca_file = \"/no/such\"\n" + line_0, "f:4:11: '/no/such' can't be read"},
+             {process + line_0 + "xr = [\"voip\"]\n",
+              "f:6:7: 'voip' is none of pkt-loss-rle, pkt-dup-rle, pkt-rcpt-times, rcvr-rtt, stat-summary, "
+              "voip-metrics"},
              {process + line_0 + "srtp = \"on\"\n", "f:6:8: 'srtp' is to be \"off\", \"optional\" or \"required\""},
              {process + line_0 + "registrar = \"b\"\n", "f:6:13: there is no registrar 'b'"},
              {process + line_0 + "password = \"x\"\npassword_env = \"HOME\"\n",

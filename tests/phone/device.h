@@ -27,9 +27,10 @@ inline void write_wav(std::string const& path, signals::samples const& pcm) {
 class device {
 public:
     /// Rows of the dial plan, tables of the configuration, and keys of both lines, all beside what every test needs.
-    explicit device(std::string const& more_plan = {}, std::string const& tables = {}, std::string const& keys = {})
+    explicit device(std::string const& more_plan = {}, std::string const& tables = {}, std::string const& keys = {},
+                    std::uint16_t port = free_port())
         : folder(testing::TempDir() + "phone-" + std::to_string(free_port())),
-          sip_port(free_port()),
+          sip_port(port),
           process_port(free_port()),
           lines((prepare(), lines_arguments())),
           serving(lines.wait_for_text("serving")),

@@ -76,6 +76,11 @@ std::vector<offered> const offers = {
      "m=audio 4000 RTP/AVP 8\r\na=ptime:7\r\n",
      "send 2/8 map 2/8 events -1 ptime 20 rtp 4000 rtcp 4001",
      "m=audio 5000 RTP/AVP 8"},
+    {"events without * and # are of no use",
+     {"pcma"},
+     "m=audio 4000 RTP/AVP 8 97\r\na=rtpmap:97 telephone-event/8000\r\na=fmtp:97 0-9,12-15\r\n",
+     "send 2/8 map 2/8 events -1 ptime 20 rtp 4000 rtcp 4001",
+     "m=audio 5000 RTP/AVP 8 97"},
     {"nothing in common", {"pcma"}, "m=audio 4000 RTP/AVP 111\r\na=rtpmap:111 opus/48000/2\r\n", "none", ""},
     {"events alone are no codec",
      {"pcma"},
@@ -115,6 +120,28 @@ TEST(phone_media, offers_and_takes_the_answer_of_its_like) {
     mem_deref(offer);
     mem_deref(answer);
     EXPECT_NE(lines_of(caller.offer(true)).find("a=sendonly"), std::string::npos);
+}
+
+TEST(phone_media, names_the_report_blocks_that_both_want) {
+    struct blocks {
+        std::string offered, answered, sent;
+    };
+    for (blocks const& one : std::vector<blocks>{
+             {"", "", ""},
+             {"a=rtcp-xr:voip-metrics\r\n", "a=rtcp-xr:pkt-loss-rle rcvr-rtt=all voip-metrics\r\n", "voip-metrics"},
+             {"a=rtcp-xr:rcvr-rtt=all:10 pkt-loss-rle=100 stat-summary=loss,dup x\r\n",
+              "a=rtcp-xr:pkt-loss-rle rcvr-rtt=all voip-metrics\r\n", "rcvr-rtt pkt-loss-rle=100"}}) {
+        session_description ours("192.0.2.1", {"pcma"}, 20);
+        ours.set_port(5000);
+        ours.set_xr({"voip-metrics", "rcvr-rtt", "pkt-loss-rle"});
+        mbuf* const offer = buffer(std::string(head) + "m=audio 4000 RTP/AVP 8\r\n" + one.offered);
+        ASSERT_TRUE(ours.read_offer(offer));
+        mem_deref(offer);
+        EXPECT_EQ(ours.plan()->xr, one.sent);
+        std::string const answer = lines_of(ours.answer());
+        EXPECT_EQ(answer.find("rtcp-xr") == answer.npos, one.answered.empty());
+        EXPECT_NE(answer.find(one.answered), answer.npos) << answer;
+    }
 }
 
 struct protected_offer {

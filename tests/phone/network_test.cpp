@@ -1,9 +1,9 @@
 #include <cstdlib>
 
 #include "tests/phone/device.h"
+#include "tests/phone/far_agent.h"
 #include "tests/srtp/libsrtp_peer.h"
 #include "tests/support/rtp_builder.h"
-#include "tests/support/udp_peer.h"
 
 namespace {
 
@@ -25,12 +25,6 @@ struct registered_device : device {
                      transport + "\"\n" + more,
                  "registrar = \"pbx\"\npassword_env = \"PHONE_TEST_PASSWORD\"\n") {}
 };
-
-std::string next_datagram(udp_peer const& at) {
-    std::string buffer(65536, 0);
-    ssize_t const n = shows(at.fd(), POLLIN) ? recv(at.fd(), buffer.data(), buffer.size(), 0) : 0;
-    return buffer.substr(0, static_cast<std::size_t>(std::max<ssize_t>(n, 0)));
-}
 
 /// 20 ms of a tone of 1 kHz.
 std::string loud_alaw() {
@@ -176,14 +170,6 @@ TEST_F(phone_network, calls_between_lines_go_on_while_the_registrar_is_away) {
     EXPECT_TRUE(here.phone.wait_for_text("line 0: registered")) << "within a minute";
 }
 
-/// The text behind `begin` up to one of `ends`.
-std::string between(std::string const& text, std::string const& begin, char const* ends) {
-    std::size_t const from = text.find(begin);
-    return from == text.npos
-               ? ""
-               : text.substr(from + begin.size(), text.find_first_of(ends, from + begin.size()) - from - begin.size());
-}
-
 std::string from_base64(std::string_view text) {
     constexpr std::string_view digits = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
     std::string bytes;
@@ -196,38 +182,24 @@ std::string from_base64(std::string_view text) {
     return bytes;
 }
 
-/// Answers an INVITE with this audio description, at the port of `media`.
-std::string answered(udp_peer const& sip, udp_peer const& media, std::string const& request, std::string const& audio) {
-    std::string kept;
-    for (char const* header : {"Via", "From", "Call-ID", "CSeq"})
-        kept += std::string(header) + between(request, std::string("\r\n") + header, "\r") + "\r\n";
-    std::string const sdp = "v=0\r\no=- 1 1 IN IP4 127.0.0.1\r\ns=-\r\nc=IN IP4 127.0.0.1\r\nt=0 0\r\nm=audio " +
-                            std::to_string(bound_port(media.fd())) + " " + audio;
-    return "SIP/2.0 200 OK\r\n" + kept + "To" + between(request, "\r\nTo", "\r") +
-           ";tag=far\r\nContact: <sip:far@127.0.0.1:" + std::to_string(bound_port(sip.fd())) +
-           ">\r\nContent-Type: application/sdp\r\nContent-Length: " + std::to_string(sdp.size()) + "\r\n\r\n" + sdp;
-}
-
 constexpr char const* far_key = "d0RmdmcmVCspeEc3QGZiNWpVLFJhQX1cfHAwJSoj";
 
 TEST_F(phone_network, speaks_srtp_with_an_independent_far_end) {
-    udp_peer const sip, media;
-    device here("{ keys = \"0\", call = \"sip:far@127.0.0.1:" + std::to_string(bound_port(sip.fd())) + "\" }", "",
-                "srtp = \"required\"\n");
+    std::uint16_t const port = free_port();
+    far_agent far(port);
+    device here("{ keys = \"0\", call = \"sip:far@127.0.0.1:" + std::to_string(far.port()) + "\" }", "",
+                "srtp = \"required\"\n", port);
     here.driver_says("off-hook 0");
     here.dial(0, "0");
-    std::string const invite = next_datagram(sip);
+    std::string const invite = far.receive_call();
     ASSERT_NE(invite.find(" RTP/SAVP 8 0"), std::string::npos) << invite;
     std::string const its_key = from_base64(between(invite, "AES_CM_128_HMAC_SHA1_32 inline:", "|\r"));
     ASSERT_EQ(its_key.size(), 30u);
-    ip_port const caller(str(127, 0, 0, 1), here.sip_port);
-    sip.send(caller,
-             answered(sip, media, invite,
-                      std::string("RTP/SAVP 8\r\na=crypto:2 AES_CM_128_HMAC_SHA1_32 ") + "inline:" + far_key + "\r\n"));
-    ASSERT_TRUE(next_datagram(sip).starts_with("ACK sip:far@"));
+    far.answer(invite, "200 OK", std::string("RTP/SAVP 8\r\na=crypto:2 AES_CM_128_HMAC_SHA1_32 inline:") + far_key);
+    ASSERT_FALSE(far.receive("ACK").empty());
 
     libsrtp_peer listener(libsrtp_peer::receives, to_str(its_key), 4);
-    str packet = to_str(next_datagram(media));
+    str packet = to_str(next_datagram(far.media));
     ASSERT_TRUE(listener.unprotect(packet));
     EXPECT_EQ(rtp_packet::parse(to_string(packet)).payload_type, 8);
 
@@ -238,13 +210,13 @@ TEST_F(phone_network, speaks_srtp_with_an_independent_far_end) {
             .payload_type = 8, .sequence = number, .timestamp = number * 160u, .ssrc = 7, .payload = loud_alaw()}
                                 .build());
         ASSERT_TRUE(speaker.protect(spoken));
-        media.send(to, to_string(spoken));
+        far.media.send(to, to_string(spoken));
     }
     EXPECT_TRUE(here.hears(0, -20, 0));
     here.driver_says("on-hook 0");
-    std::string const bye = next_datagram(sip);
-    ASSERT_TRUE(bye.starts_with("BYE sip:far@")) << bye;
-    sip.send(caller, answered(sip, media, bye, "RTP/SAVP 8\r\n"));
+    std::string const bye = far.receive("BYE");
+    ASSERT_FALSE(bye.empty());
+    far.answer(bye, "200 OK");
     ASSERT_TRUE(here.phone.wait_for_text("\"ended_by\":\"telephone\""));
     EXPECT_EQ(here.phone.end(SIGTERM), 0);
     EXPECT_EQ((here.phone.out + here.phone.err).find("inline:d"), std::string::npos) << "keys are for nobody's eyes";

@@ -1,0 +1,141 @@
+#include "tests/phone/device.h"
+#include "tests/phone/far_agent.h"
+#include "tests/support/rtp_builder.h"
+
+/// What a far end may do in a call, message by message.
+namespace {
+
+/// A device whose key 0 calls a far agent.
+struct scene {
+    far_agent far;
+    device here;
+
+    explicit scene(std::string const& keys = {}) : scene(free_port(), keys) {}
+
+    std::string called() {
+        here.driver_says("off-hook 0");
+        here.dial(0, "0");
+        return far.receive_call();
+    }
+    /// Answers the INVITE of called() and waits for the ACK.
+    void answer(std::string const& invite, std::string const& audio, udp_peer const* where = nullptr) {
+        far.answer(invite, "200 OK", audio, "", where);
+        ASSERT_FALSE(far.receive("ACK").empty());
+    }
+    void far_hangs_up(int number) {
+        far.request("BYE", number);
+        EXPECT_FALSE(far.receive("SIP/2.0 200").empty());
+        EXPECT_TRUE(here.phone.wait_for_text("\"ended_by\":\"far\""));
+    }
+
+private:
+    scene(std::uint16_t port, std::string const& keys)
+        : far(port),
+          here("{ keys = \"0\", call = \"sip:far@127.0.0.1:" + std::to_string(far.port()) + "\" }", "", keys, port) {}
+};
+
+rtp_packet next_rtp(udp_peer const& at) {
+    std::string const datagram = next_datagram(at);
+    return datagram.size() < 12 ? rtp_packet{.payload_type = -1} : rtp_packet::parse(datagram);
+}
+
+/// A packet of A-law to where a description wants media.
+void speak(udp_peer const& from, std::string const& description, std::uint16_t number) {
+    from.send(ip_port(str(127, 0, 0, 1), std::stoi(between(description, "\r\nm=audio ", " "))),
+              rtp_packet{.payload_type = 8,
+                         .sequence = number,
+                         .timestamp = number * 160u,
+                         .ssrc = 7,
+                         .payload = std::string(160, '\x55')}
+                  .build());
+}
+
+TEST(phone_far_end, changes_codec_and_address_and_holds) {
+    scene one;
+    udp_peer const elsewhere;
+    one.answer(one.called(), "RTP/AVP 8");
+    EXPECT_EQ(next_rtp(one.far.media).payload_type, 8);
+
+    one.far.request("INVITE", 10, "RTP/AVP 0", "Session-Expires: 1800;refresher=uac\r\nSupported: timer\r\n",
+                    &elsewhere);
+    EXPECT_NE(one.far.receive("SIP/2.0 200").find(" RTP/AVP 0\r\n"), std::string::npos) << "a session refresh, too";
+    one.far.request("ACK", 10);
+    EXPECT_EQ(next_rtp(elsewhere).payload_type, 0);
+
+    one.far.request("INVITE", 11, "RTP/AVP 111\r\na=rtpmap:111 opus/48000/2");
+    EXPECT_FALSE(one.far.receive("SIP/2.0 488").empty());
+    one.far.request("ACK", 11);
+    one.far.request("INVITE", 12, "RTP/AVP 8\r\na=sendonly");
+    EXPECT_NE(one.far.receive("SIP/2.0 200").find("a=recvonly"), std::string::npos);
+    one.far.request("ACK", 12);
+    one.far.request("INVITE", 13, "RTP/AVP 8");
+    EXPECT_NE(one.far.receive("SIP/2.0 200").find("a=sendrecv"), std::string::npos);
+    one.far.request("ACK", 13);
+    one.far_hangs_up(14);
+}
+
+TEST(phone_far_end, offers_at_the_same_moment) {
+    scene one;
+    one.answer(one.called(), "RTP/AVP 8");
+    one.here.flash(0);
+    std::string const ours = one.far.receive("INVITE");
+    EXPECT_NE(ours.find("a=sendonly"), std::string::npos) << ours;
+    one.far.request("INVITE", 10, "RTP/AVP 8");
+    EXPECT_FALSE(one.far.receive("SIP/2.0 491").empty()) << "RFC 3261 section 14.2";
+    one.far.request("ACK", 10);
+    one.far.answer(ours, "491 Request Pending");
+    EXPECT_FALSE(one.far.receive("ACK").empty());
+    std::string const again = one.far.receive("INVITE");
+    EXPECT_NE(again.find("a=sendonly"), std::string::npos) << again;
+    one.far.answer(again, "200 OK", "RTP/AVP 8\r\na=recvonly");
+    EXPECT_FALSE(one.far.receive("ACK").empty());
+    one.far_hangs_up(11);
+}
+
+TEST(phone_far_end, calls_without_an_offer) {
+    scene one;
+    one.far.call("101", "", "Require: 100rel\r\n");
+    EXPECT_EQ(header(one.far.receive("SIP/2.0 420"), "Unsupported"), "100rel");
+    one.far.request("ACK", 1);
+    one.far.request("INVITE", 2);
+    EXPECT_FALSE(one.far.receive("SIP/2.0 180").empty());
+    one.here.driver_says("off-hook 1");
+    std::string const offer = one.far.answered();
+    ASSERT_NE(offer.find("m=audio "), std::string::npos);
+    udp_peer const reports;
+    one.far.request("ACK", 2,
+                    "RTP/AVP 8\r\na=rtcp:" + std::to_string(bound_port(reports.fd())) + "\r\na=rtcp-xr:rcvr-rtt=all");
+    EXPECT_EQ(next_rtp(one.far.media).payload_type, 8);
+    bool extended = false;  // RFC 3611 section 2, once there is something to report on
+    for (std::uint16_t tries = 0; tries < 4 && !extended; tries++) {
+        speak(one.far.media, offer, tries);
+        extended = next_datagram(reports).find("\x80\xCF") != std::string::npos;
+    }
+    EXPECT_TRUE(extended);
+    one.far_hangs_up(3);
+}
+
+TEST(phone_far_end, sends_the_caller_elsewhere) {
+    scene one;
+    far_agent other(one.here.sip_port);
+    one.far.answer(one.called(), "302 Moved Temporarily", "",
+                   "Contact: <sip:moved@127.0.0.1:" + std::to_string(other.port()) + ">\r\n");
+    EXPECT_FALSE(one.far.receive("ACK").empty());
+    std::string const invite = other.receive_call();
+    EXPECT_TRUE(invite.starts_with("INVITE sip:moved@")) << invite;
+    other.answer(invite, "486 Busy Here");
+    EXPECT_TRUE(one.here.phone.wait_for_text("\"sip_code\":486"));
+}
+
+TEST(phone_far_end, is_sent_to_where_it_sends_from_when_its_address_is_private) {
+    scene one;
+    udp_peer const said;  // behind its translator nobody hears this
+    std::string const invite = one.called();
+    one.answer(invite, "RTP/AVP 8", &said);
+    EXPECT_EQ(next_rtp(said).payload_type, 8);
+    speak(one.far.media, invite, 0);
+    EXPECT_EQ(next_rtp(one.far.media).payload_type, 8);
+    one.far_hangs_up(10);
+}
+
+}  // namespace
