@@ -197,14 +197,6 @@ void adapter::on(fxsmedia::timed_out const& request) {
 }
 
 /// Who names a private address sits behind a translator, or beside us: what comes from there tells where to send.
-void adapter::on(fxsmedia::new_ssrc_report const& stream) {
-    leg* const one = leg_of(stream.call);
-    if (one == nullptr || !one->offered || one->source || *one->offered == stream.from || !is_private(*one->offered))
-        return;
-    one->source = stream.from;
-    process.send(fxsmedia::media_command{.call = one->channel, .rtp = stream.from, .rtcp = port_above(stream.from)});
-}
-
 void adapter::on(fxsmedia::driver_report const& said) {
     auto const word = read_driver_word(said.text);
     if (!word || stopping)
@@ -346,6 +338,13 @@ void adapter::media_agreed(sip_call& call, media_plan const& plan) {
         one->srtp = plan.srtp;
     }
     process.send(command);
+}
+
+void adapter::follow_source(leg& one, fxsmedia::endpoint const& source) {
+    if (!one.offered || one.source || *one.offered == source || !is_private(*one.offered))
+        return;
+    one.source = source;
+    process.send(fxsmedia::media_command{.call = one.channel, .rtp = source, .rtcp = port_above(source)});
 }
 
 // Whose is it

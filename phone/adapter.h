@@ -83,7 +83,6 @@ private:
     void on(fxsmedia::process_restarted const&);
     void on(fxsmedia::open_report const& opened);
     void on(fxsmedia::timed_out const& request);
-    void on(fxsmedia::new_ssrc_report const& stream);
     void on(fxsmedia::driver_report const& said);
     void on(fxsmedia::rtcp_report const& copy);
     void on(fxsmedia::new_ssrc_report const& stream);
@@ -95,6 +94,7 @@ private:
     void media_agreed(sip_call& call, media_plan const& plan) override;
     void referred(sip_call& call, sip_msg const* request) override;
     void note(leg& one, happening what);
+    void follow_source(leg& one, fxsmedia::endpoint const& source);
     void register_telephones();
     bool sent_elsewhere(telephone const& called, sip_msg const* request);
     void message_summary(std::string const& user, bool waiting);

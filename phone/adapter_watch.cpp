@@ -79,8 +79,10 @@ void adapter::on(fxsmedia::rtcp_report const& copy) {
 }
 
 void adapter::on(fxsmedia::new_ssrc_report const& stream) {
-    if (leg* const one = leg_of(stream.call))
+    if (leg* const one = leg_of(stream.call)) {
         one->heard.stream_began(now());
+        follow_source(*one, stream.from);
+    }
 }
 
 void adapter::on(fxsmedia::confirmed const& answer) {
