@@ -32,7 +32,7 @@ jitter_buffer::arrival jitter_buffer::put(std::uint32_t sequence, bool marker, p
     return {.thrown_away = insert(sequence, entry)};
 }
 
-jitter_buffer::arrival jitter_buffer::store(std::uint32_t sequence, packet entry) {
+jitter_buffer::arrival jitter_buffer::store(std::uint32_t sequence, packet const& entry) {
     if (sequence <= last_played)
         return {.late = true};
     return {.thrown_away = insert(sequence, entry)};

@@ -50,7 +50,7 @@ public:
 
     // ---- for a strategy that has its own idea of when a packet is due (adaptive_playout)
     /// put() without talk spurts and depth. When it throws away what it holds, play-out goes on from where it is.
-    arrival store(std::uint32_t sequence, packet entry);
+    arrival store(std::uint32_t sequence, packet const& entry);
     bool empty() const { return packets.empty(); }
     /// Number of the oldest one. Not while empty().
     std::uint32_t get_first_number() const { return static_cast<std::uint32_t>(packets.begin()->first); }
