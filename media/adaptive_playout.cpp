@@ -17,8 +17,13 @@ constexpr int longest_caution = 60 * first_caution;
 constexpr int longest_jump = 3000 * one_ms;     // of timestamps; beyond, the sender began anew
 constexpr int longest_lateness = 300 * one_ms;  // chosen: speech that was held up longer is dropped, not caught up with
 constexpr int held_up = 60 * one_ms;            // what comes later than this was held up with what follows it
-constexpr int piece_samples = 40 * one_ms;      // decoded at a time
-constexpr int clock_step = 500 * one_ms;        // arrival times against the line: the system's clock was set
+// Lateness that the packets' delays don't explain (clocks that drift fast, packets that begin in the midst of a block):
+// 2 ms more for each packet that comes too late in part, 0.8 ms less a second, in 1/16 tick.
+constexpr int shortage_unit = 16;
+constexpr int shortage_step = 2 * one_ms * shortage_unit;
+constexpr int most_shortage = 20 * one_ms * shortage_unit;
+constexpr int piece_samples = 40 * one_ms;          // decoded at a time
+constexpr std::uint32_t clock_step = 500 * one_ms;  // arrival times against the line: the system's clock was set
 constexpr int far_back = 100, far_back_packets = 3, back_packets = 25;  // numbers that tell a restart from lateness
 
 /// How fast the delay is brought down: the more there is too much, the sooner and the rougher.
@@ -92,9 +97,9 @@ bool adaptive_playout::restarts(jitter_buffer const& received, std::uint32_t seq
     return ++late_in_row >= (far ? far_back_packets : back_packets);
 }
 
-/// Ticks from the end of the queue to the packet's first sample; below 0: its time is over.
+/// Ticks from the end of the queue to the packet's first sample, 3 s and one at most; below 0: its time is over.
 int adaptive_playout::offset_of(jitter_buffer::packet const& packet) const {
-    return static_cast<int>(packet.timestamp - media_end);
+    return std::clamp(static_cast<int>(packet.timestamp - media_end), -longest_jump - 1, longest_jump + 1);
 }
 
 bool adaptive_playout::first_is_playable(jitter_buffer const& received) const {
@@ -104,10 +109,23 @@ bool adaptive_playout::first_is_playable(jitter_buffer const& received) const {
     return offset <= 0 || offset > longest_jump;
 }
 
+/// Whether the packets give 10 ms; those behind the first one are taken for as long as it.
+bool adaptive_playout::has_block(jitter_buffer const& received) const {
+    int samples = queue.size();
+    if (first_is_playable(received)) {
+        jitter_buffer::packet const& first = received.get_first();
+        int const length = samples_of(first);
+        if (first.codec == codec::telephone_event || length == 0 || std::abs(offset_of(first)) > held_up)
+            return true;
+        samples += length * received.get_held();
+    }
+    return samples >= block_samples || !pending.payload.empty();
+}
+
 /// Brings the delay up to date: how early the packet came for its own time, and how much later than the fastest one.
 void adaptive_playout::measure(jitter_buffer::packet const& packet) {
     std::uint32_t const arrival = packet.received.get_rtp_timestamp();
-    if (std::abs(static_cast<int>((arrival - measured_arrival) - (line_time - measured_at))) > clock_step)
+    if ((arrival - measured_arrival) - (line_time - measured_at) + clock_step > 2 * clock_step)
         delays.clear();
     measured_arrival = arrival;
     measured_at = line_time;
@@ -130,7 +148,8 @@ void adaptive_playout::move_delay(int by) {
 }
 
 int adaptive_playout::wanted_delay() const {
-    return careful > 0 ? std::max(delays.get_usual(), block_samples) : delays.get_usual();
+    int const usual = delays.get_usual() + shortage / shortage_unit;
+    return careful > 0 ? std::max(usual, block_samples + shortage / shortage_unit) : usual;
 }
 
 void adaptive_playout::note_trouble() {
@@ -142,6 +161,7 @@ void adaptive_playout::note_trouble() {
 void adaptive_playout::pass_block() {
     line_time += block_samples;
     careful = std::max(careful - block_samples, 0);
+    shortage = std::max(shortage - 1, 0);
     if (queued > 0) {
         queued--;
     } else if (made_up.is_silent()) {
@@ -158,13 +178,14 @@ void adaptive_playout::pass_block() {
 bool adaptive_playout::due(jitter_buffer const& received) const {
     if (!has_room())
         return false;
-    if (queue.size() >= block_samples || !pending.payload.empty() || first_is_playable(received))
+    if (has_block(received))
         return true;
     if (queued > 0)
         return false;
-    if (!received.empty())
-        return true;
-    return !made_up.is_silent() && (careful > 0 || starved);
+    bool const will_not_wait = careful > 0 || starved;
+    if (received.empty())
+        return will_not_wait && !made_up.is_silent();
+    return will_not_wait || made_up.is_silent() || !first_is_playable(received);
 }
 
 void adaptive_playout::skip_block(jitter_buffer& received) {
@@ -195,10 +216,8 @@ str adaptive_playout::next(jitter_buffer& received, codec& decoder, events& told
 void adaptive_playout::fill(jitter_buffer& received, codec& decoder, events& told, int samples) {
     while (queue.size() < samples) {
         int const missing = samples - queue.size();
-        if (!pending.payload.empty())
-            decode_piece(decoder);
-        else if (first_is_playable(received))
-            take(received, decoder, told);
+        if (!pending.payload.empty() || first_is_playable(received))
+            take_more(received, decoder, told);
         else if (received.empty())
             conceal(decoder, missing);
         else
@@ -207,6 +226,14 @@ void adaptive_playout::fill(jitter_buffer& received, codec& decoder, events& tol
 }
 
 // ---- from packets to the queue
+
+/// More of the packet that is played, else the first one that waits.
+void adaptive_playout::take_more(jitter_buffer& received, codec& decoder, events& told) {
+    if (pending.payload.empty())
+        take(received, decoder, told);
+    else
+        decode_piece(decoder);
+}
 
 void adaptive_playout::take(jitter_buffer& received, codec& decoder, events& told) {
     jitter_buffer::departure const taken = received.take_first();
@@ -234,6 +261,8 @@ bool adaptive_playout::fit(jitter_buffer const& received, jitter_buffer::packet 
         media_end = packet.timestamp;
         return true;
     }
+    if (late > 0 && late <= held_up)
+        shortage = std::min(shortage + shortage_step, most_shortage);
     // With nothing behind it to go on with, or held up with what is, it is heard whole and makes the delay longer.
     if (late <= longest_lateness && (received.empty() || late > held_up)) {
         move_delay(late);
@@ -297,7 +326,7 @@ void adaptive_playout::adapt(jitter_buffer& received, codec& decoder, events& to
     constexpr int longest = speech_queue::longest_period;
     since_change += block_samples;
     int const surplus = get_delay() - wanted_delay();
-    if (event_samples > 0 || made_up.is_active())
+    if (event_samples > 0 || made_up.is_silent())
         return;
     int changed = 0;
     if (surplus <= lowering.surplus && since_change >= lowering.pause) {
@@ -309,8 +338,9 @@ void adaptive_playout::adapt(jitter_buffer& received, codec& decoder, events& to
             h = careful > 0 ? &at_rest : &at_rest_clean;
         if (surplus < h->surplus || since_change < h->pause)
             return;
-        while (queue.size() < block_samples + 2 * longest && first_is_playable(received) && event_samples == 0)
-            take(received, decoder, told), fill(received, decoder, told, queue.size() + !pending.payload.empty());
+        while (queue.size() < block_samples + 2 * longest && event_samples == 0 &&
+               (!pending.payload.empty() || first_is_playable(received)))
+            take_more(received, decoder, told);
         if (event_samples == 0)
             changed = -queue.cut(
                 std::min(surplus < block_samples ? surplus : surplus + 5 * one_ms, queue.size() - block_samples),

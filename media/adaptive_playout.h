@@ -62,6 +62,7 @@ private:
     bool restarts(jitter_buffer const& received, std::uint32_t sequence);
     int offset_of(jitter_buffer::packet const& packet) const;
     bool first_is_playable(jitter_buffer const& received) const;
+    bool has_block(jitter_buffer const& received) const;
     void measure(jitter_buffer::packet const& packet);
     void note_delay(int measured);
     void move_delay(int by);
@@ -70,6 +71,7 @@ private:
     void note_trouble();
 
     void fill(jitter_buffer& received, codec& decoder, events& told, int samples);
+    void take_more(jitter_buffer& received, codec& decoder, events& told);
     void take(jitter_buffer& received, codec& decoder, events& told);
     bool fit(jitter_buffer const& received, jitter_buffer::packet const& packet);
     void take_event(codec& decoder, str const& payload);
@@ -99,6 +101,7 @@ private:
     int event_samples = 0;     ///< up to the end of the last event's tone in the queue
     int caution;               ///< ticks for which trouble is expected after trouble
     int careful = 0;           ///< ticks for which a block more is kept
+    int shortage = 0;          ///< delay wanted beyond what the packets' delays say, 1/16 tick
     int since_change = 0;      ///< ticks since the time scale was changed
     int erased = 0;            ///< samples that the coder made up in a row
     int late_in_row = 0;       ///< packets

@@ -8,6 +8,7 @@ namespace {
 constexpr int bucket_ticks = 40;               // 5 ms
 constexpr std::uint32_t period_ticks = 16000;  // 2 s
 constexpr int slowest_forgetting = 8;          // shift: 256 packets
+constexpr int longest = 80000;                 // 10 s, far beyond any buffer
 constexpr std::uint32_t whole = 1U << 30;
 constexpr std::uint32_t tail = whole / 100;  // chosen: what may come later than the target
 
@@ -51,7 +52,7 @@ int arrival_delays::follow_fastest(std::uint32_t transit, std::uint32_t arrived)
     if (slower > 0)
         shift(slower);
     base = now;
-    return std::max(difference(transit, base), 0);
+    return std::clamp(difference(transit, base), 0, longest);
 }
 
 /// The fastest packet is now `ticks` slower: all delays are less by that. When it is faster they stay: what came by the

@@ -52,8 +52,7 @@ public:
     /// put() without talk spurts and depth. When it throws away what it holds, play-out goes on from where it is.
     arrival store(std::uint32_t sequence, packet const& entry);
     bool empty() const { return packets.empty(); }
-    /// Number of the oldest one. Not while empty().
-    std::uint32_t get_first_number() const { return static_cast<std::uint32_t>(packets.begin()->first); }
+    int get_held() const { return packets.size(); }
     /// The oldest one. Not while empty().
     packet const& get_first() const { return packets.begin()->second; }
     /// Takes the oldest one; those that are missing before it are late from now on. Not while empty().
