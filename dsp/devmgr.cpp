@@ -175,10 +175,12 @@ str devmgr::mix_audio(str const& pcm, str& queue) {
         return pcm;
     int const n = std::min(pcm.length(), queue.length());
     str mixed = pcm;
-    unsigned char* const out = mixed.buffer();
-    unsigned char const* const add = queue.cbuffer();
-    for (int i = 0; i < n / pcm::sample_bytes; i++)
-        pcm::store_sample(out, i, saturated_sum(pcm::load_sample(out, i), pcm::load_sample(add, i)));
+    pcm::with_alignment_known(mixed.buffer(), [&](unsigned char* out) {
+        pcm::with_alignment_known(queue.cbuffer(), [=](unsigned char const* add) {
+            for (int i = 0; i < n / pcm::sample_bytes; i++)
+                pcm::store_sample(out, i, saturated_sum(pcm::load_sample(out, i), pcm::load_sample(add, i)));
+        });
+    });
     queue = queue.substr(n);
     return mixed;
 }
