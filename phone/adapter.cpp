@@ -243,7 +243,7 @@ void adapter::take_invite(sip_msg const* request) {
         return;
     }
     leg& one = called->legs[*free];
-    begin_call(one, sip_call_direction::incoming);
+    begin_call(one, sip_call_direction::incoming, sa_af(&request->src) == AF_INET6);
     if (!one.call->take(agent.door(), agent.stack(), request, called->settings.user)) {
         one.record.reset();
         end(one);

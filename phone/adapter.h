@@ -111,9 +111,9 @@ private:
     void open(leg& one, bool on_line);
     void end(leg& one);
     void write_record(leg& one);
-    std::unique_ptr<session_description> describe_media(leg const& one);
+    std::unique_ptr<session_description> describe_media(leg const& one, bool over_ipv6);
     void transfer(telephone& which, leg& one, std::string const& to);
-    void begin_call(leg& one, sip_call_direction direction);
+    void begin_call(leg& one, sip_call_direction direction, bool over_ipv6);
     void invite(telephone& from, leg& one);
     void answer(telephone& at, leg& one);
     void play(leg const& one, tone sound);

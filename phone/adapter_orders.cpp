@@ -128,17 +128,17 @@ void adapter::end(leg& one) {
     one.on_process = false;
 }
 
-std::unique_ptr<session_description> adapter::describe_media(leg const& one) {
+std::unique_ptr<session_description> adapter::describe_media(leg const& one, bool over_ipv6) {
     telephone_settings const& own = telephone_of(one.line)->settings;
-    auto media = std::make_unique<session_description>(settings.sip_ip, own.codecs, own.ptime_ms, own.srtp);
+    auto media = std::make_unique<session_description>(settings.ip_for(over_ipv6), own.codecs, own.ptime_ms, own.srtp);
     media->set_xr(own.xr);
     return media;
 }
 
-void adapter::begin_call(leg& one, sip_call_direction direction) {
+void adapter::begin_call(leg& one, sip_call_direction direction, bool over_ipv6) {
     std::uint32_t const drawn = rand_u32();
     std::memcpy(one.ssrc, &drawn, sizeof one.ssrc);
-    one.media = describe_media(one);
+    one.media = describe_media(one, over_ipv6);
     one.srtp.reset();
     one.offered.reset();
     one.source.reset();
@@ -160,15 +160,16 @@ void adapter::port_known(leg& one) {
 
 void adapter::invite(telephone& from, leg& one) {
     std::string const to = std::exchange(one.to_invite, "");
-    begin_call(one, sip_call_direction::outgoing);
+    auto const& registrar = from.settings.registrar;
+    std::string const own = "sip:" + from.settings.user + "@" + (registrar ? registrar->domain : settings.own_domain());
+    std::string const route = registrar && !agent.is_here(to) ? registrar->way_out() : "";
+    bool const over_ipv6 = (route.empty() ? to : route).find('[') != std::string::npos;  // "sip:100@[2001:db8::1]"
+    begin_call(one, sip_call_direction::outgoing, over_ipv6);
     one.media->set_port(one.rtp_port);
     one.record->far = to;
     one.record->lift_to_tone_ms = from.lift_to_tone_ms;
     one.record->last_key_ms = from.last_key_ms;
     bool const hidden = std::exchange(one.anonymous, false);
-    auto const& registrar = from.settings.registrar;
-    std::string const own = "sip:" + from.settings.user + "@" + (registrar ? registrar->domain : settings.own_domain());
-    std::string const route = registrar && !agent.is_here(to) ? registrar->way_out() : "";
     std::string const headers = std::exchange(one.invite_headers, "") + (hidden ? "Privacy: id\r\n" : "");
     if (one.call->invite(agent.door(), to, hidden ? "sip:anonymous@anonymous.invalid" : own,
                          hidden ? "Anonymous" : from.settings.display_name, hidden ? "anonymous" : from.settings.user,

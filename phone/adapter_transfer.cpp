@@ -65,7 +65,7 @@ bool adapter::takes_over(sip_msg const* request) {
 /// The new call goes on where the old one was, on the same channel.
 void adapter::take_over(leg& one, sip_msg const* request) {
     telephone& which = *telephone_of(one.line);
-    auto media = describe_media(one);
+    auto media = describe_media(one, sa_af(&request->src) == AF_INET6);
     call_owner& owner = *this;
     auto call = std::make_unique<sip_call>(owner, *media, which.settings.login);
     media->set_port(one.rtp_port);

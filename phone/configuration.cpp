@@ -138,6 +138,10 @@ phone_settings read_all(toml::table const& file) {
         one.text("instance", settings.instance);
         if (!fxsmedia::endpoint::from_text(settings.sip_ip.c_str(), 0))
             complain(*one.find("ip"), "'" + settings.sip_ip + "' is no IP address");
+        one.text("ip6", settings.sip_ip6);
+        auto const six = fxsmedia::endpoint::from_text(settings.sip_ip6.c_str(), 0);
+        if (one.find("ip6") != nullptr && (!six || six->ip_bytes != 16))
+            complain(*one.find("ip6"), "'" + settings.sip_ip6 + "' is no IPv6 address");
     });
     in_section(whole, "tls", [&](section& one) { read_tls(one, settings.tls); });
     in_section(whole, "driver", [&](section& one) {

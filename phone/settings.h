@@ -75,6 +75,7 @@ struct telephone_settings {
 struct phone_settings {
     int process_port = 0;
     std::string sip_ip = "127.0.0.1";  ///< also where media is received
+    std::string sip_ip6;               ///< the same of IPv6 beside it; empty: none
     int sip_port = 5060;
     std::string domain;  ///< of the telephones' own addresses; empty: sip_ip:sip_port
     tls_settings tls;
@@ -101,7 +102,12 @@ struct phone_settings {
     bool uses_tls() const { return !tls.certificate.empty() || !tls_hosts().empty(); }
 
     /// Domain or, without one, the address that it listens on.
-    std::string own_domain() const { return domain.empty() ? sip_ip + ":" + std::to_string(sip_port) : domain; }
+    std::string own_domain() const {
+        bool const six = sip_ip.find(':') != std::string::npos;
+        return !domain.empty() ? domain : (six ? "[" + sip_ip + "]" : sip_ip) + ":" + std::to_string(sip_port);
+    }
+    /// Where a far end of that family finds us.
+    std::string const& ip_for(bool over_ipv6) const { return over_ipv6 && !sip_ip6.empty() ? sip_ip6 : sip_ip; }
 };
 
 }  // namespace fxsphone

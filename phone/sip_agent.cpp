@@ -86,8 +86,9 @@ std::string sip_agent::start(phone_settings const& settings, bool trace, incomin
                            handlers::ended, this);
     if (failed != 0)
         return std::strerror(failed);
-    if (std::string problem = listen_on(settings.sip_ip, settings); !problem.empty())
-        return problem;
+    for (std::string const& ip : {settings.sip_ip, settings.sip_ip6})
+        if (std::string problem = ip.empty() ? "" : listen_on(ip, settings); !problem.empty())
+            return problem;
     failed = sipsess_listen(&sessions, transactions, static_cast<int>(hash_buckets), handlers::invite, this);
     failed = failed != 0 ? failed : sip_listen(&requests, transactions, true, handlers::other, this);
     if (trace)

@@ -21,14 +21,14 @@ constexpr int rate = 8000, block = pcm::block_samples, peak = 8000;
 struct course {
     char const* name;
     int loss_percent = 0, burst_packets = 1;
-    int jitter_ms = 0;                   ///< uniform, of each packet by itself
-    int stall_ms = 0;                    ///< once, at 10 s
-    int ppm = 0;                         ///< the sender's clock against the line
+    int jitter_ms = 0;  ///< uniform, of each packet by itself
+    int stall_ms = 0;   ///< once, at 10 s
+    int ppm = 0;        ///< the sender's clock against the line
     int packet_samples = 160;
     int codec = codec::linear;
     // ---- what may come of it
-    int longest_delay_ms = 10;           ///< in the last 10 s, packet time not counted
-    int shortest_gap_samples = 16;       ///< silence in a row that is noticed as a gap
+    int longest_delay_ms = 10;      ///< in the last 10 s, packet time not counted
+    int shortest_gap_samples = 16;  ///< silence in a row that is noticed as a gap
     int most_gaps = 0;
 };
 
@@ -190,7 +190,8 @@ TEST(adaptive_playout, keeps_delay_and_speech_on_bad_networks) {
 }
 
 TEST(adaptive_playout, makes_up_lost_speech_in_every_codec) {
-    for (int const number : {codec::mu_law, codec::a_law, codec::g729, codec::gsm_full_rate, codec::g722_64, codec::g726_32}) {
+    for (int const number :
+         {codec::mu_law, codec::a_law, codec::g729, codec::gsm_full_rate, codec::g722_64, codec::g726_32}) {
         call const tone({.name = "", .loss_percent = 5, .codec = number}, sine, dice(1));
         int quiet = 0;
         for (std::size_t i = rate / 2; i + 320 < tone.heard.size(); i += 320) {
@@ -237,9 +238,9 @@ TEST(adaptive_playout, an_event_is_heard_for_its_duration_in_one_piece) {
     for (int number = 0; number < 100; number++) {
         bool const event = number >= 52 && number < 60;
         int const duration = std::min(number - 51, 5) * 160;  // five steps, then the end three times more
-        str const payload = event ? str(5, 10, static_cast<unsigned char>(duration >> 8),
-                                        static_cast<unsigned char>(duration & 255))
-                                  : str('\0', 2 * 160);
+        str const payload =
+            event ? str(5, 10, static_cast<unsigned char>(duration >> 8), static_cast<unsigned char>(duration & 255))
+                  : str('\0', 2 * 160);
         int const arrival_ms = number >= 40 && number < 50 ? 1000 : 20 * number;
         player.put(received, static_cast<std::uint32_t>(number + 1), number == 52,
                    {event ? codec::telephone_event : codec::linear, rtimestamp(rtimestamp::ms2ticks(arrival_ms)), false,

@@ -36,6 +36,7 @@ TEST(phone_configuration, names_the_place_of_a_mistake) {
              {process + line_0 + "keys = \"rfc4733\"\n", "f:6:8: 'rfc4733' is none of events, tones, info, none"},
              {process + line_0 + "hot_line = \"100\"\n",
               "f:6:12: 'hot_line' is to be an address that begins with sip: or sips:"},
+             {process + "[sip]\nip6 = \"127.0.0.1\"\n", "f:4:7: '127.0.0.1' is no IPv6 address"},
              {process + "[[line]]\nnumber = 4\n", "f:4:10: 'number' is to be a number from 0 to 3"},
              {process + "[[line]]\nnumber = 0\nuser = \"a@b\"\n",
               "f:5:8: 'user' is the part of a SIP address before the @"},

@@ -126,7 +126,7 @@ private:
     void configure(std::string const& more_plan, std::string const& tables, std::string const& keys) const {
         std::ofstream(folder + "/phone.toml")
             << "[process]\nport = " << process_port << "\n[sip]\nport = " << sip_port
-            << "\ninstance = \"f81d4fae-7dec-11d0-a765-00a0c91e6bf6\"\n[driver]\nring = \"" << folder
+            << "\nip6 = \"::1\"\ninstance = \"f81d4fae-7dec-11d0-a765-00a0c91e6bf6\"\n[driver]\nring = \"" << folder
             << "/ring\"\n[dial]\nplan = [{ keys = \"10x\", call = \"sip:{}@127.0.0.1:" << sip_port << "\" },\n"
             << more_plan << "]\n"
             << tables << "[[line]]\nnumber = 0\nuser = \"100\"\n"

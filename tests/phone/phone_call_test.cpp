@@ -24,6 +24,25 @@ TEST(phone_call, connects_two_lines_of_the_device) {
     expect_heard(here, 1, 0);
 }
 
+TEST(phone_call, connects_two_lines_by_ipv6) {
+    std::uint16_t const port = free_port();
+    device here("{ keys = \"6\", call = \"sip:101@[::1]:" + std::to_string(port) + "\" }", "", "", port);
+    here.driver_says("off-hook 0");
+    here.dial(0, "6");
+    ASSERT_TRUE(here.lines.wait_for_text("line 1  ring device: ring"));
+    here.driver_says("off-hook 1");
+    ASSERT_TRUE(here.phone.wait_for_text("\nACK sip:101@[::1]"));
+    here.both_speak();
+    here.driver_says("on-hook 1");
+    here.driver_says("on-hook 0");
+    ASSERT_TRUE(here.phone.wait_for_text("\"ended_by\":\"far\""));
+    EXPECT_EQ(here.phone.err.find("\nc=IN IP4"), std::string::npos) << here.phone.err;
+    EXPECT_EQ(here.phone.end(SIGTERM), 0) << here.phone.err;
+    EXPECT_EQ(here.lines.end(SIGTERM), 0);
+    expect_heard(here, 0, 1);
+    expect_heard(here, 1, 0);
+}
+
 TEST(phone_call, calls_an_independent_agent) {
     std::uint16_t const port = free_port();
     device here("{ keys = \"0.\", call = \"sip:{}@127.0.0.1:" + std::to_string(port) + "\" }");
