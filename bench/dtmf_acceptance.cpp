@@ -1,11 +1,12 @@
 // What the DTMF detector accepts and what it takes for a key by mistake, as Markdown tables on standard output.
 //
-//     dtmf_acceptance [--trials N] [file.wav ...]
+//     dtmf_acceptance [--listener] [--trials N] [file.wav ...]
 //
 // Key presses are made here in double precision, with random keys, phases and positions against the detector's blocks
 // from a fixed seed, so that a run can be repeated. A press counts as accepted when the detected text holds that key
 // exactly once and no other. The WAV files (8 kHz, first channel) are speech: every key or fax tone that the detector
-// reports in them is false. Levels are of one of the two tones in dBm0 (0 dBm0: sine of 3.14 dB below full scale).
+// reports in them is false. With --listener it is digit_listener that hears them, and standard error says how much of
+// the speech it silenced. Levels are of one of the two tones in dBm0 (0 dBm0: sine of 3.14 dB below full scale).
 
 #include <sndfile.h>
 
@@ -21,7 +22,8 @@
 #include <string>
 #include <vector>
 
-#include "dsp/dtmf_recognition.h"
+#include "dsp/digit_listener.h"
+#include "lib/pcm.h"
 
 namespace {
 
@@ -60,13 +62,36 @@ void add_tone(signal& out, std::size_t from, double length_ms, double hz, double
         out[from + i] += peak_of(dbm0) * std::sin(2 * std::numbers::pi * hz * static_cast<double>(i) / rate_hz + phase);
 }
 
+bool with_listener = false;
+long silenced_blocks = 0;
+
+/// Blocks of 10 ms, late as they come out, of which nothing is left though there was something, are counted.
+std::string listened(str const& pcm) {
+    digit_listener listener;
+    std::string keys;
+    str late[3];
+    str const silence('\0', pcm::block_bytes);
+    for (int at = 0; at + pcm::block_bytes <= pcm.length(); at += pcm::block_bytes) {
+        late[0] = late[1];
+        late[1] = late[2];
+        late[2] = pcm.substr(at, pcm::block_bytes);
+        digit_listener::result const heard = listener.hear(late[2]);
+        if (heard.key)
+            keys += heard.key;
+        silenced_blocks += heard.cleaned == silence && !late[0].empty() && late[0] != silence;
+    }
+    return keys;
+}
+
 std::string detected(signal const& in) {
     std::vector<std::int16_t> pcm;
     for (double const value : in)
         pcm.push_back(static_cast<std::int16_t>(std::lround(std::clamp(value, -32768.0, 32767.0))));
+    str const bytes(reinterpret_cast<unsigned char const*>(pcm.data()), static_cast<int>(pcm.size() * sizeof pcm[0]));
+    if (with_listener)
+        return listened(bytes);
     dtmf_recognition detector;
-    detector.add_samples(
-        str(reinterpret_cast<unsigned char const*>(pcm.data()), static_cast<int>(pcm.size() * sizeof pcm[0])));
+    detector.add_samples(bytes);
     str const& text = detector.get_detected();
     std::string keys(reinterpret_cast<char const*>(text.cbuffer()), static_cast<std::size_t>(text.length()));
     std::erase_if(keys, [](char c) { return c == ' ' || c == '?'; });
@@ -173,6 +198,7 @@ bool false_hits(std::vector<char const*> const& paths) {
         hours, paths.size());
     for (double const dbm0 : {-30.0, -25.0, -20.0, -15.0, -10.0}) {
         std::string all;
+        silenced_blocks = 0;
         for (signal& speech : recordings) {
             scale_to(speech, dbm0);
             all += detected(speech);
@@ -181,6 +207,9 @@ bool false_hits(std::vector<char const*> const& paths) {
         auto const keys = static_cast<long>(all.size()) - fax;
         std::printf("| %g | %ld | %ld | %.1f |\n", dbm0, keys, static_cast<long>(fax),
                     static_cast<double>(keys) / hours);
+        if (with_listener)
+            std::fprintf(stderr, "%g dBm0: %.1f s of speech silenced an hour\n", dbm0,
+                         static_cast<double>(silenced_blocks) / 100 / hours);
     }
     return true;
 }
@@ -190,12 +219,16 @@ bool false_hits(std::vector<char const*> const& paths) {
 int main(int argc, char** argv) {
     int trials = 1000;
     std::vector<char const*> recordings(argv + 1, argv + argc);
+    if (!recordings.empty() && std::strcmp(recordings[0], "--listener") == 0) {
+        with_listener = true;
+        recordings.erase(recordings.begin());
+    }
     if (recordings.size() >= 2 && std::strcmp(recordings[0], "--trials") == 0) {
         trials = std::atoi(recordings[1]);
         recordings.erase(recordings.begin(), recordings.begin() + 2);
     }
     if (trials < 1 || (!recordings.empty() && recordings[0][0] == '-')) {
-        std::fprintf(stderr, "usage: dtmf_acceptance [--trials N] [file.wav ...]\n");
+        std::fprintf(stderr, "usage: dtmf_acceptance [--listener] [--trials N] [file.wav ...]\n");
         return EXIT_FAILURE;
     }
     key_presses(trials);

@@ -7,9 +7,12 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include "lib/datagram.h"
 #include "lib/log.h"
 #include "lib/pcm.h"
+#include "lib/protocol.h"
 #include "lib/sockets.h"
+#include "lib/tlv.h"
 #include "media/channel.h"
 #include "media/line.h"
 
@@ -19,7 +22,6 @@ str tdm_device("/dev/sdt");
 namespace {
 
 constexpr int no_channel = -1;
-constexpr char no_digit = '?';
 constexpr int drain_bytes = 8 * pcm::block_bytes;             // 80 ms
 constexpr unsigned long request_clear_transmit = 0x20003005;  // _IO('0', 5) in the Linux MIPS encoding
 
@@ -40,13 +42,7 @@ std::int16_t saturated_sum(std::int16_t a, std::int16_t b) {
 }  // namespace
 
 devmgr::devmgr()
-    : index(-1),
-      first_channel(no_channel),
-      second_channel(no_channel),
-      fd(-1),
-      drain_rx(false),
-      first_write(true),
-      last_digit(no_digit) {}
+    : index(-1), first_channel(no_channel), second_channel(no_channel), fd(-1), drain_rx(false), first_write(true) {}
 
 void devmgr::init(int device_index) {
     index = device_index;
@@ -59,8 +55,7 @@ void devmgr::clear() {
     to_device.clear();
     to_first.clear();
     to_second.clear();
-    detector.clear();
-    last_digit = no_digit;
+    listener.clear();
 }
 
 void devmgr::register_channel(int channel) {
@@ -144,11 +139,29 @@ void devmgr::tx_clear() {
 void devmgr::recv_device(str const& pcm) {
     for (int at = 0; at < pcm.length(); at += pcm::block_bytes) {
         str const piece = pcm.substr(at, pcm::block_bytes);
-        if (channels.valid(first_channel))
-            channels[first_channel].process_audio(mix_audio(piece, to_first));
-        if (channels.valid(second_channel))
-            channels[second_channel].process_audio(mix_audio(piece, to_second));
+        str const cleaned = detects ? listen(piece) : piece;
+        give(first_channel, piece, cleaned, to_first);
+        give(second_channel, piece, cleaned, to_second);
     }
+}
+
+/// The captured block as channels get it that send events for keys.
+str devmgr::listen(str const& captured) {
+    digit_listener::result const heard = listener.hear(captured);
+    if (heard.key) {
+        str line = str::sprintf("key %d ", arg_int(index));
+        line += heard.key;
+        send_command(cmd_get_tlv_str(protocol::report_driver_line::tag, line));
+        for (int const i : {first_channel, second_channel})
+            if (channels.valid(i) && channels[i].sends_events())
+                channels[i].send_dtmf(digit_listener::event_of(heard.key));
+    }
+    return heard.cleaned;
+}
+
+void devmgr::give(int channel, str const& captured, str const& cleaned, str& queue) {
+    if (channels.valid(channel))
+        channels[channel].process_audio(mix_audio(channels[channel].sends_events() ? cleaned : captured, queue));
 }
 
 void devmgr::send_device(int channel, str const& pcm) {

@@ -1,6 +1,7 @@
 #pragma once
 
-#include "dsp/dtmf_recognition.h"
+#include "dsp/digit_listener.h"
+#include "lib/extensions.h"
 #include "lib/retry_pause.h"
 #include "lib/str.h"
 #include "lib/svector.h"
@@ -49,7 +50,9 @@ public:
     /// The next read drops the capture backlog.
     void rx_clear() { drain_rx = true; }
 
-    /// Gives captured PCM, block by block and mixed for each, to the channels.
+    /// Gives captured PCM, block by block and mixed for each, to the channels. With the extension `detect` call control
+    /// is told each key that is heard in it ("key", the line's index and the key in a driver line), and channels that
+    /// send telephone events send it as such, and the audio of 20 ms ago without it.
     void recv_device(str const& pcm);
     /// Brings a channel's received block to the line and into the other channel's conference queue.
     void send_device(int channel, str const& pcm);
@@ -58,6 +61,9 @@ public:
     static str mix_audio(str const& pcm, str& queue);
 
 private:
+    str listen(str const& captured);
+    void give(int channel, str const& captured, str const& cleaned, str& queue);
+
     int index;
     int first_channel;   ///< its received audio is written to the device
     int second_channel;  ///< second conference party
@@ -65,13 +71,13 @@ private:
     retry_pause read_pause;
     retry_pause write_pause;
     str path;
-    str to_device;              ///< from the second channel, to be mixed into the device's output
-    str to_first;               ///< received on the second channel, to be mixed into what the first one sends
-    str to_second;              ///< received on the first channel, to be mixed into what the second one sends
-    bool drain_rx;              ///< the next read empties the capture backlog
-    bool first_write;           ///< the device's transmit buffer has not been cleared yet
-    dtmf_recognition detector;  ///< of the line; fed by no operation here
-    char last_digit;            ///< '?': none
+    str to_device;     ///< from the second channel, to be mixed into the device's output
+    str to_first;      ///< received on the second channel, to be mixed into what the first one sends
+    str to_second;     ///< received on the first channel, to be mixed into what the second one sends
+    bool drain_rx;     ///< the next read empties the capture backlog
+    bool first_write;  ///< the device's transmit buffer has not been cleared yet
+    bool detects = extensions.detect;
+    digit_listener listener;  ///< of the line, if it detects
 };
 
 /// All device managers; the index is the slot on the control protocol.

@@ -107,3 +107,13 @@ char dtmf_recognition::keypad_character(std::int32_t threshold) const {
                 return keypad[row][column];
     return unknown;
 }
+
+int dtmf_recognition::tone_percent() const {
+    // A filter's power is 2^-31 of the square of what n samples of a sine sum up to; n / 2 such squares are its energy.
+    std::int64_t const tones = static_cast<std::int64_t>(*std::max_element(power, power + rows)) +
+                               *std::max_element(power + first_column, power + filters);
+    std::int64_t energy = 1;
+    for (std::int32_t const sample : samples)
+        energy += static_cast<std::int64_t>(sample) * sample;
+    return static_cast<int>((tones << 31) / (block_samples / 2) * 100 / energy);
+}

@@ -26,6 +26,11 @@ public:
 
     /// Everything reported since clear(), one byte each.
     str const& get_detected() const { return detected; }
+    void forget_detected() { detected.clear(); }
+    /// The character of the last block.
+    char get_latest() const { return history[history_blocks - 1]; }
+    /// How much of the last block's energy is in its strongest row and its strongest column.
+    int tone_percent() const;
     /// The character of the last three blocks when they agree, else "?".
     char get_digit() const;
     /// How many of the last three blocks gave c.

@@ -19,6 +19,8 @@ constexpr struct {
      &extension_set::playout},
     {"rtcp", "reports tell losses, times and delays as RFC 3550 and RFC 3611 have them, and rate the call",
      &extension_set::rtcp},
+    {"detect", "keys in a line's audio are told to call control, and sent as events where those are on, not as audio",
+     &extension_set::detect},
 };
 
 bool switch_on(extension_set& set, str const& name) {

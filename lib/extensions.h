@@ -10,6 +10,7 @@ struct extension_set {
     bool srtp = false;     ///< see checked_srtp.h
     bool playout = false;  ///< see adaptive_playout
     bool rtcp = false;     ///< see rtcp_session
+    bool detect = false;   ///< see digit_listener
 
     /// Switches on what `list` names: names with commas between them, or "all". False when a name is unknown; those
     /// before it are on.

@@ -62,6 +62,8 @@ public:
     /// SRTP tag in bytes (0: no authentication), master key identifier. A receive key alone protects reception, from
     /// the next SSRC on; a transmit key switches on sending and RTCP in both directions.
     void set_srtp(str const& receive, str const& transmit, int tag_length, str const& mki);
+    /// Whether digits leave as telephone events.
+    bool sends_events() const { return sending.get_event_payload_type() >= 1; }
     /// Queues a digit: a telephone-event code (0..11: 0-9, *, #), sent in a period of 500 ms.
     void send_dtmf(int digit) { digits.add(digit); }
     /// Plays a call-progress tone when there is no other audio; false (and silence) for an unknown one.

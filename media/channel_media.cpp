@@ -169,7 +169,7 @@ str channel::get_samples(bool& talk_spurt) {
 
 int channel::process_audio(str const& pcm) {
     player.pass_block();
-    if (sending.get_event_payload_type() >= 1 && digits.in_tone()) {
+    if (sends_events() && digits.in_tone()) {
         send_event_step();
         return 0;
     }
