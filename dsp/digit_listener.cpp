@@ -30,7 +30,8 @@ int digit_listener::event_of(char key) {
 /// What the detector's newest block is.
 char digit_listener::classify() const {
     char const heard = detector.get_latest();
-    bool const is_key = (heard >= '0' && heard <= '9') || heard == '*' || heard == '#' || (heard >= 'A' && heard <= 'D');
+    bool const is_key =
+        (heard >= '0' && heard <= '9') || heard == '*' || heard == '#' || (heard >= 'A' && heard <= 'D');
     return is_key && detector.tone_percent() >= least_tone_percent ? heard : '\0';
 }
 

@@ -3,10 +3,10 @@
 #include "dsp/dtmf_recognition.h"
 #include "lib/str.h"
 
-/// Listens to the captured audio of a line for keys, and takes their tones out of a copy that is 20 ms late, so that far
-/// ends that get telephone events don't hear them a second time. A key counts when two blocks of the detector in a row
-/// agree on it and at least 40 % of their energy is in its two tones. The first of them is silenced already: up to 10 ms
-/// of a tone remain in front of it. A device manager owns one. PCM is 16-bit at 8 kHz in host byte order.
+/// Listens to the captured audio of a line for keys, and takes their tones out of a copy that is 20 ms late, so that
+/// far ends that get telephone events don't hear them a second time. A key counts when two blocks of the detector in a
+/// row agree on it and at least 40 % of their energy is in its two tones. The first of them is silenced already: up to
+/// 10 ms of a tone remain in front of it. A device manager owns one. PCM is 16-bit at 8 kHz in host byte order.
 class digit_listener {
 public:
     /// What came of 10 ms.

@@ -49,7 +49,8 @@ struct detecting_line : media_fixture {
         constexpr int rows[] = {697, 770, 852, 941}, columns[] = {1209, 1336, 1477, 1633};
         constexpr std::string_view pad = "123A456B789C*0#D";
         std::size_t const at = pad.find(key);
-        double const low = 2 * std::numbers::pi * rows[at / 4] / 8000, high = 2 * std::numbers::pi * columns[at % 4] / 8000;
+        double const low = 2 * std::numbers::pi * rows[at / 4] / 8000,
+                     high = 2 * std::numbers::pi * columns[at % 4] / 8000;
         double const phase = random.below(628) / 100.0, amplitude = 22824 * std::pow(10, level / 20);
         std::vector<std::int16_t> tone;
         for (int i = 0; i < samples; i++)
