@@ -1,5 +1,8 @@
 #include "phone/adapter.h"
 
+#include <sys/timerfd.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -39,11 +42,14 @@ adapter::adapter(phone_settings const& chosen, bool trace_sip)
         }
         telephones.push_back(std::move(made));
     }
-    tmr_init(&timer);
+    timer = timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC);
 }
 
 adapter::~adapter() {
-    tmr_cancel(&timer);
+    if (timer >= 0) {
+        fd_close(timer);
+        close(timer);
+    }
     if (process.fd() >= 0)
         fd_close(process.fd());
 }
@@ -66,7 +72,15 @@ std::string adapter::start() {
         self->process.serve();
         self->wake_in_time();
     };
-    int const failed = fd_listen(process.fd(), FD_READ, readable, this);
+    auto const due = [](int, void* arg) {
+        std::uint64_t times = 0;
+        auto* const self = static_cast<adapter*>(arg);
+        if (read(self->timer, &times, sizeof times) > 0)
+            self->pass_time();
+        self->wake_in_time();
+    };
+    int failed = fd_listen(process.fd(), FD_READ, readable, this);
+    failed = failed != 0 ? failed : fd_listen(timer, FD_READ, due, this);
     register_telephones();
     wake_in_time();
     return failed == 0 ? "" : std::strerror(failed);
@@ -144,12 +158,11 @@ void adapter::wake_in_time() {
     std::int64_t const due = next_due_ms();
     if (due == INT64_MAX || stopping)
         return;
-    auto const wake = [](void* arg) {
-        auto* const self = static_cast<adapter*>(arg);
-        self->pass_time();
-        self->wake_in_time();
-    };
-    tmr_start(&timer, static_cast<std::uint64_t>(std::max<std::int64_t>(0, due - now())), wake, this);
+    std::int64_t const wait_ms = std::max<std::int64_t>(0, due - now());
+    itimerspec when = {};
+    when.it_value.tv_sec = static_cast<time_t>(wait_ms / 1000);
+    when.it_value.tv_nsec = static_cast<long>(wait_ms % 1000) * 1'000'000 + 1;  // all zero would stop the timer
+    timerfd_settime(timer, 0, &when, nullptr);
 }
 
 // From the media process

@@ -150,7 +150,7 @@ private:
     sip_agent agent;
     sip_events events;
     std::vector<std::unique_ptr<registration>> registrations;
-    tmr timer = {};
+    int timer = -1;  ///< timerfd: libre's own timers follow the calendar clock, which may be stepped
     bool stopping = false;
     int led_shown = 0;
     status_door door;
