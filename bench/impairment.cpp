@@ -1,8 +1,9 @@
 // What a bad network does to speech, mouth to ear, without and with the extension `playout`: a simulated minute for
 // each impairment (sim/). A far end sends speech (made here, or of a file) in packets of 20 ms of linear PCM; what the
 // telephone hears is compared with it. The same again with a sine, in which a click shows. Everything follows from the
-// seed; the figures are the same on every machine.
-// usage: impairment [seed [speech.raw]]      (16 bits, 8 kHz, host byte order); one JSON object a line:
+// seed.
+// usage: impairment [seed [scene [speech.raw]]]      scene "": all; speech: 16 bits, 8 kHz, host byte order
+// One JSON object a line:
 //   delay_ms, delay_95_ms     median and 95th percentile of what is recognised again
 //   second_ms                 median delay in each second; -1: nothing recognised
 //   late                      packets of 1000 that came when their turn was over
@@ -194,13 +195,13 @@ private:
     static constexpr double recognised = 0.85;
 
     void place(int at, int ppm) {
-        double const loudness = energy(heard, at);
-        int const expected = at - lag;
-        if (loudness < 20.0 * 20.0 * window) {
-            if (expected >= 0 && energy(said, expected) > 300.0 * 300.0 * window)
-                silent += window;
+        for (int part = at; part < at + window; part += sim::block_samples)
+            if (part >= lag && energy(heard, part, sim::block_samples) < 20.0 * 20.0 * sim::block_samples &&
+                energy(said, part - lag, sim::block_samples) > 300.0 * 300.0 * sim::block_samples)
+                silent += sim::block_samples;
+        double const loudness = energy(heard, at, window);
+        if (loudness < 20.0 * 20.0 * window)
             return;
-        }
         double best = 0;
         int found = search(at, lag - near, lag + near, loudness, best);
         if (best < recognised)
@@ -214,9 +215,9 @@ private:
         delays.push_back(delay_ms);
         by_second[std::min(at / rate, seconds - 1)].push_back(delay_ms);
     }
-    static double energy(sound const& x, int at) {
+    static double energy(sound const& x, int at, int length) {
         double sum = 0;
-        for (int i = 0; i < window && static_cast<std::size_t>(at + i) < x.size(); i++)
+        for (int i = 0; i < length && static_cast<std::size_t>(at + i) < x.size(); i++)
             sum +=
                 double{static_cast<double>(x[static_cast<std::size_t>(at + i)])} * x[static_cast<std::size_t>(at + i)];
         return sum;
@@ -340,9 +341,13 @@ sound read(char const* path) {
 
 int main(int argc, char** argv) {
     std::uint64_t const seed = argc > 1 ? std::strtoull(argv[1], nullptr, 10) : 1;
-    sound const speech = argc > 2 ? read(argv[2]) : make_speech(seed);
+    sound const speech = argc > 3 ? read(argv[3]) : make_speech(seed);
     sound const sine = make_sine();
-    for (scene const& course : courses())
+    std::string_view const wanted = argc > 2 ? argv[2] : "";
+    for (scene const& course : courses()) {
+        if (!wanted.empty() && course.name != wanted)
+            continue;
         for (bool const extended : {false, true})
             print(course, extended, speech, sine, seed);
+    }
 }

@@ -78,7 +78,7 @@ void fuzz_call::play(int n) {
         bool talk_spurt = false;
         str const block = tested.get_samples(talk_spurt);
         FUZZ_CHECK(block.length() == block_bytes);
-        FUZZ_CHECK(available || block == str('\0', block_bytes));
+        FUZZ_CHECK(available || extensions.playout || block == str('\0', block_bytes));  // it makes up speech
     }
 }
 
