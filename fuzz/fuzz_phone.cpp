@@ -66,9 +66,9 @@ std::vector<order> hear_driver(fxsphone::line& telephone, std::string const& tex
 }
 
 std::vector<order> hear_far_end(fxsphone::line& telephone, fuzz_input& input, phone_ledger& kept, std::int64_t now) {
-    constexpr happening all[] = {happening::far_rings,   happening::far_answers,    happening::far_busy,
-                                 happening::far_fails,   happening::far_ends,       happening::transferred,
-                                 happening::transfer_failed, happening::invited,    happening::referred};
+    constexpr happening all[] = {happening::far_rings,       happening::far_answers, happening::far_busy,
+                                 happening::far_fails,       happening::far_ends,    happening::transferred,
+                                 happening::transfer_failed, happening::invited,     happening::referred};
     happening const what = all[input.below(std::size(all))];
     int leg = input.below(2);
     if (what == happening::invited) {
@@ -119,7 +119,8 @@ FUZZ_TARGET(phone_media) {
 FUZZ_TARGET(phone_configuration) {
     fxsphone::configuration const read = fxsphone::read_configuration(phone_text(input.rest()), "f");
     FUZZ_CHECK(read.settings.has_value() == read.problem.empty());
-    FUZZ_CHECK(read.settings.has_value() || (read.problem.starts_with("f:") && read.problem[2] >= '0' && read.problem[2] <= '9'));
+    FUZZ_CHECK(read.settings.has_value() ||
+               (read.problem.starts_with("f:") && read.problem[2] >= '0' && read.problem[2] <= '9'));
     if (read.settings)
         FUZZ_CHECK(!read.settings->telephones.empty());
 }
