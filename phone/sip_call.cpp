@@ -10,6 +10,10 @@ namespace {
 
 constexpr char const* sdp_type = "application/sdp";
 
+bool is_sdp(sip_msg const* message) {
+    return msg_ctype_cmp(&message->ctyp, "application", "sdp");
+}
+
 /// 486, 600 and 603 mean that nobody there wants to answer (RFC 3261 sections 21.4.24, 21.6.1, 21.6.2).
 happening refusal(int code) {
     return code == 486 || code == 600 || code == 603 ? happening::far_busy : happening::far_fails;
@@ -100,6 +104,11 @@ bool sip_call::take(sipsess_sock* door, sip* stack, sip_msg const* request, std:
     name = text_of(request->from.dname);
     note_dialog(request);
     offered = mbuf_get_left(request->mb) > 0;
+    if (offered && !is_sdp(request)) {
+        sip_treplyf(nullptr, nullptr, stack, request, false, 415, "Unsupported Media Type",
+                    "Accept: %s\r\nContent-Length: 0\r\n\r\n", sdp_type);
+        return false;
+    }
     if (offered && !read(request, true)) {
         sip_treply(nullptr, stack, request, 488, "Not Acceptable Here");
         return false;
@@ -170,7 +179,7 @@ void sip_call::note_dialog(sip_msg const* message) {
 }
 
 bool sip_call::read(sip_msg const* message, bool is_offer) {
-    if (!msg_ctype_cmp(&message->ctyp, "application", "sdp"))
+    if (!is_sdp(message))
         return false;
     return is_offer ? media.read_offer(message->mb) : media.read_answer(message->mb);
 }

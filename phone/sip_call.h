@@ -51,8 +51,8 @@ public:
     /// empty. `headers`: further ones, each with its line end. false: it is no address, or there is no way to it.
     bool invite(sipsess_sock* door, std::string const& to, std::string const& from, std::string const& from_name,
                 std::string const& user, std::string const& route, std::string const& headers = {});
-    /// Takes an INVITE that came in and says that the telephone rings. false: refused, with 488 for an offer without
-    /// anything that we can code.
+    /// Takes an INVITE that came in and says that the telephone rings. false: refused, with 415 for a body that
+    /// is no SDP and 488 for an offer without anything that we can code.
     bool take(sipsess_sock* door, sip* stack, sip_msg const* request, std::string const& user);
     /// Accepts it; set_port() of the description comes before.
     bool answer();

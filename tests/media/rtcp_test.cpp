@@ -366,8 +366,8 @@ protected:
     std::string bytes() { return from_hex(report()); }
     void send_packet() { tested.process_audio(to_str(pcm_of(1))); }
     static std::uint32_t wall_middle() {
-        return static_cast<std::uint32_t>((static_cast<unsigned __int128>(wall_us()) << 16) / 1000000) +
-               (2208988800u << 16);
+        auto const now = static_cast<std::uint64_t>(wall_us());
+        return static_cast<std::uint32_t>((now / 1000000 + 2208988800u) << 16 | (now % 1000000 << 16) / 1000000);
     }
     static constexpr std::size_t in_block = 8;  // where the block of a receiver report begins
 };

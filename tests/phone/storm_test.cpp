@@ -1,0 +1,135 @@
+#include "tests/phone/device.h"
+#include "tests/phone/far_agent.h"
+#include "tests/support/seed.h"
+
+/// Two telephones talk while strangers do their worst at the SIP port.
+namespace {
+
+class established {
+public:
+    established() {
+        here.driver_says("off-hook 0");
+        EXPECT_TRUE(here.hears(0, -30, -10)) << "dial tone";
+        here.call(0, 1);
+    }
+    /// The call is as if nothing had been.
+    void expect_undisturbed() {
+        here.driver_says("on-hook 1");
+        ASSERT_TRUE(here.phone.wait_for_text("\"line\":1,\"direction\":\"in\""));
+        here.driver_says("on-hook 0");
+        here.lines.end(SIGTERM);
+        expect_heard(here, 0, 1);
+        expect_heard(here, 1, 0);
+    }
+
+    device here;
+};
+
+int count(std::string const& text, std::string const& what) {
+    int found = 0;
+    for (std::size_t at = text.find(what); at != text.npos; at = text.find(what, at + 1))
+        found++;
+    return found;
+}
+
+TEST(phone_storm, leaves_a_call_alone_at_200_invites_a_second) {
+    established calls;
+    auto words = sipp("uac", free_port(), {"-s", "999", "-r", "200", "-recv_timeout", "5000"});
+    *std::next(std::ranges::find(words, "-m")) = "1600";
+    words.push_back("127.0.0.1:" + std::to_string(calls.here.sip_port));
+    child flood(words);
+    calls.here.both_speak();
+    EXPECT_EQ(flood.wait(), 1) << "SIPp counts refused calls as failed";
+    ASSERT_TRUE(calls.here.phone.wait_for_text("SIP/2.0 404"));
+    EXPECT_GE(count(calls.here.phone.err, "SIP/2.0 404"), 1600);
+    calls.expect_undisturbed();
+}
+
+std::string const good_invite =
+    "INVITE sip:100@127.0.0.1 SIP/2.0\r\nVia: SIP/2.0/UDP 127.0.0.1:PORT;branch=z9hG4bKBRANCH;rport\r\n"
+    "Max-Forwards: 70\r\nFrom: \"A \\\"stranger\\\"\" <sip:x@127.0.0.1>;tag=BRANCH\r\nTo: <sip:100@127.0.0.1>\r\n"
+    "Call-ID: BRANCH@127.0.0.1\r\nCSeq: 1 INVITE\r\nContact: <sip:x@127.0.0.1:PORT>\r\n"
+    "Content-Type: application/sdp\r\nContent-Length: 118\r\n\r\n"
+    "v=0\r\no=- 1 1 IN IP4 127.0.0.1\r\ns=-\r\nc=IN IP4 127.0.0.1\r\nt=0 0\r\nm=audio 4000 RTP/AVP 8 101\r\n"
+    "a=rtpmap:101 telephone-event/8000\r\n";
+
+void replace_all(std::string& text, std::string const& what, std::string const& by) {
+    for (std::size_t at = text.find(what); at != text.npos; at = text.find(what, at + by.size()))
+        text.replace(at, what.size(), by);
+}
+
+/// A request that is wrong somewhere: bytes changed, a piece left out, doubled or made long, the end cut off.
+std::string spoilt(dice& random, std::string text) {
+    for (int changes = random.between(1, 4); changes > 0 && text.size() > 40; changes--) {
+        auto const at = static_cast<std::size_t>(random.below(static_cast<int>(text.size())));
+        auto const length = std::min(text.size() - at, static_cast<std::size_t>(random.between(1, 40)));
+        switch (random.below(6)) {
+            case 0: text[at] = static_cast<char>(random.word()); break;
+            case 1: text.erase(at, length); break;
+            case 2: text.insert(at, text.substr(at, length)); break;
+            case 3: text.insert(at, std::string(static_cast<std::size_t>(random.between(100, 3000)), text[at])); break;
+            case 4: text.resize(at); break;
+            case 5: text.replace(at, 1, std::to_string(random.word())); break;
+        }
+    }
+    return text;
+}
+
+TEST(phone_storm, survives_messages_that_are_wrong) {
+    static constexpr struct {
+        char const* what;
+        char const* by;
+        char const* answer;  ///< empty: none
+    } wrong[] = {
+        // What RFC 4475 sends at parsers, as far as it has an answer of its own here.
+        {"INVITE", "NEWMETHOD", "501"},
+        {"INVITE", "BYE", "481"},
+        {"INVITE", "CANCEL", "481"},
+        {"sip:100@127.0.0.1 SIP", "sip:999@127.0.0.1 SIP", "404"},
+        {"Content-Type: application/sdp", "Content-Type: text/plain", "415"},
+        {"Max-Forwards: 70", "Require: nothing-we-know", "420"},
+        {"RTP/AVP 8 101", "RTP/AVP 99", "488"},
+        {"SIP/2.0\r\nVia", "SIP/7.0\r\nVia", ""},
+        {"Content-Length: 118", "Content-Length: -999", ""},
+        {"CSeq: 1", "CSeq: 36893488147419103232", ""},
+        {"Call-ID", "Caller", ""},
+    };
+    established calls;
+    udp_peer const stranger;
+    ip_port const door(str(127, 0, 0, 1), calls.here.sip_port);
+    int number = 0;
+    auto const numbered = [&](std::string message) {
+        replace_all(message, "BRANCH", "storm" + std::to_string(number++));
+        replace_all(message, "PORT", std::to_string(bound_port(stranger.fd())));
+        return message;
+    };
+    for (auto const& one : wrong) {
+        std::string message = numbered(good_invite);
+        replace_all(message, one.what, one.by);
+        stranger.send(door, message);
+        if (one.answer[0] != '\0') {
+            std::string const reply = next_datagram(stranger);
+            EXPECT_TRUE(reply.starts_with("SIP/2.0 " + std::string(one.answer))) << message << reply;
+        }
+    }
+    seed_range{1, 1}.roll([&](dice& random) {
+        for (int i = 0; i < 2000; i++)
+            stranger.send(door, spoilt(random, numbered(good_invite)));
+    });
+    std::string const head = good_invite.substr(0, good_invite.find("Content-Type"));
+    bool answered = false;
+    for (int tries = 0; tries < 20 && !answered; tries++) {  // datagrams that no socket had room for are lost
+        std::string options = numbered(head + "Content-Length: 0\r\n\r\n");
+        replace_all(options, "INVITE", "OPTIONS");
+        stranger.send(door, options);
+        std::string const call = header(options, "Call-ID");
+        for (std::string reply = next_datagram(stranger); !reply.empty() && !answered; reply = next_datagram(stranger))
+            answered = reply.starts_with("SIP/2.0 200") && header(reply, "Call-ID") == call;
+    }
+    EXPECT_TRUE(answered) << "SIP goes on";
+    calls.here.both_speak();
+    calls.expect_undisturbed();
+    calls.here.phone.end(SIGKILL);  // it would wait 32 s for ACKs of what it refused (RFC 3261 section 17.2.1)
+}
+
+}  // namespace
