@@ -209,6 +209,8 @@ TEST_F(checking, nothing_changes_before_the_tag_is_right) {
         start();
         str const key('k', material_bytes), other('x', material_bytes);
         int const tag = material_bytes % 4 ? 10 : 16;
+        if (!libsrtp_peer::has(material_bytes, tag))
+            continue;
         tested.set_srtp(key, key, tag, str());
         libsrtp_peer sender(libsrtp_peer::sends, key, tag), receiver(libsrtp_peer::receives, key, tag),
             forger(libsrtp_peer::sends, other, tag);

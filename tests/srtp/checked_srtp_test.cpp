@@ -103,6 +103,8 @@ TEST(checked_peer, every_suite_over_rollovers_in_any_order) {
     for (auto const& [material, tag] : suites)
         for (int const mki : {0, 4}) {
             SCOPED_TRACE(testing::Message() << material << " bytes, tag " << tag << ", MKI " << mki);
+            if (!libsrtp_peer::has(material, tag))
+                continue;
             both_ways ends(random, material, {tag, random_octets(random, mki)});
             std::uint32_t sequence = 0x7000;
             while (sequence < 0x30000) {
@@ -128,7 +130,7 @@ TEST(checked_peer, more_reports_than_16_bits_count) {
 // An SSRC begins at rollover counter 0 wherever the sender's numbers stand, and goes on where it was.
 TEST(checked_peer, streams_begin_and_return) {
     dice random(23);
-    both_ways ends(random, 28, {16, str()});
+    both_ways ends(random, 30, {10, str()});
     ends.packet(random, 40000);
     for (std::uint32_t const n : {0x19000u, 0x22000u}) {
         str const other = utils::int2str(n, 4), head = random_header(random, n, other);

@@ -31,22 +31,34 @@ void choose(srtp_policy_t& policy, int material_bytes, int tag_length) {
     policy.rtp.auth_tag_len = tag_length;
 }
 
-}  // namespace
-
-libsrtp_peer::libsrtp_peer(direction way, str const& key, int tag_length, str const& mki)
-    : has_mki(mki.empty() ? 0 : 1) {
+/// A session, or nullptr.
+srtp_t create(libsrtp_peer::direction way, str const& key, int tag_length, str const& mki) {
     static srtp_err_status_t const ready = srtp_init();
     str material = key + str('\0', std::max(30 - key.length(), 0)), id = mki;
     srtp_master_key_t master{material.buffer(), id.buffer(), static_cast<unsigned>(mki.length())};
     srtp_master_key_t* keys[] = {&master};
     srtp_policy_t policy{};
     choose(policy, key.length(), tag_length);
-    policy.ssrc.type = way == sends ? ssrc_any_outbound : ssrc_any_inbound;
+    policy.ssrc.type = way == libsrtp_peer::sends ? ssrc_any_outbound : ssrc_any_inbound;
     policy.window_size = 2048;
     policy.keys = keys;
     policy.num_master_keys = 1;
-    if (ready != srtp_err_status_ok || srtp_create(&session, &policy) != srtp_err_status_ok)
+    srtp_t session = nullptr;
+    bool const made = ready == srtp_err_status_ok && srtp_create(&session, &policy) == srtp_err_status_ok;
+    return made ? session : nullptr;
+}
+
+}  // namespace
+
+libsrtp_peer::libsrtp_peer(direction way, str const& key, int tag_length, str const& mki)
+    : session(create(way, key, tag_length, mki)), has_mki(mki.empty() ? 0 : 1) {
+    if (session == nullptr)
         std::abort();
+}
+
+bool libsrtp_peer::has(int key_bytes, int tag_length) {
+    srtp_t const session = create(receives, str('k', key_bytes), tag_length, str());
+    return session != nullptr && srtp_dealloc(session) == srtp_err_status_ok;
 }
 
 libsrtp_peer::~libsrtp_peer() {
