@@ -135,11 +135,12 @@ private:
     }
 };
 
-/// To be asked when the recordings are complete.
+/// To be asked when the recordings are complete. What others say is alike to 0.1 at most; a busy machine makes the
+/// lines slip, and each slip costs a part.
 inline void expect_heard(device const& where, int speaker, int listener) {
     comparison const one = compare(read_wav(where.folder + "/said" + std::to_string(speaker) + ".wav"),
                                    read_wav(where.folder + "/heard" + std::to_string(listener) + ".wav"), 500);
-    EXPECT_GT(one.similarity, 0.5) << "line " << speaker << " to line " << listener;
+    EXPECT_GT(one.similarity, 0.25) << "line " << speaker << " to line " << listener;
 }
 
 /// SIPp, an independent agent, playing one of its own scenarios for one call.
