@@ -16,10 +16,10 @@ constexpr int16_t inter_3l[31] = {29443, 25207, 14701, 3143, -4402, -5850, -2783
                                   296,   78,    -120,  -165, -79,   34,    91,    70,   0};
 
 constexpr int half_taps = 10;
-constexpr int padded_taps = 24;  // with zeros behind, for the sake of vector instructions
+constexpr int all_taps = 2 * half_taps;
 
 // Q15 coefficients of one third in the order of the samples, the latest last.
-void select_phase(int phase, int16_t c[padded_taps]) {
+void select_phase(int phase, int16_t c[all_taps]) {
     for (int i = 0; i < half_taps; ++i) {
         c[half_taps - 1 - i] = inter_3l[phase + 3 * i];
         c[half_taps + i] = inter_3l[3 - phase + 3 * i];
@@ -27,7 +27,7 @@ void select_phase(int phase, int16_t c[padded_taps]) {
 }
 
 // The same sum with clipping after every product, which goes from the middle outwards.
-int32_t clipping_sum(int16_t const* x, int16_t const c[padded_taps]) {
+int32_t clipping_sum(int16_t const* x, int16_t const c[all_taps]) {
     int32_t sum = 0;
     for (int i = 0; i < half_taps; ++i) {
         sum = L_mac(sum, x[half_taps - 1 - i], c[half_taps - 1 - i]);
@@ -90,18 +90,26 @@ pitch_delay decode_second_delay(int p2, int first_t0) {
 
 void Pred_lt_3(int16_t* exc, int t0, int frac) {
     int const phase = frac > 0 ? 3 - frac : -frac;
-    int16_t c[padded_taps] = {};
+    int16_t c[all_taps];
     select_phase(phase, c);
     int16_t const* x = exc - t0 - (frac > 0 ? 1 : 0) - (half_taps - 1);
 
-    // Magnitudes of a phase's coefficients add up to less than 2^16: sums fit while the samples are within
-    // limit.
-    constexpr int32_t limit = 16383;
-    bool fits = peak<subframe_size + padded_taps>(x) <= limit;
-    for (int n = 0; n < subframe_size; ++n) {
-        int32_t const sum = fits ? 2 * dot<padded_taps>(x + n, c) : clipping_sum(x + n, c);
-        exc[n] = round(sum);
-        fits = fits && exc[n] <= limit && exc[n] >= -limit;
+    // Magnitudes of a phase's coefficients add up to 59398 at most: sums fit while the samples are within 2^14. A block
+    // at a time, as outputs are samples for later ones at short delays, though never for the next eight.
+    constexpr uint32_t limit = 1 << 14;
+    constexpr int block = 8;
+    bool fits = within<all_taps - 1>(x, limit);
+    for (int n = 0; n < subframe_size; n += block) {
+        fits = fits && within<block>(x + n + all_taps - 1, limit);
+        if (fits) {
+            int32_t sum[block];
+            correlate_run<all_taps, block, false>(c, x + n, sum);
+            for (int i = 0; i < block; ++i)
+                exc[n + i] = static_cast<int16_t>((sum[i] + 0x4000) >> 15);
+        } else {
+            for (int i = n; i < n + block; ++i)
+                exc[i] = round(clipping_sum(x + i, c));
+        }
     }
 }
 

@@ -61,14 +61,14 @@ void fill_phi(int16_t const h[subframe_size], correlations& c) {
 
 // Correlations of the impulse response, brought to 14..16 bits at position 39 (3.8.1).
 void correlate_response(int16_t const h[subframe_size], correlations& c) {
-    int64_t const power = std::min<int64_t>(2 * energy(h, subframe_size), max_32);
+    int64_t const power = std::min<int64_t>(2 * energy<subframe_size>(h), max_32);
     int32_t const sum = static_cast<int32_t>(power);
     int const shift = extract_h(sum) > 32000 ? -1 : norm_l(sum) >> 1;
     int16_t scaled[subframe_size];
     for (int i = 0; i < subframe_size; ++i)
         scaled[i] = shl(h[i], shift);
     // No sum is larger than the energy (Cauchy-Schwarz).
-    if (2 * energy(scaled, subframe_size) < max_32 - 0xffff)
+    if (2 * energy<subframe_size>(scaled) < max_32 - 0xffff)
         fill_phi<plain_arithmetic>(scaled, c);
     else
         fill_phi<clipping_arithmetic>(scaled, c);

@@ -51,11 +51,11 @@ void autocorrelation(int16_t const x[window_size], int32_t r[lp_size]) {
     int16_t y[window_size + 16] = {};  // zeros behind, so that all lags sum over the whole window
     for (int i = 0; i < window_size; ++i)
         y[i] = mult_r(x[i], hamwindow[i]);
-    int64_t r0 = 2 * energy(y, window_size) + 1;
+    int64_t r0 = 2 * energy<window_size>(y) + 1;
     while (r0 > max_32) {
         for (int16_t& sample : y)
             sample = static_cast<int16_t>(sample >> 2);
-        r0 = 2 * energy(y, window_size) + 1;
+        r0 = 2 * energy<window_size>(y) + 1;
     }
     int const shift = norm_l(static_cast<int32_t>(r0));
     r[0] = static_cast<int32_t>(r0) << shift;

@@ -39,8 +39,8 @@ void split(int16_t const* wsp, split_speech& z) {
         z.odd[i] = wsp[2 * (i - past) + 1];
     for (int i = 1; i < past + taps; ++i)
         z.even[i] = wsp[2 * (i - past)];
-    int64_t const odd_energy = 2 * energy(z.odd, past + taps);
-    int64_t const even_energy = 2 * energy(z.even, past + taps);
+    int64_t const odd_energy = 2 * energy<past + taps>(z.odd);
+    int64_t const even_energy = 2 * energy<past + taps>(z.even);
     int const shift = odd_energy > max_32 ? -3 : odd_energy < 1048576 ? 3 : 0;
     // By Cauchy-Schwarz a sum is at most the larger energy. Scaled down, |z| <= 4096: 40 * 2 * 2^24 < 2^31.
     z.fits = shift < 0 || (even_energy << (2 * shift)) <= max_32;

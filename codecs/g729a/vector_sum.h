@@ -19,9 +19,25 @@ inline int32_t dot(int16_t const* x, int16_t const* y) {
     return sum;
 }
 
+/// sum[i] = x[0] y[i] + ... + x[taps - 1] y[i + taps - 1], i < n, or that added to sum. The caller knows that nothing
+/// leaves 32 bits. On machines with many registers the x stay in them (not so if this were inlined), which leaves a
+/// load and a multiply-add to a product; elsewhere the loop over i becomes vector instructions.
+template <int taps, int n, bool added>
+[[gnu::noinline]] inline void correlate_run(int16_t const* x, int16_t const* y, int32_t* sum) {
+    for (int i = 0; i < n; ++i) {
+        int32_t one = added ? sum[i] : 0;
+#pragma GCC unroll 20
+        for (int k = 0; k < taps; ++k)
+            one += x[k] * y[i + k];
+        sum[i] = one;
+    }
+}
+
 /// Sum of x[i]^2, i < n, exact.
-inline int64_t energy(int16_t const* x, int n) {
+template <int n>
+inline int64_t energy(int16_t const* x) {
     int64_t sum = 0;
+#pragma GCC unroll 8
     for (int i = 0; i < n; ++i)
         sum += x[i] * x[i];
     return sum;
@@ -37,6 +53,16 @@ inline int32_t peak(int16_t const* x) {
         low = x[i] < low ? x[i] : low;
     }
     return high > -low ? high : -low;
+}
+
+/// Whether x[0..n-1] are all within -limit..limit - 1; limit is a power of two.
+template <int n>
+inline bool within(int16_t const* x, uint32_t limit) {
+    uint32_t bits = 0;
+#pragma GCC unroll 8
+    for (int i = 0; i < n; ++i)
+        bits |= static_cast<uint32_t>(x[i]) + limit;
+    return bits < 2 * limit;
 }
 
 /// Sum of the magnitudes of x[0..n-1].
