@@ -10,38 +10,21 @@
 #include <utility>
 
 #include "phone/driver_words.h"
-#include "phone/feature_store.h"
-#include "phone/private_address.h"
+#include "phone/libre.h"
+#include "phone/status.h"
 
 namespace fxsphone {
 
-namespace {
-
-/// Where RTCP goes without other knowledge (RFC 3550 section 11).
-fxsmedia::endpoint port_above(fxsmedia::endpoint one) {
-    one.port++;
-    return one;
-}
-
-}  // namespace
-
 adapter::adapter(phone_settings const& chosen, bool trace_sip)
-    : settings(chosen), trace(trace_sip), ringer(chosen.ring_device) {
-    auto const kept = settings.state_file.empty() ? features_by_user() : read_features(settings.state_file);
-    for (telephone_settings const& one : settings.telephones) {
-        line_settings own = settings.times;
-        own.hide_number = one.hide_number;
-        own.hot_line = one.hot_line;
-        own.hot_line_ms = one.hot_line_ms;
-        auto made = std::make_unique<telephone>(one, line(dial_plan(settings.plan), own));
-        if (auto const known = kept.find(one.user); known != kept.end())
-            made->state.set_features(known->second);
-        for (int i : {0, 1}) {
-            made->legs[i].line = one.number;
-            made->legs[i].channel = 2 * one.number + i;
-        }
-        telephones.push_back(std::move(made));
-    }
+    : settings(chosen),
+      trace(trace_sip),
+      process(*this),
+      telephones(settings),
+      channels(process, settings.tone_set),
+      tones(channels),
+      calls(settings, telephones, channels, tones, agent, *this),
+      referrals(telephones, calls, agent, events, *this, [this](leg& of, happening what) { happened(of, what); }),
+      ringer(settings.ring_device) {
     timer = timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC);
 }
 
@@ -55,18 +38,53 @@ adapter::~adapter() {
 }
 
 std::string adapter::start() {
-    std::string const problem = agent.start(settings, trace, [this](sip_msg const* request) { take_invite(request); });
+    std::string problem = listen();
+    if (problem.empty() && !process.start(settings.process_port))
+        problem = std::string("no socket for the media process: ") + std::strerror(errno);
+    if (problem.empty())
+        problem = watch_the_clock();
     if (!problem.empty())
         return problem;
-    if (std::string const failed = events.start(
-            agent.stack(), [this](std::string const& user, bool waiting) { message_summary(user, waiting); });
-        !failed.empty())
-        return failed;
-    if (!settings.status_socket.empty())
-        if (std::string const failed = door.open(settings.status_socket, [this] { return status(); }); !failed.empty())
-            return failed;
-    if (!process.start(settings.process_port))
-        return std::string("no socket for the media process: ") + std::strerror(errno);
+    registrars.begin(agent.stack(), telephones, settings.instance);
+    wake_in_time();
+    return "";
+}
+
+std::string adapter::listen() {
+    std::string problem = agent.start(settings, trace, [this](sip_msg const* request) { take_invite(request); });
+    if (problem.empty())
+        problem = events.start(agent.stack(), [this](std::string const& user, bool waiting) {
+            if (telephone* const one = telephones.of_user(user))
+                one->state.message_waits(waiting);
+        });
+    if (problem.empty() && !settings.status_socket.empty())
+        problem =
+            door.open(settings.status_socket, [this] { return status_of(telephones, process.connected(), now()); });
+    return problem;
+}
+
+void adapter::stop() {
+    if (std::exchange(stopping, true)) {  // asked twice: the far ends may never answer
+        re_cancel();
+        return;
+    }
+    for (auto& one : telephones) {
+        if (one->state.rings() || one->state.now_in() == line::state::howling)
+            ringer.stop(one->settings.number);
+        for (leg& each : one->legs)
+            calls.end(each);
+    }
+    door.close();
+    if (settings.led && process.connected())
+        process.send(fxsmedia::led_command{.pattern = 0});
+    events.stop();
+    registrars.end();
+    agent.stop();
+}
+
+// Time
+
+std::string adapter::watch_the_clock() {
     auto const readable = [](int, void* arg) {
         auto* const self = static_cast<adapter*>(arg);
         self->process.serve();
@@ -81,45 +99,8 @@ std::string adapter::start() {
     };
     int failed = fd_listen(process.fd(), FD_READ, readable, this);
     failed = failed != 0 ? failed : fd_listen(timer, FD_READ, due, this);
-    register_telephones();
-    wake_in_time();
     return failed == 0 ? "" : std::strerror(failed);
 }
-
-void adapter::stop() {
-    if (std::exchange(stopping, true)) {  // asked twice: the far ends may never answer
-        re_cancel();
-        return;
-    }
-    for (auto& one : telephones) {
-        if (one->state.rings() || one->state.now_in() == line::state::howling)
-            ringer.stop(one->settings.number);
-        for (leg& each : one->legs)
-            end(each);
-    }
-    door.close();
-    if (settings.led && process.connected())
-        process.send(fxsmedia::led_command{.pattern = 0});
-    events.stop();
-    registrations.clear();
-    agent.stop();
-}
-
-/// One after the other, and not at the same moment as every other device that has got its power back.
-void adapter::register_telephones() {
-    constexpr std::uint64_t apart_ms = 500;
-    std::uint64_t after_ms = 0;
-    for (auto const& one : telephones) {
-        if (!one->settings.registrar)
-            continue;
-        after_ms += rand_u16() % apart_ms;
-        registrations.push_back(
-            std::make_unique<registration>(agent.stack(), one->settings, settings.instance, after_ms));
-        after_ms += apart_ms;
-    }
-}
-
-// Time
 
 void adapter::pass_time() {
     process.serve();
@@ -127,14 +108,7 @@ void adapter::pass_time() {
         carry_out(*one, one->state.pass_time(now()));
         for (leg& each : one->legs)
             judge_silence(each);
-        if (one->stutter_leg >= 0 && one->stutter_due <= now())
-            go_on_stuttering(*one);
-        if (one->waiting_leg >= 0 && one->waiting_tone_end <= now()) {
-            leg const& waits = one->legs[one->waiting_leg];
-            one->waiting_leg = -1;
-            play(waits, tone::none);
-            put_on_line(waits, false);
-        }
+        tones.pass_time(*one, now());
     }
 }
 
@@ -145,10 +119,7 @@ std::int64_t adapter::next_due_ms() const {
         due = std::min(due, one->state.due_ms().value_or(due));
         for (leg const& each : one->legs)
             due = std::min(due, silence_ends_ms(each));
-        if (one->waiting_leg >= 0)
-            due = std::min(due, one->waiting_tone_end);
-        if (one->stutter_leg >= 0)
-            due = std::min(due, one->stutter_due);
+        due = std::min(due, tones.due_ms(one->settings.number));
     }
     return due;
 }
@@ -163,6 +134,26 @@ void adapter::wake_in_time() {
     when.it_value.tv_sec = static_cast<time_t>(wait_ms / 1000);
     when.it_value.tv_nsec = static_cast<long>(wait_ms % 1000) * 1'000'000 + 1;  // all zero would stop the timer
     timerfd_settime(timer, 0, &when, nullptr);
+}
+
+/// When the call has been silent for too long; INT64_MAX: it need not say anything.
+std::int64_t adapter::silence_ends_ms(leg const& one) const {
+    bool const speaks = settings.media_timeout_ms != 0 && one.record && one.record->answered_ms != 0 &&
+                        one.speaks_since_ms != 0 && !one.record->media_lost;
+    return speaks ? std::max(one.speaks_since_ms, one.heard.last_heard_ms()) + settings.media_timeout_ms : INT64_MAX;
+}
+
+void adapter::judge_silence(leg& one) {
+    if (silence_ends_ms(one) > now())
+        return;
+    std::fprintf(stderr, "line %d: nothing is received from %s\n", one.line, one.record->far.c_str());
+    one.record->media_lost = true;
+    if (!settings.media_timeout_ends)
+        return;
+    one.record->ended_by = "media";
+    calls.write_record(one);
+    one.call.reset();
+    happened(one, happening::far_fails);
 }
 
 // From the media process
@@ -194,7 +185,7 @@ void adapter::on(fxsmedia::process_restarted const&) {
 }
 
 void adapter::on(fxsmedia::open_report const& opened) {
-    leg* const one = leg_of(opened.call);
+    leg* const one = telephones.of_channel(opened.call);
     if (one == nullptr || !one->on_process)
         return;
     if (opened.rtp_port == 0) {
@@ -202,188 +193,139 @@ void adapter::on(fxsmedia::open_report const& opened) {
         return;
     }
     one->rtp_port = opened.rtp_port;
-    port_known(*one);
+    calls.port_known(*one);
 }
 
 void adapter::on(fxsmedia::timed_out const& request) {
     std::fprintf(stderr, "no answer from the media process, command %d of %d\n", request.tag, request.id);
 }
 
-/// Who names a private address sits behind a translator, or beside us: what comes from there tells where to send.
 void adapter::on(fxsmedia::driver_report const& said) {
     auto const word = read_driver_word(said.text);
-    if (!word || stopping)
+    telephone* const which = !word || stopping ? nullptr : telephones.of_line(word->line);
+    if (which == nullptr)
         return;
-    if (telephone* const spoken_of = telephone_of(word->line)) {
-        spoken_of->lifted_ms = word->what == driver_word::kind::off_hook ? now() : 0;
-        spoken_of->last_key_ms = word->what == driver_word::kind::key ? now() : spoken_of->last_key_ms;
+    which->lifted_ms = word->what == driver_word::kind::off_hook ? now() : 0;
+    which->last_key_ms = word->what == driver_word::kind::key ? now() : which->last_key_ms;
+    switch (word->what) {
+        case driver_word::kind::off_hook: carry_out(*which, which->state.lift(now())); break;
+        case driver_word::kind::on_hook: carry_out(*which, which->state.replace(now())); break;
+        case driver_word::kind::key: carry_out(*which, which->state.press(word->key, now())); break;
     }
-    tell_line(word->line, [&](line& state) {
-        switch (word->what) {
-            case driver_word::kind::off_hook: return state.lift(now());
-            case driver_word::kind::on_hook: return state.replace(now());
-            case driver_word::kind::key: return state.press(word->key, now());
-        }
-        return std::vector<order>();
-    });
+    wake_in_time();
 }
 
-template <class action>
-void adapter::tell_line(int number, action&& tell) {
-    if (telephone* const which = telephone_of(number))
-        carry_out(*which, tell(which->state));
-    wake_in_time();
+void adapter::on(fxsmedia::rtcp_report const& copy) {
+    leg* const one = telephones.of_channel(copy.call);
+    if (one == nullptr || !one->on_process)
+        return;
+    if (copy.received)
+        one->heard.rtcp(true, *copy.received, now());
+    if (copy.sent)
+        one->heard.rtcp(false, *copy.sent, now());
+}
+
+void adapter::on(fxsmedia::new_ssrc_report const& stream) {
+    if (leg* const one = telephones.of_channel(stream.call)) {
+        one->heard.stream_began(now());
+        channels.follow_source(*one, stream.from);
+    }
+}
+
+void adapter::on(fxsmedia::confirmed const& answer) {
+    telephone* const one = telephones.of_line(answer.token);
+    if (one != nullptr && one->lifted_ms != 0)
+        one->lift_to_tone_ms = now() - std::exchange(one->lifted_ms, 0);
 }
 
 // From the network
 
 void adapter::take_invite(sip_msg const* request) {
-    if (takes_over(request))
+    if (referrals.takes_over(request))
         return;
-    telephone* const called = telephone_of(text_of(request->uri.user));
-    if (called != nullptr && process.connected() && sent_elsewhere(*called, request))
-        return;
-    auto const free = called == nullptr || !process.connected() ? std::nullopt : called->state.free_leg();
-    if (!free) {
-        bool const busy = called != nullptr && process.connected();
-        sip_treply(nullptr, agent.stack(), request,
-                   called == nullptr ? 404
-                   : busy            ? 486
-                                     : 503,
-                   called == nullptr ? "Not Found"
-                   : busy            ? "Busy Here"
-                                     : "Service Unavailable");
-        return;
-    }
-    leg& one = called->legs[*free];
-    begin_call(one, sip_call_direction::incoming, sa_af(&request->src) == AF_INET6);
-    if (!one.call->take(agent.door(), agent.stack(), request, called->settings.user)) {
-        one.record.reset();
-        end(one);
-        return;
-    }
-    one.record->far = one.call->far_address();
-    if (one.call->far_number() != "anonymous") {  // RFC 3323 section 4.1.1.3: nobody can be called there
-        called->state.called_by(one.call->far_address());
-        remember();
-    }
-    open(one, false);
-    tell_line(one.line, [&](line& state) { return state.far(happening::invited, *free, now()); });
-}
-
-/// Its owner has it forwarded.
-bool adapter::sent_elsewhere(telephone const& called, sip_msg const* request) {
-    std::string const to = called.state.forward_to();
-    if (to.empty())
-        return false;
-    sip_treplyf(nullptr, nullptr, agent.stack(), request, false, 302, "Moved Temporarily",
-                "Contact: <%s>\r\nContent-Length: 0\r\n\r\n", to.c_str());
-    return true;
-}
-
-void adapter::message_summary(std::string const& user, bool waiting) {
-    if (telephone* const one = telephone_of(user))
-        one->state.message_waits(waiting);
-}
-
-void adapter::remember() {
-    if (settings.state_file.empty())
-        return;
-    features_by_user all;
-    for (auto const& one : telephones)
-        all[one->settings.user] = one->state.features();
-    if (!write_features(settings.state_file, all))
-        std::fprintf(stderr, "can't write %s: %s\n", settings.state_file.c_str(), std::strerror(errno));
-}
-
-/// For the record of the call, which is complete with the far end's last word.
-void adapter::note(leg& one, happening what) {
-    if (!one.record)
-        return;
-    if (what == happening::far_rings && one.record->rang_ms == 0)
-        one.record->rang_ms = now();
-    if (what == happening::far_answers)
-        one.record->answered_ms = now();
-    bool const ends = what == happening::far_ends;
-    if (!ends && what != happening::far_busy && what != happening::far_fails)
-        return;
-    one.record->ended_by = ends ? "far" : "network";
-    write_record(one);
+    if (leg* const one = calls.take(request))
+        happened(*one, happening::invited);
 }
 
 void adapter::heard(sip_call& call, happening what) {
-    leg* const one = leg_of(call);
+    leg* const one = telephones.of_call(call);
     if (one == nullptr)
         return;
-    tell_referrer(*one, what);
-    note(*one, what);
-    int const number = one->channel % 2;
-    tell_line(one->line, [&](line& state) { return state.far(what, number, now()); });
+    referrals.tell_referrer(*one, what);
+    calls.note(*one, what);
+    happened(*one, what);
 }
 
 void adapter::media_agreed(sip_call& call, media_plan const& plan) {
-    leg* const one = leg_of(call);
-    if (one == nullptr)
-        return;
-    if (one->record)
-        one->record->codec = one->media->codec_name();
-    one->speaks_since_ms = plan.rtp && !one->held ? now() : 0;
-    one->heard.codec_chosen(plan.send.codec);
-    bool const as_tones = telephone_of(one->line)->settings.keys == key_transport::tones;
-    if (plan.rtp && one->offered != plan.rtp) {
-        one->offered = plan.rtp;
-        one->source.reset();
+    if (leg* const one = telephones.of_call(call))
+        calls.media_agreed(*one, plan);
+}
+
+void adapter::referred(sip_call& call, sip_msg const* request) {
+    referrals.referred(call, request);
+}
+
+// To both
+
+void adapter::happened(leg& of, happening what) {
+    telephone& which = telephones.of(of);
+    carry_out(which, which.state.far(what, of.number(), now()));
+    wake_in_time();
+}
+
+void adapter::carry_out(telephone& which, std::vector<order> const& orders) {
+    for (order const& one : orders)
+        carry_out(which, one);
+}
+
+void adapter::carry_out(telephone& which, order const& one) {
+    leg& each = which.legs[one.leg];
+    switch (one.kind) {
+        case order_kind::open:
+            channels.open(each);
+            channels.put_on_line(each, true);
+            break;
+        case order_kind::tone:
+            tones.play(each, one.sound, now());
+            if (which.lifted_ms != 0)
+                process.confirm(which.settings.number);  // when its dial tone has begun
+            break;
+        case order_kind::remember: telephones.keep_features(); break;
+        case order_kind::waiting_tone: tones.announce(each, now()); break;
+        case order_kind::ring: ring(which, each); break;
+        case order_kind::stop_ringing: ringer.stop(which.settings.number); break;
+        case order_kind::howl: ringer.howl(which.settings.number); break;
+        case order_kind::invite: calls.invite(each, one.text, one.anonymous); break;
+        case order_kind::answer: calls.answer(each); break;
+        case order_kind::refuse: calls.send_on(each, one.text); break;
+        case order_kind::decline:
+            if (each.call)
+                each.call->refuse(486, "Busy Here");
+            break;
+        case order_kind::hang_up:
+            tones.forget(each);
+            calls.end(each);
+            break;
+        case order_kind::hold: calls.hold(each); break;
+        case order_kind::resume: calls.resume(each); break;
+        case order_kind::transfer: referrals.ask(each, one.text); break;
+        case order_kind::follow: channels.open(each); break;
+        case order_kind::connect: channels.put_on_line(each, true); break;
+        case order_kind::send_key: calls.send_key(each, one.text[0]); break;
     }
-    bool const moved = plan.rtp && one->source;
-    fxsmedia::media_command command{.call = one->channel,
-                                    .send = plan.send,
-                                    .map = plan.map,
-                                    .ptime = plan.ptime_ms,
-                                    .event_pt = as_tones ? std::nullopt : plan.event_pt,
-                                    .ssrc = fxsmedia::byte_view(one->ssrc),
-                                    .rtp = moved ? one->source : plan.rtp,
-                                    .rtcp = moved ? port_above(*one->source) : plan.rtcp,
-                                    .xr = plan.xr};
-    if (one->srtp != plan.srtp) {  // the same keys again would begin the streams anew
-        command.srtp_rx_key = plan.srtp ? fxsmedia::byte_view(plan.srtp->receive) : fxsmedia::byte_view();
-        command.srtp_tx_key = plan.srtp ? fxsmedia::byte_view(plan.srtp->send) : fxsmedia::byte_view();
-        command.srtp_tag = plan.srtp ? plan.srtp->tag_bytes : 0;
-        one->srtp = plan.srtp;
-    }
-    process.send(command);
 }
 
-void adapter::follow_source(leg& one, fxsmedia::endpoint const& source) {
-    if (!one.offered || one.source || *one.offered == source || !is_private(*one.offered))
+void adapter::ring(telephone& which, leg const& one) {
+    if (one.call && !ringer.ring(which.settings.number, one.call->far_number(), one.call->far_name()))
+        std::fprintf(stderr, "line %d: can't ring: %s\n", which.settings.number, std::strerror(errno));
+}
+
+void adapter::show_led() {
+    int const wanted = led_pattern(telephones);
+    if (!settings.led || !process.connected() || wanted == led_shown)
         return;
-    one.source = source;
-    process.send(fxsmedia::media_command{.call = one.channel, .rtp = source, .rtcp = port_above(source)});
-}
-
-// Whose is it
-
-adapter::leg* adapter::leg_of(int channel) {
-    telephone* const which = telephone_of(channel / 2);
-    return which == nullptr ? nullptr : &which->legs[channel % 2];
-}
-
-adapter::leg* adapter::leg_of(sip_call const& call) {
-    for (auto& one : telephones)
-        for (leg& each : one->legs)
-            if (each.call.get() == &call)
-                return &each;
-    return nullptr;
-}
-
-adapter::telephone* adapter::telephone_of(int number) {
-    auto const found =
-        std::ranges::find_if(telephones, [&](auto const& one) { return one->settings.number == number; });
-    return found == telephones.end() ? nullptr : found->get();
-}
-
-adapter::telephone* adapter::telephone_of(std::string const& user) {
-    auto const found = std::ranges::find_if(telephones, [&](auto const& one) { return one->settings.user == user; });
-    return found == telephones.end() ? nullptr : found->get();
+    led_shown = wanted;
+    process.send(fxsmedia::led_command{.pattern = wanted});
 }
 
 }  // namespace fxsphone

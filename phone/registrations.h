@@ -1,0 +1,23 @@
+#pragma once
+
+#include <memory>
+#include <vector>
+
+#include "phone/registration.h"
+#include "phone/telephone.h"
+
+namespace fxsphone {
+
+/// The registrations of all telephones that have a registrar.
+class registrations {
+public:
+    /// One after the other, and not at the same moment as every other device that has got its power back.
+    void begin(sip* stack, telephone_list const& telephones, std::string const& instance);
+    /// Takes them off their registrars.
+    void end() { all.clear(); }
+
+private:
+    std::vector<std::unique_ptr<registration>> all;
+};
+
+}  // namespace fxsphone
