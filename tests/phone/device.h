@@ -8,6 +8,7 @@
 #include <cmath>
 #include <filesystem>
 #include <fstream>
+#include <nlohmann/json.hpp>
 
 #include "tests/e2e/media_process.h"
 #include "tests/support/signals.h"
@@ -95,6 +96,12 @@ public:
         }
         return false;
     }
+    /// What `fxsphone --status` prints.
+    nlohmann::json status() const {
+        child asked({FXSPHONE, "--status", folder + "/phone.toml"});
+        EXPECT_EQ(asked.wait(), 0) << asked.err;
+        return nlohmann::json::parse(asked.out, nullptr, false);
+    }
     std::string folder;
     std::uint16_t sip_port, process_port;
     child lines;
@@ -127,7 +134,8 @@ private:
     void configure(std::string const& more_plan, std::string const& tables, std::string const& keys) const {
         std::ofstream(folder + "/phone.toml")
             << "[process]\nport = " << process_port << "\n[sip]\nport = " << sip_port
-            << "\nip6 = \"::1\"\ninstance = \"f81d4fae-7dec-11d0-a765-00a0c91e6bf6\"\n[driver]\nring = \"" << folder
+            << "\nip6 = \"::1\"\ninstance = \"f81d4fae-7dec-11d0-a765-00a0c91e6bf6\"\n[status]\nsocket = \"" << folder
+            << "/status\"\n[driver]\nring = \"" << folder
             << "/ring\"\n[dial]\nplan = [{ keys = \"10x\", call = \"sip:{}@127.0.0.1:" << sip_port << "\" },\n"
             << more_plan << "]\n"
             << tables << "[[line]]\nnumber = 0\nuser = \"100\"\n"
@@ -157,11 +165,12 @@ inline void expect_heard(device const& where, int speaker, int listener) {
                                      << pieces;
 }
 
-/// SIPp, an independent agent, playing one of its own scenarios for one call.
+/// SIPp, an independent agent, playing one of its own scenarios, or a file of scenarios/, for one call.
 inline std::vector<std::string> sipp(std::string const& scenario, std::uint16_t port, std::vector<std::string> more) {
+    bool const is_file = scenario.ends_with(".xml");
     std::vector<std::string> all{SIPP,
-                                 "-sn",
-                                 scenario,
+                                 is_file ? "-sf" : "-sn",
+                                 (is_file ? SCENARIOS "/" : "") + scenario,
                                  "-i",
                                  "127.0.0.1",
                                  "-p",

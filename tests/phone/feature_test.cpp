@@ -76,34 +76,8 @@ TEST(phone_feature, sends_keys_as_info) {
 
 TEST(phone_feature, takes_keys_and_message_summaries) {
     device here;
-    std::ofstream(here.folder + "/notify.xml") << R"(<?xml version="1.0"?>
-<scenario name="notify">
-<send retrans="500"><![CDATA[
-
-NOTIFY sip:[service]@[remote_ip]:[remote_port] SIP/2.0
-Via: SIP/2.0/[transport] [local_ip]:[local_port];branch=[branch]
-Max-Forwards: 70
-From: <sip:mailbox@[local_ip]>;tag=m[call_number]
-To: <sip:[service]@[remote_ip]:[remote_port]>
-Call-ID: [call_id]
-CSeq: 1 NOTIFY
-Contact: <sip:mailbox@[local_ip]:[local_port]>
-Event: message-summary
-Subscription-State: active
-Content-Type: application/simple-message-summary
-Content-Length: [len]
-
-Messages-Waiting: yes
-Voice-Message: 2/0
-
-]]></send>
-<recv response="200"></recv>
-</scenario>
-)";
-    auto arguments = sipp("uac", free_port(), {"-s", "100", "127.0.0.1:" + std::to_string(here.sip_port)});
-    arguments[1] = "-sf";
-    arguments[2] = here.folder + "/notify.xml";
-    EXPECT_EQ(child(arguments).wait(), 0) << here.phone.err;
+    child agent(sipp("message_summary.xml", free_port(), {"-s", "100", "127.0.0.1:" + std::to_string(here.sip_port)}));
+    EXPECT_EQ(agent.wait(), 0) << here.phone.err;
     here.driver_says("off-hook 0");
     sleep(4);
     here.driver_says("on-hook 0");

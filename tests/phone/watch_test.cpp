@@ -1,6 +1,4 @@
-#include <gtest/gtest.h>
-
-#include <nlohmann/json.hpp>
+#include <sys/stat.h>
 
 #include "tests/phone/device.h"
 
@@ -16,27 +14,20 @@ nlohmann::json record_of(device& here, int line) {
                : nlohmann::json::parse(here.phone.out.substr(at, here.phone.out.find('\n', at) - at));
 }
 
-nlohmann::json status_of(device& here) {
-    child asked({FXSPHONE, "--status", here.folder + "/phone.toml"});
-    EXPECT_EQ(asked.wait(), 0) << asked.err;
-    return nlohmann::json::parse(asked.out, nullptr, false);
-}
-
 std::string led(device& here) {
     std::ifstream in(here.folder + "/lines/led");
     return {std::istreambuf_iterator<char>(in), {}};
 }
 
 TEST(phone_watch, tells_what_lines_do_and_how_calls_were) {
-    std::string const socket = testing::TempDir() + "phone-status-" + std::to_string(getpid());
-    device here({}, "[status]\nsocket = \"" + socket + "\"\n");
-    EXPECT_EQ(status_of(here)["lines"][0]["state"], "on_hook");
+    device here;
+    EXPECT_EQ(here.status()["lines"][0]["state"], "on_hook");
     EXPECT_EQ(led(here).find('#'), std::string::npos);
     here.driver_says("off-hook 0");
     ASSERT_TRUE(here.hears(0, -30, -10));
     here.call(0, 1);
     sleep(12);  // two of the process's RTCP intervals
-    auto const status = status_of(here);
+    auto const status = here.status();
     EXPECT_TRUE(status["media_process"]);
     EXPECT_EQ(status["lines"][1]["state"], "talking");
     EXPECT_EQ(status["lines"][1]["calls"][0]["answered"], true);
@@ -52,7 +43,22 @@ TEST(phone_watch, tells_what_lines_do_and_how_calls_were) {
     EXPECT_TRUE(out["quality"]["own_jitter_ms"].is_number());
     EXPECT_GT(out["quality"]["own_mos"], 3.5) << "both ends agree on extended reports";
     here.phone.end(SIGTERM);
-    EXPECT_FALSE(std::filesystem::exists(socket));
+    EXPECT_FALSE(std::filesystem::exists(here.folder + "/status"));
+}
+
+TEST(phone_watch, tells_other_users_nothing) {
+    if (geteuid() != 0)
+        GTEST_SKIP() << "only root can be somebody else";
+    device here;
+    std::string const socket = here.folder + "/status";
+    EXPECT_EQ(chmod(socket.c_str(), 0777), 0) << "what keeps them out is not the file's mode";
+    for (auto const& [user, bytes] : {std::pair{"0", 1}, {"65534", 0}}) {
+        child asking({"/usr/bin/setpriv", "--reuid", user, "--clear-groups", "/usr/bin/env", "python3", "-c",
+                      "import socket, sys; s = socket.socket(socket.AF_UNIX); s.connect(sys.argv[1]); "
+                      "sys.exit(len(s.recv(1)))",
+                      socket});
+        EXPECT_EQ(asking.wait(), bytes) << user << asking.err;
+    }
 }
 
 TEST(phone_watch, ends_a_call_without_media) {

@@ -71,6 +71,8 @@ public:
         return wait();
     }
 
+    pid_t id() const { return pid; }
+
     std::string out, err;
 
 private:
