@@ -1,6 +1,7 @@
 #include "codecs/g729a/adaptive_codebook.h"
 
 #include <algorithm>
+#include <bit>
 #include <cstring>
 
 #include "codecs/g729a/basic_op.h"
@@ -40,14 +41,6 @@ int32_t clipping_sum(int16_t const* x, int16_t const c[all_taps]) {
 delay_range search_range(int t0, int below, int width) {
     int const min = std::clamp(t0 - below, pit_min, pit_max - width);
     return {min, min + width};
-}
-
-// y[i] = 2 sum of xn[j] h[j - i], j = i..39, for eight values of i from first on. xn is followed by zeros, so
-// that the eight sums may have one length.
-template <int first>
-void correlate_eight(int16_t const* xn, int16_t const* h, int32_t* y) {
-    for (int i = first; i < first + 8; ++i)
-        y[i] = 2 * dot<subframe_size - first>(h, xn + i);
 }
 
 // The correlation of dn with a vector; fits says that it cannot clip.
@@ -94,43 +87,46 @@ void Pred_lt_3(int16_t* exc, int t0, int frac) {
     select_phase(phase, c);
     int16_t const* x = exc - t0 - (frac > 0 ? 1 : 0) - (half_taps - 1);
 
-    // Magnitudes of a phase's coefficients add up to 59398 at most: sums fit while the samples are within 2^14. A block
-    // at a time, as outputs are samples for later ones at short delays, though never for the next eight.
-    constexpr uint32_t limit = 1 << 14;
-    constexpr int block = 8;
+    // Magnitudes of a phase's coefficients add up to 59398 at most. At short delays outputs are samples for later ones,
+    // though not for the ten next to them: as many at a time as the delay allows.
+    constexpr int32_t limit = fitting_peak(59398);
+    int const independent = (t0 + (frac > 0 ? 1 : 0) - half_taps) / correlation_block * correlation_block;
     bool fits = within<all_taps - 1>(x, limit);
-    for (int n = 0; n < subframe_size; n += block) {
-        fits = fits && within<block>(x + n + all_taps - 1, limit);
+    for (int n = 0, count = 0; n < subframe_size; n += count) {
+        count = std::min(independent, subframe_size - n);
+        for (int i = 0; fits && i < count; i += correlation_block)
+            fits = within<correlation_block>(x + n + i + all_taps - 1, limit);
         if (fits) {
-            int32_t sum[block];
-            correlate_run<all_taps, block, false>(c, x + n, sum);
-            for (int i = 0; i < block; ++i)
+            int32_t sum[subframe_size];
+            correlate_20(c, x + n, sum, count);
+            for (int i = 0; i < count; ++i)
                 exc[n + i] = static_cast<int16_t>((sum[i] + 0x4000) >> 15);
         } else {
-            for (int i = n; i < n + block; ++i)
+            for (int i = n; i < n + count; ++i)
                 exc[i] = round(clipping_sum(x + i, c));
         }
     }
 }
 
 void backward_filter(int16_t const xn[subframe_size], int16_t const h[subframe_size], int16_t dn[subframe_size]) {
-    int32_t y[subframe_size];
-    if (sums_fit(sum_of_magnitudes(h, subframe_size), peak<subframe_size>(xn))) {
-        int16_t padded[subframe_size + 8] = {};
+    bool const fits = within<subframe_size>(xn, fitting_peak(sum_of_magnitudes<subframe_size>(h)));
+    int32_t y[subframe_size];  // 2 y when the sums may clip
+    if (fits) {
+        int16_t padded[subframe_size + 24] = {};  // as far as the correlations look
         std::memcpy(padded, xn, subframe_size * sizeof *xn);
-        correlate_eight<0>(padded, h, y);
-        correlate_eight<8>(padded, h, y);
-        correlate_eight<16>(padded, h, y);
-        correlate_eight<24>(padded, h, y);
-        correlate_eight<32>(padded, h, y);
+        correlate_20(h, padded, y, 40);
+        add_correlations_20(h + 20, padded + 20, y, 24);
     } else {
         for (int i = 0; i < subframe_size; ++i)
             y[i] = L_mac_sum(0, xn + i, h, subframe_size - i);
     }
-    int32_t highest = 0;
-    for (int i = 0; i < subframe_size; ++i)
-        highest = std::max(highest, L_abs(y[i]));
-    int const shift = 18 - std::min(norm_l(highest), 16);
+    uint32_t magnitudes = 0;
+    for (int32_t const value : y) {
+        uint32_t const sign = static_cast<uint32_t>(value >> 31);
+        magnitudes |= (static_cast<uint32_t>(value) ^ sign) - sign;
+    }
+    int const halved = fits ? 1 : 0;
+    int const shift = 18 - std::clamp(std::countl_zero(magnitudes) - 1 - halved, 0, 16) - halved;
     for (int i = 0; i < subframe_size; ++i)
         dn[i] = extract_l(y[i] >> shift);
 }
@@ -139,10 +135,9 @@ pitch_delay Pitch_fr3_fast(int16_t* exc, int16_t const xn[subframe_size], int16_
                            delay_range range, bool long_is_integer) {
     int16_t dn[subframe_size];
     backward_filter(xn, h, dn);
-    int32_t const magnitudes = sum_of_magnitudes(dn, subframe_size);
+    int32_t const limit = fitting_peak(sum_of_magnitudes<subframe_size>(dn));
 
-    constexpr int window = (subframe_size + widest_range + 7) / 8 * 8;
-    bool fits = sums_fit(magnitudes, peak<window>(exc - range.max));
+    bool fits = within<subframe_size + widest_range>(exc - range.max, limit);
     pitch_delay best = {range.min, 0};
     int32_t highest = min_32;
     for (int t = range.min; t <= range.max; ++t) {
@@ -156,13 +151,13 @@ pitch_delay Pitch_fr3_fast(int16_t* exc, int16_t const xn[subframe_size], int16_
     Pred_lt_3(exc, best.t0, 0);
     if (long_is_integer && best.t0 > longest_fractional)
         return best;
-    fits = sums_fit(magnitudes, peak<subframe_size>(exc));
+    fits = within<subframe_size>(exc, limit);
     highest = correlate(dn, exc, fits);
     int16_t best_vector[subframe_size];
     std::memcpy(best_vector, exc, sizeof best_vector);
     for (int frac = -1; frac <= 1; frac += 2) {
         Pred_lt_3(exc, best.t0, frac);
-        fits = sums_fit(magnitudes, peak<subframe_size>(exc));
+        fits = within<subframe_size>(exc, limit);
         int32_t const correlation = correlate(dn, exc, fits);
         if (correlation > highest) {
             highest = correlation;

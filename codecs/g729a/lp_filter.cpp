@@ -50,8 +50,7 @@ int16_t synthesis_clipping(int16_t const* a, int16_t x, int16_t const* y, bool& 
 }  // namespace
 
 void Residu(int16_t const a[lp_size], int16_t const* x, int16_t y[subframe_size]) {
-    int32_t const highest = std::max(peak<subframe_size>(x), peak<lp_order>(x - lp_order));
-    if (sums_fit(sum_of_magnitudes(a, lp_size), highest)) {
+    if (within<lp_order + subframe_size>(x - lp_order, fitting_peak(sum_of_magnitudes<lp_size>(a)))) {
         coefficients const filter(a);
         for (int i = 0; i < subframe_size; ++i)
             y[i] = sat16((4096 * x[i] + filter.past_sum(x + i) + 0x800) >> 12);
@@ -64,7 +63,7 @@ void Residu(int16_t const a[lp_size], int16_t const* x, int16_t y[subframe_size]
 bool Syn_filt(int16_t const a[lp_size], int16_t const* x, int16_t* y, int n, int16_t const mem[lp_order]) {
     // The Q13 sum of an output is at most 2^28 + 2 weight |y|. While all of the last ten outputs stay within
     // limit it cannot leave 32 bits, and the clipping sum is not needed.
-    int32_t const weight = std::max(sum_of_magnitudes(a + 1, lp_order), 1);
+    int32_t const weight = std::max(sum_of_magnitudes<lp_order>(a + 1), 1);
     int32_t const limit = std::min(((1 << 30) - (1 << 27) - 1) / weight, 32768);
     auto const beyond = [limit](int32_t value) {
         return static_cast<uint32_t>(value + limit) > 2 * static_cast<uint32_t>(limit);

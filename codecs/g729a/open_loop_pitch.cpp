@@ -32,6 +32,32 @@ struct split_speech {
     }
 };
 
+// The correlations of all delays that the search begins with: even ones from 18 to 144, odd ones from 19 to 81.
+struct correlations {
+    static constexpr int even_count = 64;
+    static constexpr int odd_count = 32;
+    int32_t even[even_count];  // of the longest delay first
+    int32_t odd[odd_count];
+
+    explicit correlations(split_speech const& z) {
+        fill(z, 2 * past, even, even_count);
+        fill(z, past + 9, odd, odd_count);
+    }
+    int32_t at(int delay) const { return delay & 1 ? odd[(past + 9 - delay) / 2] : even[(2 * past - delay) / 2]; }
+
+private:
+    static void fill(split_speech const& z, int longest, int32_t* sum, int count) {
+        int16_t const* x = z.even + past;
+        int16_t const* y = z.delayed(longest);
+        if (z.fits) {
+            correlate_20(x, y, sum, count);
+            add_correlations_20(x + 20, y + 20, sum, count);
+        }
+        for (int i = 0; i < count; ++i)
+            sum[i] = z.fits ? 2 * sum[i] : L_mac_sum(0, x, y + i, taps);
+    }
+};
+
 // Splits wsp[-143..79] and scales it so that the energy of the odd samples is neither too large nor small.
 void split(int16_t const* wsp, split_speech& z) {
     z.even[0] = 0;  // sample -144 belongs to no delay
@@ -58,18 +84,17 @@ struct candidate {
     int16_t normalised;  // by the energy of the delayed samples
 };
 
-void try_delay(split_speech const& z, int delay, candidate& best) {
-    int32_t const correlation = z.correlate(0, delay, false);
+void try_delay(int delay, int32_t correlation, candidate& best) {
     if (correlation > best.correlation) {
         best.correlation = correlation;
         best.delay = delay;
     }
 }
 
-candidate search(split_speech const& z, int first, int last, int step) {
+candidate search(correlations const& c, int first, int last, int step) {
     candidate best = {first, min_32, 0};
     for (int delay = first; delay <= last; delay += step)
-        try_delay(z, delay, best);
+        try_delay(delay, c.at(delay), best);
     return best;
 }
 
@@ -93,12 +118,13 @@ void favour(candidate& a, candidate const& b, int factor) {
 int Pitch_ol_fast(int16_t const* wsp) {
     split_speech z;
     split(wsp, z);
-    candidate shortest = search(z, pit_min, 39, 1);
-    candidate middle = search(z, 40, 79, 1);
-    candidate longest = search(z, 80, pit_max - 1, 2);
+    correlations const c(z);
+    candidate shortest = search(c, pit_min, 39, 1);
+    candidate middle = search(c, 40, 79, 1);
+    candidate longest = search(c, 80, pit_max - 1, 2);
     int const even = longest.delay;
-    try_delay(z, even + 1, longest);
-    try_delay(z, even - 1, longest);
+    try_delay(even + 1, z.correlate(0, even + 1, false), longest);
+    try_delay(even - 1, z.correlate(0, even - 1, false), longest);
     normalise(z, shortest);
     normalise(z, middle);
     normalise(z, longest);

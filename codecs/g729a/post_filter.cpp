@@ -37,9 +37,8 @@ struct long_term_sums {
 long_term_sums search_delay(int16_t const* sc, int t0) {
     int const last = std::min(t0 + delays / 2, pit_max);
     int const first = last - delays + 1;
-    constexpr int window = (subframe_size + delays + 7) / 8 * 8;
-    int32_t const highest = std::max(peak<subframe_size>(sc), peak<window>(sc - last));
-    bool const fits = sums_fit(subframe_size * highest, highest);
+    constexpr int32_t limit = 5181;  // 1 + 2 * 40 limit^2 < 2^31
+    bool const fits = within<subframe_size>(sc, limit) && within<subframe_size + delays - 1>(sc - last, limit);
     auto const sum = [&](int32_t start, int16_t const* x, int16_t const* y) {
         return fits ? start + 2 * dot<subframe_size>(x, y) : L_mac_sum(start, x, y, subframe_size);
     };

@@ -19,19 +19,12 @@ inline int32_t dot(int16_t const* x, int16_t const* y) {
     return sum;
 }
 
-/// sum[i] = x[0] y[i] + ... + x[taps - 1] y[i + taps - 1], i < n, or that added to sum. The caller knows that nothing
-/// leaves 32 bits. On machines with many registers the x stay in them (not so if this were inlined), which leaves a
-/// load and a multiply-add to a product; elsewhere the loop over i becomes vector instructions.
-template <int taps, int n, bool added>
-[[gnu::noinline]] inline void correlate_run(int16_t const* x, int16_t const* y, int32_t* sum) {
-    for (int i = 0; i < n; ++i) {
-        int32_t one = added ? sum[i] : 0;
-#pragma GCC unroll 20
-        for (int k = 0; k < taps; ++k)
-            one += x[k] * y[i + k];
-        sum[i] = one;
-    }
-}
+constexpr int correlation_block = 8;
+
+/// Correlations of 20 words x with y at n places, n a multiple of correlation_block: sum[i] = x[0] y[i] + ... + x[19]
+/// y[i + 19], i < n, or that added to sum[i]. The caller knows that nothing leaves 32 bits.
+void correlate_20(int16_t const x[20], int16_t const* y, int32_t* sum, int n);
+void add_correlations_20(int16_t const x[20], int16_t const* y, int32_t* sum, int n);
 
 /// Sum of x[i]^2, i < n, exact.
 template <int n>
@@ -43,40 +36,33 @@ inline int64_t energy(int16_t const* x) {
     return sum;
 }
 
-/// Largest magnitude of x[0..n-1], 0..32768.
+/// Whether x[0..n-1] are all within -limit..limit.
 template <int n>
-inline int32_t peak(int16_t const* x) {
-    int16_t high = 0;
-    int16_t low = 0;
-    for (int i = 0; i < n; ++i) {
-        high = x[i] > high ? x[i] : high;
-        low = x[i] < low ? x[i] : low;
-    }
-    return high > -low ? high : -low;
-}
-
-/// Whether x[0..n-1] are all within -limit..limit - 1; limit is a power of two.
-template <int n>
-inline bool within(int16_t const* x, uint32_t limit) {
-    uint32_t bits = 0;
+inline bool within(int16_t const* x, int32_t limit) {
+    bool beyond = false;
 #pragma GCC unroll 8
     for (int i = 0; i < n; ++i)
-        bits |= static_cast<uint32_t>(x[i]) + limit;
-    return bits < 2 * limit;
+        beyond |= static_cast<uint32_t>(x[i] + limit) > 2 * static_cast<uint32_t>(limit);
+    return !beyond;
 }
 
 /// Sum of the magnitudes of x[0..n-1].
-inline int32_t sum_of_magnitudes(int16_t const* x, int n) {
+template <int n>
+inline int32_t sum_of_magnitudes(int16_t const* x) {
     int32_t sum = 0;
-    for (int i = 0; i < n; ++i)
-        sum += x[i] < 0 ? -x[i] : x[i];
+#pragma GCC unroll 8
+    for (int i = 0; i < n; ++i) {
+        int32_t const sign = x[i] >> 15;
+        sum += (x[i] ^ sign) - sign;
+    }
     return sum;
 }
 
-/// Whether L_mac over coefficients of that sum of magnitudes and a signal of that peak can never clip, not
-/// even when round() follows.
-constexpr bool sums_fit(int32_t magnitudes, int32_t signal_peak) {
-    return int64_t{magnitudes} * signal_peak < (1 << 30) - 0x4000;
+/// Largest magnitude (at most 32768) of a signal for which L_mac over coefficients of that sum of magnitudes can never
+/// clip, not even when round() follows.
+constexpr int32_t fitting_peak(int32_t magnitudes) {
+    int32_t const highest = (1 << 30) - 0x4000 - 1;
+    return magnitudes <= highest >> 15 ? 32768 : highest / magnitudes;
 }
 
 /// start, then L_mac of x[i], y[i], i < n: clips after every product.
