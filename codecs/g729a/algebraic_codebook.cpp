@@ -15,44 +15,55 @@ namespace {
 struct correlations {
     int16_t dn[subframe_size];                  // magnitude, at most 8192
     int16_t sign[subframe_size];                // 32767 or -32768
+    int16_t own[subframe_size];                 // a filtered pulse with itself
     int16_t phi[subframe_size][subframe_size];  // symmetric; not filled for two positions of one track
 };
 
-// Accumulation and product with a sign (Q15) for correlations of less than 2^31 - 2^16, and with clipping.
+// Accumulation, the upper half of twice the sum, and product with a sign (Q15): for sums of which no double is 2^31 -
+// 2^16 or more, and with clipping of the doubles.
 struct plain_arithmetic {
-    static int32_t accumulate(int32_t sum, int32_t a, int32_t b) { return sum + 2 * a * b; }
+    static int32_t accumulate(int32_t sum, int32_t a, int32_t b) { return sum + a * b; }
+    static int32_t upper(int32_t sum) { return sum >> 15; }
     static int32_t with_sign(int32_t value, int32_t sign) { return (value * sign) >> 15; }
 };
 struct clipping_arithmetic {
     static int32_t accumulate(int32_t sum, int32_t a, int32_t b) { return L_mac(sum, a, b); }
+    static int32_t upper(int32_t sum) { return sum >> 16; }
     static int32_t with_sign(int32_t value, int32_t sign) { return mult(value, sign); }
 };
 
-// Fills phi; each of its diagonals is one running sum. Off the main diagonal it is multiplied by both signs.
+// What a diagonal of phi takes from one of its positions.
+struct pulse_position {
+    int32_t h;
+    int32_t sign;     // 32767 or -32768
+    int32_t inverse;  // 0 or -1, exclusive-or with it changes a sign
+};
+
+// Fills own and phi; each of its diagonals is one running sum. Off the main diagonal it is multiplied by both signs.
 template <class arithmetic>
 void fill_phi(int16_t const h[subframe_size], correlations& c) {
     constexpr int last = subframe_size - 1;
+    pulse_position p[subframe_size];  // from the last position of the subframe on, h from the first
     int32_t sum = 0;
     for (int n = 0; n <= last; ++n) {
+        int const at = last - n;
+        p[n] = {h[n], c.sign[at], c.sign[at] >> 15};
         sum = arithmetic::accumulate(sum, h[n], h[n]);
-        c.phi[last - n][last - n] = extract_h(sum);
-    }
-    int32_t sign[subframe_size];     // 32767 or -32768
-    int32_t inverse[subframe_size];  // 0 or -1, exclusive-or with it changes a sign
-    for (int i = 0; i <= last; ++i) {
-        sign[last - i] = c.sign[i];
-        inverse[last - i] = c.sign[i] >> 15;
+        c.own[at] = static_cast<int16_t>(arithmetic::upper(sum));
     }
     for (int distance = 1; distance < subframe_size; ++distance) {
         if (distance % track_step == 0)
             continue;
         sum = 0;
+        pulse_position const* q = p + distance;
         int16_t* above = &c.phi[last - distance][last];
         int16_t* below = &c.phi[last][last - distance];
+#pragma GCC unroll 4  // five pointers and counters move at each turn
         for (int n = 0; n <= last - distance; ++n) {
-            sum = arithmetic::accumulate(sum, h[n], h[n + distance]);
-            int32_t const value = arithmetic::with_sign(sum >> 16, sign[n] ^ inverse[n + distance]);
-            *above = *below = static_cast<int16_t>(value);
+            sum = arithmetic::accumulate(sum, p[n].h, q[n].h);
+            int32_t const value = arithmetic::with_sign(arithmetic::upper(sum), p[n].sign ^ q[n].inverse);
+            *above = static_cast<int16_t>(value);
+            *below = static_cast<int16_t>(value);
             above -= subframe_size + 1;
             below -= subframe_size + 1;
         }
@@ -78,8 +89,9 @@ void correlate_response(int16_t const h[subframe_size], correlations& c) {
 void correlate_target(int16_t const xn2[subframe_size], int16_t const h[subframe_size], correlations& c) {
     backward_filter(xn2, h, c.dn);
     for (int i = 0; i < subframe_size; ++i) {
-        c.sign[i] = c.dn[i] >= 0 ? 32767 : -32768;
-        c.dn[i] = static_cast<int16_t>(c.dn[i] < 0 ? -c.dn[i] : c.dn[i]);
+        int32_t const inverse = c.dn[i] >> 15;  // 0 or -1
+        c.sign[i] = static_cast<int16_t>(inverse ^ 32767);
+        c.dn[i] = static_cast<int16_t>((c.dn[i] ^ inverse) - inverse);
     }
 }
 
@@ -125,11 +137,11 @@ pulse_pair search_first_pair(correlations const& c, int first_track, int second_
     for (int round = 0; round < 2; ++round) {
         int const p = strongest(c.dn, first_track, excluded);
         excluded = p;
-        int32_t const first_energy = c.phi[p][p] * 0x4000;
+        int32_t const first_energy = c.own[p] * 0x4000;
         for (int q = second_track; q < subframe_size; q += track_step) {
             int32_t const correlation = c.dn[p] + c.dn[q];
             int32_t const square = (correlation * correlation) >> 15;
-            int32_t const sum = first_energy + c.phi[p][q] * 0x8000 + c.phi[q][q] * 0x4000;
+            int32_t const sum = first_energy + c.phi[p][q] * 0x8000 + c.own[q] * 0x4000;
             int32_t const energy = (sum + 0x8000) >> 16;
             if (best.value.loses_to(square, energy))
                 best = {{square, energy}, p, q, correlation};
@@ -138,31 +150,42 @@ pulse_pair search_first_pair(correlations const& c, int first_track, int second_
     return best;
 }
 
+// What the second pulse of a pair adds to correlation and energy wherever the first is.
+struct second_pulse {
+    int32_t correlation;
+    int32_t energy;
+};
+
 // Best pair of first_track and second_track beside the fixed pair. Energy is 1/16 of all four pulses'.
 pulse_pair search_second_pair(correlations const& c, pulse_pair const& fixed, int first_track, int second_track) {
     int16_t const* with_p = c.phi[fixed.first];
     int16_t const* with_q = c.phi[fixed.second];
-    int32_t second_energy[positions_per_track];  // of a second pulse, and with the fixed pair
+    second_pulse second[positions_per_track];
     for (int k = 0; k < positions_per_track; ++k) {
         int const v = second_track + k * track_step;
-        int32_t const sum = with_p[v] * 0x4000 + with_q[v] * 0x4000 + c.phi[v][v] * 0x2000;
-        second_energy[k] = ((sum + 0x8000) >> 16) * 0x8000;
+        int32_t const sum = with_p[v] * 0x4000 + with_q[v] * 0x4000 + c.own[v] * 0x2000;
+        second[k] = {c.dn[v], ((sum + 0x8000) >> 16) * 0x8000};
     }
-    pulse_pair best;
+    merit best;
+    int best_u = 0, best_k = 0;
     for (int u = first_track; u < subframe_size; u += track_step) {
         int32_t const first_correlation = fixed.correlation + c.dn[u];
         int32_t const first_energy =
-            fixed.value.energy * 0x4000 + with_p[u] * 0x2000 + with_q[u] * 0x2000 + c.phi[u][u] * 0x1000 + 0x8000;
+            fixed.value.energy * 0x4000 + with_p[u] * 0x2000 + with_q[u] * 0x2000 + c.own[u] * 0x1000 + 0x8000;
+        int16_t const* with_u = c.phi[u] + second_track;
+#pragma GCC unroll 8  // spares a quarter of the 512 turns that a frame takes
         for (int k = 0; k < positions_per_track; ++k) {
-            int const v = second_track + k * track_step;
-            int32_t const correlation = std::min(first_correlation + c.dn[v], 32767);
+            int32_t const correlation = std::min(first_correlation + second[k].correlation, 32767);
             int32_t const square = (correlation * correlation) >> 15;
-            int32_t const energy = (first_energy + c.phi[u][v] * 0x2000 + second_energy[k]) >> 16;
-            if (best.value.loses_to(square, energy))
-                best = {{square, energy}, u, v, correlation};
+            int32_t const energy = (first_energy + with_u[k * track_step] * 0x2000 + second[k].energy) >> 16;
+            if (best.loses_to(square, energy)) {
+                best = {square, energy};
+                best_u = u;
+                best_k = k;
+            }
         }
     }
-    return best;
+    return {best, best_u, second_track + best_k * track_step, 0};
 }
 
 // The tracks of one depth-first search, and which pulse of the codeword each of the four found becomes.

@@ -4,8 +4,8 @@ namespace g729a {
 
 namespace {
 
-// On machines with many registers the x stay in them, which leaves a load and a multiply-add to a product; elsewhere the
-// loop over i becomes vector instructions.
+// On machines with many registers the x stay in them, which leaves a load and a multiply-add to a product; elsewhere
+// the loop over i becomes vector instructions.
 template <bool added>
 inline void correlate(int16_t const x[20], int16_t const* y, int32_t* sum, int n) {
     for (int first = 0; first < n; first += correlation_block) {
