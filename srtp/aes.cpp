@@ -34,12 +34,11 @@ inline std::uint32_t mixed_column(std::uint32_t a, std::uint32_t b, std::uint32_
            looked_up<3>(octet(d, 3));
 }
 
-inline void aes_round(v128_t& state, v128_t const& key) {
+/// A whole round.
+[[gnu::always_inline]] inline v128_t mixed(v128_t const& state, v128_t const& key) {
     std::uint32_t const a = state.word[0], b = state.word[1], c = state.word[2], d = state.word[3];
-    state.word[0] = mixed_column(a, b, c, d) ^ key.word[0];
-    state.word[1] = mixed_column(b, c, d, a) ^ key.word[1];
-    state.word[2] = mixed_column(c, d, a, b) ^ key.word[2];
-    state.word[3] = mixed_column(d, a, b, c) ^ key.word[3];
+    return {mixed_column(a, b, c, d) ^ key.word[0], mixed_column(b, c, d, a) ^ key.word[1],
+            mixed_column(c, d, a, b) ^ key.word[2], mixed_column(d, a, b, c) ^ key.word[3]};
 }
 
 /// SubBytes and ShiftRows of one column.
@@ -49,17 +48,19 @@ inline std::uint32_t substituted_column(std::uint32_t a, std::uint32_t b, std::u
 }
 
 /// The last round has no MixColumns.
-inline void aes_final_round(v128_t& state, v128_t const& key) {
+inline v128_t substituted(v128_t const& state, v128_t const& key) {
     std::uint32_t const a = state.word[0], b = state.word[1], c = state.word[2], d = state.word[3];
-    state.word[0] = substituted_column(a, b, c, d) ^ key.word[0];
-    state.word[1] = substituted_column(b, c, d, a) ^ key.word[1];
-    state.word[2] = substituted_column(c, d, a, b) ^ key.word[2];
-    state.word[3] = substituted_column(d, a, b, c) ^ key.word[3];
+    return {substituted_column(a, b, c, d) ^ key.word[0], substituted_column(b, c, d, a) ^ key.word[1],
+            substituted_column(c, d, a, b) ^ key.word[2], substituted_column(d, a, b, c) ^ key.word[3]};
 }
 
-}  // namespace
-
-namespace {
+/// Rounds 3 to the last, which is even. Two to a turn: the state's words change places without being moved.
+[[gnu::always_inline]] inline v128_t later_rounds(v128_t const& second, v128_t const* round_keys, int rounds) {
+    v128_t state = mixed(second, round_keys[3]);
+    for (int n = 4; n < rounds; n += 2)
+        state = mixed(mixed(state, round_keys[n]), round_keys[n + 1]);
+    return substituted(state, round_keys[rounds]);
+}
 
 /// SubWord and, with `rotate`, RotWord before it.
 std::uint32_t substituted_word(std::uint32_t word, bool rotate) {
@@ -85,13 +86,76 @@ void expand(v128_t* round_keys, int key_words, int rounds) {
     }
 }
 
-void encrypt(v128_t* block, v128_t const* round_keys, int rounds) {
-    v128_t state = *block;
-    v128_xor(state, round_keys[0]);
-    for (int n = 1; n < rounds; n++)
-        aes_round(state, round_keys[n]);
-    aes_final_round(state, round_keys[rounds]);
-    *block = state;
+/// Encrypted counter blocks one after the other, of which one differs from the next in its last byte, almost always.
+/// That byte takes part in one column after the first round and in one byte of each column after the second; what the
+/// other bytes do there is computed once.
+class keystream_blocks {
+public:
+    keystream_blocks(v128_t const& first, v128_t const* keys, int count)
+        : counter(first), round_keys(keys), rounds(count) {
+        begin();
+    }
+    v128_t next() {
+        v128_t second = others;
+        add_changing(second, changing ^ looked_up<3>(counter[15] ^ round_keys[0][15]));
+        if (++counter[15] == 0) {
+            ++counter[14];
+            begin();
+        }
+        return later_rounds(second, round_keys, rounds);
+    }
+    v128_t const& next_counter() const { return counter; }
+
+private:
+    void begin() {
+        v128_t state = counter;
+        v128_xor(state, round_keys[0]);
+        v128_t const first = mixed(state, round_keys[1]);
+        changing = first.word[0] ^ looked_up<3>(state[15]);
+        others = mixed(first, round_keys[2]);
+        add_changing(others, first.word[0]);
+    }
+    /// Adds to the second round's columns what the first column of the first round gives them, or takes it out.
+    static void add_changing(v128_t& second, std::uint32_t column) {
+        second.word[0] ^= looked_up<0>(octet(column, 0));
+        second.word[3] ^= looked_up<1>(octet(column, 1));
+        second.word[2] ^= looked_up<2>(octet(column, 2));
+        second.word[1] ^= looked_up<3>(octet(column, 3));
+    }
+
+    v128_t counter;  ///< of the next block
+    v128_t const* round_keys;
+    int rounds;
+    std::uint32_t changing = 0;  ///< first column after round 1, without the last byte
+    v128_t others{};             ///< after round 2, without what comes from that column
+};
+
+inline void xor_word(unsigned char* out, unsigned char const* in, std::uint32_t keystream) {
+    std::uint32_t word;
+    std::memcpy(&word, in, sizeof word);
+    word ^= keystream;
+    std::memcpy(out, &word, sizeof word);
+}
+
+/// out = in XOR keystream, for one whole block. Word by word, so that none of it passes through memory.
+inline void xor_block(unsigned char* out, unsigned char const* in, v128_t const& keystream) {
+    xor_word(out, in, keystream.word[0]);
+    xor_word(out + 4, in + 4, keystream.word[1]);
+    xor_word(out + 8, in + 8, keystream.word[2]);
+    xor_word(out + 12, in + 12, keystream.word[3]);
+}
+
+/// The same for part of a block; apart, so that the keystream of whole blocks never needs an address.
+[[gnu::noinline]] void xor_octets(unsigned char* out, unsigned char const* in, v128_t keystream, int n) {
+    for (int i = 0; i < n; i++)
+        out[i] = in[i] ^ keystream[i];
+}
+
+/// In place.
+void encrypt(v128_t& block, v128_t const* round_keys, int rounds) {
+    v128_t counter = block;
+    block = v128_t{};
+    aes_counter_mode(round_keys, rounds, counter, block.octets(), sizeof block, block.octets());
 }
 
 }  // namespace
@@ -102,7 +166,23 @@ void aes_cm_expand_key(v128_t const& key, v128_t (&round_keys)[11]) {
 }
 
 void aes_cm_encrypt(v128_t* block, v128_t const (&round_keys)[11]) {
-    encrypt(block, round_keys, 10);
+    encrypt(*block, round_keys, 10);
+}
+
+// The only place that has the cipher's code: a single block is one of counter mode, too.
+void aes_counter_mode(v128_t const* round_keys, int rounds, v128_t& counter, unsigned char const* in, int n,
+                      unsigned char* out) {
+    constexpr int block_bytes = sizeof(v128_t);
+    keystream_blocks stream(counter, round_keys, rounds);
+    for (; n > 0; n -= block_bytes, in += block_bytes, out += block_bytes) {
+        v128_t const keystream = stream.next();
+        if (n < block_bytes) {
+            xor_octets(out, in, keystream, n);
+            break;
+        }
+        xor_block(out, in, keystream);
+    }
+    counter = stream.next_counter();
 }
 
 void aes_key::set(str const& key) {
@@ -115,7 +195,11 @@ void aes_key::set(str const& key) {
 }
 
 void aes_key::encrypt(v128_t& block) const {
-    ::encrypt(&block, round_keys, rounds);
+    ::encrypt(block, round_keys, rounds);
+}
+
+void aes_key::counter_mode(v128_t& counter, unsigned char const* in, int n, unsigned char* out) const {
+    aes_counter_mode(round_keys, rounds, counter, in, n, out);
 }
 
 // ---- tables

@@ -39,6 +39,12 @@ void aes_cm_expand_key(v128_t const& key, v128_t (&round_keys)[11]);
 /// Encrypts one block in place.
 void aes_cm_encrypt(v128_t* block, v128_t const (&round_keys)[11]);
 
+/// out = in XOR the encrypted blocks `counter`, `counter` + 1, ..., for n bytes; in and out need no alignment and may
+/// be the same. The last two bytes of the counter block are the number that counts, big-endian, and wrap without a
+/// carry. The counter becomes that behind the last block used, all or part.
+void aes_counter_mode(v128_t const* round_keys, int rounds, v128_t& counter, unsigned char const* in, int n,
+                      unsigned char* out);
+
 /// The same with a key of 16 or 32 bytes.
 struct aes_key {
     v128_t round_keys[15]{};
@@ -48,6 +54,8 @@ struct aes_key {
     void set(str const& key);
     /// Encrypts one block in place.
     void encrypt(v128_t& block) const;
+    /// aes_counter_mode() with this key.
+    void counter_mode(v128_t& counter, unsigned char const* in, int n, unsigned char* out) const;
 };
 
 // ---- the tables of the encryption round, and the arithmetic in GF(2^8) (FIPS-197 section 4) that they are built from.

@@ -1,20 +1,12 @@
 #include "srtp/aes_cm.h"
 
 #include <algorithm>
-#include <cstring>
 
 namespace {
 
 constexpr int session_key_bytes = 16;
 constexpr int auth_key_bytes = 20;  // RFC 3711 section 5.2
-
-/// out = in XOR keystream, for one whole block; in and out need no alignment.
-inline void xor_block(unsigned char* out, unsigned char const* in, v128_t const& keystream) {
-    v128_t data;
-    std::memcpy(data.word, in, sizeof(data));
-    v128_xor(data, keystream);
-    std::memcpy(out, data.word, sizeof(data));
-}
+constexpr int rounds = 10;
 
 /// The first n bytes that the key derivation function yields for a label (RFC 3711 section 4.3.1, index 0): the
 /// label stands at 2^48 of the 112-bit salt, which is byte 7.
@@ -59,24 +51,14 @@ void aes_cm_advance(aes_cm_context& context) {
 
 str aes_cm_encrypt_block(aes_cm_context& context, str const& data) {
     constexpr int block_bytes = sizeof(v128_t);
-    int n = data.length();
-    str result(static_cast<unsigned char const*>(nullptr), n);
-    unsigned char const* in = data.cbuffer();
-    unsigned char* out = result.buffer();
-    while (n > 0) {
-        if (context.bytes_left == 0)
-            aes_cm_advance(context);
-        int const used = std::min(n, context.bytes_left);
-        if (used == block_bytes)
-            xor_block(out, in, context.keystream);
-        else
-            for (int i = 0; i < used; i++)
-                out[i] = in[i] ^ context.keystream[block_bytes - context.bytes_left + i];
-        context.bytes_left -= used;
-        in += used;
-        out += used;
-        n -= used;
-    }
+    str result(static_cast<unsigned char const*>(nullptr), data.length());
+    unsigned char const* const in = data.cbuffer();
+    unsigned char* const out = result.buffer();
+    int const advanced = std::min(data.length(), context.bytes_left);
+    for (int i = 0; i < advanced; i++)
+        out[i] = in[i] ^ context.keystream[block_bytes - context.bytes_left + i];
+    aes_counter_mode(context.round_keys, rounds, context.counter, in + advanced, data.length() - advanced,
+                     out + advanced);
     context.bytes_left = 0;
     return result;
 }

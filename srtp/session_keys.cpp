@@ -90,22 +90,11 @@ v128_t srtp_session_keys::counter(std::uint32_t ssrc, std::uint64_t index) const
     return block;
 }
 
-v128_t srtp_session_keys::keystream(v128_t block, unsigned number) const {
-    wire::put16(&block[at_block], number);
-    cipher.encrypt(block);
-    return block;
-}
-
 str srtp_session_keys::crypt(std::uint32_t ssrc, std::uint64_t index, str const& data) const {
-    v128_t const first = counter(ssrc, index);
-    str result(data.cbuffer(), data.length());
-    unsigned char* out = result.buffer();
-    unsigned number = aead ? 2 : 0;  // block 1 is the tag's
-    for (int left = data.length(); left > 0; left -= block_bytes, out += block_bytes) {
-        v128_t const stream = keystream(first, number++);
-        for (int i = 0; i < std::min(left, block_bytes); i++)
-            out[i] ^= stream[i];
-    }
+    v128_t block = counter(ssrc, index);
+    wire::put16(&block[at_block], aead ? 2 : 0);  // block 1 is the tag's
+    str result(static_cast<unsigned char const*>(nullptr), data.length());
+    cipher.counter_mode(block, data.cbuffer(), data.length(), result.buffer());
     return result;
 }
 
@@ -131,8 +120,9 @@ str srtp_session_keys::aead_tag(v128_t const& first, str const& associated, str 
     packet.update(associated);
     packet.update(encrypted);
     v128_t result = packet.finish(associated.length(), encrypted.length());
-    v128_t const mask = keystream(first, 1);
-    for (int i = 0; i < 4; i++)
-        result.word[i] ^= mask.word[i];
+    v128_t mask = first;
+    wire::put16(&mask[at_block], 1);
+    cipher.encrypt(mask);
+    v128_xor(result, mask);
     return str(result.octets(), aead_tag_bytes);
 }

@@ -50,7 +50,6 @@ public:
 
 private:
     v128_t counter(std::uint32_t ssrc, std::uint64_t index) const;
-    v128_t keystream(v128_t block, unsigned number) const;
     str aead_tag(v128_t const& first, str const& associated, str const& encrypted) const;
 
     bool aead = false;
