@@ -14,4 +14,9 @@ void registrations::begin(sip* stack, telephone_list const& telephones, std::str
     }
 }
 
+void registrations::end() {
+    for (auto const& one : all)
+        one->end();
+}
+
 }  // namespace fxsphone

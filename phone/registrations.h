@@ -13,8 +13,8 @@ class registrations {
 public:
     /// One after the other, and not at the same moment as every other device that has got its power back.
     void begin(sip* stack, telephone_list const& telephones, std::string const& instance);
-    /// Takes them off their registrars.
-    void end() { all.clear(); }
+    /// Takes them off their registrars, in the SIP stack's own time.
+    void end();
 
 private:
     std::vector<std::unique_ptr<registration>> all;

@@ -9,12 +9,10 @@ void transfers::ask(leg& one, std::string const& to) {
     leg const& other = which.beside(one);
     std::string const refer_to = !to.empty() ? to : other.call ? takeover_address(*other.call) : "";
     if (one.call)
-        one.asked =
-            std::make_unique<sent_referral>(events.door(), *one.call, which.settings.user, refer_to,
-                                            [this, &one](bool reached) {
-                                                outcome(one, reached ? happening::transferred
-                                                                     : happening::transfer_failed);
-                                            });
+        one.asked = std::make_unique<sent_referral>(
+            events.door(), *one.call, which.settings.user, refer_to, [this, &one](bool reached) {
+                outcome(one, reached ? happening::transferred : happening::transfer_failed);
+            });
     if (!one.asked || !one.asked->sent())
         outcome(one, happening::transfer_failed);
 }

@@ -90,7 +90,7 @@ TEST_F(phone_network, registers_again_in_time_and_says_why_it_cannot) {
         child pbx(registrar("udp", port, {"--expires", "2"}));
         ASSERT_TRUE(pbx.wait_for_text("listening"));
         registered_device here("udp", port);
-        std::string const once = "REGISTER 100 good\n";
+        std::string const once = "REGISTER 100 good";
         ASSERT_TRUE(pbx.wait_for_text(once));
         std::size_t const first = pbx.out.find(once);
         for (int tries = 0; tries < 600 && pbx.out.rfind(once) == first; tries++, usleep(100'000))
@@ -100,8 +100,9 @@ TEST_F(phone_network, registers_again_in_time_and_says_why_it_cannot) {
     }
     setenv("PHONE_TEST_PASSWORD", "guessed", 1);
     for (auto const& [algorithm, reason] :
-         {std::pair{"MD5", "401 Prove it"}, std::pair{"SHA-256", "it asks for another digest than MD5"}}) {
-        child pbx(registrar("udp", port, {"--algorithm", algorithm}));
+         {std::pair{"MD5", "401 Prove it, the password is wrong"},
+          {"SHA-512-256", "401 Prove it, it asks for the digest algorithm SHA-512-256"}}) {
+        child pbx(registrar("udp", port, {"--algorithms", algorithm}));
         ASSERT_TRUE(pbx.wait_for_text("listening"));
         registered_device here("udp", port);
         EXPECT_TRUE(
@@ -129,9 +130,10 @@ TEST_F(phone_network, trusts_only_certificates_that_are_vouched_for_and_of_the_r
 
 TEST_F(phone_network, keeps_a_flow_of_the_registrar_alive) {
     std::uint16_t const port = free_port();
-    child pbx(registrar("tcp", port));
+    child pbx(registrar("tcp", port, {"--algorithms", "SHA-512-256,SHA-256,MD5"}));
     ASSERT_TRUE(pbx.wait_for_text("listening"));
     registered_device here("tcp", port, "outbound = true\nkeep_alive_s = 0\n");
+    EXPECT_TRUE(pbx.wait_for_text("REGISTER 100 good SHA-256")) << "the first that both know: RFC 8760 section 2.4";
     EXPECT_TRUE(pbx.wait_for_text("flow f81d4fae-7dec-11d0-a765-00a0c91e6bf6")) << "RFC 5626 section 4.2";
     EXPECT_TRUE(pbx.wait_for_text("keep-alive")) << "libre waits for at least 16 s";
 }
@@ -157,17 +159,26 @@ TEST_F(phone_network, answers_where_a_request_came_from) {
 
 TEST_F(phone_network, calls_between_lines_go_on_while_the_registrar_is_away) {
     std::uint16_t const port = free_port();
-    registered_device here("tcp", port);
-    ASSERT_TRUE(here.phone.wait_for_text("line 1: not registered"));
+    auto pbx = std::make_unique<child>(registrar("tcp", port));
+    ASSERT_TRUE(pbx->wait_for_text("listening"));
+    registered_device here("tcp", port, "keep_alive_s = 1\n");
+    ASSERT_TRUE(here.phone.wait_for_text("line 1: registered"));
+    pbx->end(SIGKILL);
+    std::string const lost = ": not registered at 127.0.0.1:" + std::to_string(port) + ": the connection is lost";
+    ASSERT_TRUE(here.phone.wait_for_text("line 0" + lost)) << "long before the next refresh";
+    ASSERT_TRUE(here.phone.wait_for_text("line 1" + lost));
     here.driver_says("off-hook 0");
     here.dial(0, "101");
     ASSERT_TRUE(here.lines.wait_for_text("line 1  ring device: caller 100"));
     here.driver_says("off-hook 1");
     ASSERT_TRUE(here.phone.wait_for_text("\nACK sip:101"));
+    pbx = std::make_unique<child>(registrar("tcp", port));
+    ASSERT_TRUE(pbx->wait_for_text("REGISTER 101 good")) << "within a minute";
+    ASSERT_TRUE(pbx->wait_for_text("REGISTER 100 good"));
     here.driver_says("on-hook 0");
     ASSERT_TRUE(here.phone.wait_for_text("\"ended_by\":\"telephone\""));
-    child pbx(registrar("tcp", port));
-    EXPECT_TRUE(here.phone.wait_for_text("line 0: registered")) << "within a minute";
+    EXPECT_EQ(here.phone.end(SIGTERM), 0) << here.phone.err;
+    EXPECT_TRUE(pbx->wait_for_text("removed 101")) << pbx->out;
 }
 
 std::string from_base64(std::string_view text) {

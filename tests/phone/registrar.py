@@ -3,7 +3,7 @@
 authenticated, calls go to the contact that was registered, over the connection that it came from. Says on standard
 output what it got.
 
-    registrar.py TRANSPORT PORT PASSWORD [--algorithm MD5] [--expires S] [--certificate PEM]
+    registrar.py TRANSPORT PORT PASSWORD [--algorithms SHA-256,MD5] [--expires S] [--certificate PEM]
 """
 import argparse
 import asyncio
@@ -34,11 +34,13 @@ class registrar:
         given = dict(re.findall(r'(\w+)="?([^",\r]*)"?', value(text, "(?:Proxy-)?Authorization")))
         if not given:
             return False
-        digest = lambda *parts: hashlib.md5(":".join(parts).encode()).hexdigest()
+        hashed = {"MD5": hashlib.md5, "SHA-256": hashlib.sha256}[given.get("algorithm", "MD5")]
+        digest = lambda *parts: hashed(":".join(parts).encode()).hexdigest()
         secret = digest(given["username"], REALM, self.options.password)
         expected = digest(secret, NONCE, given["nc"], given["cnonce"], "auth", digest(method, given["uri"]))
-        print(method, given["username"], "good" if given["response"] == expected else "wrong", flush=True)
-        return given["response"] == expected and given["nonce"] == NONCE
+        good = given["response"] == expected and given["nonce"] == NONCE
+        print(method, given["username"], "good" if good else "wrong", given.get("algorithm", ""), flush=True)
+        return good
 
     def answer(self, text, back, status, more=""):
         kept = "".join(f"{name}: {value(text, name)}\r\n" for name in ("From", "Call-ID", "CSeq"))
@@ -58,8 +60,9 @@ class registrar:
             self.ways_back[branch]((text.split("\r\n", 1)[0] + "\r\n" + rest).encode())
         elif first[0] not in ("ACK", "CANCEL") and not self.good(first[0], text):
             kind, status = ("WWW", "401") if first[0] == "REGISTER" else ("Proxy", "407")
-            self.answer(text, back, status + " Prove it", f'{kind}-Authenticate: Digest realm="{REALM}", nonce="{NONCE}", '
-                        f'qop="auth", algorithm={self.options.algorithm}\r\n')
+            self.answer(text, back, status + " Prove it", "".join(
+                f'{kind}-Authenticate: Digest realm="{REALM}", nonce="{NONCE}", qop="auth", algorithm={one}\r\n'
+                for one in self.options.algorithms.split(",")))
         elif first[0] == "REGISTER":
             self.register(text, back)
         else:
@@ -124,7 +127,7 @@ parser = argparse.ArgumentParser()
 parser.add_argument("transport")
 parser.add_argument("port", type=int)
 parser.add_argument("password")
-parser.add_argument("--algorithm", default="MD5")
+parser.add_argument("--algorithms", default="MD5")
 parser.add_argument("--expires", default="3600")
 parser.add_argument("--certificate")
 asyncio.run(registrar(parser.parse_args()).run())
