@@ -316,7 +316,8 @@ void adapter::carry_out(telephone& which, order const& one) {
 }
 
 void adapter::ring(telephone& which, leg const& one) {
-    if (one.call && !ringer.ring(which.settings.number, one.call->far_number(), one.call->far_name()))
+    if (one.call && !ringer.ring(which.settings.number, one.call->far_number(), one.call->far_name(),
+                                 distinctive_cadence(one.call->alert_pattern(), settings.cadence)))
         std::fprintf(stderr, "line %d: can't ring: %s\n", which.settings.number, std::strerror(errno));
 }
 

@@ -101,6 +101,25 @@ void read_line(toml::node const& node, std::vector<registrar_settings> const& re
     settings.telephones.push_back(std::move(one));
 }
 
+void read_ring(section& ring, phone_settings& settings) {
+    std::string country;
+    ring.text("country", country);
+    if (ring.find("country") != nullptr) {
+        auto const known = cadence_of_country(country);
+        if (!known)
+            complain(*ring.find("country"), "the cadence of '" + country + "' is not known, 'cadence' takes any");
+        settings.cadence = *known;
+    }
+    if (ring.find("cadence") != nullptr)
+        settings.cadence.clear();
+    ring.list("cadence", [&](toml::node const& node) {
+        auto const time_ms = node.value<int>().value_or(0);
+        if (!node.is_integer() || time_ms < 50 || time_ms > 10'000 || settings.cadence.size() == 8)
+            complain(node, "'cadence' is to be up to 8 numbers from 50 to 10000");
+        settings.cadence.push_back(time_ms);
+    });
+}
+
 void read_tones(section& tones, phone_settings& settings) {
     tones.number("set", settings.tone_set, 1, 16);
     tones.number("longest_ms", settings.times.tone_ms, 1000, 600'000);
@@ -150,6 +169,7 @@ phone_settings read_all(toml::table const& file) {
         one.number("howl_ms", settings.times.howl_ms, 0, 600'000);
         one.number("flash_ms", settings.times.flash_ms, 0, 2000);
     });
+    in_section(whole, "ring", [&](section& one) { read_ring(one, settings); });
     in_section(whole, "status", [&](section& one) { one.text("socket", settings.status_socket); });
     in_section(whole, "tones", [&](section& one) { read_tones(one, settings); });
     in_section(whole, "calls", [&](section& one) { read_calls(one, settings); });

@@ -17,9 +17,13 @@ std::string shown(std::string_view text) {
 
 }  // namespace
 
-bool ring_device::ring(int line, std::string_view number, std::string_view name) const {
-    std::string const caller = "caller " + shown(number) + (name.empty() ? "" : " " + shown(name));
-    return say(line, caller + "\nring\n");
+bool ring_device::ring(int line, std::string_view number, std::string_view name, ring_cadence const& cadence) const {
+    std::string text = "caller " + shown(number) + (name.empty() ? "" : " " + shown(name)) + "\n";
+    if (!cadence.empty())
+        text += "cadence";
+    for (int const time_ms : cadence)
+        text += " " + std::to_string(time_ms);
+    return say(line, text + (cadence.empty() ? "" : "\n") + "ring\n");
 }
 
 bool ring_device::stop(int line) const {

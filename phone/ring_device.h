@@ -3,6 +3,8 @@
 #include <string>
 #include <string_view>
 
+#include "phone/ring_cadence.h"
+
 namespace fxsphone {
 
 /// Tells the driver to ring: one writable path for each line, BASE0 to BASE3, a device or a named pipe. It is opened
@@ -12,9 +14,9 @@ public:
     /// An empty base: telephones don't ring.
     explicit ring_device(std::string const& base_path) : base(base_path) {}
 
-    /// "caller NUMBER NAME", then "ring". What is no printable ASCII in them is left out.
-    /// Both return false when the driver cannot be told, see errno.
-    bool ring(int line, std::string_view number, std::string_view name) const;
+    /// "caller NUMBER NAME", "cadence MS MS..." unless it is empty, then "ring". What is no printable ASCII in number
+    /// and name is left out. All return false when the driver cannot be told, see errno.
+    bool ring(int line, std::string_view number, std::string_view name, ring_cadence const& cadence) const;
     bool stop(int line) const;
     /// "howl": the receiver was left off; until "stop".
     bool howl(int line) const;

@@ -6,6 +6,7 @@
 
 #include "phone/line.h"
 #include "phone/media_security.h"
+#include "phone/ring_cadence.h"
 
 namespace fxsphone {
 
@@ -81,6 +82,7 @@ struct phone_settings {
     tls_settings tls;
     std::string instance;       ///< UUID of the device (RFC 5626 section 4.1), needed for outbound
     std::string ring_device;    ///< the line's number is appended; empty: none
+    ring_cadence cadence;       ///< told to the driver; empty: it rings as it does
     int tone_set = 1;           ///< of the control protocol, 1 to 16
     bool led = true;            ///< the call LED shows what the telephones do
     std::string status_socket;  ///< empty: none

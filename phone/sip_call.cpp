@@ -19,6 +19,15 @@ happening refusal(int code) {
     return code == 486 || code == 600 || code == 603 ? happening::far_busy : happening::far_fails;
 }
 
+/// Many proxies name a way of ringing so, within an address or without one.
+int alert_of(sip_msg const* request) {
+    sip_hdr const* const header = sip_msg_hdr(request, SIP_HDR_ALERT_INFO);
+    pl number;
+    return header != nullptr && re_regex(header->val.p, header->val.l, "bellcore-dr[1-5]1", &number) == 0
+               ? static_cast<int>(pl_u32(&number))
+               : 1;
+}
+
 }  // namespace
 
 /// What libre calls; `arg` is the call.
@@ -102,6 +111,7 @@ bool sip_call::take(sipsess_sock* door, sip* stack, sip_msg const* request, std:
     far = text_of(request->from.auri);
     number = text_of(request->from.uri.user);
     name = text_of(request->from.dname);
+    alert = alert_of(request);
     note_dialog(request);
     offered = mbuf_get_left(request->mb) > 0;
     if (offered && !is_sdp(request)) {

@@ -67,9 +67,9 @@ public:
     std::string const& far_address() const { return far; }  ///< as it stands in From or was called
     std::string const& far_number() const { return number; }
     std::string const& far_name() const { return name; }
-    std::string const& far_contact() const {
-        return contact;
-    }                                               ///< where its end of the dialog is; empty: not known yet
+    /// Where its end of the dialog is; empty: not known yet.
+    std::string const& far_contact() const { return contact; }
+    int alert_pattern() const { return alert; }     ///< N of the caller's Alert-Info "Bellcore-drN", otherwise 1
     dialog_id const& id() const { return dialog; }  ///< complete once the far end has answered or rung
     credentials const& login() const { return authentication; }
     bool established() const { return answered; }
@@ -91,6 +91,7 @@ private:
     std::string far, number, name, contact;
     dialog_id dialog;
     int code = 0;
+    int alert = 1;
     bool answered = false;
     bool incoming = false;
     bool offered = false;  ///< the far end's INVITE had a description

@@ -30,6 +30,9 @@ TEST(phone_configuration, names_the_place_of_a_mistake) {
              {process + "[spi]\n" + line_0, "f:3:2: the configuration has no key 'spi'"},
              {process + "[sip]\nip = \"localhost\"\n", "f:4:6: 'localhost' is no IP address"},
              {process + "[calls]\nflash = \"menu\"\n", "f:4:9: 'menu' is none of keys, swap, conference"},
+             {process + "[ring]\ncountry = \"d \"\n", "f:4:11: the cadence of 'd ' is not known, 'cadence' takes any"},
+             {process + "[ring]\ncadence = [1000, 49]\n",
+              "f:4:18: 'cadence' is to be up to 8 numbers from 50 to 10000"},
              {process + "[codes]\ncall_back = \"69x\"\n",
               "f:4:13: 'call_back' is to be made of the keys 0 to 9, * and #"},
              {process + "[codes]\nforward_off = \"#1\"\nhide_number = \"#1\"\n", "f:5:15: '#1' has a meaning already"},
@@ -76,6 +79,7 @@ TEST(phone_configuration, reads_the_example) {
     configuration const read = read_configuration(text, "example");
     ASSERT_TRUE(read.settings) << read.problem;
     EXPECT_EQ(read.settings->telephones.size(), 2u);
+    EXPECT_EQ(read.settings->cadence, (ring_cadence{1000, 4000}));
     EXPECT_EQ(read.settings->telephones[1].codecs, (std::vector<std::string>{"g722", "pcma", "pcmu"}));
     EXPECT_EQ(dial_plan(read.settings->plan).destination("101"), "sip:101@127.0.0.1:5060");
 }

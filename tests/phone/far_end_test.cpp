@@ -10,7 +10,7 @@ struct scene {
     far_agent far;
     device here;
 
-    explicit scene(std::string const& keys = {}) : scene(free_port(), keys) {}
+    explicit scene(std::string const& tables = {}) : scene(free_port(), tables) {}
 
     std::string called() {
         here.driver_says("off-hook 0");
@@ -29,9 +29,9 @@ struct scene {
     }
 
 private:
-    scene(std::uint16_t port, std::string const& keys)
+    scene(std::uint16_t port, std::string const& tables)
         : far(port),
-          here("{ keys = \"0\", call = \"sip:far@127.0.0.1:" + std::to_string(far.port()) + "\" }", "", keys, port) {}
+          here("{ keys = \"0\", call = \"sip:far@127.0.0.1:" + std::to_string(far.port()) + "\" }", tables, "", port) {}
 };
 
 rtp_packet next_rtp(udp_peer const& at) {
@@ -93,12 +93,13 @@ TEST(phone_far_end, offers_at_the_same_moment) {
 }
 
 TEST(phone_far_end, calls_without_an_offer) {
-    scene one;
+    scene one("[ring]\ncountry = \"gb\"\n");
     one.far.call("101", "", "Require: 100rel\r\n");
     EXPECT_EQ(header(one.far.receive("SIP/2.0 420"), "Unsupported"), "100rel");
     one.far.request("ACK", 1);
-    one.far.request("INVITE", 2);
+    one.far.request("INVITE", 2, "", "Alert-Info: <http://127.0.0.1/Bellcore-dr2>\r\n");
     EXPECT_FALSE(one.far.receive("SIP/2.0 180").empty());
+    EXPECT_TRUE(one.here.lines.wait_for_text("line 1  ring device: cadence 800 400 800 4000"));
     one.here.driver_says("off-hook 1");
     std::string const offer = one.far.answered();
     ASSERT_NE(offer.find("m=audio "), std::string::npos);
