@@ -2,6 +2,7 @@
 
 #include "phone/libre.h"
 
+#include <cctype>
 #include <cstdio>
 #include <cstring>
 
@@ -31,14 +32,36 @@ dnsc* system_names() {
 }  // namespace
 
 struct sip_agent::handlers {
-    static void invite(sip_msg const* request, void* arg) {
-        auto const& self = *static_cast<sip_agent*>(arg);
-        if (std::string const unknown = unknown_extensions(request); !unknown.empty())
-            sip_treplyf(nullptr, nullptr, self.transactions, request, false, 420, "Bad Extension",
+    /// Refuses what cannot be a good request, whatever it is about; libre takes much that is not one. ACK has no
+    /// answer, and what CANCEL requires does not count.
+    static bool screen(sip_msg const* request, void* arg) {
+        sip* const stack = static_cast<sip_agent*>(arg)->transactions;
+        if (pl_strcmp(&request->met, "ACK") == 0)
+            return false;
+        std::string const unknown = pl_strcmp(&request->met, "CANCEL") == 0 ? "" : unknown_extensions(request);
+        if (!is_whole(request))
+            sip_reply(stack, request, 400, "Bad Request");
+        else if (pl_strcasecmp(&request->uri.scheme, "sip") != 0 && pl_strcasecmp(&request->uri.scheme, "sips") != 0)
+            sip_reply(stack, request, 416, "Unsupported URI Scheme");
+        else if (!unknown.empty())
+            sip_treplyf(nullptr, nullptr, stack, request, false, 420, "Bad Extension",
                         "Unsupported: %s\r\nContent-Length: 0\r\n\r\n", unknown.c_str());
         else
-            self.invited(request);
+            return false;
+        return true;
     }
+    /// What every request has, once, and in keeping with the rest (RFC 3261 sections 8.1.1, 18.3 and 20).
+    static bool is_whole(sip_msg const* request) {
+        for (sip_hdrid const id : {SIP_HDR_TO, SIP_HDR_FROM, SIP_HDR_CALL_ID, SIP_HDR_CSEQ})
+            if (sip_msg_hdr_count(request, id) != 1)
+                return false;
+        bool const has_length = pl_isset(&request->clen);
+        return pl_cmp(&request->met, &request->cseq.met) == 0 && sip_msg_hdr_count(request, SIP_HDR_MAX_FORWARDS) < 2 &&
+               sip_msg_hdr_count(request, SIP_HDR_CONTENT_LENGTH) < 2 &&
+               (!has_length || (std::isdigit(static_cast<unsigned char>(*request->clen.p)) != 0 &&
+                                pl_u32(&request->clen) <= mbuf_get_left(request->mb)));
+    }
+    static void invite(sip_msg const* request, void* arg) { static_cast<sip_agent*>(arg)->invited(request); }
     /// What a request requires and we cannot do (RFC 3261 section 8.2.2.3), separated by commas.
     static std::string unknown_extensions(sip_msg const* request) {
         std::string unknown;
@@ -74,6 +97,7 @@ struct sip_agent::handlers {
 
 sip_agent::~sip_agent() {
     mem_deref(requests);
+    mem_deref(screened);
     mem_deref(sessions);
     mem_deref(transactions);
     mem_deref(names);
@@ -89,7 +113,10 @@ std::string sip_agent::start(phone_settings const& settings, bool trace, incomin
     for (std::string const& ip : {settings.sip_ip, settings.sip_ip6})
         if (std::string problem = ip.empty() ? "" : listen_on(ip, settings); !problem.empty())
             return problem;
-    failed = sipsess_listen(&sessions, transactions, static_cast<int>(hash_buckets), handlers::invite, this);
+    failed = sip_listen(&screened, transactions, true, handlers::screen, this);  // first of all
+    failed = failed != 0
+                 ? failed
+                 : sipsess_listen(&sessions, transactions, static_cast<int>(hash_buckets), handlers::invite, this);
     failed = failed != 0 ? failed : sip_listen(&requests, transactions, true, handlers::other, this);
     if (trace)
         sip_set_trace_handler(transactions, print_message);

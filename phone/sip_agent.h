@@ -14,8 +14,9 @@ struct dnsc;
 
 namespace fxsphone {
 
-/// The SIP stack: transports, transactions, and the door at which calls come in. OPTIONS is answered (RFC 3261 section
-/// 11.2), any other request outside of a call with 501.
+/// The SIP stack: transports, transactions, and the door at which calls come in. Requests that are not whole get
+/// 400, those that require what we cannot do 420; OPTIONS is answered (RFC 3261 section 11.2), any other request
+/// outside of a call with 501.
 class sip_agent {
 public:
     using incoming_handler = std::function<void(sip_msg const*)>;
@@ -41,6 +42,7 @@ private:
     std::string listen_by_tls(sa const& address, phone_settings const& settings);
 
     sip* transactions = nullptr;
+    sip_lsnr* screened = nullptr;
     sip_lsnr* requests = nullptr;
     sipsess_sock* sessions = nullptr;
     dnsc* names = nullptr;

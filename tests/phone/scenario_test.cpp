@@ -31,19 +31,18 @@ std::vector<scene> const scenes = {
 };
 
 std::ptrdiff_t sockets_of(pid_t process) {
-    return std::ranges::count_if(
-        std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/fd"), [](auto const& one) {
-            std::error_code gone;
-            return std::filesystem::read_symlink(one, gone).string().starts_with("socket:");
-        });
+    return std::ranges::count_if(std::filesystem::directory_iterator("/proc/" + std::to_string(process) + "/fd"),
+                                 [](auto const& one) {
+                                     std::error_code gone;
+                                     return std::filesystem::read_symlink(one, gone).string().starts_with("socket:");
+                                 });
 }
 
 /// Waits until no line knows of a call and the process has no more sockets than before.
 bool nothing_is_left(device& here, std::ptrdiff_t sockets) {
     for (int tries = 0; tries < 100; tries++, usleep(100'000))
-        if (std::ranges::all_of(
-                here.status()["lines"],
-                [](auto const& line) { return line["state"] == "on_hook" && line["calls"].empty(); }) &&
+        if (std::ranges::all_of(here.status()["lines"],
+                                [](auto const& line) { return line["state"] == "on_hook" && line["calls"].empty(); }) &&
             sockets_of(here.process->id()) == sockets)
             return true;
     return false;

@@ -7,7 +7,7 @@ namespace {
 
 class established {
 public:
-    established() {
+    explicit established(std::string const& tables = {}) : here("", tables) {
         here.driver_says("off-hook 0");
         EXPECT_TRUE(here.hears(0, -30, -10)) << "dial tone";
         here.call(0, 1);
@@ -75,25 +75,57 @@ std::string spoilt(dice& random, std::string text) {
     return text;
 }
 
-TEST(phone_storm, survives_messages_that_are_wrong) {
+/// A message of RFC 4475 from torture/, its lines ended as SIP wants it.
+std::string torture(std::string const& name, int port) {
+    std::ifstream in(TORTURE "/" + name, std::ios::binary);
+    std::string text{std::istreambuf_iterator<char>(in), {}};
+    replace_all(text, "\n", "\r\n");
+    replace_all(text, "PORT", std::to_string(port));
+    return text;
+}
+
+/// The status code that comes back; empty: nothing before the answer to a request that is good.
+std::string answer_to(std::string const& message, udp_peer const& stranger, ip_port const& door) {
+    stranger.send(door, message);
+    std::string const probe = "probe" + std::to_string(bound_port(stranger.fd()));
+    stranger.send(door, "OPTIONS sip:100@here SIP/2.0\r\nVia: SIP/2.0/UDP 127.0.0.1;rport;branch=z9hG4bK" + probe +
+                            "\r\nFrom: <sip:a@b>;tag=1\r\nTo: <sip:100@here>\r\nCall-ID: " + probe +
+                            "\r\nCSeq: 1 OPTIONS\r\nMax-Forwards: 70\r\nContent-Length: 0\r\n\r\n");
+    std::string const reply = next_datagram(stranger);
+    EXPECT_FALSE(reply.empty()) << message;
+    return reply.empty() || header(reply, "Call-ID") == probe ? "" : reply.substr(8, 3);
+}
+
+TEST(phone_storm, answers_torture_messages) {
     static constexpr struct {
-        char const* what;
-        char const* by;
-        char const* answer;  ///< empty: none
-    } wrong[] = {
-        // What RFC 4475 sends at parsers, as far as it has an answer of its own here.
-        {"INVITE", "NEWMETHOD", "501"},
-        {"INVITE", "BYE", "481"},
-        {"INVITE", "CANCEL", "481"},
-        {"sip:100@127.0.0.1 SIP", "sip:999@127.0.0.1 SIP", "404"},
-        {"Content-Type: application/sdp", "Content-Type: text/plain", "415"},
-        {"Max-Forwards: 70", "Require: nothing-we-know", "420"},
-        {"RTP/AVP 8 101", "RTP/AVP 99", "488"},
-        {"SIP/2.0\r\nVia", "SIP/7.0\r\nVia", ""},
-        {"Content-Length: 118", "Content-Length: -999", ""},
-        {"CSeq: 1", "CSeq: 36893488147419103232", ""},
-        {"Call-ID", "Caller", ""},
+        char const* name;
+        char const* answer;
+    } messages[] = {
+        {"wsinv", "481"},      {"intmeth", "501"},  {"esc01", "404"},     {"escnull", "501"}, {"esc02", "501"},
+        {"lwsdisp", "200"},    {"longreq", "486"},  {"dblreq", "501"},    {"semiuri", "200"}, {"transports", "200"},
+        {"mpart01", "501"},    {"unreason", ""},    {"noreason", ""},     {"badinv01", ""},   {"clerr", "400"},
+        {"ncl", "400"},        {"scalar02", "501"}, {"scalarlg", ""},     {"quotbal", "486"}, {"ltgtruri", "416"},
+        {"lwsruri", ""},       {"lwsstart", ""},    {"trws", ""},         {"escruri", "486"}, {"baddate", "486"},
+        {"regbadct", "501"},   {"badaspec", "200"}, {"baddn", "200"},     {"badvers", ""},    {"mismatch01", "400"},
+        {"mismatch02", "400"}, {"bigcode", ""},     {"badbranch", "200"}, {"insuf", "400"},   {"unkscm", "416"},
+        {"novelsc", "416"},    {"unksm2", ""},      {"bext01", "420"},    {"invut", "415"},   {"regaut01", "501"},
+        {"multi01", "400"},    {"mcl01", "400"},    {"bcast", ""},        {"zeromf", "200"},  {"cparam01", "501"},
+        {"cparam02", "501"},   {"regescrt", "501"}, {"sdp01", "486"},     {"inv2543", ""},
     };
+    established calls("[calls]\nwaiting = false\n");  // a good INVITE finds the line busy
+    for (auto const& one : messages) {
+        udp_peer const stranger;
+        EXPECT_EQ(answer_to(torture(one.name, bound_port(stranger.fd())), stranger,
+                            ip_port(str(127, 0, 0, 1), calls.here.sip_port)),
+                  one.answer)
+            << one.name;
+    }
+    calls.here.both_speak();
+    calls.expect_undisturbed();
+    calls.here.phone.end(SIGKILL);  // it would wait 32 s for ACKs of what it refused (RFC 3261 section 17.2.1)
+}
+
+TEST(phone_storm, survives_messages_that_are_wrong) {
     established calls;
     udp_peer const stranger;
     ip_port const door(str(127, 0, 0, 1), calls.here.sip_port);
@@ -103,15 +135,6 @@ TEST(phone_storm, survives_messages_that_are_wrong) {
         replace_all(message, "PORT", std::to_string(bound_port(stranger.fd())));
         return message;
     };
-    for (auto const& one : wrong) {
-        std::string message = numbered(good_invite);
-        replace_all(message, one.what, one.by);
-        stranger.send(door, message);
-        if (one.answer[0] != '\0') {
-            std::string const reply = next_datagram(stranger);
-            EXPECT_TRUE(reply.starts_with("SIP/2.0 " + std::string(one.answer))) << message << reply;
-        }
-    }
     seed_range{1, 1}.roll([&](dice& random) {
         for (int i = 0; i < 2000; i++)
             stranger.send(door, spoilt(random, numbered(good_invite)));
