@@ -103,7 +103,7 @@ TEST(phone_storm, answers_torture_messages) {
     } messages[] = {
         {"wsinv", "481"},      {"intmeth", "501"},  {"esc01", "404"},     {"escnull", "501"}, {"esc02", "501"},
         {"lwsdisp", "200"},    {"longreq", "486"},  {"dblreq", "501"},    {"semiuri", "200"}, {"transports", "200"},
-        {"mpart01", "501"},    {"unreason", ""},    {"noreason", ""},     {"badinv01", ""},   {"clerr", "400"},
+        {"mpart", "501"},      {"unreason", ""},    {"noreason", ""},     {"badinv01", ""},   {"clerr", "400"},
         {"ncl", "400"},        {"scalar02", "501"}, {"scalarlg", ""},     {"quotbal", "486"}, {"ltgtruri", "416"},
         {"lwsruri", ""},       {"lwsstart", ""},    {"trws", ""},         {"escruri", "486"}, {"baddate", "486"},
         {"regbadct", "501"},   {"badaspec", "200"}, {"baddn", "200"},     {"badvers", ""},    {"mismatch01", "400"},
