@@ -13,7 +13,7 @@ namespace g729a {
 void Residu(int16_t const a[lp_size], int16_t const* x, int16_t y[subframe_size]);
 
 /// y[0..n-1] = x filtered by 1/A(z), after the outputs mem (newest last), which stay as they are. x and y may be the
-/// same. Returns whether anything clipped. n is at most a subframe.
+/// same. Returns whether anything clipped. n is a multiple of ten and at most a subframe.
 bool Syn_filt(int16_t const a[lp_size], int16_t const* x, int16_t* y, int n, int16_t const mem[lp_order]);
 
 /// mem = the last ten of the n outputs y.

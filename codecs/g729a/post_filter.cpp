@@ -97,9 +97,9 @@ void filter_long_term(int16_t const* residual, int16_t const* sc, int t0, int16_
 // falls towards high frequencies, else 0 (A.4.2.3).
 int16_t tilt_of(int16_t const numerator[lp_size], int16_t const denominator[lp_size]) {
     constexpr int16_t at_rest[lp_order] = {};
-    int16_t h[response_size] = {};
+    int16_t h[3 * lp_order] = {};  // Syn_filt() makes ten at a time
     std::memcpy(h, numerator, lp_size * sizeof *h);
-    Syn_filt(denominator, h, h, response_size, at_rest);
+    Syn_filt(denominator, h, h, 3 * lp_order, at_rest);
     int16_t const r0 = extract_h(L_mac_sum(0, h, h, response_size));
     int16_t const r1 = extract_h(L_mac_sum(0, h, h + 1, response_size - 1));
     return r1 <= 0 ? int16_t{0} : div_s(mult(r1, tilt_factor), r0);
