@@ -7,6 +7,7 @@
 #include <sys/select.h>
 
 #include "control/commands.h"
+#include "control/descriptor_set.h"
 #include "control/fxs_pipe.h"
 #include "control/sigchan.h"
 #include "dsp/devmgr.h"
@@ -23,10 +24,6 @@ constexpr int endless = -1;  // of waiting times in ms
 
 int shorter(int a_ms, int b_ms) {
     return a_ms == endless || (b_ms != endless && b_ms < a_ms) ? b_ms : a_ms;
-}
-
-bool selectable(int fd) {
-    return utils::valid_socket(fd) && fd < FD_SETSIZE;
 }
 
 /// The sockets of a channel and what reads them, in the order of service.
@@ -58,26 +55,26 @@ public:
         if (made_at == utils::socket_changes)
             return;
         made_at = utils::socket_changes;
-        FD_ZERO(&set);
+        set = descriptor_set();
         highest = -1;
         count = 0;
         for (int i = 0; channels.valid(i); i++)
             for (channel_socket const& s : channel_sockets)
-                if (int const fd = (channels[i].*s.fd)(); selectable(fd))
+                if (int const fd = (channels[i].*s.fd)(); descriptor_set::fits(fd))
                     add({fd, i, &s});
     }
-    fd_set const& get_set() const { return set; }
+    descriptor_set const& get_set() const { return set; }
     int get_highest() const { return highest; }
     std::span<entry const> all() const { return {entries, static_cast<std::size_t>(count)}; }
 
 private:
     void add(entry const& e) {
         entries[count++] = e;
-        FD_SET(e.fd, &set);
+        set.add(e.fd);
         highest = std::max(highest, e.fd);
     }
 
-    fd_set set{};
+    descriptor_set set;
     int highest = -1;
     int count = 0;
     unsigned made_at = 0;
@@ -85,21 +82,21 @@ private:
 };
 open_channel_sockets channel_set;
 
-/// The descriptors of one pass.
-struct descriptor_sets {
-    fd_set read;
-    fd_set write;
-    int highest;
-    int pause_ms = endless;  ///< until the first of those that pause may be tried again
-
-    explicit descriptor_sets(open_channel_sockets const& open) : read(open.get_set()), highest(open.get_highest()) {
-        FD_ZERO(&write);
+/// The descriptors of one pass, and after select() those that are ready.
+class descriptor_sets {
+public:
+    /// A new pass begins with these.
+    void begin(open_channel_sockets const& open) {
+        highest_ever = std::max({highest_ever, highest, open.get_highest()});
+        read.copy(open.get_set(), highest_ever);
+        write.clear(highest_ever);
+        highest = open.get_highest();
+        pause_ms = endless;
     }
-
     void want_read(int fd) {
-        if (!selectable(fd))
+        if (!descriptor_set::fits(fd))
             return;
-        FD_SET(fd, &read);
+        read.add(fd);
         highest = std::max(highest, fd);
     }
     void want_read(int fd, retry_pause const& pause) {
@@ -109,26 +106,55 @@ struct descriptor_sets {
     void want_write(int fd, retry_pause const& pause) {
         if (!may_try(fd, pause))
             return;
-        FD_SET(fd, &write);
+        write.add(fd);
         highest = std::max(highest, fd);
     }
     /// Whether it is open and does not pause; when it does, select() waits no longer than that.
     bool may_try(int fd, retry_pause const& pause) {
-        if (!selectable(fd))
+        if (!descriptor_set::fits(fd))
             return false;
         int const left_ms = pause.left_ms();
         if (left_ms > 0)
             pause_ms = shorter(pause_ms, left_ms);
         return left_ms == 0;
     }
-    bool readable(int fd) const { return selectable(fd) && FD_ISSET(fd, &read); }
-    bool writable(int fd) const { return selectable(fd) && FD_ISSET(fd, &write); }
-};
+    /// ms until the first of those that pause may be tried again; `endless`: none pauses.
+    int get_pause_ms() const { return pause_ms; }
 
-void collect(descriptor_sets& sets) {
+    /// Waits at most delay_ms; what select() returned. With nothing to wait for, nothing is ready.
+    int wait(int delay_ms) {
+        ready = 0;
+        if (delay_ms == 0)
+            return 0;
+        timeval limit{delay_ms / 1000, delay_ms % 1000 * 1000};
+        ready = select(highest + 1, read.get(), write.get(), nullptr, delay_ms == endless ? nullptr : &limit);
+        return ready;
+    }
+    /// Whether it is ready, which is asked once for each.
+    bool readable(int fd) { return descriptor_set::fits(fd) && counted(read.has(fd)); }
+    bool writable(int fd) { return descriptor_set::fits(fd) && counted(write.has(fd)); }
+    /// Whether everything that is ready has been asked for.
+    bool all_served() const { return ready == 0; }
+
+private:
+    bool counted(bool is_ready) {
+        ready -= is_ready;
+        return is_ready;
+    }
+
+    descriptor_set read;
+    descriptor_set write;
+    int highest = -1;
+    int highest_ever = -1;  ///< beyond it both are empty
+    int pause_ms = endless;
+    int ready = 0;  ///< not asked for yet
+};
+descriptor_sets sets;
+
+void collect() {
     for (int i = 0; devmgrs.valid(i); i++) {
         devmgr const& device = devmgrs[i];
-        if (!selectable(device.get_fd()))
+        if (!descriptor_set::fits(device.get_fd()))
             continue;
         sets.want_read(device.get_fd(), device.get_read_pause());
         if (device.output_available())
@@ -139,14 +165,6 @@ void collect(descriptor_sets& sets) {
     sets.want_read(sigchan_fd, sigchan_pause);
 }
 
-/// Waits at most delay_ms; what select() returned. With nothing to wait for, nothing is ready.
-int wait(descriptor_sets& sets, int delay_ms) {
-    if (delay_ms == 0)
-        return 0;
-    timeval limit{delay_ms / 1000, delay_ms % 1000 * 1000};
-    return select(sets.highest + 1, &sets.read, &sets.write, nullptr, delay_ms == endless ? nullptr : &limit);
-}
-
 void process_command() {
     ip_port source;
     str data = utils::recv_udp_packet4(command_fd, source);
@@ -155,18 +173,29 @@ void process_command() {
     on_command(data, source);
 }
 
-/// Every descriptor is fetched anew: an earlier handler of the pass may have closed or reopened it. Only commands,
-/// which come behind the channels, open sockets of channels.
-void service(descriptor_sets const& sets) {
-    for (int i = 0; devmgrs.valid(i); i++) {
+void serve_lines() {
+    for (int i = 0; devmgrs.valid(i) && !sets.all_served(); i++) {
         if (sets.readable(devmgrs[i].get_fd()))
             devmgrs[i].read_audio();
         if (sets.writable(devmgrs[i].get_fd()))
             devmgrs[i].write_audio();
     }
-    for (open_channel_sockets::entry const& e : channel_set.all())
-        if (FD_ISSET(e.fd, &sets.read) && e.is_current())
+}
+
+void serve_channels() {
+    for (open_channel_sockets::entry const& e : channel_set.all()) {
+        if (sets.all_served())
+            return;
+        if (sets.readable(e.fd) && e.is_current())
             e.process();
+    }
+}
+
+/// Every descriptor is fetched anew: an earlier handler of the pass may have closed or reopened it. Only commands,
+/// which come behind the channels, open sockets of channels.
+void serve() {
+    serve_lines();
+    serve_channels();
     if (sets.readable(command_fd))
         process_command();
     if (sets.readable(fxs_in_fd))
@@ -179,13 +208,13 @@ void service(descriptor_sets const& sets) {
 
 void main_loop_pass() {
     channel_set.renew();
-    descriptor_sets sets(channel_set);
-    collect(sets);
+    sets.begin(channel_set);
+    collect();
     int const timer_ms = timeout_queue::global_queue.delay(true);
-    int const limit_ms = shorter(timer_ms, sets.pause_ms);
-    int const ready = wait(sets, limit_ms);
+    int const limit_ms = shorter(timer_ms, sets.get_pause_ms());
+    int const ready = sets.wait(limit_ms);
     if (ready > 0)
-        service(sets);
+        serve();
     else if (ready == 0 && limit_ms == timer_ms)
         timeout_queue::global_queue.next();
 }

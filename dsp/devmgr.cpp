@@ -1,12 +1,13 @@
 #include "dsp/devmgr.h"
 
 #include <algorithm>
-#include <cstdint>
+#include <cstring>
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
+#include "dsp/mixing.h"
 #include "lib/datagram.h"
 #include "lib/log.h"
 #include "lib/pcm.h"
@@ -25,18 +26,30 @@ constexpr int no_channel = -1;
 constexpr int drain_bytes = 8 * pcm::block_bytes;             // 80 ms
 constexpr unsigned long request_clear_transmit = 0x20003005;  // _IO('0', 5) in the Linux MIPS encoding
 
-unsigned char read_buffer[drain_bytes];
+/// The newest block that was read, from whichever line. Whoever keeps it shares it: then the next one is read
+/// elsewhere.
+str captured('\0', pcm::block_bytes);
+
+/// Reads one block into `captured`, or what has queued up and keeps its first block. What read() returned.
+int read_block(int fd, bool drain) {
+    if (!drain)
+        return static_cast<int>(read(fd, captured.buffer(), pcm::block_bytes));
+    unsigned char backlog[drain_bytes];
+    int const n = static_cast<int>(read(fd, backlog, sizeof backlog));
+    if (n >= 1)
+        std::memcpy(captured.buffer(), backlog, static_cast<std::size_t>(std::min(n, pcm::block_bytes)));
+    return n;
+}
 
 /// Appends to a mixing queue. One that holds more than two blocks has fallen behind and is emptied first, which
 /// drops its backlog at once rather than sample by sample.
 void enqueue(str& queue, str const& pcm) {
     if (queue.length() > 2 * pcm.length())
         queue.clear();
-    queue += pcm;
-}
-
-std::int16_t saturated_sum(std::int16_t a, std::int16_t b) {
-    return static_cast<std::int16_t>(std::clamp(a + b, -32768, 32767));
+    if (queue.empty())
+        queue = pcm;
+    else
+        queue += pcm;
 }
 
 }  // namespace
@@ -99,20 +112,18 @@ void devmgr::close() {
 }
 
 bool devmgr::output_available() const {
-    for (int const i : {first_channel, second_channel})
-        if (channels.valid(i) && channels[i].output_available())
-            return true;
-    return false;
+    return (channels.valid(first_channel) && channels[first_channel].output_available()) ||
+           (channels.valid(second_channel) && channels[second_channel].output_available());
 }
 
 void devmgr::read_audio() {
     if (!utils::valid_socket(fd))
         return;
-    int const n = static_cast<int>(read(fd, read_buffer, drain_rx ? drain_bytes : pcm::block_bytes));
+    int const n = read_block(fd, drain_rx);
     drain_rx = false;
     read_pause.note(n >= 1);
     if (n >= 1)
-        recv_device(str(read_buffer, pcm::block_bytes));
+        capture(captured);
     else
         log_line(7, "TDM read returned %d", arg_int(n));
 }
@@ -137,11 +148,18 @@ void devmgr::tx_clear() {
 }
 
 void devmgr::recv_device(str const& pcm) {
-    for (int at = 0; at < pcm.length(); at += pcm::block_bytes) {
-        str const piece = pcm.substr(at, pcm::block_bytes);
-        str const cleaned = detects ? listen(piece) : piece;
-        give(first_channel, piece, cleaned, to_first);
-        give(second_channel, piece, cleaned, to_second);
+    for (int at = 0; at < pcm.length(); at += pcm::block_bytes)
+        capture(pcm.substr(at, pcm::block_bytes));
+}
+
+void devmgr::capture(str const& block) {
+    if (detects) {
+        str const cleaned = listen(block);
+        give(first_channel, block, cleaned, to_first);
+        give(second_channel, block, cleaned, to_second);
+    } else {
+        give(first_channel, block, block, to_first);
+        give(second_channel, block, block, to_second);
     }
 }
 
@@ -160,13 +178,18 @@ str devmgr::listen(str const& captured) {
 }
 
 void devmgr::give(int channel, str const& captured, str const& cleaned, str& queue) {
-    if (channels.valid(channel))
-        channels[channel].process_audio(mix_audio(channels[channel].sends_events() ? cleaned : captured, queue));
+    if (!channels.valid(channel))
+        return;
+    str const& block = channels[channel].sends_events() ? cleaned : captured;
+    if (queue.empty())
+        channels[channel].process_audio(block);
+    else
+        channels[channel].process_audio(mix_audio(block, queue));
 }
 
 void devmgr::send_device(int channel, str const& pcm) {
     if (channel == first_channel) {
-        str out = mix_audio(pcm, to_device);
+        str const out = mix_audio(pcm, to_device);
         if (!out.empty() && utils::valid_socket(fd)) {
             if (first_write) {
                 first_write = false;
@@ -187,14 +210,12 @@ str devmgr::mix_audio(str const& pcm, str& queue) {
     if (queue.empty())
         return pcm;
     int const n = std::min(pcm.length(), queue.length());
-    str mixed = pcm;
-    pcm::with_alignment_known(mixed.buffer(), [&](unsigned char* out) {
-        pcm::with_alignment_known(queue.cbuffer(), [=](unsigned char const* add) {
-            for (int i = 0; i < n / pcm::sample_bytes; i++)
-                pcm::store_sample(out, i, saturated_sum(pcm::load_sample(out, i), pcm::load_sample(add, i)));
-        });
-    });
-    queue = queue.substr(n);
+    str mixed(nullptr, pcm.length());
+    unsigned char* const out = mixed.buffer();
+    mix_samples(pcm.cbuffer(), queue.cbuffer(), n / pcm::sample_bytes, out);
+    int const rest = n / pcm::sample_bytes * pcm::sample_bytes;
+    std::memcpy(out + rest, pcm.cbuffer() + rest, static_cast<std::size_t>(pcm.length() - rest));
+    queue.drop_front(n);
     return mixed;
 }
 

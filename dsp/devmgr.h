@@ -61,6 +61,7 @@ public:
     static str mix_audio(str const& pcm, str& queue);
 
 private:
+    void capture(str const& block);
     str listen(str const& captured);
     void give(int channel, str const& captured, str const& cleaned, str& queue);
 

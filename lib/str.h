@@ -58,6 +58,8 @@ public:
     constexpr str() : ref(nullptr), next(this), prev(this), start(0), end(0) {}
     /// Shares the other's block; no bytes are copied.
     str(str const& other);
+    /// Takes over what the other one holds, its place among the sharers of the block too; the other is empty then.
+    str(str&& other) noexcept;
     /// Copies `text` up to its NUL; null or "" gives an empty string.
     str(char const* text);
     /// Copies n bytes. n < 1 gives an empty string; null with n >= 1 gives n bytes of undefined content.
@@ -127,6 +129,7 @@ public:
 
     // ---- assignment and concatenation
     str& operator=(str const& other);
+    str& operator=(str&& other) noexcept;
     /// A new private string of both, one after the other.
     str operator+(str const& other) const;
     str& operator+=(str const& other);
@@ -172,6 +175,8 @@ public:
     /// Sets the length in place, shortening or exposing bytes already in the block; when the string shares
     /// its block or start + n does not fit, logs "Cannot set length %d" (level 1) and changes nothing.
     void set_length(int n);
+    /// Takes n bytes off the front: all when there are fewer, none when n < 1.
+    void drop_front(int n);
     /// Writes one byte, growing the string with zero bytes up to it; a negative i is ignored.
     void set_character(int i, unsigned char c);
     /// Moves what the ring still uses into a smaller block when that saves a size class. No effect while a
@@ -292,6 +297,20 @@ private:
         prev = other.prev;
         prev->next = this;
         other.prev = this;
+    }
+    /// Becomes what `other`, which is another object, is; this must not be in any ring. `other` is empty then.
+    void take_over(str& other) {
+        ref = other.ref;
+        start = other.start;
+        end = other.end;
+        if (!other.alone()) {
+            next = other.next;
+            prev = other.prev;
+            next->prev = prev->next = this;
+            other.next = other.prev = &other;
+        }
+        other.ref = nullptr;
+        other.start = other.end = 0;
     }
     /// Leaves the ring, or releases the block when alone; ref is stale afterwards.
     void drop() {

@@ -9,6 +9,10 @@ inline str::str(str const& other) : ref(other.ref), next(this), prev(this), star
         join(other);
 }
 
+inline str::str(str&& other) noexcept : str() {
+    take_over(other);
+}
+
 inline str::~str() {
     drop();
 }
@@ -22,6 +26,14 @@ inline str& str::operator=(str const& other) {
     }
     start = other.start;
     end = other.end;
+    return *this;
+}
+
+inline str& str::operator=(str&& other) noexcept {
+    if (this != &other) {
+        drop();
+        take_over(other);
+    }
     return *this;
 }
 
@@ -53,6 +65,13 @@ inline str str::substr(int pos) const {
     if (pos < 0)
         pos = 0;
     return pos < length() ? str(*this, start + pos, end) : str();
+}
+
+inline void str::drop_front(int n) {
+    if (n >= length())
+        clear();
+    else if (n > 0)
+        start += n;
 }
 
 inline str str::rightstr(int n) const {

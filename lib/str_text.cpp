@@ -137,6 +137,8 @@ std::uint16_t str2int16(str const& data) {
 }
 
 std::uint32_t str2uint32(str const& data) {
+    if (data.length() >= 4)
+        return wire::get32(data.cbuffer());
     unsigned char const bytes[] = {data[0], data[1], data[2], data[3]};
     return wire::get32(bytes);
 }

@@ -139,7 +139,7 @@ private:
     bool process_tcp_packet(str const& data, ip_port const& from, rtimestamp const& time);
     void tell_of_stream(reception::result const& got, ip_port const& from) const;
     void tell_of_keys(reception::result const& got) const;
-    void keep(reception::result const& got, rtimestamp const& time);
+    void keep(reception::result& got, rtimestamp const& time);
     void send_event_step();
     void process_rtcp_datagram(media_port::datagram const& got);
     str decrypt_srtcp(str const& compound);

@@ -1,5 +1,7 @@
 // What a channel moves: packets from its ports to the line, blocks from the line to its ports, reports both ways.
 
+#include <utility>
+
 #include "lib/log.h"
 #include "lib/pcm.h"
 #include "lib/protocol.h"
@@ -99,7 +101,7 @@ int channel::process_rtp_data(str const& data, ip_port const& from, bool tcp, rt
     }
     if (!rtp_header::is_version_2(data))
         return 0;
-    reception::result const got =
+    reception::result got =
         receiving.receive(data, {buffer.get_last_played(), buffer.is_playing()}, time.get_rtp_timestamp());
     tell_of_stream(got, from);
     if (got.change == reception::stream::taken_over)
@@ -134,14 +136,14 @@ void channel::tell_of_keys(reception::result const& got) const {
         notify::srtp_verified(id);
 }
 
-/// Brings a packet into the jitter buffer and the reports.
-void channel::keep(reception::result const& got, rtimestamp const& time) {
+/// Brings a packet, whose payload moves on, into the jitter buffer and the reports.
+void channel::keep(reception::result& got, rtimestamp const& time) {
     if (got.steps_back && player.follows_steps_back()) {
         log_line(5, "Resuming RTP playback");
         buffer.play_from(got.sequence);
     }
     jitter_buffer::arrival const arrival =
-        player.put(buffer, got.sequence, got.marker, {got.codec, time, false, got.payload, got.timestamp});
+        player.put(buffer, got.sequence, got.marker, {got.codec, time, false, std::move(got.payload), got.timestamp});
     if (arrival.late) {
         reports.extended().add_discard();
         return;

@@ -1,5 +1,7 @@
 #include "media/jitter_buffer.h"
 
+#include <utility>
+
 namespace {
 
 constexpr int shallowest = 1;             // packets
@@ -17,45 +19,40 @@ void compact(str& payload) {
 
 }  // namespace
 
-jitter_buffer::arrival jitter_buffer::put(std::uint32_t sequence, bool marker, packet entry) {
+jitter_buffer::arrival jitter_buffer::put(std::uint32_t sequence, bool marker, packet const& entry) {
     if (marker)
         start_over();
-    entry.first = marker;
-    if (!playing && sequence != 0) {
+    bool const begins = !playing && sequence != 0;
+    if (begins)
         play_from(sequence);
-        entry.first = true;
-    }
     if (sequence <= last_played) {
         deepen();
         return {.late = true};
     }
-    return {.thrown_away = insert(sequence, entry)};
+    return {.thrown_away = insert(sequence, entry, marker || begins)};
 }
 
 jitter_buffer::arrival jitter_buffer::store(std::uint32_t sequence, packet const& entry) {
     if (sequence <= last_played)
         return {.late = true};
-    return {.thrown_away = insert(sequence, entry)};
+    return {.thrown_away = insert(sequence, entry, entry.first)};
 }
 
 /// Returns whether what was held had to be thrown away.
-bool jitter_buffer::insert(std::uint32_t sequence, packet entry) {
+bool jitter_buffer::insert(std::uint32_t sequence, packet const& entry, bool first) {
     int const key = static_cast<int>(sequence);
     bool const duplicate = packets.find(key) != packets.end();
     bool const outgrown = has_outgrown(entry.received);
     if (outgrown)
         start_over();
     if (!duplicate) {
-        compact(entry.payload);
-        packets.insert(key, entry);
-        payload_bytes += entry.payload.length();
+        packet& kept = packets.insert(key, entry)->second;
+        kept.first = first;
+        compact(kept.payload);
+        payload_bytes += kept.payload.length();
         playing = true;
     }
     return outgrown;
-}
-
-bool jitter_buffer::due() const {
-    return !packets.empty() && (packets.size() >= depth || is_next(packets.begin()->first));
 }
 
 jitter_buffer::departure jitter_buffer::take() {
@@ -70,7 +67,7 @@ jitter_buffer::departure jitter_buffer::take() {
 
 jitter_buffer::departure jitter_buffer::take_first() {
     smap<int, packet>::iterator const head = packets.begin();
-    departure taken{head->second, packets.size()};
+    departure taken{std::move(head->second), packets.size()};
     last_played = static_cast<std::uint32_t>(head->first);
     packets.erase(head);
     payload_bytes -= taken.played.payload.length();

@@ -42,9 +42,9 @@ public:
     /// Takes a packet in. One with the marker, and the first one after play-out stopped, starts a talk spurt. Of
     /// packets of one number the first stays. Before it stores, it throws away what it holds when that is more than
     /// 400 packets or 128 KiB of payload, or when the oldest arrived more than 3 s before `entry`.
-    arrival put(std::uint32_t sequence, bool marker, packet entry);
+    arrival put(std::uint32_t sequence, bool marker, packet const& entry);
     /// Whether a packet is due.
-    bool due() const;
+    bool due() const { return !packets.empty() && (packets.size() >= depth || is_next(packets.begin()->first)); }
     /// Takes the packet that is due. Only while due() is true.
     departure take();
 
@@ -74,7 +74,7 @@ private:
     static constexpr std::uint32_t first_last_played = 32768;  // chosen: no wrap near the first packet
 
     void start_over();
-    bool insert(std::uint32_t sequence, packet entry);
+    bool insert(std::uint32_t sequence, packet const& entry, bool first);
     void deepen();
     void count_in_sequence();
     bool is_next(int key) const { return static_cast<std::uint32_t>(key) == last_played + 1; }

@@ -1,6 +1,7 @@
 #include "media/playout.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "lib/pcm.h"
 
@@ -36,10 +37,8 @@ void playout::pass_block() {
         adaptive->pass_block();
 }
 
-bool playout::available(jitter_buffer const& received) const {
-    if (adaptive)
-        return adaptive->has_room() && (!announcement.empty() || !tone.empty() || adaptive->due(received));
-    return !decoded.empty() || !pending.payload.empty() || !announcement.empty() || !tone.empty() || received.due();
+bool playout::available_adaptive(jitter_buffer const& received) const {
+    return adaptive->has_room() && (!announcement.empty() || !tone.empty() || adaptive->due(received));
 }
 
 void playout::add_announcement(str const& samples) {
@@ -78,10 +77,12 @@ str playout::next_adaptive(jitter_buffer& received, codec& decoder, events& told
 }
 
 str playout::take_block() {
+    if (decoded.length() == pcm::block_bytes)
+        return std::move(decoded);
     if (decoded.length() < pcm::block_bytes)
         decoded = str('\0', pcm::block_bytes);
-    str const block = decoded.leftstr(pcm::block_bytes);
-    decoded = decoded.substr(pcm::block_bytes);
+    str block = decoded.leftstr(pcm::block_bytes);
+    decoded.drop_front(pcm::block_bytes);
     return block;
 }
 
@@ -89,7 +90,7 @@ void playout::take_announcement(events& told) {
     if (announcement.empty())
         return;
     decoded = announcement.leftstr(pcm::block_bytes);
-    announcement = announcement.substr(pcm::block_bytes);
+    announcement.drop_front(pcm::block_bytes);
     if (decoded.length() < pcm::block_bytes)
         decoded += str('\0', pcm::block_bytes - decoded.length());
     told.announcement_ended = announcement.empty();
@@ -125,5 +126,5 @@ int playout::begin_long_packet(jitter_buffer::packet const& packet) {
 
 void playout::decode_piece(codec& decoder) {
     decoded = decoder.decode(pending.codec, pending.payload.leftstr(pending.piece_bytes));
-    pending.payload = pending.payload.substr(pending.piece_bytes);
+    pending.payload.drop_front(pending.piece_bytes);
 }

@@ -39,7 +39,11 @@ public:
     void pass_block();
 
     /// Whether next() has real audio to give.
-    bool available(jitter_buffer const& received) const;
+    bool available(jitter_buffer const& received) const {
+        if (adaptive)
+            return available_adaptive(received);
+        return received.due() || !decoded.empty() || !pending.payload.empty() || !announcement.empty() || !tone.empty();
+    }
     /// The next block of 160 bytes, zeros when there is nothing to play. A remainder of less than 10 ms of a packet is
     /// dropped. A packet of more than 40 ms is decoded piece by piece as it is played; what it holds beyond 3 s is
     /// dropped.
@@ -51,6 +55,7 @@ public:
     void add_announcement(str const& samples);
 
 private:
+    bool available_adaptive(jitter_buffer const& received) const;
     str next_adaptive(jitter_buffer& received, codec& decoder, events& told);
     str take_block();
     void take_announcement(events& told);

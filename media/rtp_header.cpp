@@ -24,8 +24,8 @@ rtp_header rtp_header::parse(str const& packet) {
     rtp_header header;
     header.marker = (packet[1] & marker_bit) != 0;
     header.payload_type = packet[1] & ~marker_bit;
-    header.sequence = str2int16(packet.substr(2, 2));
-    header.timestamp = str2uint32(packet.substr(4, 4));
+    header.sequence = wire::get16(packet.cbuffer() + 2);
+    header.timestamp = wire::get32(packet.cbuffer() + 4);
     header.ssrc = packet.substr(8, 4);
     header.bytes = header_length(packet);
     return header;

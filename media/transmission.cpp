@@ -1,5 +1,7 @@
 #include "media/transmission.h"
 
+#include <utility>
+
 #include "lib/pcm.h"
 #include "lib/random.h"
 #include "lib/renew.h"
@@ -46,15 +48,16 @@ void transmission::set_keys(str const& material, srtp_trailer const& packet_trai
 }
 
 void transmission::collect(str const& encoded, int ms) {
-    collected += encoded;
+    if (collected.empty())
+        collected = encoded;
+    else
+        collected += encoded;
     collected_ms += ms;
 }
 
 str transmission::take_collected() {
-    str const audio = collected;
-    collected.clear();
     collected_ms = 0;
-    return audio;
+    return std::move(collected);
 }
 
 str transmission::packet(int type, str& payload, bool advance) {

@@ -52,11 +52,13 @@ int xr_events::get_first() const {
 xr_events::transit_differences xr_events::get_transit_differences() const {
     transit_differences found;
     long long jitter = 0;
-    int unpaired = count;
-    for (int i = 0; i < window - 1 && unpaired > 0; i++) {
-        if (events[i].count == 0 || events[i + 1].count == 0)
+    int remaining = count;
+    for (int i = 0; i < window - 1 && remaining > 0; i++) {
+        if (events[i].count == 0)
             continue;
-        unpaired--;
+        remaining--;
+        if (events[i + 1].count == 0)
+            continue;
         int const transit = transit_difference(events[i], events[i + 1]);
         found.min = std::min(found.min, transit);
         found.max = std::max(found.max, transit);

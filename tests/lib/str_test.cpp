@@ -188,10 +188,17 @@ private:
     void operate(str& s, std::string& m, str const& other, std::string const& other_model) {
         int const length = s.length(), n = random.below(length + 20) - 2;
         auto const byte = static_cast<unsigned char>(random.word());
-        operation = random.below(13);
+        operation = random.below(16);
         if (operation == 0) {
             s = other, m = other_model;
             ASSERT_EQ(s.cbuffer(), other.cbuffer());
+        } else if (operation == 13) {
+            s.drop_front(n);
+            m.erase(0, at(std::clamp(n, 0, length)));
+        } else if (operation == 14) {
+            str taken(std::move(s));
+            ASSERT_TRUE(s.empty());
+            s = std::move(taken);
         } else if (operation < 3) {
             substring(s, m, other, other_model);
         } else if (operation == 3) {
