@@ -173,10 +173,15 @@ constexpr int32_t Mpy_32(int32_t x, int32_t y) {
     return L_mac(sum, mult(dpf_lo(x), extract_h(y)), 1);
 }
 
+/// x n / 2^16 of a DPF value and a 16-bit word. As x / 2 = hi 2^15 + lo, floor(x n / 2^16) is hi n + floor(lo n /
+/// 2^15): one product for two, of which the upper word is the result.
+constexpr int32_t half_Mpy_32_16(int32_t x, int32_t n) {
+    return static_cast<int32_t>((static_cast<int64_t>(L_Extract(x)) * (n * 65536)) >> 32);
+}
+
 /// x n / 2^15 of a DPF value and a 16-bit word other than -32768, for which the product cannot leave 32 bits.
-/// As x / 2 = hi 2^15 + lo, floor(x n / 2^16) is hi n + floor(lo n / 2^15): one product for two.
 constexpr int32_t Mpy_32_16(int32_t x, int32_t n) {
-    return static_cast<int32_t>((static_cast<int64_t>(x >> 1) * n) >> 15) * 2;
+    return half_Mpy_32_16(x, n) * 2;
 }
 
 /// numerator / denominator in Q31 of two DPF values, 0 <= numerator < denominator, denominator normalised

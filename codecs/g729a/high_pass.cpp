@@ -7,27 +7,33 @@ namespace {
 
 using namespace g729a;
 
-// Numerators and denominators, the sign of a[1] and a[2] reversed: of the 140 Hz high pass Q12, the numerator halved
-// (3.1); of the 100 Hz high pass Q13 (4.2.5).
-constexpr int16_t b140[3] = {1899, -3798, 1899};
-constexpr int16_t a140[3] = {4096, 7807, -3733};
-constexpr int16_t b100[3] = {7699, -15398, 7699};
-constexpr int16_t a100[3] = {8192, 15836, -7667};
+// H(z) = b (1 - 2 z^-1 + z^-2) / (1 - a1 z^-1 - a2 z^-2), b and a in one Q format, in which sums are doubled; shift
+// makes half a sum Q16.
+struct coefficients {
+    int32_t b, a1, a2;
+    int shift;
+};
+constexpr coefficients hz_140 = {1899, 7807, -3733, 4};   // Q12, the numerator halved (3.1)
+constexpr coefficients hz_100 = {7699, 15836, -7667, 3};  // Q13 (4.2.5)
 
-// Filters one sample x; b and a are in one Q format, which shift makes Q16. Returns the output in Q16, which is also
-// what the filter remembers.
-inline int32_t high_pass(g729a_high_pass& state, int16_t x, int16_t const b[3], int16_t const a[3], int shift) {
-    int16_t const x2 = state.x1;
-    state.x1 = state.x0;
-    state.x0 = x;
-    int32_t sum = L_add(Mpy_32_16(state.y1, a[1]), Mpy_32_16(state.y2, a[2]));
-    sum = L_add(sum, state.x0 * b[0] * 2);
-    sum = L_add(sum, state.x1 * b[1] * 2);
-    sum = L_add(sum, x2 * b[2] * 2);
-    int32_t const y = L_shl(sum, shift);
-    state.y2 = state.y1;
-    state.y1 = y;
-    return y;
+// Filters in place. Both filters' outputs are half a sum / 2^12: the numerator of the first halves the amplitude, one
+// more shift after the second doubles it.
+//
+// The sum is clipped once, when it becomes an output Q16. Clipping it at each addition as well changes nothing: the
+// products with a1 and a2 and the first with b stay below 2^31 together, and when the second takes it beyond, the
+// third, less than 2^29, does not bring it back below what is clipped then, 2^29.
+inline void high_pass(g729a_high_pass& state, int16_t* samples, int n, coefficients const& c) {
+    int32_t x0 = state.x0, x1 = state.x1, y1 = state.y1, y2 = state.y2;
+    for (int i = 0; i < n; ++i) {
+        int32_t const x2 = x1;
+        x1 = x0;
+        x0 = samples[i];
+        int32_t const half_sum = half_Mpy_32_16(y1, c.a1) + half_Mpy_32_16(y2, c.a2) + (x0 - 2 * x1 + x2) * c.b;
+        y2 = y1;
+        y1 = L_shl(half_sum, c.shift);
+        samples[i] = sat16((half_sum + 0x800) >> 12);
+    }
+    state = {static_cast<int16_t>(x0), static_cast<int16_t>(x1), y1, y2};
 }
 
 }  // namespace
@@ -37,10 +43,7 @@ void Init_Pre_Process() {
 }
 
 void Pre_Process(int16_t* speech, int samples) {
-    for (int i = 0; i < samples; ++i) {
-        // b140 and a140 are Q12: three bits to the left make the sum Q16.
-        speech[i] = round(high_pass(lrcodec_obj->pre_process, speech[i], b140, a140, 3));
-    }
+    high_pass(lrcodec_obj->pre_process, speech, samples, hz_140);
 }
 
 void Init_Post_Process() {
@@ -48,8 +51,5 @@ void Init_Post_Process() {
 }
 
 void Post_Process(int16_t* synth, int samples) {
-    for (int i = 0; i < samples; ++i) {
-        // b100 and a100 are Q13: two bits to the left make the sum Q16, one more doubles the amplitude.
-        synth[i] = round(L_shl(high_pass(lrcodec_obj->post_process, synth[i], b100, a100, 2), 1));
-    }
+    high_pass(lrcodec_obj->post_process, synth, samples, hz_100);
 }
