@@ -4,6 +4,7 @@
 
 #include "codecs/g729a/basic_op.h"
 #include "codecs/g729a/dspfunc.h"
+#include "codecs/g729a/vector_sum.h"
 
 namespace g729a {
 
@@ -57,10 +58,8 @@ void push(int16_t past_qua_en[gain_memory], int16_t error) {
 
 // Gain that is predicted for a codeword (3.9.1).
 scaled Gain_predict(int16_t const past_qua_en[gain_memory], int16_t const code[subframe_size]) {
-    int32_t energy = 0;
-    for (int i = 0; i < subframe_size; ++i)
-        energy = L_mac(energy, code[i], code[i]);
-    int32_t sum = Mpy_32_16(Log2(energy), -db_per_octave);
+    int64_t const code_energy = std::min<int64_t>(2 * energy<subframe_size>(code), max_32);
+    int32_t sum = Mpy_32_16(Log2(static_cast<int32_t>(code_energy)), -db_per_octave);
     sum = L_mac(sum, 32588, 32);  // 127.298 dB, Q14: mean energy 30 dB, less the codeword's scale
     sum = L_shl(sum, 10);         // Q24
     for (int i = 0; i < gain_memory; ++i)

@@ -22,15 +22,16 @@ normalised_sum normalise(int32_t sum) {
     return {round(sum << shift), shift};
 }
 
-// start + 2 sum of x y; when anything clips on the way, the same with reduced[i] = y[i] / 4 in its place (and
-// x, when x is y).
-normalised_sum correlate(int32_t start, int16_t const x[subframe_size], int16_t const y[subframe_size],
-                         int16_t const reduced[subframe_size]) {
+// start + 2 sum of x y when something may clip on the way. When it does, the same with y / 4 in place of y (and of x,
+// when x is y).
+normalised_sum correlate_clipping(int32_t start, int16_t const x[subframe_size], int16_t const y[subframe_size]) {
     int32_t sum = start;
     bool clipped = false;
+    int16_t reduced[subframe_size];
     for (int i = 0; i < subframe_size; ++i) {
         int32_t const product = L_mult(x[i], y[i]);
         clipped |= __builtin_add_overflow(sum, product, &sum) || (product & 1) != 0;
+        reduced[i] = static_cast<int16_t>(y[i] >> 2);
     }
     if (!clipped)
         return normalise(sum);
@@ -55,11 +56,12 @@ int32_t grown(int32_t err, int16_t gain) {
 }  // namespace
 
 int16_t G_pitch(int16_t const xn[subframe_size], int16_t const y1[subframe_size], gain_terms& terms) {
-    int16_t reduced[subframe_size];
-    for (int i = 0; i < subframe_size; ++i)
-        reduced[i] = static_cast<int16_t>(y1[i] >> 2);
-    normalised_sum const yy = correlate(1, y1, y1, reduced);
-    normalised_sum const xy = correlate(0, xn, y1, reduced);
+    int64_t const y1_energy = energy<subframe_size>(y1);
+    normalised_sum const yy =
+        y1_energy < max_32 / 2 ? normalise(static_cast<int32_t>(1 + 2 * y1_energy)) : correlate_clipping(1, y1, y1);
+    normalised_sum const xy = products_fit(energy<subframe_size>(xn), y1_energy)
+                                  ? normalise(2 * dot<subframe_size>(xn, y1))
+                                  : correlate_clipping(0, xn, y1);
     terms.mantissa[0] = yy.mantissa;
     terms.exponent[0] = yy.exponent - 15;
     terms.mantissa[1] = negate(xy.mantissa);
@@ -77,9 +79,14 @@ void Corr_xy2(int16_t const xn[subframe_size], int16_t const y1[subframe_size], 
     int16_t y2_q9[subframe_size];
     for (int i = 0; i < subframe_size; ++i)
         y2_q9[i] = static_cast<int16_t>(y2[i] >> 3);
-    normalised_sum const yy = normalise(L_mac_sum(1, y2_q9, y2_q9, subframe_size));
-    normalised_sum const xy = normalise(L_mac_sum(1, xn, y2_q9, subframe_size));
-    normalised_sum const cross = normalise(L_mac_sum(1, y1, y2_q9, subframe_size));
+    int32_t const energy_q9 = dot<subframe_size>(y2_q9, y2_q9);  // at most 40 * 2^24
+    auto const correlate = [&](int16_t const* x) {
+        bool const fits = products_fit(energy<subframe_size>(x), energy_q9);
+        return normalise(fits ? 1 + 2 * dot<subframe_size>(x, y2_q9) : L_mac_sum(1, x, y2_q9, subframe_size));
+    };
+    normalised_sum const yy = normalise(1 + 2 * energy_q9);
+    normalised_sum const xy = correlate(xn);
+    normalised_sum const cross = correlate(y1);
     terms.mantissa[2] = yy.mantissa;
     terms.exponent[2] = yy.exponent + 3;
     terms.mantissa[3] = negate(xy.mantissa);

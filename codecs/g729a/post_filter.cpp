@@ -100,8 +100,11 @@ int16_t tilt_of(int16_t const numerator[lp_size], int16_t const denominator[lp_s
     int16_t h[3 * lp_order] = {};  // Syn_filt() makes ten at a time
     std::memcpy(h, numerator, lp_size * sizeof *h);
     Syn_filt(denominator, h, h, 3 * lp_order, at_rest);
-    int16_t const r0 = extract_h(L_mac_sum(0, h, h, response_size));
-    int16_t const r1 = extract_h(L_mac_sum(0, h, h + 1, response_size - 1));
+    int64_t const power = 2 * energy<response_size>(h);
+    bool const fits = power <= max_32;  // no partial sum of r1 is larger (Cauchy-Schwarz)
+    int16_t const r0 = extract_h(fits ? static_cast<int32_t>(power) : max_32);
+    int16_t const r1 =
+        extract_h(fits ? 2 * dot<response_size - 1>(h, h + 1) : L_mac_sum(0, h, h + 1, response_size - 1));
     return r1 <= 0 ? int16_t{0} : div_s(mult(r1, tilt_factor), r0);
 }
 
@@ -116,10 +119,11 @@ void compensate_tilt(int16_t r[subframe_size], int16_t tilt, int16_t& mem) {
 
 // Energy of x / 4, clipped.
 int32_t scaled_energy(int16_t const x[subframe_size]) {
-    int16_t scaled[subframe_size];
+    uint32_t sum = 0;  // at most 40 * 2^26
+#pragma GCC unroll 8
     for (int i = 0; i < subframe_size; ++i)
-        scaled[i] = static_cast<int16_t>(x[i] >> 2);
-    return L_mac_sum(0, scaled, scaled, subframe_size);
+        sum += static_cast<uint32_t>((x[i] >> 2) * (x[i] >> 2));
+    return sum > max_32 / 2 ? max_32 : static_cast<int32_t>(2 * sum);
 }
 
 // 0.1 of the root of the ratio of two energies, Q12.

@@ -36,6 +36,12 @@ inline int64_t energy(int16_t const* x) {
     return sum;
 }
 
+/// Whether L_mac over two vectors of these energies, from 0 or 1 on, can never clip: by Cauchy-Schwarz no partial sum
+/// of their products is larger than the root of the energies' product, which has to be below 2^30.
+constexpr bool products_fit(int64_t energy_x, int64_t energy_y) {
+    return ((energy_x >> 10) + 1) * ((energy_y >> 10) + 1) < int64_t{1} << 40;
+}
+
 /// Whether x[0..n-1] are all within -limit..limit.
 template <int n>
 inline bool within(int16_t const* x, int32_t limit) {
