@@ -209,27 +209,39 @@ str codec::decode_g722(str const& payload) {
     return pcm;
 }
 
+// The first of two samples is in a byte's lower half.
 str codec::encode_g726(str const& pcm) {
-    int const bytes = samples_of(pcm) / 2;
-    str payload = room(bytes);
+    int const n = samples_of(pcm) / 2 * 2;
+    str payload = room(n / 2);
     unsigned char const* in = pcm.cbuffer();
     unsigned char* out = payload.buffer();
-    for (int i = 0; i < bytes; i++) {
-        unsigned const first = g726_encoder.encode(static_cast<unsigned>(pcm::load_sample(in, 2 * i)));
-        unsigned const second = g726_encoder.encode(static_cast<unsigned>(pcm::load_sample(in, 2 * i + 1)));
-        out[i] = static_cast<unsigned char>(second << 4 | first);
+    for (int done = 0; done < n; done += pcm::block_samples) {
+        int const count = std::min(pcm::block_samples, n - done);
+        std::int16_t samples[pcm::block_samples];
+        unsigned char codewords[pcm::block_samples];
+        std::memcpy(samples, in + done * pcm::sample_bytes, static_cast<unsigned>(count * pcm::sample_bytes));
+        g726_encoder.encode(count, samples, codewords);
+        for (int i = 0; i < count; i += 2)
+            *out++ = static_cast<unsigned char>(codewords[i + 1] << 4 | codewords[i]);
     }
     return payload;
 }
 
 str codec::decode_g726(str const& payload) {
-    int const bytes = payload.length();
-    str pcm = room(bytes * 2 * pcm::sample_bytes);
+    int const n = payload.length() * 2;
+    str pcm = room(n * pcm::sample_bytes);
     unsigned char const* in = payload.cbuffer();
     unsigned char* out = pcm.buffer();
-    for (int i = 0; i < bytes; i++) {
-        pcm::store_sample(out, 2 * i, static_cast<std::int16_t>(g726_decoder.decode(in[i] & 15)));
-        pcm::store_sample(out, 2 * i + 1, static_cast<std::int16_t>(g726_decoder.decode(in[i] >> 4)));
+    for (int done = 0; done < n; done += pcm::block_samples) {
+        int const count = std::min(pcm::block_samples, n - done);
+        std::int16_t samples[pcm::block_samples];
+        unsigned char codewords[pcm::block_samples];
+        for (int i = 0; i < count; i += 2, in++) {
+            codewords[i] = *in & 15;
+            codewords[i + 1] = *in >> 4;
+        }
+        g726_decoder.decode(count, samples, codewords);
+        std::memcpy(out + done * pcm::sample_bytes, samples, static_cast<unsigned>(count * pcm::sample_bytes));
     }
     return pcm;
 }

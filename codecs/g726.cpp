@@ -1,18 +1,31 @@
 #include "codecs/g726.h"
 
 #include <algorithm>
+#include <array>
 #include <bit>
 #include <cstdlib>
 #include <iterator>
 
+/// What a codeword means.
+struct g726::level {
+    std::int16_t sign;  ///< 0, or -1 when negative
+    std::int16_t dqln;  ///< quantizer output, base-2 logarithm in Q7
+    std::int16_t wi;    ///< scale factor multiplier W(I), Q4
+    std::int16_t fi;    ///< rate-of-change weight F(I), Q4
+};
+
+namespace {
+
 /// The adaptive quantizer at one rate, by magnitude code: the codeword without its sign.
-struct g726::quantizer {
+struct quantizer {
     std::int16_t thresholds[15];  ///< code i begins at thresholds[i - 1]; base-2 logarithms in Q7
-    level levels[16];
+    struct {
+        std::int16_t dqln, wi, fi;  ///< as in g726::level, but F(I) in Q0
+    } levels[16];
 };
 
 /// The quantizer, W(I) and F(I) tables of ITU-T G.726 at 2, 3, 4 and 5 bits.
-constexpr g726::quantizer g726::quantizers[4] = {
+constexpr quantizer quantizers[4] = {
     {{261}, {{116, -22, 0}, {365, 439, 7}}},
     {{8, 218, 331}, {{-2048, -4, 0}, {135, 30, 1}, {273, 137, 2}, {373, 582, 7}}},
     {{-124, 80, 178, 246, 300, 349, 400},
@@ -43,6 +56,21 @@ constexpr g726::quantizer g726::quantizers[4] = {
       {566, 696, 6}}},
 };
 
+}  // namespace
+
+/// By codeword; those of `width` bits from 2^width on.
+constexpr std::array<g726::level, 64> g726::levels = [] {
+    std::array<level, 64> table{};
+    for (unsigned width = 2; width <= 5; width++)
+        for (unsigned codeword = 0; codeword < 1u << width; codeword++) {
+            bool const negative = codeword >> (width - 1);
+            auto const& own = quantizers[width - 2].levels[negative ? (1u << width) - 1 - codeword : codeword];
+            table[(1u << width) + codeword] = {static_cast<std::int16_t>(negative ? -1 : 0), own.dqln, own.wi,
+                                               static_cast<std::int16_t>(own.fi * 16)};
+        }
+    return table;
+}();
+
 namespace {
 
 /// Two's complement in 16 bits: the Recommendation's sums are taken modulo 2^16.
@@ -60,21 +88,30 @@ int with_sign(int value, int sign) {
     return (value ^ sign) - sign;
 }
 
-/// Position of the highest bit set in value > 0.
-int highest_bit(unsigned value) {
-    return 31 ^ std::countl_zero(value);
-}
-
-/// A magnitude of up to 15 bits as mantissa * 2^(exponent - 6), mantissa 32..63; zero has mantissa 32 too.
-struct magnitude_parts {
-    int zeros;  ///< 26 - exponent: the bits above the mantissa in a word of 32
+/// A number as mantissa * 2^-zeros, mantissa 32..63, the point behind the 26th bit. `instead` stands for 0.
+struct float_parts {
+    int zeros;
     unsigned mantissa;
 };
 
-magnitude_parts split(int magnitude) {
-    unsigned const scaled = static_cast<unsigned>(std::max(magnitude << 6, 32));
+float_parts split(unsigned number, unsigned instead) {
+    unsigned const scaled = number == 0 ? instead : number;
     int const zeros = std::countl_zero(scaled);
     return {zeros, scaled << zeros >> 26};
+}
+
+/// QUAN: the codeword for a normalized logarithm. Counts the thresholds above it: with all of them known, that takes
+/// two instructions for each, less than a search would.
+template <int width>
+unsigned quantize(int dln, int sign) {
+    constexpr unsigned codes = 1u << (width - 1);
+    constexpr unsigned mask = 2 * codes - 1;
+    unsigned code = codes - 1;
+#pragma GCC unroll 15
+    for (unsigned i = 0; i < codes - 1; i++)
+        code -= dln < quantizers[width - 2].thresholds[i];
+    unsigned const codeword = (code ^ static_cast<unsigned>(sign)) & mask;
+    return codeword == 0 && width > 2 ? mask : codeword;
 }
 
 }  // namespace
@@ -92,58 +129,74 @@ void g726::reset() {
     std::fill(std::begin(sr), std::end(sr), to_float(0, 0));
     std::fill(std::begin(dq), std::end(dq), to_float(0, 0));
     pk[0] = pk[1] = 0;
+    se = sez = 0;
     td = false;
 }
 
 void g726::set_rate(g726::rate bits) {
     width = static_cast<std::uint8_t>(bits);
+    leak = bits == rate::bits5 ? 9 : 8;
+    meanings = &levels[1u << width];
 }
 
-// Flattened: each direction becomes one straight piece of code with `encoding` known.
-[[gnu::flatten]] unsigned g726::encode(unsigned sample) {
-    int const linear = static_cast<std::int16_t>(sample) >> 2;
-    return static_cast<unsigned>(encode_decode(static_cast<unsigned>(linear), true));
+// Flattened: each direction becomes one straight piece of code with `encoding` known. Codewords of a type that may
+// alias anything would keep the state out of registers without __restrict.
+[[gnu::flatten]] void g726::encode(int n, std::int16_t const* in, unsigned char* __restrict out) {
+    for (int i = 0; i < n; i++)
+        out[i] = static_cast<unsigned char>(encode_decode(static_cast<unsigned>(in[i] >> 2), true));
 }
 
-[[gnu::flatten]] int g726::decode(unsigned codeword) {
-    return encode_decode(codeword & ((1u << width) - 1), false) * 4;
+[[gnu::flatten]] void g726::decode(int n, std::int16_t* out, unsigned char const* in) {
+    unsigned const mask = (1u << width) - 1;
+    for (int i = 0; i < n; i++)
+        out[i] = static_cast<std::int16_t>(encode_decode(in[i] & mask, false) * 4);
+}
+
+unsigned g726::encode(unsigned sample) {
+    std::int16_t const in = static_cast<std::int16_t>(sample);
+    unsigned char codeword = 0;
+    encode(1, &in, &codeword);
+    return codeword;
+}
+
+int g726::decode(unsigned codeword) {
+    unsigned char const in = static_cast<unsigned char>(codeword);
+    std::int16_t sample = 0;
+    decode(1, &sample, &in);
+    return sample;
 }
 
 int g726::encode_decode(unsigned value, bool encoding) {
     int const y = quantizer_scale_factor_adaptation1(adaptation_speed_control1());
-    estimate const estimates = adaptative_predictor_and_reconstructed_signal_calculator1();
     unsigned codeword = value;
     if (encoding)
-        codeword = adaptive_quantizer(difference_signal_computation(static_cast<int>(value), estimates.se), y);
-    level const& meaning = level_of(codeword);
-    quantized_difference const difference = inverse_adaptive_quantizer(codeword, y);
+        codeword = adaptive_quantizer(difference_signal_computation(static_cast<int>(value), se), y);
+    level const& meaning = meanings[codeword];
+    quantized_difference const difference = inverse_adaptive_quantizer(meaning, y);
     bool const tr = tone_and_transition_detector1(difference.magnitude);
-    int const reconstructed = adaptative_predictor_and_reconstructed_signal_calculator2(difference, estimates, tr);
+    int const reconstructed = adaptative_predictor_and_reconstructed_signal_calculator(difference, tr);
     tone_and_transition_detector2();
     adaptation_speed_control2(meaning.fi, y, tr);
     quantizer_scale_factor_adaptation2(meaning.wi, y);
     return encoding ? static_cast<int>(codeword) : output_limiting(reconstructed);
 }
 
+/// FLOATA, FLOATB: of a magnitude of 15 bits, which moves to the top of the word.
 inline g726::float11 g726::to_float(int sign, int magnitude) {
-    magnitude_parts const parts = split(magnitude);
-    return (sign << 11) | static_cast<int>(parts.mantissa << 5) | ((parts.zeros - 24) & 31);
+    float_parts const parts = split(static_cast<unsigned>(magnitude) << 17, 1 << 16);
+    return (sign << 11) | static_cast<int>(parts.mantissa << 5) | parts.zeros;
 }
 
-/// FMULT: product of a Q14 coefficient and a signal, Q1, 16 bits.
+/// FMULT: product of a Q14 coefficient and a signal, Q1, 16 bits. The coefficient's 13 bits without sign move to the
+/// top of the word, where a 14th falls off; then the zeros of both are the shift that the product needs.
 inline int g726::multiply(int coefficient, float11 signal) {
-    magnitude_parts const factor = split(with_sign(coefficient >> 2, sign_of(coefficient)) & 8191);
-    // The mantissas' product is rounded to units of 16; the signal's brings 5 bits below the point with it, which the
-    // shift expects.
+    unsigned const magnitude = static_cast<unsigned>(with_sign(coefficient >> 2, sign_of(coefficient)));
+    float_parts const factor = split(magnitude << 19, 1 << 18);
+    // The mantissas' product is rounded to units of 16; the signal's brings 5 bits below the point with it.
     unsigned const mantissa = static_cast<unsigned>(signal) & 63u << 5;
     unsigned const product = (mantissa * factor.mantissa + (48 << 5)) & ~511u;
-    int const magnitude = static_cast<int>(product >> ((signal + factor.zeros) & 31) & 32767);
-    return with_sign(magnitude, sign_of(signal ^ coefficient));
-}
-
-inline g726::level const& g726::level_of(unsigned codeword) const {
-    unsigned const sign = 0 - (codeword >> (width - 1));
-    return quantizers[width - 2].levels[(codeword ^ sign) & ((1u << (width - 1)) - 1)];
+    int const result = static_cast<int>(product >> ((signal + factor.zeros) & 31) & 32767);
+    return with_sign(result, sign_of(signal) ^ sign_of(coefficient));
 }
 
 /// LIMA. Returns AL, Q6: 0..64.
@@ -151,10 +204,10 @@ inline int g726::adaptation_speed_control1() const {
     return std::min(ap >> 2, 64);
 }
 
-/// FILTA, FILTB, SUBTC, FILTC, TRIGA.
+/// FILTA, FILTB, SUBTC, FILTC, TRIGA. F(I) is a multiple of both filters' divisors, so it stands outside the divisions.
 inline void g726::adaptation_speed_control2(int fi, int y, bool tr) {
-    dms += ((fi << 9) - dms) >> 5;
-    dml += ((fi << 11) - dml) >> 7;
+    dms += fi + (-dms >> 5);
+    dml += fi + (-dml >> 7);
     int const distance = std::abs((dms << 2) - dml);
     bool const fast = y < 1536 || distance >= dml >> 3 || td;
     ap = tr ? 256 : ap + (((fast ? 512 : 0) - ap) >> 4);
@@ -170,42 +223,28 @@ inline int g726::quantizer_scale_factor_adaptation1(int al) const {
 
 /// FILTD, LIMB, FILTE.
 inline void g726::quantizer_scale_factor_adaptation2(int wi, int y) {
-    yu = std::clamp(y + (((wi << 5) - y) >> 5), 544, 5120);
+    yu = std::clamp(y + wi + (-y >> 5), 544, 5120);
     yl += yu + (-yl >> 6);
 }
 
-/// FMULT, ACCUM.
-inline g726::estimate g726::adaptative_predictor_and_reconstructed_signal_calculator1() const {
-    int zeros = 0;
-    // Unrolled: a loop's counting and addressing would be a tenth of what a multiplication takes.
-#pragma GCC unroll 6
-    for (int i = 0; i < 6; i++)
-        zeros += multiply(b[i], dq[i]);
-    int const all = zeros + multiply(a[0], sr[0]) + multiply(a[1], sr[1]);
-    return {wrap16(all) >> 1, wrap16(zeros) >> 1};
-}
-
-/// ADDB, ADDC, FLOATA, FLOATB, UPA1, LIMC, UPA2, LIMD, UPB, TRIGB and the delays. Returns the reconstructed
-/// signal.
-inline int g726::adaptative_predictor_and_reconstructed_signal_calculator2(quantized_difference difference,
-                                                                           estimate const& estimates, bool tr) {
+/// ADDB, ADDC, FLOATB, UPA1, LIMC, UPA2, LIMD, TRIGB, the delays, and the estimates of the next sample (ACCUM). Returns
+/// the reconstructed signal.
+inline int g726::adaptative_predictor_and_reconstructed_signal_calculator(quantized_difference difference, bool tr) {
     int const dqi = with_sign(difference.magnitude, difference.sign);
-    int const reconstructed = wrap16(dqi + estimates.se);
-    int const partial = wrap16(dqi + estimates.sez);
-    if (tr) {
+    int const reconstructed = wrap16(dqi + se);
+    int const partial = wrap16(dqi + sez);
+    if (tr)
         clear_predictor_coefficients();
-    } else {
+    else
         adapt_poles(partial);
-        adapt_zeros(difference);
-    }
-#pragma GCC unroll 5
-    for (int i = 5; i > 0; i--)
-        dq[i] = dq[i - 1];
-    dq[0] = to_float(difference.sign, difference.magnitude);
-    sr[1] = sr[0];
-    sr[0] = to_float(sign_of(reconstructed), with_sign(reconstructed, sign_of(reconstructed)) & 32767);
     pk[1] = pk[0];
     pk[0] = sign_of(partial);
+    sr[1] = sr[0];
+    sr[0] = to_float(sign_of(reconstructed), with_sign(reconstructed, sign_of(reconstructed)));
+    int const zeros = adapt_zeros(difference, tr);
+    int const all = zeros + multiply(a[0], sr[0]) + multiply(a[1], sr[1]);
+    se = wrap16(all) >> 1;
+    sez = wrap16(zeros) >> 1;
     return reconstructed;
 }
 
@@ -221,19 +260,27 @@ inline void g726::adapt_poles(int partial) {
     a[0] = std::clamp(a[0] + uga1 - (a[0] >> 8), -limit, limit);
 }
 
-/// UPB.
-inline void g726::adapt_zeros(quantized_difference difference) {
-    int const gain = difference.magnitude == 0 ? 0 : 128;
-    int const leak = width == 5 ? 9 : 8;
+/// UPB, FLOATA, the delays and FMULT: what the zeros add to the next estimate. Each coefficient and signal is in a
+/// register once for all of them. After a transition the coefficients are zero and stay so.
+inline int g726::adapt_zeros(quantized_difference difference, bool tr) {
+    int const adapts =
+        static_cast<int>(difference.magnitude != 0) & static_cast<int>(!tr);  // no branches: six would follow
+    int const gain = with_sign(adapts << 7, difference.sign);
+    int sum = 0;
+    // Unrolled: a loop's counting and addressing would be a tenth of what a multiplication takes.
 #pragma GCC unroll 6
-    for (int i = 0; i < 6; i++)
-        b[i] = static_cast<std::int16_t>(b[i] + with_sign(gain, difference.sign ^ sign_of(dq[i])) - (b[i] >> leak));
+    for (int i = 5; i >= 0; i--) {
+        b[i] = wrap16(b[i] + with_sign(gain, sign_of(dq[i])) - (b[i] >> leak));
+        dq[i] = i > 0 ? dq[i - 1] : to_float(difference.sign, difference.magnitude);
+        sum += multiply(b[i], dq[i]);
+    }
+    return sum;
 }
 
 /// TRIGB.
 inline void g726::clear_predictor_coefficients() {
     std::fill(std::begin(a), std::end(a), 0);
-    std::fill(std::begin(b), std::end(b), std::int16_t{0});
+    std::fill(std::begin(b), std::end(b), 0);
 }
 
 /// SUBTA. Returns D, 16 bits.
@@ -244,35 +291,34 @@ inline int g726::difference_signal_computation(int sl, int se) {
 /// LOG, SUBTB, QUAN: quantizes the base-2 logarithm of d, normalized by the scale factor y.
 inline unsigned g726::adaptive_quantizer(int d, int y) const {
     int const sign = sign_of(d);
-    unsigned const magnitude = static_cast<unsigned>(with_sign(d, sign));
-    int const exponent = highest_bit(magnitude | 1);
-    int const mantissa = static_cast<int>(magnitude << 7 >> exponent) & 127;
-    int const dln = (exponent << 7) + mantissa - (y >> 2);
-
-    std::int16_t const* const thresholds = quantizers[width - 2].thresholds;
-    unsigned code = 0;
-    for (unsigned step = 1u << (width - 2); step > 0; step >>= 1)
-        code += dln >= thresholds[code + step - 1] ? step : 0;
-
-    unsigned const mask = (1u << width) - 1;
-    unsigned const codeword = (code ^ static_cast<unsigned>(sign)) & mask;
-    return codeword == 0 && width > 2 ? mask : codeword;
+    unsigned const unlimited = static_cast<unsigned>(with_sign(d, sign));
+    unsigned const magnitude = unlimited + (unlimited == 0 ? 1 : 0);
+    int const zeros = std::countl_zero(magnitude);
+    // The mantissa's leading 1 stands at 2^7 and counts as one exponent.
+    int const dln = static_cast<int>(magnitude << zeros >> 24) + ((30 - zeros) << 7) - (y >> 2);
+    switch (width) {
+        [[likely]] case 4 : return quantize<4>(dln, sign);
+        case 2: return quantize<2>(dln, sign);
+        case 3: return quantize<3>(dln, sign);
+        default: return quantize<5>(dln, sign);
+    }
 }
 
 /// RECONST, ADDA, ANTILOG.
-inline g726::quantized_difference g726::inverse_adaptive_quantizer(unsigned codeword, int y) const {
-    int const sign = -static_cast<int>(codeword >> (width - 1));
-    int const dql = level_of(codeword).dqln + (y >> 2);
+inline g726::quantized_difference g726::inverse_adaptive_quantizer(level const& meaning, int y) {
+    int const dql = meaning.dqln + (y >> 2);
     if (dql < 0)
-        return {sign, 0};
-    return {sign, ((128 + (dql & 127)) << 7) >> (14 - (dql >> 7))};
+        return {meaning.sign, 0};
+    return {meaning.sign, ((128 + (dql & 127)) << 7) >> (14 - (dql >> 7))};
 }
 
 /// TRANS. Whether the difference signal jumps while a tone is detected.
 inline bool g726::tone_and_transition_detector1(int dq_magnitude) const {
+    if (!td) [[likely]]
+        return false;
     int const exponent = yl >> 15;
     int const threshold = exponent > 9 ? 31 << 10 : (32 + ((yl >> 10) & 31)) << exponent;
-    return td && dq_magnitude > (threshold + (threshold >> 1)) >> 1;
+    return dq_magnitude > (threshold + (threshold >> 1)) >> 1;
 }
 
 /// TONE. A transition has just cleared the coefficients, and with them the tone.
