@@ -24,7 +24,8 @@ adapter::adapter(phone_settings const& chosen, bool trace_sip)
       tones(channels),
       calls(settings, telephones, channels, tones, agent, *this),
       referrals(telephones, calls, agent, events, *this, [this](leg& of, happening what) { happened(of, what); }),
-      ringer(settings.ring_device) {
+      ringer(settings.ring_device),
+      led(process) {
     timer = timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC);
 }
 
@@ -46,6 +47,7 @@ std::string adapter::start() {
     if (!problem.empty())
         return problem;
     registrars.begin(agent.stack(), telephones, settings.instance);
+    subscribe_to_mailboxes();
     wake_in_time();
     return "";
 }
@@ -63,6 +65,16 @@ std::string adapter::listen() {
     return problem;
 }
 
+void adapter::subscribe_to_mailboxes() {
+    for (auto const& one : telephones)
+        if (!one->settings.mailbox.empty())
+            mailboxes.push_back(std::make_unique<mailbox>(events.door(), settings, one->settings,
+                                                          [this, which = one.get()](bool waiting) {
+                                                              which->state.message_waits(waiting);
+                                                              wake_in_time();
+                                                          }));
+}
+
 void adapter::stop() {
     if (std::exchange(stopping, true)) {  // asked twice: the far ends may never answer
         re_cancel();
@@ -77,6 +89,7 @@ void adapter::stop() {
     door.close();
     if (settings.led && process.connected())
         process.send(fxsmedia::led_command{.pattern = 0});
+    mailboxes.clear();
     events.stop();
     registrars.end();
     agent.stop();
@@ -115,6 +128,7 @@ void adapter::pass_time() {
 std::int64_t adapter::next_due_ms() const {
     int const process_wait = process.timeout_ms();
     std::int64_t due = process_wait < 0 ? INT64_MAX : now() + process_wait;
+    due = std::min(due, led.due_ms());
     for (auto const& one : telephones) {
         due = std::min(due, one->state.due_ms().value_or(due));
         for (leg const& each : one->legs)
@@ -125,7 +139,8 @@ std::int64_t adapter::next_due_ms() const {
 }
 
 void adapter::wake_in_time() {
-    show_led();
+    if (settings.led && !stopping)
+        led.show(telephones, registrars.all_hold(), now());
     std::int64_t const due = next_due_ms();
     if (due == INT64_MAX || stopping)
         return;
@@ -175,7 +190,7 @@ void adapter::on(fxsmedia::process_resumed const&) {
 
 void adapter::on(fxsmedia::process_restarted const&) {
     std::fprintf(stderr, "the media process was restarted, all calls end\n");
-    led_shown = 0;
+    led.forget();
     for (auto& one : telephones) {
         for (leg& each : one->legs)
             if (each.record)
@@ -319,14 +334,6 @@ void adapter::ring(telephone& which, leg const& one) {
     if (one.call && !ringer.ring(which.settings.number, one.call->far_number(), one.call->far_name(),
                                  distinctive_cadence(one.call->alert_pattern(), settings.cadence)))
         std::fprintf(stderr, "line %d: can't ring: %s\n", which.settings.number, std::strerror(errno));
-}
-
-void adapter::show_led() {
-    int const wanted = led_pattern(telephones);
-    if (!settings.led || !process.connected() || wanted == led_shown)
-        return;
-    led_shown = wanted;
-    process.send(fxsmedia::led_command{.pattern = wanted});
 }
 
 }  // namespace fxsphone

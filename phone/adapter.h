@@ -3,7 +3,9 @@
 #include <string>
 
 #include "phone/call_control.h"
+#include "phone/call_led.h"
 #include "phone/line_tones.h"
+#include "phone/mailbox.h"
 #include "phone/media_channels.h"
 #include "phone/registrations.h"
 #include "phone/ring_device.h"
@@ -48,13 +50,13 @@ private:
     void referred(sip_call& call, sip_msg const* request) override;
     void take_invite(sip_msg const* request);
     std::string listen();
+    void subscribe_to_mailboxes();
 
     // To both
     void happened(leg& of, happening what);
     void carry_out(telephone& which, std::vector<order> const& orders);
     void carry_out(telephone& which, order const& one);
     void ring(telephone& which, leg const& one);
-    void show_led();
 
     // Time
     static std::int64_t now() { return fxsmedia::monotonic_ms(); }
@@ -69,7 +71,6 @@ private:
     bool trace;
     int timer = -1;  ///< timerfd: libre's own timers follow the calendar clock, which may be stepped
     bool stopping = false;
-    int led_shown = 0;
     // The process and the SIP stack outlive the calls of the telephones.
     media_process process;
     sip_agent agent;
@@ -80,7 +81,9 @@ private:
     call_control calls;
     transfers referrals;
     registrations registrars;
+    std::vector<std::unique_ptr<mailbox>> mailboxes;
     ring_device ringer;
+    call_led led;
     status_door door;
 };
 

@@ -88,6 +88,7 @@ void read_line(toml::node const& node, std::vector<registrar_settings> const& re
     line.yes_or_no("hide_number", one.hide_number);
     read_address(line, "hot_line", one.hot_line);
     line.number("hot_line_ms", one.hot_line_ms, 0, 60'000);
+    read_address(line, "mailbox", one.mailbox);
     read_codecs(line, one);
     read_login(line, registrars, one);
     read_media(line, one);

@@ -2,9 +2,9 @@
 
 #include <openssl/evp.h>
 
+#include <strings.h>
 #include <algorithm>
 #include <cstdio>
-#include <strings.h>
 
 #include "phone/libre.h"
 

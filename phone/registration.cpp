@@ -15,12 +15,6 @@ namespace {
 
 constexpr std::uint64_t second_ms = 1000;
 
-/// RFC 5626 section 4.5: base-time is 30 s when there is one flow only.
-std::uint64_t retry_after_ms(unsigned failures) {
-    std::uint64_t const longest_s = std::min<std::uint64_t>(1800, 30u << std::min(failures, 6u));
-    return longest_s * (500 + rand_u16() % 501);
-}
-
 /// libre closes a connection on which nothing has come in for 900 s; a refresh brings something.
 constexpr std::uint64_t connection_refresh_ms = 800 * second_ms;
 
@@ -36,6 +30,11 @@ int answer_challenge(char** user, char** password, char const*, void* arg) {
         return EAUTH;
     int const failed = str_dup(user, login->user.c_str());
     return failed != 0 ? failed : str_dup(password, login->password.c_str());
+}
+
+std::uint64_t retry_after_ms(unsigned failures) {
+    std::uint64_t const longest_s = std::min<std::uint64_t>(1800, 30u << std::min(failures, 6u));
+    return longest_s * (500 + rand_u16() % 501);
 }
 
 /// What libre calls; `arg` is the registration.

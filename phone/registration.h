@@ -11,10 +11,13 @@ namespace fxsphone {
 /// A sip_auth_h for a `credentials const*`: gives libre what a challenge asks for, EAUTH without a password.
 int answer_challenge(char** user, char** password, char const* realm, void* arg);
 
+/// How long to wait after so many failures in a row: half to all of 30 s for none, twice as long for each, up to 30
+/// minutes (RFC 5626 section 4.5, its base-time for a single flow).
+std::uint64_t retry_after_ms(unsigned failures);
+
 /// Keeps one telephone registered (RFC 3261 section 10): refreshed when nine tenths of its time are over; begun again
-/// after a failure, and after the loss of the connection or flow to the registrar, as RFC 5626 section 4.5 has it:
-/// after half to all of 30 s, twice as long after each failure in a row, up to 30 minutes. What changes is said on
-/// standard error.
+/// after a failure, and after the loss of the connection or flow to the registrar, when retry_after_ms() has passed.
+/// What changes is said on standard error.
 class registration {
 public:
     /// The first attempt is made after that time. `who` has a registrar and lives longer than this.

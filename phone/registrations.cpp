@@ -1,5 +1,7 @@
 #include "phone/registrations.h"
 
+#include <algorithm>
+
 namespace fxsphone {
 
 void registrations::begin(sip* stack, telephone_list const& telephones, std::string const& instance) {
@@ -17,6 +19,10 @@ void registrations::begin(sip* stack, telephone_list const& telephones, std::str
 void registrations::end() {
     for (auto const& one : all)
         one->end();
+}
+
+bool registrations::all_hold() const {
+    return !all.empty() && std::ranges::all_of(all, [](auto const& one) { return one->holds(); });
 }
 
 }  // namespace fxsphone

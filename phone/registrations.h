@@ -15,6 +15,8 @@ public:
     void begin(sip* stack, telephone_list const& telephones, std::string const& instance);
     /// Takes them off their registrars, in the SIP stack's own time.
     void end();
+    /// There are telephones to be registered, and their registrars know where they are.
+    bool all_hold() const;
 
 private:
     std::vector<std::unique_ptr<registration>> all;

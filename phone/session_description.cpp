@@ -143,8 +143,8 @@ mbuf* session_description::offer(bool on_hold) {
     return encode(true);
 }
 
-mbuf* session_description::answer() {
-    sdp_media_set_ldir(audio, SDP_SENDRECV);  // libre takes away what the offer does not allow
+mbuf* session_description::answer(bool on_hold) {
+    sdp_media_set_ldir(audio, on_hold ? SDP_SENDONLY : SDP_SENDRECV);  // libre takes away what the offer does not allow
     return encode(false);
 }
 

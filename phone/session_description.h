@@ -53,8 +53,8 @@ public:
     /// A new buffer, which the caller gives back with mem_deref(); nullptr without memory. On hold the far end may not
     /// send (RFC 3264 section 8.4).
     mbuf* offer(bool on_hold = false);
-    /// The answer to what read_offer() took.
-    mbuf* answer();
+    /// The answer to what read_offer() took; on hold as in an offer.
+    mbuf* answer(bool on_hold = false);
     /// false: not SDP, or nothing in common, or not protected as it must be. The buffer's position moves.
     bool read_offer(mbuf* text);
     bool read_answer(mbuf* text);

@@ -66,6 +66,7 @@ struct telephone_settings {
     bool hide_number = false;  ///< in every call
     std::string hot_line;      ///< address; empty: none
     int hot_line_ms = 0;
+    std::string mailbox;  ///< address to subscribe to for message summaries; empty: none
     std::optional<registrar_settings> registrar;
     credentials login;
     srtp_use srtp = srtp_use::off;

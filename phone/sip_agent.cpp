@@ -2,15 +2,18 @@
 
 #include "phone/libre.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cstdio>
 #include <cstring>
+#include <initializer_list>
 
 namespace fxsphone {
 
 namespace {
 
 constexpr std::uint32_t hash_buckets = 32;
+constexpr char const* allow = "Allow: INVITE,ACK,BYE,CANCEL,OPTIONS,REFER,NOTIFY,INFO\r\n";
 
 void print_message(bool sent, sip_transp transport, sa const* from, sa const* to, std::uint8_t const* bytes,
                    std::size_t length, void*) {
@@ -80,17 +83,20 @@ struct sip_agent::handlers {
         sip* const stack = static_cast<sip_agent*>(arg)->transactions;
         if (pl_strcmp(&request->met, "ACK") == 0)
             return true;
-        if (pl_strcmp(&request->met, "OPTIONS") == 0)
-            sip_treplyf(nullptr, nullptr, stack, request, false, 200, "OK",
-                        "Allow: INVITE,ACK,BYE,CANCEL,OPTIONS,REFER,NOTIFY\r\nAccept: "
-                        "application/sdp\r\nContent-Length: 0\r\n\r\n");
-        else if (pl_strcmp(&request->met, "INVITE") == 0 || pl_strcmp(&request->met, "BYE") == 0 ||
-                 pl_strcmp(&request->met, "CANCEL") == 0 || pl_strcmp(&request->met, "NOTIFY") == 0)
+        if (is_any_of(request, {"INVITE", "BYE", "CANCEL", "NOTIFY"}))
             return false;
+        if (is_any_of(request, {"OPTIONS"}))
+            sip_treplyf(nullptr, nullptr, stack, request, false, 200, "OK",
+                        "%sAccept: application/sdp\r\nContent-Length: 0\r\n\r\n", allow);
+        else if (is_any_of(request, {"REFER"}))  // whoever reaches us could make calls at our owner's expense
+            sip_treplyf(nullptr, nullptr, stack, request, false, 603, "Decline", "%sContent-Length: 0\r\n\r\n", allow);
         else
-            sip_treplyf(nullptr, nullptr, stack, request, false, 501, "Not Implemented",
-                        "Allow: INVITE,ACK,BYE,CANCEL,OPTIONS,REFER,NOTIFY\r\nContent-Length: 0\r\n\r\n");
+            sip_treplyf(nullptr, nullptr, stack, request, false, 501, "Not Implemented", "%sContent-Length: 0\r\n\r\n",
+                        allow);
         return true;
+    }
+    static bool is_any_of(sip_msg const* request, std::initializer_list<char const*> methods) {
+        return std::ranges::any_of(methods, [&](char const* one) { return pl_strcmp(&request->met, one) == 0; });
     }
     static void ended(void*) { re_cancel(); }
 };

@@ -40,7 +40,7 @@ struct sip_call::handlers {
         bool const has_offer = mbuf_get_left(message->mb) > 0;
         if (has_offer && !call.read(message, true))
             return EPROTO;
-        *description = has_offer ? call.media.answer() : call.media.offer();
+        *description = has_offer ? call.media.answer(call.holds) : call.media.offer(call.holds);
         if (has_offer)
             call.agreed();
         return *description == nullptr ? ENOMEM : 0;
@@ -129,8 +129,9 @@ bool sip_call::take(sipsess_sock* door, sip* stack, sip_msg const* request, std:
                           nullptr) == 0;
 }
 
-bool sip_call::answer() {
-    mbuf* const description = offered ? media.answer() : media.offer();
+bool sip_call::answer(bool on_hold) {
+    holds = on_hold;
+    mbuf* const description = offered ? media.answer(on_hold) : media.offer(on_hold);
     bool const sent =
         session != nullptr && description != nullptr && sipsess_answer(session, 200, "OK", description, nullptr) == 0;
     mem_deref(description);
@@ -166,6 +167,7 @@ void sip_call::send_info(char key) {
 }
 
 void sip_call::hold(bool on) {
+    holds = on;
     if (session == nullptr)
         return;
     mbuf* const offer = media.offer(on);

@@ -54,8 +54,8 @@ public:
     /// Takes an INVITE that came in and says that the telephone rings. false: refused, with 415 for a body that
     /// is no SDP and 488 for an offer without anything that we can code.
     bool take(sipsess_sock* door, sip* stack, sip_msg const* request, std::string const& user);
-    /// Accepts it; set_port() of the description comes before.
-    bool answer();
+    /// Accepts it; set_port() of the description comes before. On hold the far end may not send.
+    bool answer(bool on_hold = false);
     void refuse(int code, char const* reason);
     /// It is to be tried at another address (302).
     void redirect(std::string const& to);
@@ -95,6 +95,7 @@ private:
     bool answered = false;
     bool incoming = false;
     bool offered = false;  ///< the far end's INVITE had a description
+    bool holds = false;    ///< the far end may not send
 };
 
 }  // namespace fxsphone

@@ -1,6 +1,7 @@
 #include "phone/sip_events.h"
 
 #include "phone/libre.h"
+#include "phone/mailbox.h"
 
 #include <cstring>
 #include <utility>
@@ -18,10 +19,8 @@ bool sip_events::unasked(sip_msg const* request, void* arg) {
     if (pl_strcmp(&request->met, "NOTIFY") != 0 || request->to.tag.l != 0 || event == nullptr ||
         pl_strcasecmp(&event->val, "message-summary") != 0)
         return false;
-    pl blank = {}, answer = {};
-    if (re_regex(reinterpret_cast<char const*>(mbuf_buf(request->mb)), mbuf_get_left(request->mb),
-                 "Messages-Waiting:[ \t]*[a-z]+", &blank, &answer) == 0)
-        self->summary(text_of(request->uri.user), pl_strcasecmp(&answer, "yes") == 0);
+    if (auto const waiting = messages_wait(request))
+        self->summary(text_of(request->uri.user), *waiting);
     sip_treply(nullptr, self->requests_of, request, 200, "OK");
     return true;
 }

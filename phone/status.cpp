@@ -1,7 +1,5 @@
 #include "phone/status.h"
 
-#include <algorithm>
-
 namespace fxsphone {
 
 namespace {
@@ -42,18 +40,6 @@ nlohmann::ordered_json row_of(telephone const& one, std::int64_t now_ms) {
     return row;
 }
 
-/// Of the process's LED command; the one that says most comes last.
-enum pattern { dark = 0, three_short = 1, even = 2, hasty = 3 };
-constexpr int numbers[] = {0, 3, 1, 2};
-
-pattern pattern_of(line const& state) {
-    if (state.rings())
-        return hasty;
-    if (state.now_in() != line::state::on_hook)
-        return even;
-    return state.has_messages() ? three_short : dark;
-}
-
 }  // namespace
 
 std::string status_of(telephone_list const& telephones, bool process_connected, std::int64_t now_ms) {
@@ -61,13 +47,6 @@ std::string status_of(telephone_list const& telephones, bool process_connected, 
     for (auto const& one : telephones)
         all["lines"].push_back(row_of(*one, now_ms));
     return all.dump(2, ' ', false, nlohmann::ordered_json::error_handler_t::replace);
-}
-
-int led_pattern(telephone_list const& telephones) {
-    pattern shown = dark;
-    for (auto const& one : telephones)
-        shown = std::max(shown, pattern_of(one->state));
-    return numbers[shown];
 }
 
 }  // namespace fxsphone

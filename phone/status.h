@@ -9,7 +9,4 @@ namespace fxsphone {
 /// What the lines do, as a JSON object; docs/phone.md names its fields.
 std::string status_of(telephone_list const& telephones, bool process_connected, std::int64_t now_ms);
 
-/// The pattern of the process's LED command that tells of all telephones together.
-int led_pattern(telephone_list const& telephones);
-
 }  // namespace fxsphone

@@ -67,7 +67,7 @@ void transfers::take_over(leg& one, sip_msg const* request) {
     one.call = std::move(call);  // the old call ends with BYE
     one.media = std::move(media);
     one.record->far = one.call->far_address();
-    if (!one.call->answer())
+    if (!one.call->answer(one.held))
         owner.heard(*one.call, happening::far_fails);
 }
 

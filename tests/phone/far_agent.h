@@ -37,14 +37,18 @@ public:
                 return message;
         return "";
     }
-    /// The INVITE that begins the dialog.
-    std::string receive_call() {
-        std::string const invite = receive("INVITE");
+    /// The INVITE, or another request, that begins the dialog.
+    std::string receive_call(std::string const& method = "INVITE") {
+        std::string const invite = receive(method);
         call_id = header(invite, "Call-ID");
         remote = header(invite, "From");
         local = header(invite, "To") + ";tag=far";
         target = between(header(invite, "Contact"), "<", ">");
         return invite;
+    }
+    /// For an INVITE that takes the call over (RFC 3891).
+    std::string replaces() const {
+        return "Replaces: " + call_id + ";to-tag=" + between(remote, ";tag=", ";\r") + ";from-tag=far\r\n";
     }
     /// `audio`: what stands behind the port of `media` in SDP, and what follows; empty: no description.
     void answer(std::string const& request, std::string const& status, std::string const& audio = {},
@@ -57,11 +61,14 @@ public:
     }
     void request(std::string const& method, int number, std::string const& audio = {}, std::string const& more = {},
                  udp_peer const* where = nullptr) const {
-        send(method + " " + target + " SIP/2.0\r\nVia: SIP/2.0/UDP 127.0.0.1:" + std::to_string(port()) +
-                 ";branch=z9hG4bK" + method + std::to_string(number) + "\r\nFrom: " + local + "\r\nTo: " + remote +
-                 "\r\nCall-ID: " + call_id + "\r\nCSeq: " + std::to_string(number) + " " + method +
-                 "\r\nMax-Forwards: 70\r\n" + more,
-             audio, where);
+        send(head_of(method, number) + more, audio, where);
+    }
+    /// A message summary to whom receive_call() has heard subscribe.
+    void notify(int number, std::string const& summary) const {
+        sip.send(phone, head_of("NOTIFY", number) + contact() +
+                            "Event: message-summary\r\nSubscription-State: active;expires=3600\r\nContent-Type: "
+                            "application/simple-message-summary\r\nContent-Length: " +
+                            std::to_string(summary.size()) + "\r\n\r\n" + summary);
     }
     /// Calls a telephone; then answered() takes what the dialog needs from the first response of 200.
     void call(std::string const& user, std::string const& audio = {}, std::string const& more = {}) {
@@ -80,11 +87,18 @@ public:
     udp_peer const sip, media;
 
 private:
+    std::string contact() const { return "Contact: <sip:far@127.0.0.1:" + std::to_string(port()) + ">\r\n"; }
+    std::string head_of(std::string const& method, int number) const {
+        return method + " " + target + " SIP/2.0\r\nVia: SIP/2.0/UDP 127.0.0.1:" + std::to_string(port()) +
+               ";branch=z9hG4bK" + method + std::to_string(number) + "\r\nFrom: " + local + "\r\nTo: " + remote +
+               "\r\nCall-ID: " + call_id + "\r\nCSeq: " + std::to_string(number) + " " + method +
+               "\r\nMax-Forwards: 70\r\n";
+    }
     void send(std::string const& head, std::string const& audio, udp_peer const* where) const {
         std::string const sdp = "v=0\r\no=- 1 1 IN IP4 127.0.0.1\r\ns=-\r\nc=IN IP4 127.0.0.1\r\nt=0 0\r\nm=audio " +
                                 std::to_string(bound_port((where == nullptr ? media : *where).fd())) + " " + audio +
                                 "\r\n";
-        sip.send(phone, head + "Contact: <sip:far@127.0.0.1:" + std::to_string(port()) + ">\r\n" +
+        sip.send(phone, head + contact() +
                             (audio.empty() ? std::string("Content-Length: 0\r\n\r\n")
                                            : "Content-Type: application/sdp\r\nContent-Length: " +
                                                  std::to_string(sdp.size()) + "\r\n\r\n" + sdp));

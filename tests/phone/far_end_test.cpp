@@ -92,6 +92,25 @@ TEST(phone_far_end, offers_at_the_same_moment) {
     one.far_hangs_up(11);
 }
 
+TEST(phone_far_end, is_replaced_while_it_is_held) {
+    scene one;
+    one.answer(one.called(), "RTP/AVP 8");
+    one.here.flash(0);
+    one.far.answer(one.far.receive("INVITE"), "200 OK", "RTP/AVP 8\r\na=recvonly");
+    EXPECT_FALSE(one.far.receive("ACK").empty());
+    far_agent other(one.here.sip_port);
+    other.call("100", "RTP/AVP 8", one.far.replaces());
+    EXPECT_NE(other.answered().find("a=sendonly"), std::string::npos) << "it is held, too";
+    other.request("ACK", 1);
+    one.far.answer(one.far.receive("BYE"), "200 OK");
+    other.request("INVITE", 2, "RTP/AVP 8");
+    EXPECT_NE(other.receive("SIP/2.0 200").find("a=sendonly"), std::string::npos);
+    other.request("ACK", 2);
+    one.here.flash(0);
+    EXPECT_NE(other.receive("INVITE").find("a=sendrecv"), std::string::npos) << "and resumed";
+    one.here.phone.end(SIGKILL);
+}
+
 TEST(phone_far_end, calls_without_an_offer) {
     scene one("[ring]\ncountry = \"gb\"\n");
     one.far.call("101", "", "Require: 100rel\r\n");

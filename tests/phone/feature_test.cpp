@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/phone/device.h"
+#include "tests/phone/far_agent.h"
 
 namespace {
 
@@ -96,6 +97,21 @@ TEST(phone_feature, takes_keys_and_message_summaries) {
         sounded = sounds;
     }
     EXPECT_GE(changes, 10) << "no stuttering";
+}
+
+TEST(phone_feature, subscribes_to_its_mailbox) {
+    std::uint16_t const port = free_port();
+    far_agent far(port);
+    device here({}, {}, "mailbox = \"sip:vm@127.0.0.1:" + std::to_string(far.port()) + "\"\n", port);
+    std::string const asked = far.receive_call("SUBSCRIBE");
+    EXPECT_EQ(header(asked, "Event"), "message-summary");
+    EXPECT_EQ(header(asked, "Accept"), "application/simple-message-summary");
+    far.answer(asked, "200 OK", "", "Expires: 3600\r\n");
+    far.notify(1, "Messages-Waiting: yes\r\n");
+    EXPECT_FALSE(far.receive("SIP/2.0 200").empty());
+    auto const lines = here.status()["lines"];
+    EXPECT_NE(lines[0]["message_waiting"], lines[1]["message_waiting"]) << "of the one that has asked";
+    here.phone.end(SIGKILL);
 }
 
 }  // namespace

@@ -136,6 +136,9 @@ TEST_F(phone_network, keeps_a_flow_of_the_registrar_alive) {
     EXPECT_TRUE(pbx.wait_for_text("REGISTER 100 good SHA-256")) << "the first that both know: RFC 8760 section 2.4";
     EXPECT_TRUE(pbx.wait_for_text("flow f81d4fae-7dec-11d0-a765-00a0c91e6bf6")) << "RFC 5626 section 4.2";
     EXPECT_TRUE(pbx.wait_for_text("keep-alive")) << "libre waits for at least 16 s";
+    std::ifstream led(here.folder + "/lines/led");
+    EXPECT_NE(std::string(std::istreambuf_iterator<char>(led), {}).find(std::string(40, '.') + "#"), std::string::npos)
+        << "a flash every 5 s: all are registered";
 }
 
 TEST_F(phone_network, answers_where_a_request_came_from) {
@@ -144,7 +147,8 @@ TEST_F(phone_network, answers_where_a_request_came_from) {
     struct asked {
         std::string method, status;
     };
-    for (asked const& one : std::vector<asked>{{"OPTIONS", "SIP/2.0 200 OK"}, {"PUBLISH", "SIP/2.0 501"}}) {
+    for (asked const& one :
+         std::vector<asked>{{"OPTIONS", "SIP/2.0 200 OK"}, {"PUBLISH", "SIP/2.0 501"}, {"REFER", "SIP/2.0 603"}}) {
         far.send(ip_port(str(127, 0, 0, 1), here.sip_port),
                  one.method + " sip:100@here SIP/2.0\r\nVia: SIP/2.0/UDP 192.0.2.9:9;rport;branch=z9hG4bK" +
                      one.method + "\r\nFrom: <sip:a@b>;tag=1\r\nTo: <sip:100@here>\r\nCall-ID: a\r\nCSeq: 1 " +
