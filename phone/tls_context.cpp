@@ -28,7 +28,24 @@ struct tls_context::handlers {
                      X509_verify_cert_error_string(X509_STORE_CTX_get_error(chain)));
         return 0;
     }
+    /// Before a connection of ours says anything. libre keeps its SSL objects to itself, their context is ours.
+    static void greet(SSL const* connection, int where, int) {
+        auto const* const self = static_cast<tls_context*>(SSL_CTX_get_app_data(SSL_get_SSL_CTX(connection)));
+        if (where == SSL_CB_HANDSHAKE_START && SSL_is_server(connection) == 0)
+            SSL_set_tlsext_host_name(const_cast<SSL*>(connection), self->only_name.c_str());
+    }
 };
+
+namespace {
+
+/// The one name among the hosts; empty: there are several, or an address (RFC 6066 section 3: no name then).
+std::string only_name_of(std::vector<std::string> const& hosts) {
+    sa address;
+    bool const one = !hosts.empty() && std::ranges::count(hosts, hosts[0]) == std::ssize(hosts);
+    return one && sa_set_str(&address, hosts[0].c_str(), 0) != 0 ? hosts[0] : "";
+}
+
+}  // namespace
 
 tls_context::~tls_context() {
     mem_deref(context);
@@ -41,6 +58,11 @@ std::string tls_context::open(tls_settings const& chosen, std::vector<std::strin
         return "TLS can't be used" +
                (own == nullptr ? std::string() : " with the certificate in " + chosen.certificate);
     SSL_CTX_set_min_proto_version(tls_openssl_context(context), TLS1_2_VERSION);
+    only_name = only_name_of(accepted);
+    if (!only_name.empty()) {
+        SSL_CTX_set_app_data(tls_openssl_context(context), this);
+        SSL_CTX_set_info_callback(tls_openssl_context(context), handlers::greet);
+    }
     return chosen.verify ? trust(chosen) : "";
 }
 

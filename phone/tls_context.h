@@ -11,7 +11,8 @@ namespace fxsphone {
 
 /// What TLS connections of the SIP stack share (RFC 5246, RFC 8446; 1.2 at least). A certificate is accepted when the
 /// trusted authorities vouch for it and it was made out to one of the registrars and proxies that are reached by TLS
-/// (RFC 5922 section 7.2). A refusal is said on standard error.
+/// (RFC 5922 section 7.2). A refusal is said on standard error. The greeting names the host (SNI, RFC 6066 section 3)
+/// when there is but one: which connection leads to which, libre does not tell.
 class tls_context {
 public:
     ~tls_context();
@@ -28,6 +29,7 @@ private:
 
     tls* context = nullptr;
     std::vector<std::string> accepted;
+    std::string only_name;  ///< said with the greeting (SNI); empty: none
 };
 
 }  // namespace fxsphone
