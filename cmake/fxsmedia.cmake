@@ -105,10 +105,20 @@ macro(fxs_find_oracle)
     endif()
 endmacro()
 
-# fxs_test(<name> SOURCES <source>... LIBRARIES <library>... [ORACLES <library>...]): a GoogleTest program, run by
-# ctest under its name. One with oracles exists only where FXSMEDIA_ORACLES is on.
+# fxs_computes(<test>...), fxs_waits(<test>...): what ctest -j counts are thirds of a processor, -j6 for two processors: a
+# test that computes takes three, one that mostly waits for real time takes one and begins early.
+function(fxs_computes)
+    set_tests_properties(${ARGN} PROPERTIES PROCESSORS 3)
+endfunction()
+function(fxs_waits)
+    set_tests_properties(${ARGN} PROPERTIES PROCESSORS 1 COST 60)
+endfunction()
+
+# fxs_test(<name> SOURCES <source>... LIBRARIES <library>... [ORACLES <library>...] [WAITS] [SHARDS <n>]): a GoogleTest
+# program, run by ctest under its name. One with oracles exists only where FXSMEDIA_ORACLES is on. WAITS: it mostly waits for
+# real time (fxs_waits). SHARDS: its cases are divided among so many tests, <name>_0 and on.
 function(fxs_test name)
-    cmake_parse_arguments(TEST "" "TIMEOUT" "SOURCES;LIBRARIES;ORACLES" ${ARGN})
+    cmake_parse_arguments(TEST "WAITS" "TIMEOUT;SHARDS" "SOURCES;LIBRARIES;ORACLES" ${ARGN})
     if(TEST_ORACLES AND NOT FXSMEDIA_ORACLES)
         message(STATUS "Left out, needs ${TEST_ORACLES}: ${name}")
         return()
@@ -121,6 +131,22 @@ function(fxs_test name)
     if(NOT TEST_TIMEOUT)
         set(TEST_TIMEOUT $<IF:$<BOOL:${CMAKE_CROSSCOMPILING_EMULATOR}>,1200,300>)
     endif()
-    add_test(NAME ${name} COMMAND ${name})
-    set_tests_properties(${name} PROPERTIES TIMEOUT ${TEST_TIMEOUT})
+    if(NOT TEST_SHARDS)
+        set(TEST_SHARDS 1)
+    endif()
+    math(EXPR last "${TEST_SHARDS} - 1")
+    foreach(shard RANGE ${last})
+        set(test ${name})
+        if(last)
+            set(test ${name}_${shard})
+        endif()
+        add_test(NAME ${test} COMMAND ${name})
+        set_tests_properties(${test} PROPERTIES
+            TIMEOUT ${TEST_TIMEOUT} ENVIRONMENT "GTEST_TOTAL_SHARDS=${TEST_SHARDS};GTEST_SHARD_INDEX=${shard}")
+        if(TEST_WAITS)
+            fxs_waits(${test})
+        else()
+            fxs_computes(${test})
+        endif()
+    endforeach()
 endfunction()

@@ -8,13 +8,6 @@
 
 namespace {
 
-/// Whether a telephone hears anything in the next second.
-bool hears(telephones& lines, unsigned line) {
-    auto const from = static_cast<std::ptrdiff_t>(lines.heard(line).size());
-    lines.run(100);
-    return std::any_of(lines.heard(line).begin() + from, lines.heard(line).end(), [](int s) { return s != 0; });
-}
-
 long memory_kb(controlled_process const& of) {
     return usage(of.process.pid()).resident_kb;
 }
@@ -48,7 +41,7 @@ TEST(control, a_poisoned_stream_silences_commands_but_not_media_and_timers) {
         EXPECT_TRUE(process.client.wait_for<protocol::heartbeat>(patience));
         for (int sent = 0; sent < 100; sent++, usleep(500))
             attacker.send(full);
-        EXPECT_TRUE(hears(*lines, line++)) << "itself";
+        EXPECT_TRUE(lines->hears(line++)) << "itself";
         long const grown_kb = memory_kb(process) - before_kb;
         std::printf("poison %s: commands are lost, media and heartbeats go on, %ld kB more memory\n", poison, grown_kb);
         EXPECT_LT(grown_kb, most_stream_kb);
@@ -74,7 +67,7 @@ TEST(device, dead_ones_cost_little) {
         std::filesystem::remove(link);
     }
     ASSERT_TRUE(lines->wait_for_open(2));
-    EXPECT_TRUE(hears(*lines, 3));
+    EXPECT_TRUE(lines->hears(3));
     line.reset();  // hangs up
     signalling.reset();
     tell(process, protocol::playback_command{.call = 0, .tone_set = 1, .kind = 4});
@@ -91,7 +84,7 @@ TEST(device, dead_ones_cost_little) {
     std::printf("two dead lines, a dead signalling device: %.1f %% of a processor, %.0f log lines a second\n", percent,
                 log_lines / wall_s);
     EXPECT_TRUE(percent > 0 && percent < 15 && log_lines > 0 && log_lines / wall_s < 250);
-    EXPECT_TRUE(hears(*lines, 3));
+    EXPECT_TRUE(lines->hears(3));
 }
 
 // ---- floods
@@ -136,7 +129,7 @@ protected:
                     answers, worst_ms, int(lost), 2 * ticks);
         EXPECT_LE(lost, ticks) << what;
         EXPECT_TRUE(worst_ms >= 0 && worst_ms < most_ms) << what;
-        EXPECT_TRUE(hears(*lines, 0) && hears(*lines, 1)) << what;
+        EXPECT_TRUE(lines->hears(0) && lines->hears(1)) << what;
     }
 
     std::unique_ptr<telephones> lines;

@@ -11,7 +11,6 @@
 
 #include "tests/e2e/media_process.h"
 #include "tests/support/rtp_builder.h"
-#include "tests/support/signals.h"
 
 /// What attackers and the soak share: senders, large packets, and figures of the process under test.
 
@@ -79,14 +78,6 @@ inline int answer_ms(controlled_process& asked, std::chrono::milliseconds limit 
             return ms_since(begin);
     }
     return -1;
-}
-
-/// Four telephones that speak all the time.
-inline std::unique_ptr<telephones> speakers(unsigned seed = 31) {
-    std::vector<fxsline::speech> all;
-    for (unsigned line = 0; line < 4; line++)
-        all.push_back(fxsline::speech::recording(signals::speech_like(8000, 8000, seed + line), true, "voice"));
-    return std::make_unique<telephones>(all);
 }
 
 /// For the option --tdm: links to line devices of the test's choice begin with it.

@@ -13,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/rtp_builder.h"
 #include "tests/support/signals.h"
 
 /// What a far end does wrong. The default does nothing wrong: A-law speech in packets of 20 ms.
@@ -94,20 +95,16 @@ private:
 
     void send_packet(int to, std::uint16_t number, std::vector<std::uint8_t> const& codes, int sender) {
         std::uint32_t const stamp = number * static_cast<std::uint32_t>(std::min(behaviour.payload_bytes, 160));
-        std::vector<std::uint8_t> packet{0x80, static_cast<std::uint8_t>(behaviour.payload_type)};
-        for (int shift : {8, 0})
-            packet.push_back(static_cast<std::uint8_t>(number >> shift));
-        for (std::uint32_t const word : {stamp, 0x5EED0000u + static_cast<unsigned>(sender)})
-            for (int shift : {24, 16, 8, 0})
-                packet.push_back(static_cast<std::uint8_t>(word >> shift));
+        rtp_packet packet{.payload_type = behaviour.payload_type, .sequence = number, .timestamp = stamp};
+        packet.ssrc = 0x5EED0000u + static_cast<unsigned>(sender);
         for (int i = 0; i < behaviour.payload_bytes; i++)
-            packet.push_back(behaviour.says == far_behaviour::sound::cipher
-                                 ? static_cast<std::uint8_t>(random())
-                                 : codes[(stamp + static_cast<unsigned>(i)) % codes.size()]);
-        transmit(packet, to);
+            packet.payload += static_cast<char>(behaviour.says == far_behaviour::sound::cipher
+                                                    ? random()
+                                                    : codes[(stamp + static_cast<unsigned>(i)) % codes.size()]);
+        transmit(packet.build(), to);
     }
 
-    void transmit(std::vector<std::uint8_t> const& packet, int to) {
+    void transmit(std::string const& packet, int to) {
         sockaddr_in const v4 = loopback(to);
         sockaddr_in6 const v6{AF_INET6, htons(static_cast<std::uint16_t>(to)), 0, IN6ADDR_LOOPBACK_INIT, 0};
         if (behaviour.ipv6)
@@ -118,14 +115,8 @@ private:
 
     /// A sender report without blocks.
     void report(int to, unsigned packets) {
-        if (behaviour.rtcp == far_behaviour::reports::none)
-            return;
-        std::vector<std::uint8_t> sr{0x80, 200, 0, 6, 0x5E, 0xED, 0, 0};
-        sr.resize(20);
-        for (unsigned const word : {packets, 160 * packets})
-            for (int shift : {24, 16, 8, 0})
-                sr.push_back(static_cast<std::uint8_t>(word >> shift));
-        transmit(sr, to);
+        if (behaviour.rtcp != far_behaviour::reports::none)
+            transmit(from_hex("80C80006 5EED0000 0000000000000000 00000000") + be32(packets) + be32(160 * packets), to);
     }
 
     void live(int rtp_port, int rtcp_port) {

@@ -9,9 +9,13 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
+#include <span>
 #include <sstream>
+
+#include "tests/support/signals.h"
 
 using namespace std::chrono_literals;
 
@@ -71,6 +75,12 @@ void telephones::run(int ticks) {
     }
 }
 
+bool telephones::hears(unsigned line) {
+    std::size_t const from = ears[line].size();
+    run(100);
+    return std::ranges::any_of(std::span(ears[line]).subspan(from), [](int sample) { return sample != 0; });
+}
+
 bool telephones::wait_for_open(unsigned devices) {
     return files->wait_until([&] {
         unsigned open = 0;
@@ -78,6 +88,13 @@ bool telephones::wait_for_open(unsigned devices) {
             open += lines->line(i).is_open();
         return open == devices;
     });
+}
+
+std::unique_ptr<telephones> speakers(unsigned seed) {
+    std::vector<fxsline::speech> says;
+    for (unsigned line = 0; line < 4; line++)
+        says.push_back(fxsline::speech::recording(signals::speech_like(8000, 8000, seed + line), true, "voice"));
+    return std::make_unique<telephones>(std::move(says));
 }
 
 std::string media_process::path() {

@@ -25,6 +25,8 @@ public:
     void run(int ticks);
     /// What a telephone has heard since the clock started, 80 samples a tick.
     std::vector<std::int16_t> const& heard(unsigned line) const { return ears[line]; }
+    /// Whether a telephone hears anything in the next second.
+    bool hears(unsigned line);
     /// Waits until the process has opened that many devices.
     bool wait_for_open(unsigned devices);
     fxsline::line_mount& mount() { return *files; }
@@ -38,6 +40,9 @@ private:
     std::unique_ptr<fxsline::line_bank> lines;
     std::unique_ptr<fxsline::line_mount> files;
 };
+
+/// Four telephones that speak all the time.
+std::unique_ptr<telephones> speakers(unsigned seed = 31);
 
 /// The process under test (FXSMEDIA_PROCESS in the environment, else the one of this build), with its standard error
 /// kept: a sanitizer's report ends the test. Killed with its owner.

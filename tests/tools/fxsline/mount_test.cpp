@@ -1,5 +1,5 @@
 // The lines through a real mount in this process, on a stepped clock. A whole process in select over several lines:
-// tests/e2e/e2e_call_test.cpp.
+// tests/e2e/e2e_process_test.cpp.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <poll.h>

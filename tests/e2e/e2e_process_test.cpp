@@ -1,0 +1,190 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <filesystem>
+
+#include "tests/e2e/media_process.h"
+#include "tests/support/signals.h"
+#include "tools/protocol/worked_datagrams.h"
+
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr auto patience = 20s;
+
+TEST(startup, answers_with_exit_status_and_version) {
+    struct {
+        std::vector<std::string> arguments;
+        int status;
+        char const* output;
+    } const table[] = {
+        {{"--version"}, 0, "Version: 3159\n"},
+        {{"--frobnicate", "--version"}, 0, "Version: 3159\n"},
+        {{"--frobnicate"}, 1, ""},
+        {{"--port"}, 1, ""},
+        {{"--debug", "--log"}, 1, ""},
+        {{"--extensions", "dtmf,louder"}, 1, ""},
+        {{"--extensions"}, 1, ""},
+    };
+    for (auto const& row : table) {
+        media_process process(row.arguments);
+        EXPECT_EQ(process.wait(), row.status) << row.arguments[0];
+        EXPECT_EQ(process.error_output(), row.output) << row.arguments[0];
+    }
+}
+
+TEST(startup, names_the_extensions) {
+    media_process process({"--extensions", "dtmf", "--extensions", "help"});
+    EXPECT_EQ(process.wait(), 0);
+    for (char const* const name : {"\ndtmf: ", "\ng722: ", "\nplayout: "})
+        EXPECT_NE(("\n" + process.error_output()).find(name), std::string::npos) << name;
+}
+
+/// Whether a descriptor of the process is a file (standard error is one in these tests); it may have become a socket.
+bool is_file(pid_t pid, int fd) {
+    std::error_code none;
+    auto const target =
+        std::filesystem::read_symlink("/proc/" + std::to_string(pid) + "/fd/" + std::to_string(fd), none);
+    return !none && !target.string().starts_with("socket:");
+}
+
+TEST(startup, closes_the_standard_descriptors_unless_told_to_log) {
+    for (bool const keep : {false, true}) {
+        std::uint16_t const port = free_port();
+        auto peer = protocol::control_client::connect_udp("127.0.0.1", port);
+        std::vector<std::string> arguments{"--debug", "--port", std::to_string(port)};
+        if (keep)
+            arguments.insert(arguments.end(), {"--log", "3"});
+        media_process process(arguments);
+        ASSERT_TRUE(peer.start_session(20s));
+        for (int fd = STDIN_FILENO; fd <= STDERR_FILENO; fd++)
+            EXPECT_EQ(is_file(process.pid(), fd), keep) << fd;
+    }
+}
+
+/// Waits for the datagram that the pattern describes; what else arrives is passed over.
+bool answered(protocol::control_client& client, protocol::worked_datagram const& wanted) {
+    auto const deadline = std::chrono::steady_clock::now() + 20s;
+    while (std::chrono::steady_clock::now() < deadline) {
+        auto const datagram = client.receive_datagram(1s);
+        if (datagram && wanted.matches(*datagram))
+            return true;
+    }
+    return false;
+}
+
+TEST(protocol, every_worked_datagram_does_what_the_manual_says) {
+    auto const datagrams = protocol::load_worked_datagrams(FXSMEDIA_SOURCE "/docs/control-protocol.md");
+    telephones lines({});
+    controlled_process process({"--tdm", lines.tdm_path()});
+    int replies = 0;
+    for (protocol::worked_datagram const& worked : datagrams) {
+        if (!worked.is_command || worked.name.find("loopback") != std::string::npos)
+            continue;
+        process.send(worked.data);
+        if (worked.reply.empty())
+            continue;
+        auto const reply = std::find_if(datagrams.begin(), datagrams.end(), [&](auto const& candidate) {
+            return !candidate.is_command && candidate.name == worked.reply;
+        });
+        ASSERT_NE(reply, datagrams.end()) << worked.reply;
+        EXPECT_TRUE(answered(process.client, *reply)) << worked.name << " is not answered by " << worked.reply;
+        replies++;
+    }
+    EXPECT_GE(replies, 3);
+    EXPECT_TRUE(process.process.alive());
+}
+
+/// Where `said` begins in `heard` to the sample; -1 when it is not there.
+int position_of(signals::samples const& said, signals::samples const& heard) {
+    auto const found = std::search(heard.begin(), heard.end(), said.begin(), said.end());
+    return found == heard.end() ? -1 : static_cast<int>(found - heard.begin());
+}
+
+TEST(call, carries_every_sample_both_ways) {
+    constexpr int block = 80;
+    signals::samples voices[2];
+    std::vector<fxsline::speech> says;
+    for (unsigned line : {0, 1}) {
+        voices[line] = signals::speech_like(2 * 8000, 8000, line + 1);
+        says.push_back(fxsline::speech::recording(voices[line], false, "test"));
+    }
+    telephones lines(says);
+    controlled_process process({"--tdm", lines.tdm_path()});
+    process.connect(0, 1, {0, 100});
+    process.put_on_line(0, 0);
+    process.put_on_line(1, 1);
+    ASSERT_TRUE(lines.wait_for_open(2));
+    lines.run(230);
+    for (unsigned line : {0, 1}) {
+        int const at = position_of(voices[1 - line], lines.heard(line));
+        EXPECT_GE(at, block);
+        EXPECT_LE(at, 6 * block) << "20 ms packets, one block in the line's queue";
+    }
+}
+
+TEST(device, base_commands_reach_the_driver_and_the_third_is_answered) {
+    telephones lines({});
+    controlled_process process({"--tdm", lines.tdm_path()});
+    for (int const open_line : {-1, 1}) {
+        if (open_line >= 0) {
+            process.open(0);
+            process.put_on_line(0, static_cast<std::uint16_t>(open_line));
+            ASSERT_TRUE(lines.wait_for_open(1));
+        }
+        process.send(protocol::encode(protocol::reset_base_command{.command = 2}));
+        process.send(protocol::encode(protocol::reset_base_command{.command = 3}));
+        auto const result = process.client.wait_for<protocol::driver_result>(patience);
+        ASSERT_TRUE(result.has_value());
+        EXPECT_EQ(result->command, 3);
+        EXPECT_EQ(result->result, 42);
+        lines.mount().locked([&] {
+            std::string seen;
+            for (fxsline::line_event const& event : lines.events())
+                if (event.kind == fxsline::event_kind::base_command)
+                    seen += std::to_string(event.line) + ":" + std::to_string(event.number) + "=" +
+                            std::to_string(event.answer) + " ";
+            EXPECT_EQ(seen, open_line < 0 ? "0:2=0 0:3=42 " : "0:2=0 0:3=42 1:2=0 1:3=42 ");
+        });
+    }
+}
+
+TEST(device, the_signalling_device_is_a_transparent_relay) {
+    int const line = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);  // the far side of a serial line
+    ASSERT_EQ(grantpt(line), 0);
+    ASSERT_EQ(unlockpt(line), 0);
+    controlled_process process({"--tunnel", ptsname(line)});
+    protocol::bytes said;
+    for (int i = 0; i < 1500; i++)
+        said.push_back(static_cast<std::uint8_t>(i * 7));
+    ASSERT_EQ(write(line, said.data(), said.size()), 1500);
+    protocol::bytes relayed;
+    while (relayed.size() < said.size()) {
+        auto const message = process.client.wait_for<protocol::signal_data>(patience);
+        ASSERT_TRUE(message.has_value());
+        EXPECT_LE(message->data.size(), 1024u);
+        relayed.insert(relayed.end(), message->data.begin(), message->data.end());
+    }
+    EXPECT_EQ(relayed, said);
+
+    process.send(protocol::encode(protocol::signal_command{.data = {{1, 2, 3}, {}, {13, 10, 0, 255}, {4}}}));
+    protocol::bytes heard(8);
+    pollfd readable{line, POLLIN, 0};
+    for (std::size_t n = 0; n < 8; n += static_cast<std::size_t>(read(line, &heard[n], 8 - n)))
+        ASSERT_EQ(poll(&readable, 1, 20000), 1);
+    EXPECT_EQ(heard, (protocol::bytes{1, 2, 3, 13, 10, 0, 255, 4}));
+
+    close(line);
+    process.send(protocol::encode(protocol::signal_command{.data = {{1, 2, 3}}}));
+    auto const lost = process.client.wait_for<protocol::log_line>(
+        patience, [](protocol::log_line const& logged) { return logged.level == 3; });
+    ASSERT_TRUE(lost.has_value());
+    EXPECT_EQ(lost->text, "Could not write 3 bytes");
+    EXPECT_EQ(process.open(4).call, 4) << "calls go on without the device";
+}
+
+}  // namespace
