@@ -76,8 +76,8 @@ void correlate_response(int16_t const h[subframe_size], correlations& c) {
     int32_t const sum = static_cast<int32_t>(power);
     int const shift = extract_h(sum) > 32000 ? -1 : norm_l(sum) >> 1;
     int16_t scaled[subframe_size];
-    for (int i = 0; i < subframe_size; ++i)
-        scaled[i] = shl(h[i], shift);
+    for (int i = 0; i < subframe_size; ++i)  // cannot clip: twice the square of a scaled word is still below 2^31
+        scaled[i] = static_cast<int16_t>((h[i] * (2 << shift)) >> 1);
     // No sum is larger than the energy (Cauchy-Schwarz).
     if (2 * energy<subframe_size>(scaled) < max_32 - 0xffff)
         fill_phi<plain_arithmetic>(scaled, c);

@@ -109,7 +109,8 @@ uint32_t weighted_square(int32_t r, int32_t row, int32_t w) {
     return static_cast<uint32_t>(((w * e) >> 15) * e);
 }
 
-// Row of the first stage nearest to r. A row is given up as soon as it is worse than the best.
+// Row of the first stage nearest to r. A row is given up as soon as it is worse than the best; the middle columns,
+// which tell rows apart best, come first.
 template <auto difference>
 int search_first(int16_t const r[lp_order]) {
     constexpr auto term = square<difference>;
@@ -117,16 +118,16 @@ int search_first(int16_t const r[lp_order]) {
     uint32_t best_distance = no_distance;
     for (int i = 0; i < lspcb1_rows; ++i) {
         int16_t const* row = lspcb1[i];
-        uint32_t distance = term(r[0], row[0]) + term(r[1], row[1]) + term(r[2], row[2]);
+        uint32_t distance = term(r[3], row[3]) + term(r[4], row[4]);
         if (distance >= best_distance)
             continue;
-        distance += term(r[3], row[3]) + term(r[4], row[4]) + term(r[5], row[5]);
+        distance += term(r[5], row[5]) + term(r[6], row[6]);
         if (distance >= best_distance)
             continue;
-        distance += term(r[6], row[6]) + term(r[7], row[7]) + term(r[8], row[8]);
+        distance += term(r[7], row[7]) + term(r[8], row[8]) + term(r[9], row[9]);
         if (distance >= best_distance)
             continue;
-        distance += term(r[9], row[9]);
+        distance += term(r[0], row[0]) + term(r[1], row[1]) + term(r[2], row[2]);
         if (distance < best_distance) {
             best_distance = distance;
             best = i;
