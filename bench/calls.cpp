@@ -1,13 +1,19 @@
 // What calls cost the media process on this machine: CPU time of the whole process over simulated lines in real time,
-// next to a floor, a process that makes the system calls of the audio and nothing else (call_floor.cpp), measured in
-// turn with it in the same run. Memory and size at the end. Markdown tables on standard output.
+// next to a floor, a process that makes the system calls of the audio and nothing else (call_floor.cpp), and to
+// osmo-mgw, which forwards as many packets and decodes nothing (forwarder.h), measured in turn with it in the same run.
+// Memory and size at the end. Markdown tables on standard output.
 //
-//     calls [--seconds N] [--rounds N] [--process PATH] [--floor PATH] [--under COMMAND --counts FILE]
+//     calls [--seconds N] [--rounds N] [--calls N] [--awake yes] [--process PATH] [--floor PATH] [--forwarder PATH]
+//           [--under COMMAND --counts FILE]
 //
-// A step takes N seconds (5) in each round (3); the least of the rounds counts. Ends with status 1 when a process did
-// not carry the audio. With --under, process and floor run under that command, an emulator with the plugin
-// bench/instructions.c, which keeps its counts in FILE; the table is then of instructions and system calls.
+// A step takes N seconds (5) in each round (3); the least of the rounds counts. --calls: only so many. --awake: a
+// thread of idle priority spins on each core, so that none has to wake up for the work. --forwarder: "none" leaves it
+// out, as is done where it is not installed. Ends with status 1 when a process did not carry the audio. With --under
+// they run under that command, an emulator with the plugin bench/instructions.c, which keeps its counts in FILE; the
+// table is then of instructions and system calls.
+#include <sched.h>
 #include <signal.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -15,11 +21,14 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <functional>
 #include <iterator>
 #include <limits>
 #include <sstream>
+#include <thread>
 
 #include "bench/call_setup.h"
+#include "bench/forwarder.h"
 #include "bench/process_usage.h"
 
 namespace {
@@ -31,6 +40,9 @@ struct options {
     int rounds = 3;
     std::string process = FXSMEDIA_BINARY;
     std::string floor = CALL_FLOOR_BINARY;
+    std::string forwarder = "/usr/bin/osmo-mgw";
+    int calls = 0;  ///< 0: all numbers
+    bool awake = false;
     std::string under;
     std::string counts;
 };
@@ -45,6 +57,7 @@ struct memory {
 };
 
 constexpr int line_count = 4;
+constexpr char const* no_forwarder = "none";
 constexpr int blocks_per_second = 100;
 constexpr double enough = 0.95;  // of the audio must have passed; the rest is the load of the machine
 constexpr double enough_to_count = 0.5;
@@ -90,18 +103,28 @@ struct cost {
     }
 };
 
+/// Where the audio comes from and goes to.
+struct audio {
+    std::function<telephones::traffic()> blocks;
+    int streams;
+
+    static audio of(telephones& lines, int calls) {
+        return {[&lines] { return lines.blocks(); }, std::min(calls, line_count)};
+    }
+};
+
 /// What `process` takes per second of a call, after a second in which it gets going. Without a call: per second.
-cost per_call_second(child_process const& process, telephones& lines, int calls, options const& chosen) {
+cost per_call_second(child_process const& process, audio const& passed, int calls, options const& chosen) {
     wait(1);
-    auto const before = lines.blocks();
+    auto const before = passed.blocks();
     cost const cost_before = cost::of(process, chosen);
     auto const start = steady_clock::now();
     wait(chosen.seconds);
     cost const all = cost::of(process, chosen);
     double const took = duration<double>(steady_clock::now() - start).count();
-    auto const after = lines.blocks();
+    auto const after = passed.blocks();
     double const least = chosen.counts.empty() ? enough : enough_to_count;
-    double const wanted = least * took * blocks_per_second * std::min(calls, line_count);
+    double const wanted = least * took * blocks_per_second * passed.streams;
     if (!process.alive() || static_cast<double>(after.read - before.read) < wanted ||
         static_cast<double>(after.written - before.written) < wanted) {
         std::fprintf(stderr, "%d calls: %lu blocks read and %lu written in %.1f s, at least %.0f expected\n", calls,
@@ -109,9 +132,8 @@ cost per_call_second(child_process const& process, telephones& lines, int calls,
         carried = false;
     }
     // Counts are those of the audio that passed, however busy the machine is.
-    double const audio =
-        static_cast<double>(after.read - before.read) / (blocks_per_second * std::min(calls, line_count));
-    return all.since(cost_before, calls == 0 ? took : calls * (chosen.counts.empty() ? took : audio));
+    double const seconds = static_cast<double>(after.read - before.read) / (blocks_per_second * passed.streams);
+    return all.since(cost_before, calls == 0 ? took : calls * (chosen.counts.empty() ? took : seconds));
 }
 
 /// The command's words, the program behind them.
@@ -125,7 +147,12 @@ cost measure_floor(int calls, options const& chosen) {
     std::vector<std::string> started = command(chosen.floor, chosen);
     started.insert(started.end(), {lines.device_base(), std::to_string(calls)});
     child_process const floor(started);
-    return per_call_second(floor, lines, calls, chosen);
+    return per_call_second(floor, audio::of(lines, calls), calls, chosen);
+}
+
+cost measure_forwarder(int calls, options const& chosen) {
+    forwarder const peer(command(chosen.forwarder, chosen), calls);
+    return per_call_second(peer.usage(), {[&peer] { return peer.blocks(); }, calls}, calls, chosen);
 }
 
 struct process_figures {
@@ -140,48 +167,74 @@ void measure_process(int calls, bool secure, options const& chosen, process_figu
     best.idle = memory::of(process.usage());
     for (int i = 0; i < calls; i++)
         process.set_up_call(static_cast<std::uint16_t>(i), secure);
-    best.least.keep_least(per_call_second(process.usage(), lines, calls, chosen));
+    best.least.keep_least(per_call_second(process.usage(), audio::of(lines, calls), calls, chosen));
     best.busy = memory::of(process.usage());
+}
+
+/// What stands in the forwarder's columns: no column without one, an empty cell where it has no figure.
+std::string column(options const& chosen, std::string const& cell) {
+    return chosen.forwarder == no_forwarder ? "" : " " + cell + " |";
+}
+std::string column(options const& chosen, double value, int digits) {
+    char text[40];
+    std::snprintf(text, sizeof text, "%.*f", digits, value);
+    return column(chosen, value < std::numeric_limits<double>::infinity() ? text : "");
+}
+
+/// The numbers of calls of a table.
+std::vector<int> steps(std::vector<int> const& all, options const& chosen) {
+    return chosen.calls > 0 ? std::vector<int>{chosen.calls} : all;
 }
 
 /// Instructions and system calls, idle, plain and with SRTP, in one table.
 void print_counts(options const& chosen) {
-    std::printf(
-        "| calls | | process, instructions | floor | process, system calls | floor |\n|--:|---|--:|--:|--:|--:|\n");
+    std::string const peer_name = column(chosen, "osmo-mgw"), rule = column(chosen, "--:"), none = column(chosen, "");
+    std::printf("| calls | | process, instructions | floor |%s process, system calls | floor |%s\n", peer_name.c_str(),
+                peer_name.c_str());
+    std::printf("|--:|---|--:|--:|%s--:|--:|%s\n", rule.c_str(), rule.c_str());
     process_figures idle;
     measure_process(0, false, chosen, idle);
-    std::printf("| 0 | idle | %.0f | | %.0f | |\n", idle.least.instructions, idle.least.system_calls);
-    for (int const calls : {1, 4, 8})
+    std::printf("| 0 | idle | %.0f | |%s %.0f | |%s\n", idle.least.instructions, none.c_str(), idle.least.system_calls,
+                none.c_str());
+    for (int const calls : steps({1, 4, 8}, chosen))
         for (bool const secure : {false, true}) {
             process_figures own;
-            cost floor;
+            cost floor, peer;
             for (int round = 0; round < chosen.rounds; round++) {
                 measure_process(calls, secure, chosen, own);
                 floor.keep_least(measure_floor(calls, chosen));
+                if (!secure && chosen.forwarder != no_forwarder)
+                    peer.keep_least(measure_forwarder(calls, chosen));
             }
-            std::printf("| %d | %s | %.0f | %.0f | %.0f | %.0f |\n", calls, secure ? "SRTP" : "plain",
-                        own.least.instructions, floor.instructions, own.least.system_calls, floor.system_calls);
+            std::printf("| %d | %s | %.0f | %.0f |%s %.0f | %.0f |%s\n", calls, secure ? "SRTP" : "plain",
+                        own.least.instructions, floor.instructions, column(chosen, peer.instructions, 0).c_str(),
+                        own.least.system_calls, floor.system_calls, column(chosen, peer.system_calls, 0).c_str());
             std::fflush(stdout);
         }
 }
 
 void print_table(options const& chosen) {
-    std::printf("| calls | process, CPU ms per call-second | floor | process / floor |\n|--:|--:|--:|--:|\n");
+    std::printf("| calls | process, CPU ms per call-second | floor | process / floor |%s\n|--:|--:|--:|--:|%s\n",
+                column(chosen, "osmo-mgw").c_str(), column(chosen, "--:").c_str());
     process_figures plain;
     process_figures secure;
-    for (int const calls : {1, 2, 4, 8}) {
+    for (int const calls : steps({1, 2, 4, 8}, chosen)) {
         plain.least = cost();
-        cost floor;
+        cost floor, peer;
         for (int round = 0; round < chosen.rounds; round++) {
             measure_process(calls, false, chosen, plain);
             floor.keep_least(measure_floor(calls, chosen));
+            if (chosen.forwarder != no_forwarder)
+                peer.keep_least(measure_forwarder(calls, chosen));
             if (calls == 8)
                 measure_process(calls, true, chosen, secure);
         }
-        std::printf("| %d | %.3f | %.3f | %.2f |\n", calls, plain.least.cpu_ms, floor.cpu_ms,
-                    plain.least.cpu_ms / floor.cpu_ms);
+        std::printf("| %d | %.3f | %.3f | %.2f |%s\n", calls, plain.least.cpu_ms, floor.cpu_ms,
+                    plain.least.cpu_ms / floor.cpu_ms, column(chosen, peer.cpu_ms, 3).c_str());
         std::fflush(stdout);
     }
+    if (chosen.calls > 0)
+        return;
     std::printf("\n8 calls with SRTP: %.3f CPU ms per call-second, %.2f times the plain ones.\n\n", secure.least.cpu_ms,
                 secure.least.cpu_ms / plain.least.cpu_ms);
     std::printf("| memory, kB | resident | of it anonymous |\n|---|--:|--:|\n");
@@ -189,6 +242,14 @@ void print_table(options const& chosen) {
                 plain.idle.resident_kb, plain.idle.anonymous_kb, plain.busy.resident_kb, plain.busy.anonymous_kb,
                 secure.busy.resident_kb, secure.busy.anonymous_kb);
     std::printf("Program, stripped: %ld bytes.\n", stripped_bytes(chosen.process));
+}
+
+/// Keeps a core from sleeping and takes nothing that anybody else wants.
+void spin(std::stop_token const& ended) {
+    sched_param const none{};
+    sched_setscheduler(0, SCHED_IDLE, &none);
+    while (!ended.stop_requested()) {
+    }
 }
 
 bool scan(int argc, char** argv, options& chosen) {
@@ -201,6 +262,12 @@ bool scan(int argc, char** argv, options& chosen) {
             chosen.process = argv[i + 1];
         else if (std::strcmp(argv[i], "--floor") == 0)
             chosen.floor = argv[i + 1];
+        else if (std::strcmp(argv[i], "--forwarder") == 0)
+            chosen.forwarder = argv[i + 1];
+        else if (std::strcmp(argv[i], "--calls") == 0)
+            chosen.calls = std::atoi(argv[i + 1]);
+        else if (std::strcmp(argv[i], "--awake") == 0)
+            chosen.awake = std::strcmp(argv[i + 1], "yes") == 0;
         else if (std::strcmp(argv[i], "--under") == 0)
             chosen.under = argv[i + 1];
         else if (std::strcmp(argv[i], "--counts") == 0)
@@ -216,13 +283,19 @@ bool scan(int argc, char** argv, options& chosen) {
 int main(int argc, char** argv) {
     options chosen;
     if (!scan(argc, argv, chosen)) {
-        std::fprintf(stderr,
-                     "usage: calls [--seconds N] [--rounds N] [--process PATH] [--floor PATH] [--under COMMAND "
-                     "--counts FILE]\n");
+        std::fprintf(
+            stderr,
+            "usage: calls [--seconds N] [--rounds N] [--calls N] [--awake yes] [--process PATH] [--floor PATH]\n"
+            "             [--forwarder PATH] [--under COMMAND --counts FILE]\n");
         return EXIT_FAILURE;
     }
     sigset_t const set = end_signals();
     sigprocmask(SIG_BLOCK, &set, nullptr);
+    if (access(chosen.forwarder.c_str(), X_OK) != 0)
+        chosen.forwarder = no_forwarder;
+    std::vector<std::jthread> spinners;
+    for (unsigned i = 0; chosen.awake && i < std::thread::hardware_concurrency(); i++)
+        spinners.emplace_back(spin);
     try {
         chosen.counts.empty() ? print_table(chosen) : print_counts(chosen);
     } catch (interrupted const&) {
