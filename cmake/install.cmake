@@ -1,4 +1,4 @@
-# What `cmake --install` puts where, by component: process, tools, development, documentation (docs/deployment.md).
+# What `cmake --install` puts where, by component: process, tools, phone, development, documentation (docs/deployment.md).
 include(CMakePackageConfigHelpers)
 
 set(FXSMEDIA_SYSTEMD "" CACHE PATH "Folder for systemd's units, e.g. /lib/systemd/system; empty: none is installed")
@@ -18,7 +18,13 @@ if(FXSMEDIA_TOOLS)
     install(TARGETS fxsctl fxsheard fxsline fxslink RUNTIME COMPONENT tools)
 endif()
 if(TARGET fxsphone)
-    install(TARGETS fxsphone RUNTIME COMPONENT tools)
+    install(TARGETS fxsphone RUNTIME COMPONENT phone)
+    if(FXSMEDIA_SYSTEMD)
+        configure_file(packaging/systemd/fxsphone.service.in packaging/fxsphone.service @ONLY)
+        install(FILES ${CMAKE_BINARY_DIR}/packaging/fxsphone.service DESTINATION ${FXSMEDIA_SYSTEMD} COMPONENT phone)
+        install(FILES packaging/systemd/fxsphone.sysusers DESTINATION lib/sysusers.d RENAME fxsphone.conf
+            COMPONENT phone)
+    endif()
 endif()
 
 file(GLOB pages docs/*.md)
