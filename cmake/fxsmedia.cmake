@@ -81,20 +81,24 @@ function(fxs_missing what package)
     message(FATAL_ERROR "${folder} needs ${what}, which is not here: install ${package} (the name of Debian's package).")
 endfunction()
 
-# fxs_find_package(<package> <Debian package>): what find_package() knows.
+# fxs_find_package(<package> <Debian package>): what find_package() knows, where cmake/third_party has not got it.
 macro(fxs_find_package package debian)
-    find_package(${package} QUIET)
-    if(NOT ${package}_FOUND)
-        fxs_missing(${package} ${debian})
+    if(NOT TARGET ${package}::${package})
+        find_package(${package} QUIET)
+        if(NOT ${package}_FOUND)
+            fxs_missing(${package} ${debian})
+        endif()
     endif()
 endmacro()
 
 # fxs_find_module(<PREFIX> <Debian package> <module>...): what pkg-config knows, as PkgConfig::<PREFIX>.
 macro(fxs_find_module prefix debian)
-    fxs_find_package(PkgConfig pkg-config)
-    pkg_check_modules(${prefix} QUIET IMPORTED_TARGET ${ARGN})
-    if(NOT ${prefix}_FOUND)
-        fxs_missing("${ARGN}" ${debian})
+    if(NOT TARGET PkgConfig::${prefix})
+        fxs_find_package(PkgConfig pkg-config)
+        pkg_check_modules(${prefix} QUIET IMPORTED_TARGET ${ARGN})
+        if(NOT ${prefix}_FOUND)
+            fxs_missing("${ARGN}" ${debian})
+        endif()
     endif()
 endmacro()
 

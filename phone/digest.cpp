@@ -1,32 +1,20 @@
 #include "phone/digest.h"
 
-#include <openssl/evp.h>
-
-#include <strings.h>
 #include <algorithm>
 #include <cstdio>
 
+#include "phone/hash.h"
 #include "phone/libre.h"
 
 namespace fxsphone {
 
 namespace {
 
-/// nullptr: not one of ours. No algorithm means MD5 (RFC 7616 section 3.3).
-EVP_MD const* hash_of(std::string const& algorithm) {
-    if (algorithm.empty() || strcasecmp(algorithm.c_str(), "MD5") == 0)
-        return EVP_md5();
-    return strcasecmp(algorithm.c_str(), "SHA-256") == 0 ? EVP_sha256() : nullptr;
-}
-
-std::string hexadecimal(EVP_MD const* hash, std::string const& text) {
-    unsigned char digest[EVP_MAX_MD_SIZE];
-    unsigned length = 0;
-    EVP_Digest(text.data(), text.size(), digest, &length, hash, nullptr);
+std::string hexadecimal(std::string const& bytes) {
     std::string hex;
-    for (unsigned i = 0; i < length; i++) {
+    for (char const byte : bytes) {
         char pair[3];
-        std::snprintf(pair, sizeof pair, "%02x", digest[i]);
+        std::snprintf(pair, sizeof pair, "%02x", static_cast<unsigned char>(byte));
         hex += pair;
     }
     return hex;
@@ -107,13 +95,13 @@ std::string digest_answers::headers(std::string const& method, std::string const
 
 /// RFC 7616 section 3.4.
 std::string digest_answers::answer(challenge& one, std::string const& method, std::string const& uri) {
-    EVP_MD const* const hash = hash_of(one.algorithm);
-    std::string const secret = hexadecimal(hash, one.user + ":" + one.realm + ":" + one.password);
-    std::string const request = hexadecimal(hash, method + ":" + uri);
+    hash_function const hash = hash_of(one.algorithm);
+    std::string const secret = hexadecimal(hash(one.user + ":" + one.realm + ":" + one.password));
+    std::string const request = hexadecimal(hash(method + ":" + uri));
     std::string const count = eight_digits(++one.uses);
     std::string const drawn = eight_digits(rand_u32()) + eight_digits(rand_u32());
     std::string const between = one.counts ? one.nonce + ":" + count + ":" + drawn + ":auth" : one.nonce;
-    std::string const response = hexadecimal(hash, secret + ":" + between + ":" + request);
+    std::string const response = hexadecimal(hash(secret + ":" + between + ":" + request));
     return one.header + ": Digest username=\"" + one.user + "\", realm=\"" + one.realm + "\", nonce=\"" + one.nonce +
            "\", uri=\"" + uri + "\", response=\"" + response + "\"" +
            (one.algorithm.empty() ? "" : ", algorithm=" + one.algorithm) +
