@@ -38,6 +38,8 @@ public:
     static constexpr int g726_32 = protocol::codec_number::g726;
     /// RFC 4733, 4 bytes; only decoded.
     static constexpr int telephone_event = protocol::codec_number::telephone_event;
+    /// RFC 3389, no number of the protocol's; who plays it makes the noise, nothing is decoded.
+    static constexpr int comfort_noise = 256;
 
     codec();
     ~codec() = default;

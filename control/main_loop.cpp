@@ -118,7 +118,9 @@ public:
             pause_ms = shorter(pause_ms, left_ms);
         return left_ms == 0;
     }
-    /// ms until the first of those that pause may be tried again; `endless`: none pauses.
+    /// Another pass is to begin in so many ms at the latest; `endless`: in its time.
+    void want_pass_in(int ms) { pause_ms = shorter(pause_ms, ms); }
+    /// ms until the first of those that pause may be tried again, or another pass was wanted; `endless`: never.
     int get_pause_ms() const { return pause_ms; }
 
     /// Waits at most delay_ms; what select() returned. With nothing to wait for, nothing is ready.
@@ -153,9 +155,10 @@ descriptor_sets sets;
 
 void collect() {
     for (int i = 0; devmgrs.valid(i); i++) {
-        devmgr const& device = devmgrs[i];
+        devmgr& device = devmgrs[i];
         if (!descriptor_set::fits(device.get_fd()))
             continue;
+        sets.want_pass_in(device.settle());
         sets.want_read(device.get_fd(), device.get_read_pause());
         if (device.output_available())
             sets.want_write(device.get_fd(), device.get_write_pause());

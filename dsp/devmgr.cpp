@@ -111,6 +111,14 @@ void devmgr::close() {
     log_line(6, "Close %s", arg_str(path));
 }
 
+int devmgr::settle() {
+    int first_ms = -1;
+    for (int const i : {first_channel, second_channel})
+        if (int const ms = channels.valid(i) ? channels[i].settle() : -1; ms >= 0)
+            first_ms = first_ms < 0 ? ms : std::min(first_ms, ms);
+    return first_ms;
+}
+
 bool devmgr::output_available() const {
     return (channels.valid(first_channel) && channels[first_channel].output_available()) ||
            (channels.valid(second_channel) && channels[second_channel].output_available());

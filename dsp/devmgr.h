@@ -37,6 +37,9 @@ public:
     retry_pause const& get_read_pause() const { return read_pause; }
     retry_pause const& get_write_pause() const { return write_pause; }
 
+    /// Has the channels decide what can't wait any longer (channel::settle). Returns the ms until it is to be called
+    /// again; -1: not before something came.
+    int settle();
     /// Whether a channel has audio for the line.
     bool output_available() const;
     /// On a readable device: one block to the channels. Once after rx_clear() it takes the whole backlog (80 ms at

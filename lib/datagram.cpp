@@ -29,7 +29,7 @@ unsigned char utils::receive_buffer[65536];
 
 namespace {
 
-rtimestamp time_of_day(timeval const& day) {
+rtimestamp instant_of(timeval const& day) {
     return rtimestamp(day.tv_sec * 1000000000LL + day.tv_usec * 1000LL);
 }
 
@@ -121,11 +121,15 @@ rtimestamp utils::receive_stamp(int fd) {
     return stamp_of_words(words, words[1] == untouched ? sizeof words / 2 : sizeof words);
 }
 
-rtimestamp utils::on_process_clock(rtimestamp const& stamp) {
-    rtimestamp const now = rtimestamp::now();
+rtimestamp utils::time_of_day() {
     timeval day{};
     gettimeofday(&day, nullptr);
-    long long const age = time_of_day(day).diff_ticks(stamp);
+    return instant_of(day);
+}
+
+rtimestamp utils::on_process_clock(rtimestamp const& stamp) {
+    rtimestamp const now = rtimestamp::now();
+    long long const age = time_of_day().diff_ticks(stamp);
     if (stamp == rtimestamp() || age < 0)
         return now;
     return rtimestamp(now.diff_ticks(rtimestamp(age)));

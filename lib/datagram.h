@@ -37,6 +37,8 @@ void start_stamping(int fd);
 /// answers with the time of the call.
 rtimestamp receive_stamp(int fd);
 
+/// The time of day, the clock of kernel stamps, in ticks.
+rtimestamp time_of_day();
 /// A kernel stamp moved to the process clock: now less the stamp's age by the time of day. Without a stamp (0), or
 /// with one from the future, now.
 rtimestamp on_process_clock(rtimestamp const& stamp);

@@ -5,7 +5,7 @@
 
 namespace {
 
-constexpr int bucket_ticks = 40;               // 5 ms
+constexpr int bucket_ticks = 20;               // 2.5 ms
 constexpr std::uint32_t period_ticks = 16000;  // 2 s
 constexpr int slowest_forgetting = 8;          // shift: 256 packets
 constexpr int longest = 80000;                 // 10 s, far beyond any buffer
@@ -24,6 +24,7 @@ int arrival_delays::add(std::uint32_t timestamp, std::uint32_t arrived) {
     int const delay = follow_fastest(arrived - timestamp, arrived);
     if (!with_last || delay == 0)
         count(delay);
+    peaks.add(delay, usual, arrived);
     last_timestamp = timestamp;
     last_arrived = arrived;
     any = true;

@@ -104,6 +104,9 @@ public:
     /// Whether get_samples() has real audio to give.
     bool output_available() const { return player.available(buffer); }
     playout const& get_playout() const { return player; }
+    /// Decides what the line's next block is made of when that can't wait any longer. Returns the ms until it is to be
+    /// called again; -1: not before something came.
+    int settle();
     /// The next 10 ms for the device: exactly 160 bytes, zeros when there is nothing to play. talk_spurt becomes true
     /// when a talk spurt begins with them, so that the device discards what it still has queued for the line.
     str get_samples(bool& talk_spurt);

@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "lib/datagram.h"
 #include "lib/log.h"
 #include "lib/pcm.h"
 #include "lib/protocol.h"
@@ -167,10 +168,15 @@ str channel::get_samples(bool& talk_spurt) {
     return block;
 }
 
+int channel::settle() {
+    return player.is_settled(buffer) ? -1 : player.settle(buffer, utils::time_of_day().get_rtp_timestamp());
+}
+
 // ---- from the line, RTP out
 
 int channel::process_audio(str const& pcm) {
-    player.pass_block();
+    if (player.keeps_time())
+        player.pass_block(utils::time_of_day().get_rtp_timestamp());
     if (sends_events() && digits.in_tone()) {
         send_event_step();
         return 0;

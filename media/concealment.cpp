@@ -6,7 +6,9 @@
 namespace {
 
 constexpr int compared = 160;       // samples, 20 ms
-constexpr int full_until = 80;      // samples: what is repeated fades from here on
+constexpr int full_until = 160;     // samples: what is repeated fades from here on
+constexpr int noise_until = 16000;  // 2 s: the noise fades from here on
+constexpr int ending = 160;         // speech that a pause ends
 constexpr int another_period = 80;  // samples after which one more is repeated
 constexpr int shortest_merge = 32;  // 4 ms, and as much more for each 10 ms of the gap
 constexpr int longest_merge = 80;   // 10 ms
@@ -18,6 +20,21 @@ std::int16_t clip(int sample) {
 
 }  // namespace
 
+void concealment::fall_silent() {
+    made = silent_after;
+    pausing = false;
+}
+
+void concealment::fall_quiet() {
+    made = faded_after;
+    noise.set(behind.get_shape());
+}
+
+void concealment::pause(noise_shape const& told) {
+    noise.set(told);
+    pausing = true;
+}
+
 void concealment::begin(std::int16_t const* end_of_speech) {
     constexpr int kept = sizeof history / sizeof history[0];
     static_assert(compared + longest <= speech_queue::remembered && kept <= speech_queue::remembered);
@@ -27,6 +44,8 @@ void concealment::begin(std::int16_t const* end_of_speech) {
     at = made = 0;
     repeat(1);
     step = history[kept - 1] - history[kept - 1 - period];
+    if (!pausing)
+        noise.set(behind.get_shape());
 }
 
 /// Makes the last `count` periods the ones that are repeated. The last quarter is faded into what went before the
@@ -42,12 +61,27 @@ void concealment::repeat(int count) {
 }
 
 int concealment::gain() const {
-    return made < full_until ? unity : std::max(0, unity - (made - full_until) * unity / (silent_after - full_until));
+    int const faded = pausing ? ending : faded_after, full = pausing ? 0 : full_until;
+    return made < full ? unity : std::max(0, unity - (made - full) * unity / (faded - full));
+}
+
+int concealment::noise_gain() const {
+    if (made < noise_until)
+        return unity - gain();
+    return static_cast<int>(std::int64_t{silent_after - made} * unity / (silent_after - noise_until));
 }
 
 std::int16_t concealment::next() {
     if (made >= silent_after)
         return 0;
+    int const hum = noise.next() * noise_gain() / unity;
+    if (made < faded_after)
+        return clip(repeat_next() + hum);
+    made += pausing ? 0 : 1;
+    return clip(hum);
+}
+
+int concealment::repeat_next() {
     int const quarter = period / 4;
     int const since_more = made % another_period;
     int const fresh = made / another_period;
@@ -64,7 +98,7 @@ std::int16_t concealment::next() {
         at %= period;
         repeat(made / another_period + 1);
     }
-    return clip(sample);
+    return sample;
 }
 
 void concealment::extend(speech_queue& queue, int n) {

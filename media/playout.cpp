@@ -32,9 +32,9 @@ playout::totals playout::get_totals() const {
     return all;
 }
 
-void playout::pass_block() {
-    if (adaptive)
-        adaptive->pass_block();
+int playout::settle(jitter_buffer const& received, std::uint32_t now) {
+    int const left = adaptive->settle(received, now);
+    return left < 0 ? -1 : (left + pcm::samples_per_ms - 1) / pcm::samples_per_ms;
 }
 
 bool playout::available_adaptive(jitter_buffer const& received) const {
@@ -62,7 +62,7 @@ str playout::next(jitter_buffer& received, codec& decoder, events& told) {
 /// What is played instead of the stream takes its time.
 str playout::next_adaptive(jitter_buffer& received, codec& decoder, events& told) {
     take_announcement(told);
-    if (decoded.empty() && !tone.empty() && !adaptive->due(received))
+    if (decoded.empty() && !tone.empty() && (!adaptive->due(received) || adaptive->only_noise(received)))
         decoded = tone.get_10ms();
     if (decoded.empty()) {
         adaptive_playout::events got;

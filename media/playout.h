@@ -35,8 +35,15 @@ public:
     /// Whether the numbers of a sender that steps back are followed at once, as late packets are then.
     bool follows_steps_back() const { return !adaptive; }
     totals get_totals() const;
-    /// The line played 10 ms.
-    void pass_block();
+    /// Whether it wants to know of the line's blocks and of the time of day.
+    bool keeps_time() const { return adaptive != nullptr; }
+    /// The line played 10 ms, now by the time of day in 8 kHz ticks. Only if it keeps time.
+    void pass_block(std::uint32_t now) { adaptive->pass_block(now); }
+    /// Whether settle() has nothing to do.
+    bool is_settled(jitter_buffer const& received) const { return !adaptive || adaptive->is_settled(received); }
+    /// Decides what the next block is made of when that can't wait any longer. Returns the ms until it is to be called
+    /// again; -1: not before something came. Only if it keeps time.
+    int settle(jitter_buffer const& received, std::uint32_t now);
 
     /// Whether next() has real audio to give.
     bool available(jitter_buffer const& received) const {

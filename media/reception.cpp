@@ -1,6 +1,6 @@
 #include "media/reception.h"
 
-#include "lib/protocol.h"
+#include "codecs/codec.h"
 #include "lib/renew.h"
 #include "media/rtp_sequence.h"
 
@@ -34,10 +34,19 @@ void reception::key() {
         srtp_key(srtp_rx, key_material, str::null);
 }
 
+/// Below 0: not accepted.
+int reception::codec_of(int payload_type) const {
+    constexpr int comfort_noise_type = 13;  // RFC 3551 section 6
+    if (payload_type < payload_map.length() && payload_map[payload_type] < first_unaccepted_codec)
+        return payload_map[payload_type];
+    return takes_noise && payload_type == comfort_noise_type ? codec::comfort_noise : -1;
+}
+
 reception::result reception::receive(str const& packet, position play, std::uint32_t now) {
     result out;
     rtp_header const header = rtp_header::parse(packet);
-    if (header.payload_type >= payload_map.length() || payload_map[header.payload_type] >= first_unaccepted_codec)
+    out.codec = codec_of(header.payload_type);
+    if (out.codec < 0)
         return out;
     if (checking && is_protected())
         return receive_checked(packet, header, play, now);
@@ -45,7 +54,6 @@ reception::result reception::receive(str const& packet, position play, std::uint
         return out;
     if (out.change == stream::taken_over)
         play.playing = false;
-    out.codec = payload_map[header.payload_type];
     out.sequence = extend_sequence(header.sequence, play.last_played);
     out.timestamp = header.timestamp;
     out.marker = header.marker;
@@ -62,7 +70,7 @@ reception::result reception::receive(str const& packet, position play, std::uint
 
 reception::result reception::receive_checked(str const& packet, rtp_header const& header, position const& play,
                                              std::uint32_t now) {
-    result out{.codec = payload_map[header.payload_type],
+    result out{.codec = codec_of(header.payload_type),
                .sequence = header.sequence,
                .timestamp = header.timestamp,
                .marker = header.marker};
@@ -133,7 +141,7 @@ void reception::count(result const& accepted, std::uint32_t now) {
     if (!any_accepted || is_after(accepted.sequence, highest_sequence))
         highest_sequence = accepted.sequence;
     statistics.add(static_cast<std::uint16_t>(accepted.sequence), accepted.timestamp, now);
-    if (accepted.codec != protocol::codec_number::telephone_event)
+    if (accepted.codec != codec::telephone_event && accepted.codec != codec::comfort_noise)
         newest_codec = accepted.codec;
     any_accepted = true;
     last_arrival = now;

@@ -43,6 +43,7 @@ public:
     };
 
     /// From received payload types to codec numbers, a byte each; 128 and above: not accepted.
+    /// With the extension `playout` payload type 13 is comfort noise unless the map has a codec for it.
     void set_payload_map(str const& map) { payload_map = map; }
     /// Master key and salt (30 bytes, with the extension see srtp_suite; empty: plain RTP is received) and the trailer
     /// of packets. A stream is keyed when its SSRC is taken; one that is already followed, and was not keyed, at once.
@@ -72,6 +73,7 @@ public:
     int get_codec() const { return newest_codec; }
 
 private:
+    int codec_of(int payload_type) const;
     result receive_checked(str const& packet, rtp_header const& header, position const& play, std::uint32_t now);
     void note_verified(result& out);
     bool follow(rtp_header const& header, position const& play, std::uint32_t now, stream& change);
@@ -93,6 +95,7 @@ private:
     str key_material;  ///< master key, then master salt
     srtp_trailer trailer{0, str()};
     bool checking = extensions.srtp;
+    bool takes_noise = extensions.playout;
     srtp_ctx srtp_rx;       ///< unless checking
     srtp_receiver checked;  ///< if checking
     int mac_failures = 0;

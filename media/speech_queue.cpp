@@ -92,12 +92,13 @@ int speech_queue::cut(int longest, likeness wanted) {
     return lag;
 }
 
-int speech_queue::stretch(likeness wanted) {
-    if (size() < shortest_period)
+int speech_queue::stretch(int longest, likeness wanted) {
+    longest = std::min({longest, longest_period, size()});
+    if (longest < shortest_period)
         return 0;
     int alike = 0;
     int const length = std::min(analysed, size());
-    int const lag = find_period(front(), length, shortest_period, std::min(longest_period, size()), true, alike);
+    int const lag = find_period(front(), length, shortest_period, longest, true, alike);
     if (alike < wanted.least)
         return 0;
     grow(lag);

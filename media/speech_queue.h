@@ -34,8 +34,8 @@ public:
     /// Takes a period of at most `longest` samples out at the front. Returns its length; 0: there is none, or too
     /// little waits to find it.
     int cut(int longest, likeness wanted);
-    /// Doubles a period at the front. Returns its length; 0: as above.
-    int stretch(likeness wanted);
+    /// Doubles a period of at most `longest` samples at the front. Returns its length; 0: as above.
+    int stretch(int longest, likeness wanted);
 
     /// The lag between `shortest` and `longest` at which `length` samples at `x` are most like those `lag` later (or
     /// earlier, when backward); `alike` becomes the squared correlation in 1/1024, 1024 for a quiet signal.
