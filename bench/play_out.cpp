@@ -12,18 +12,12 @@
 #include <string_view>
 #include <vector>
 
+#include "bench/far_end.h"
 #include "lib/protocol.h"
-#include "lib/tlv.h"
-#include "lib/wire.h"
-#include "sim/world.h"
 
 namespace {
 
-using namespace protocol;
-
 constexpr int seconds = 60, ticks_a_second = 100, tick_ms = 10;
-constexpr unsigned char wanted_codec[] = {0, 0};  // payload type 0, linear PCM
-constexpr sim::endpoint far_end = sim::v4(203, 0, 113, 9, 5000);
 
 /// One course: what the path does, and how the far end sends.
 struct scene {
@@ -35,20 +29,9 @@ struct scene {
 };
 
 /// A call from the far end to the telephone on line 0.
-class listener : public sim::surroundings {
+class listener : public far_end {
 public:
-    listener(scene const& course, std::uint64_t seed) : played(course), world(*this, {.seed = seed}) {
-        auto const command = [&](int tag, str const& fields) {
-            world.command(cmd_get_tlv_str(tag, cmd_get_tlv_short(call_field, 0) + fields));
-        };
-        command(cmd_open::tag, cmd_get_tlv_str(cmd_open::call_id, str("listener")));
-        str const linear(wanted_codec, sizeof wanted_codec);
-        command(cmd_media::tag,
-                cmd_get_tlv_str(cmd_media::send_codec, linear) + cmd_get_tlv_str(cmd_media::codec_map, linear) +
-                    cmd_get_tlv_address(cmd_media::rtp_dest, ip_port(str(203, 0, 113, 9), far_end.port)));
-        command(cmd_tdm_channel::tag, cmd_get_tlv_short(cmd_tdm_channel::slot, 0));
-        world.run_ms(100);  // the first packet of the process tells its port
-        began = world.now();
+    listener(scene const& course, std::uint64_t seed) : far_end(seed, protocol::codec_number::linear), played(course) {
         world.at(began, 0);
         world.run_ms(seconds * 1000);
     }
@@ -62,20 +45,16 @@ public:
         }
     }
 
-    void sent(sim::endpoint const& from, sim::endpoint const& to, std::string_view) override {
-        if (to == far_end)
-            device = from;
-    }
     sim::path route(sim::endpoint const& from, sim::endpoint const&) override {
-        return from == far_end ? played.path : sim::path{};
+        return from == address ? played.path : sim::path{};
     }
     void wake(int number) override {
         send(number);
         world.at(began + time_of(number + 1), number + 1);
     }
     void line(int, std::int16_t const* block, std::int16_t*) override {
-        std::int64_t const second = (world.now() - began) / sim::second;
-        if (block == nullptr || block[0] == 0 || began == 0 || second >= seconds)
+        std::int64_t const second = elapsed_ns() / sim::second;
+        if (block == nullptr || block[0] == 0 || second >= seconds)
             return;
         std::int64_t const said = (block[0] - 1LL) * tick_ms * sim::ms * 1000000 / (1000000 + played.rate_ppm);
         heard[second].delays_ms.push_back(static_cast<int>((world.now() - began - said) / sim::ms));
@@ -91,29 +70,22 @@ private:
         return (number + 1LL) * played.packet_samples * sim::second / 8000 * 1000000 / (1000000 + played.rate_ppm);
     }
     void send(int number) {
-        std::string packet(12, '\0');
-        auto* const header = reinterpret_cast<unsigned char*>(packet.data());
         int const first = number * played.packet_samples;
-        header[0] = 0x80;
-        wire::put16(header + 2, static_cast<unsigned>(number + 1) & 0xFFFF);
-        wire::put32(header + 4, static_cast<unsigned>(first));
-        wire::put32(header + 8, 0xFA12E9D);
+        std::string payload;
         for (int i = first; i < first + played.packet_samples; i++) {
             auto const sample = static_cast<std::int16_t>(i / sim::block_samples + 1);
-            packet.append(reinterpret_cast<char const*>(&sample), sizeof sample);
+            payload.append(reinterpret_cast<char const*>(&sample), sizeof sample);
         }
-        std::int64_t const at_ms = (world.now() - began) / sim::ms - played.held_from_ms;
+        std::string const packet = rtp_packet(number, first, payload);
+        std::int64_t const at_ms = elapsed_ns() / sim::ms - played.held_from_ms;
         if (at_ms >= 0 && at_ms < played.held_ms)
-            world.deliver(far_end, device, packet, (played.held_ms - at_ms) * sim::ms);
+            deliver(packet, (played.held_ms - at_ms) * sim::ms);
         else
-            world.transmit(far_end, device, packet);
+            transmit(packet);
     }
 
     scene const played;
-    sim::endpoint device;
-    std::int64_t began = 0;
     one_second heard[seconds];
-    sim::world world;
 };
 
 std::vector<scene> courses() {
