@@ -28,7 +28,7 @@ void add_correlations_20(int16_t const x[20], int16_t const* y, int32_t* sum, in
 
 /// Sum of x[i]^2, i < n, exact.
 template <int n>
-inline int64_t energy(int16_t const* x) {
+[[gnu::noinline]] inline int64_t energy(int16_t const* x) {
     int64_t sum = 0;
 #pragma GCC unroll 8
     for (int i = 0; i < n; ++i)
@@ -44,7 +44,7 @@ constexpr bool products_fit(int64_t energy_x, int64_t energy_y) {
 
 /// Whether x[0..n-1] are all within -limit..limit.
 template <int n>
-inline bool within(int16_t const* x, int32_t limit) {
+[[gnu::noinline]] inline bool within(int16_t const* x, int32_t limit) {
     bool beyond = false;
 #pragma GCC unroll 8
     for (int i = 0; i < n; ++i)
@@ -54,7 +54,7 @@ inline bool within(int16_t const* x, int32_t limit) {
 
 /// Sum of the magnitudes of x[0..n-1].
 template <int n>
-inline int32_t sum_of_magnitudes(int16_t const* x) {
+[[gnu::noinline]] inline int32_t sum_of_magnitudes(int16_t const* x) {
     int32_t sum = 0;
 #pragma GCC unroll 8
     for (int i = 0; i < n; ++i) {
