@@ -9,9 +9,9 @@
 #include "bench/call_setup.h"
 #include "bench/process_usage.h"
 
-/// A peer for bench/calls.cpp: Osmocom's media gateway (Debian package osmo-mgw), which forwards RTP and decodes nothing.
-/// Each of its streams comes in at one connection of an endpoint and leaves at the other, 50 packets of G.711 mu-law a
-/// second, as a call's do; this object is what sends and receives them.
+/// A peer for bench/calls.cpp: Osmocom's media gateway (Debian package osmo-mgw), which forwards RTP and decodes
+/// nothing. Each of its streams comes in at one connection of an endpoint and leaves at the other, 50 packets of G.711
+/// mu-law a second, as a call's do; this object is what sends and receives them.
 class forwarder {
 public:
     /// Starts the command, the program last, and sets up so many streams. Ends this program when that fails.

@@ -11,9 +11,7 @@ namespace {
 
 // A string of n bytes, to be filled.
 str room(int n) {
-    str bytes;
-    bytes.writable(n);
-    return bytes;
+    return str(nullptr, n);
 }
 
 int samples_of(str const& pcm) {

@@ -11,24 +11,33 @@ public:
     /// Whether select() can wait for it; -1 stands for none.
     static bool fits(int fd) { return fd >= 0 && fd < FD_SETSIZE; }
 
-    bool has(int fd) const { return (words()[fd / bits] >> fd % bits & 1) != 0; }
-    void add(int fd) { words()[fd / bits] |= word{1} << fd % bits; }
+    bool has(int fd) const {
+        auto const at = static_cast<unsigned>(fd);
+        return (words()[at / bits] >> at % bits & 1) != 0;
+    }
+    void add(int fd) {
+        auto const at = static_cast<unsigned>(fd);
+        words()[at / bits] |= word{1} << at % bits;
+    }
     /// Becomes like `other`, when neither has one above `highest`.
     void copy(descriptor_set const& other, int highest) {
-        for (int i = 0; i * bits <= highest; i++)
+        for (int i = words_up_to(highest) - 1; i >= 0; i--)
             words()[i] = other.words()[i];
     }
     /// Empties it, when it has none above `highest`.
     void clear(int highest) {
-        for (int i = 0; i * bits <= highest; i++)
+        for (int i = words_up_to(highest) - 1; i >= 0; i--)
             words()[i] = 0;
     }
     fd_set* get() { return &set; }
 
 private:
     using word = std::make_unsigned_t<std::remove_reference_t<decltype(fd_set::fds_bits[0])>>;
-    static constexpr int bits = 8 * sizeof(word);
+    static constexpr unsigned bits = 8 * sizeof(word);
 
+    static int words_up_to(int highest) {
+        return static_cast<int>((static_cast<unsigned>(highest + 1) + bits - 1) / bits);
+    }
     word* words() { return reinterpret_cast<word*>(set.fds_bits); }
     word const* words() const { return reinterpret_cast<word const*>(set.fds_bits); }
 

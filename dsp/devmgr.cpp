@@ -197,14 +197,10 @@ void devmgr::give(int channel, str const& captured, str const& cleaned, str& que
 
 void devmgr::send_device(int channel, str const& pcm) {
     if (channel == first_channel) {
-        str const out = mix_audio(pcm, to_device);
-        if (!out.empty() && utils::valid_socket(fd)) {
-            if (first_write) {
-                first_write = false;
-                tx_clear();
-            }
-            write_pause.note(write(fd, out.cbuffer(), static_cast<size_t>(out.length())) > 0);
-        }
+        if (to_device.empty())
+            play(pcm);
+        else
+            play(mix_audio(pcm, to_device));
         if (second_channel >= 0)
             enqueue(to_second, pcm);
     } else if (channel == second_channel) {
@@ -212,6 +208,17 @@ void devmgr::send_device(int channel, str const& pcm) {
         if (first_channel >= 0)
             enqueue(to_first, pcm);
     }
+}
+
+/// Writes PCM to the device.
+void devmgr::play(str const& pcm) {
+    if (pcm.empty() || !utils::valid_socket(fd))
+        return;
+    if (first_write) {
+        first_write = false;
+        tx_clear();
+    }
+    write_pause.note(write(fd, pcm.cbuffer(), static_cast<size_t>(pcm.length())) > 0);
 }
 
 str devmgr::mix_audio(str const& pcm, str& queue) {

@@ -66,6 +66,7 @@ public:
 private:
     void capture(str const& block);
     str listen(str const& captured);
+    void play(str const& pcm);
     void give(int channel, str const& captured, str const& cleaned, str& queue);
 
     int index;

@@ -56,6 +56,13 @@ rtimestamp arrival_stamp(int fd, msghdr& message) {
     return utils::receive_stamp(fd);
 }
 
+/// Sets an address, which stays as it is, shared, when it is that one.
+template <typename octets>
+void set_address(str& address, octets const& wanted) {
+    if (address.length() != sizeof wanted || memcmp(address.cbuffer(), &wanted, sizeof wanted) != 0)
+        address = str(reinterpret_cast<unsigned char const*>(&wanted), sizeof wanted);
+}
+
 /// One datagram into the shared buffer, and its stamp if that is wanted; its length when a sender of the wanted family
 /// came with it, else 0.
 template <typename family_address>
@@ -80,11 +87,13 @@ int receive_from(int fd, family_address& sender, rtimestamp* stamp) {
 }  // namespace
 
 int utils::send_udp_packet(int fd, ip_port const& to, str const& data) {
-    socket_address const address(to);
-    if (!address.usable)
+    return send_udp_packet(fd, socket_address(to), data);
+}
+
+int utils::send_udp_packet(int fd, socket_address const& to, str const& data) {
+    if (!to.usable)
         return -1;
-    return static_cast<int>(
-        sendto(fd, data.cbuffer(), static_cast<size_t>(data.length()), 0, &address.any, address.length));
+    return static_cast<int>(sendto(fd, data.cbuffer(), static_cast<size_t>(data.length()), 0, &to.any, to.length));
 }
 
 str utils::recv_udp_packet4(int fd, ip_port& from, rtimestamp* stamp) {
@@ -92,7 +101,7 @@ str utils::recv_udp_packet4(int fd, ip_port& from, rtimestamp* stamp) {
     int const n = receive_from(fd, sender, stamp);
     if (n == 0)
         return str();
-    from.address = str(reinterpret_cast<unsigned char const*>(&sender.sin_addr), sizeof sender.sin_addr);
+    set_address(from.address, sender.sin_addr);
     from.port = ntohs(sender.sin_port);
     return str(receive_buffer, n);
 }
@@ -102,7 +111,7 @@ str utils::recv_udp_packet6(int fd, ip_port& from, rtimestamp* stamp) {
     int const n = receive_from(fd, sender, stamp);
     if (n == 0)
         return str();
-    from.address = str(reinterpret_cast<unsigned char const*>(&sender.sin6_addr), sizeof sender.sin6_addr);
+    set_address(from.address, sender.sin6_addr);
     from.port = ntohs(sender.sin6_port);
     return str(receive_buffer, n);
 }

@@ -25,8 +25,9 @@ extern unsigned char receive_buffer[65536];  // no datagram is larger
 /// One sendto() with a socket address of the family that fits the address; returns what it returned. -1, and nothing
 /// sent, when the address has neither 4 nor 16 bytes nor none (the any-address).
 int send_udp_packet(int fd, ip_port const& to, str const& data);
-/// One datagram, without waiting. `from` receives the sender; empty (and `from` unchanged) when nothing came. `stamp`
-/// receives the kernel's arrival stamp, as time of day in ticks; 0 when it cannot be had.
+int send_udp_packet(int fd, socket_address const& to, str const& data);
+/// One datagram, without waiting. `from` receives the sender, but keeps an address that is the right one already; empty
+/// (and `from` unchanged) when nothing came. `stamp`: the kernel's arrival stamp, time of day in ticks; 0: it has none.
 str recv_udp_packet4(int fd, ip_port& from, rtimestamp* stamp = nullptr);
 str recv_udp_packet6(int fd, ip_port& from, rtimestamp* stamp = nullptr);
 

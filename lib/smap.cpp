@@ -24,6 +24,12 @@ void adopt_right(elem_impl* parent, elem_impl* child) {
         child->parent_if_right = parent;
 }
 
+elem_impl* rightmost(elem_impl* node) {
+    while (node->right)
+        node = node->right;
+    return node;
+}
+
 elem_impl* preorder_next(elem_impl const* node) {
     if (node->left)
         return node->left;
@@ -39,6 +45,8 @@ elem_impl* preorder_next(elem_impl const* node) {
 }  // namespace
 
 smap_impl::position smap_impl::locate(void const* key) const {
+    if (greatest && less(get_first(greatest), key))
+        return {nullptr, greatest, true};
     position place{root, nullptr, false};
     while (place.node && !equal(key, get_first(place.node))) {
         place.parent = place.node;
@@ -56,6 +64,8 @@ smap_impl::elem_impl* smap_impl::attach(position const& place, void const* key) 
     auto const bytes = static_cast<unsigned>(sizeof(elem_impl) + second_offset(first_size) + second_size);
     auto* node = ::new (str::malloc(bytes, false)) elem_impl{};
     first_copy_constructor(get_first(node), key);
+    if (place.parent == greatest && (place.right || !greatest))
+        greatest = node;
     if (!place.parent)
         root = node;
     else if (place.right)
@@ -91,6 +101,8 @@ smap_impl::elem_impl* smap_impl::access(void const* key) {
 }
 
 void smap_impl::erase_iterator(elem_impl* node) {
+    if (node == greatest)
+        greatest = node->left ? rightmost(node->left) : node->parent_if_right;
     unlink_node(node);
     --count;
     destroy(node);
@@ -121,16 +133,15 @@ void smap_impl::unlink_node(elem_impl* node) {
         replace_in_parent(node, node->left ? node->left : node->right);
         return;
     }
-    elem_impl* greatest = node->left;
-    while (greatest->right)
-        greatest = greatest->right;
-    unlink_node(greatest);  // has no right child: this call goes no deeper
-    replace_in_parent(node, greatest);
-    adopt_left(greatest, node->left);
-    adopt_right(greatest, node->right);
+    elem_impl* const heir = rightmost(node->left);
+    unlink_node(heir);  // has no right child: this call goes no deeper
+    replace_in_parent(node, heir);
+    adopt_left(heir, node->left);
+    adopt_right(heir, node->right);
 }
 
 void smap_impl::clear() {
+    greatest = nullptr;
     elem_impl* node = root;
     while (node) {
         if (node->left || node->right) {

@@ -94,6 +94,7 @@ private:
     void destroy(elem_impl* node);
 
     elem_impl* root = nullptr;
+    elem_impl* greatest = nullptr;  ///< where keys in ascending order are added without a search
     int count = 0;
     unsigned first_size = 0;
     unsigned second_size = 0;

@@ -4,6 +4,7 @@
 #include <cstdarg>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
 
 #include "lib/wipe.h"
 #include "lib/wire.h"
@@ -157,6 +158,17 @@ void str::move_to_new_block(int n) {
     ref = block;
     start = 0;
     end = used + n;
+}
+
+void str::writable_front(int n) {
+    if (n < 1)
+        return;
+    if (!ref || !alone() || n > start) {
+        str grown(nullptr, n);
+        *this = std::move(grown += *this);
+    } else {
+        start -= n;
+    }
 }
 
 void str::grow_zeroed(int n) {

@@ -172,6 +172,9 @@ public:
     /// Prepares for writing n more bytes at the end (content undefined) and grows the length by n; n = 0
     /// makes a shared buffer private. Grows in place when nobody shares and the block has room.
     void writable(int n);
+    /// Grows by n bytes at the front (content undefined; n < 1: nothing): in place when nobody shares the block and
+    /// what drop_front() took off left room.
+    void writable_front(int n);
     /// Sets the length in place, shortening or exposing bytes already in the block; when the string shares
     /// its block or start + n does not fit, logs "Cannot set length %d" (level 1) and changes nothing.
     void set_length(int n);

@@ -115,7 +115,7 @@ public:
     /// One 10 ms block from the device: encodes, collects up to the packet time, sends. Always returns 0.
     int process_audio(str const& pcm);
     /// Builds and sends one packet. With advance it carries the audio timestamp; without, the one at which the
-    /// current telephone event started. The payload is replaced by its encrypted form.
+    /// current telephone event started. The payload is used up.
     void send_rtp(int payload_type, str& payload, bool advance);
 
     // ---- RTCP
@@ -142,7 +142,8 @@ private:
     bool process_tcp_packet(str const& data, ip_port const& from, rtimestamp const& time);
     void tell_of_stream(reception::result const& got, ip_port const& from) const;
     void tell_of_keys(reception::result const& got) const;
-    void keep(reception::result& got, rtimestamp const& time);
+    void keep(reception::result& got, rtimestamp const& time, std::uint32_t arrived);
+    void encode(str const& audio);
     void send_event_step();
     void process_rtcp_datagram(media_port::datagram const& got);
     str decrypt_srtcp(str const& compound);

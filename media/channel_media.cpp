@@ -102,8 +102,8 @@ int channel::process_rtp_data(str const& data, ip_port const& from, bool tcp, rt
     }
     if (!rtp_header::is_version_2(data))
         return 0;
-    reception::result got =
-        receiving.receive(data, {buffer.get_last_played(), buffer.is_playing()}, time.get_rtp_timestamp());
+    std::uint32_t const arrived = time.get_rtp_timestamp();
+    reception::result got = receiving.receive(data, {buffer.get_last_played(), buffer.is_playing()}, arrived);
     tell_of_stream(got, from);
     if (got.change == reception::stream::taken_over)
         buffer.stop();
@@ -112,7 +112,7 @@ int channel::process_rtp_data(str const& data, ip_port const& from, bool tcp, rt
         return 0;
     if (!rtp.is_tcp())
         rtp.set_source(from);
-    keep(got, time);
+    keep(got, time, arrived);
     return 0;
 }
 
@@ -137,8 +137,8 @@ void channel::tell_of_keys(reception::result const& got) const {
         notify::srtp_verified(id);
 }
 
-/// Brings a packet, whose payload moves on, into the jitter buffer and the reports.
-void channel::keep(reception::result& got, rtimestamp const& time) {
+/// Brings a packet, whose payload moves on, into the jitter buffer and the reports. `arrived` is `time` at 8 kHz.
+void channel::keep(reception::result& got, rtimestamp const& time, std::uint32_t arrived) {
     if (got.steps_back && player.follows_steps_back()) {
         log_line(5, "Resuming RTP playback");
         buffer.play_from(got.sequence);
@@ -152,7 +152,7 @@ void channel::keep(reception::result& got, rtimestamp const& time) {
     if (arrival.thrown_away)
         log_line(7, "jitter buffer deleted");
     reports.extended().monitor(static_cast<int>(got.sequence), static_cast<int>(got.timestamp),
-                               static_cast<int>(time.get_rtp_timestamp()));
+                               static_cast<int>(arrived));
 }
 
 // ---- to the line
@@ -181,13 +181,19 @@ int channel::process_audio(str const& pcm) {
         send_event_step();
         return 0;
     }
-    str const audio = digits.is_sending() ? digits.replace(pcm) : pcm;
-    sending.collect(codec_state.encode(sending.get_codec(), audio), audio.length() / pcm::bytes_per_ms);
+    if (digits.is_sending())
+        encode(digits.replace(pcm));
+    else
+        encode(pcm);
     if (sending.is_complete()) {
         str payload = sending.take_collected();
         send_rtp(sending.get_payload_type(), payload, true);
     }
     return 0;
+}
+
+void channel::encode(str const& audio) {
+    sending.collect(codec_state.encode(sending.get_codec(), audio), audio.length() / pcm::bytes_per_ms);
 }
 
 /// 10 ms of a telephone event: the captured audio is discarded, every packet time one event packet leaves.

@@ -21,6 +21,16 @@ void close_socket(int& fd) {
     fd = -1;
 }
 
+/// Most datagrams come from the source and share its address.
+template <typename receiving>
+media_port::datagram received(int fd, ip_port const& source, receiving const& receive) {
+    media_port::datagram got{.data = str(), .from = source, .stamp = rtimestamp()};
+    got.data = receive(fd, got.from, &got.stamp);
+    if (got.data.empty())
+        got.from.clear();
+    return got;
+}
+
 }  // namespace
 
 bool media_port::open_pair(media_port& rtp, media_port& rtcp, int lowest, int end) {
@@ -85,27 +95,25 @@ void media_port::set_type_of_service(int tos) const {
 
 void media_port::set_destination(ip_port const& to, bool tcp) {
     over_tcp = tcp;
-    if (tcp)
+    if (tcp) {
         connection.connect(to, false);
-    else
+    } else {
         destination = to;
+        destination_address = utils::socket_address(to);
+    }
 }
 
 media_port::datagram media_port::receive4() const {
-    datagram got;
-    got.data = utils::recv_udp_packet4(fd4, got.from, &got.stamp);
-    return got;
+    return received(fd4, source, utils::recv_udp_packet4);
 }
 
 media_port::datagram media_port::receive6() const {
-    datagram got;
-    got.data = utils::recv_udp_packet6(fd6, got.from, &got.stamp);
-    return got;
+    return received(fd6, source, utils::recv_udp_packet6);
 }
 
 int media_port::send(str const& packet) {
     if (!over_tcp) {
-        send_datagram(destination, packet);
+        send_to_destination(packet);
     } else if (connection.is_open()) {
         str const frame = frame_for_tcp(packet);
         connection.send(frame);
@@ -118,7 +126,7 @@ void media_port::send_or_queue(str const& packet) {
     if (over_tcp)
         connection.queue(frame_for_tcp(packet));
     else
-        send_datagram(destination, packet);
+        send_to_destination(packet);
 }
 
 void media_port::send_bare(ip_port const& to, str const& data, bool tcp) {
@@ -131,6 +139,13 @@ void media_port::send_bare(ip_port const& to, str const& data, bool tcp) {
     }
     connection.connect(target, true);
     connection.queue(data);
+}
+
+void media_port::send_to_destination(str const& data) const {
+    if (utils::ipv4(destination.address))
+        utils::send_udp_packet(fd4, destination_address, data);
+    else if (utils::ipv6(destination.address))
+        utils::send_udp_packet(fd6, destination_address, data);
 }
 
 void media_port::send_datagram(ip_port const& to, str const& data) const {

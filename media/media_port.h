@@ -65,6 +65,7 @@ public:
 private:
     static bool try_pair(media_port& rtp, media_port& rtcp, int port);
     bool open(int port);
+    void send_to_destination(str const& data) const;
     void send_datagram(ip_port const& to, str const& data) const;
 
     char const* name;
@@ -74,5 +75,6 @@ private:
     tcp_connection connection;
     bool over_tcp = false;
     ip_port destination;  ///< of datagrams
+    utils::socket_address destination_address{destination};
     ip_port source;
 };

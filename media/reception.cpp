@@ -2,6 +2,7 @@
 
 #include "codecs/codec.h"
 #include "lib/renew.h"
+#include "lib/wire.h"
 #include "media/rtp_sequence.h"
 
 namespace {
@@ -94,7 +95,7 @@ void reception::note_verified(result& out) {
 
 /// Decides whose stream is received. False: the packet competes with a stream that is alive.
 bool reception::follow(rtp_header const& header, position const& play, std::uint32_t now, stream& change) {
-    if (header.ssrc == ssrc)
+    if (ssrc.length() == header.ssrc.length() && wire::get32(ssrc.cbuffer()) == wire::get32(header.ssrc.cbuffer()))
         return true;
     if (!ssrc.empty() && play.playing && now - last_arrival < stream_alive)
         return false;

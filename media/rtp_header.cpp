@@ -1,7 +1,5 @@
 #include "media/rtp_header.h"
 
-#include <cstring>
-
 #include "lib/wire.h"
 
 namespace {
@@ -22,24 +20,23 @@ int header_length(str const& packet) {
 
 rtp_header rtp_header::parse(str const& packet) {
     rtp_header header;
-    header.marker = (packet[1] & marker_bit) != 0;
-    header.payload_type = packet[1] & ~marker_bit;
-    header.sequence = wire::get16(packet.cbuffer() + 2);
-    header.timestamp = wire::get32(packet.cbuffer() + 4);
+    unsigned char const* const in = packet.cbuffer();
+    header.marker = (in[1] & marker_bit) != 0;
+    header.payload_type = in[1] & ~marker_bit;
+    header.sequence = wire::get16(in + 2);
+    header.timestamp = wire::get32(in + 4);
     header.ssrc = packet.substr(8, 4);
     header.bytes = header_length(packet);
     return header;
 }
 
-str rtp_header::build(str const& payload) const {
-    str packet;
-    packet.writable(fixed_bytes + payload.length());
-    unsigned char* const out = packet.buffer();
+str rtp_header::build(str payload) const {
+    payload.writable_front(fixed_bytes);
+    unsigned char* const out = payload.buffer();
     out[0] = version_2;
     out[1] = static_cast<unsigned char>(payload_type | (marker ? marker_bit : 0));
     wire::put16(out + 2, sequence);
     wire::put32(out + 4, timestamp);
     wire::put32(out + 8, str2uint32(ssrc));
-    memcpy(out + fixed_bytes, payload.cbuffer(), static_cast<size_t>(payload.length()));
-    return packet;
+    return payload;
 }

@@ -30,7 +30,8 @@ struct rtp_header {
     static bool is_version_2(str const& packet) { return (packet[0] & 0xC0) == 0x80; }
     /// Reads the header of a packet of at least fixed_bytes.
     static rtp_header parse(str const& packet);
-    /// A packet of this header (fixed part only; a short SSRC is padded with zero bytes) and the payload. The
-    /// payload type's low 8 bits are OR-ed with the marker.
-    str build(str const& payload) const;
+    /// A packet of this header (fixed part only; a short SSRC is padded with zero bytes) and the payload, made where
+    /// the payload is when nobody shares it and it has room in front. The payload type's low 8 bits are OR-ed with the
+    /// marker.
+    str build(str payload) const;
 };

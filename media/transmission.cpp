@@ -1,5 +1,6 @@
 #include "media/transmission.h"
 
+#include <algorithm>
 #include <utility>
 
 #include "lib/pcm.h"
@@ -8,6 +9,8 @@
 #include "media/rtp_header.h"
 
 namespace {
+
+constexpr int most_pieces = 6;  // chosen: of 10 ms; room for the usual packet times is made at once
 
 /// A random multiple of 80 samples below 2^32 - 16.
 std::uint32_t random_timestamp() {
@@ -48,11 +51,17 @@ void transmission::set_keys(str const& material, srtp_trailer const& packet_trai
 }
 
 void transmission::collect(str const& encoded, int ms) {
-    if (collected.empty())
-        collected = encoded;
-    else
-        collected += encoded;
+    if (collected.empty() && !encoded.empty())
+        make_room(encoded.length() * std::clamp(ptime_ms / std::max(ms, 1), 1, most_pieces));
+    collected += encoded;
     collected_ms += ms;
+}
+
+/// For the payload, and in front of it for the header.
+void transmission::make_room(int payload_bytes) {
+    collected = str(nullptr, rtp_header::fixed_bytes + payload_bytes);
+    collected.drop_front(rtp_header::fixed_bytes);
+    collected.set_length(0);
 }
 
 str transmission::take_collected() {
@@ -69,7 +78,7 @@ str transmission::packet(int type, str& payload, bool advance) {
     header.ssrc = ssrc;
     last_payload_type = type;
 
-    str const data = is_protected() ? protect(header.build(str::null), payload) : header.build(payload);
+    str data = is_protected() ? protect(header.build(str::null), payload) : header.build(std::move(payload));
     packets++;
     sequence++;
     timestamp += static_cast<std::uint32_t>(ptime_ms * pcm::samples_per_ms);

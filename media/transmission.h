@@ -34,7 +34,7 @@ public:
     str take_collected();
 
     /// The next packet. With `advance` it carries the audio timestamp; without, the one at which the current telephone
-    /// event started. `payload` may become its encrypted form.
+    /// event started. `payload` is used up.
     str packet(int payload_type, str& payload, bool advance);
     /// So many bytes left for the last packet.
     void count_octets(int bytes) { octets += static_cast<std::uint32_t>(bytes); }
@@ -54,6 +54,7 @@ public:
     std::uint32_t get_last_timestamp() const { return last_timestamp; }
 
 private:
+    void make_room(int payload_bytes);
     str protect(str const& header, str& payload);
 
     static constexpr int default_ptime_ms = 20;    // RFC 3551 section 4.2
