@@ -30,9 +30,17 @@ word wrapped_sums(word a, word b) {
     return ((a & ~signs) + (b & ~signs)) ^ ((a ^ b) & signs);
 }
 
-/// Whether a sum has another sign than both its terms.
-bool any_overflow(word a, word b, word sums) {
-    return (~(a ^ b) & (a ^ sums) & signs) != 0;
+/// The sign bit of each sum that has another sign than both its terms.
+word overflows(word a, word b, word sums) {
+    return ~(a ^ b) & (a ^ sums) & signs;
+}
+
+/// The sums with the limit of a's sign where one overflowed.
+word saturated(word sums, word a, word overflowed) {
+    constexpr int to_lowest = 15;  // bit of a sample
+    word const replaced = (overflowed >> to_lowest) * 0xFFFF;
+    word const limits = ~signs + ((a & signs) >> to_lowest);
+    return (sums & ~replaced) | (limits & replaced);
 }
 
 bool aligned(void const* p) {
@@ -56,11 +64,9 @@ void mix_samples(unsigned char const* a, unsigned char const* b, int n, unsigned
     int const in_words = aligned(a) && aligned(b) && aligned(sums) ? n / word_samples * word_samples : 0;
     for (int i = 0; i < in_words; i += word_samples) {
         int const at = i * pcm::sample_bytes;
-        word const x = load(a + at), y = load(b + at), sum = wrapped_sums(x, y);
-        if (any_overflow(x, y, sum))
-            mix_by_sample(a + at, b + at, word_samples, sums + at);
-        else
-            store(sums + at, sum);
+        word const x = load(a + at), y = load(b + at), wrapped = wrapped_sums(x, y);
+        word const overflowed = overflows(x, y, wrapped);
+        store(sums + at, overflowed == 0 ? wrapped : saturated(wrapped, x, overflowed));
     }
     int const rest = in_words * pcm::sample_bytes;
     mix_by_sample(a + rest, b + rest, n - in_words, sums + rest);
