@@ -18,84 +18,96 @@
 /// Constants and operations bear the Recommendation's names (clause 6.2).
 class g722 {
 public:
-    /// The lower band's feedback, the same in encoder and decoder: scale factor adaptation (BLOCK 3L) and
-    /// predictor (BLOCK 4L).
-    class block4l {
+    /// Samples that are handled in one piece: a block of the line's. Longer runs are cut.
+    static constexpr int piece = 80;
+
+    /// The lower band, the same feedback in encoder and decoder: scale factor adaptation (BLOCK 3L) and predictor
+    /// (BLOCK 4L).
+    class lower_band {
     public:
-        /// One step with a 4-bit code (the upper bits of the 6-bit code). Returns the estimate of the next
-        /// sample.
-        int process(int code);
-        /// Estimate of the next sample, 17 bits.
-        int estimate() const { return predictor.estimate(); }
-        /// Scale factor of the quantizer, 32..16384.
-        int scale() const { return det; }
+        /// n samples of 15 bits to bytes: a 6-bit code each, and `others` above it.
+        void encode(int n, short const* in, unsigned char* out, unsigned others);
+        /// The lower 6 bits of n bytes to samples.
+        void decode(int n, unsigned char const* in, short* out);
 
     private:
+        void adapt(int code);
+
         g722_predictor predictor;
         int nb = 0;    ///< logarithmic scale factor, base 2 in Q11: 0..18432
-        int det = 32;  ///< the same, linear
+        int det = 32;  ///< the same, linear: 32..16384
     };
-    /// The higher band's feedback, BLOCK 3H and BLOCK 4H.
-    class block4h {
+    /// The higher band, BLOCK 3H and BLOCK 4H. Its codes are the upper 2 bits of a byte.
+    class higher_band {
     public:
-        /// One step with a 2-bit code. Returns the estimate of the next sample.
-        int process(int code);
-        /// As in block4l; scale 8..16384.
-        int estimate() const { return predictor.estimate(); }
-        int scale() const { return det; }
+        /// The bytes have the lower band's codes, which stay.
+        void encode(int n, short const* in, unsigned char* out);
+        /// Calls take(i, sample) for n bytes.
+        template <typename function>
+        void decode(int n, unsigned char const* in, function take);
 
     private:
+        void adapt(int code);
+
         g722_predictor predictor;
-        int nb = 0;  ///< 0..22528
-        int det = 8;
+        int nb = 0;   ///< 0..22528
+        int det = 8;  ///< 8..16384
     };
 
-    /// Two 16 kHz samples, or two bands' samples at 8 kHz.
-    struct pair {
-        int first;
-        int second;
-    };
-
-    /// The last 24 samples of a quadrature mirror filter, which both filters weight with the same
-    /// coefficients: every other sample belongs to one of two 12-tap filters, "even" and "odd".
+    /// The last samples of a quadrature mirror filter, which both filters weight with the same coefficients: every
+    /// other sample belongs to one of two 12-tap filters, "even" and "odd".
     class delay_line {
     public:
-        /// Takes the newest sample of each filter, 16 bits. Returns the filters' sums, Q12 for a gain of 1.
-        pair process(int even, int odd);
+        static constexpr int before = 11;  ///< samples that a sum needs apart from the newest
+        static constexpr int at_once = 4;  ///< sums that are computed together
+        /// A piece of both filters' samples, 16 bits, from [before] on, oldest first.
+        struct samples {
+            short even[before + piece + at_once - 1], odd[before + piece + at_once - 1];
+        };
+        /// Calls take(i, even, odd) with both filters' sums, Q12 for a gain of 1, for each of n samples.
+        template <typename function>
+        void process(int n, samples& x, function take);
 
     private:
-        int samples[48] = {};  ///< newest first from samples[at] on, kept twice so as to be contiguous
-        unsigned at = 0;
+        short even[before] = {}, odd[before] = {};
     };
 
     class encoder {
     public:
-        /// One step: two consecutive 16 kHz samples (14 bits; up to 16 are coded without overflow), one byte:
-        /// the higher band's code in the top 2 bits, the lower band's in the others.
-        unsigned char process(short first, short second);
-        /// One step with the lower band's sample, 15 bits, and nothing in the higher one, whose code stays that of
-        /// silence.
-        unsigned char process_low(int sample);
+        /// 2n 16 kHz samples (14 bits; up to 16 are coded without overflow) to n bytes: the higher band's code in the
+        /// top 2 bits, the lower band's in the others.
+        void process(int n, short const* in, unsigned char* out);
+        /// n samples at 8 kHz, 16 bits, of which the upper 14 are used, to n bytes.
+        void process_interpolated(int n, short const* in, unsigned char* out);
+        /// n samples of the lower band, 16 bits, of which the upper 15 are used, and nothing in the higher one, whose
+        /// code stays that of silence.
+        void process_low(int n, short const* in, unsigned char* out);
 
     private:
+        template <typename function>
+        void process(int n, delay_line::samples& x, unsigned char* out, function limit);
+
         delay_line line;
-        block4l low;
-        block4h high;
+        lower_band low;
+        higher_band high;
+        short previous = 0;  ///< last 8 kHz sample, 14 bits
     };
     class decoder {
     public:
-        /// One step: a lower-band code of 6 bits and a higher-band code of 2, no other bits set. Returns the
-        /// mean of the two 16 kHz samples, rounded toward zero, 15 bits.
-        int process(int low_code, int high_code);
-        /// The same step with the two samples, 15 bits each, in order of time.
-        pair process_pair(int low_code, int high_code);
-        /// One step of the lower band alone. Returns its sample, 15 bits.
-        int process_low(int low_code);
+        /// n bytes to 2n 16 kHz samples, 15 bits.
+        void process(int n, unsigned char const* in, short* out);
+        /// n bytes to n samples at 8 kHz: the means of two, rounded toward zero, 16 bits.
+        void process_averaged(int n, unsigned char const* in, short* out);
+        /// n steps of the lower band alone, samples of 16 bits.
+        void process_low(int n, unsigned char const* in, short* out);
 
     private:
+        template <typename function>
+        void process(int n, unsigned char const* in, function take);
+
         delay_line line;
-        block4l low;
-        block4h high;
+        lower_band low;
+        higher_band high;
     };
 
     /// As the process's extensions say, or others.
@@ -107,13 +119,7 @@ public:
     void decode(int n, short* out, unsigned char const* in);
 
 private:
-    void encode_interpolated(int n, short const* in, unsigned char* out);
-    void encode_low(int n, short const* in, unsigned char* out);
-    void decode_averaged(int n, short* out, unsigned char const* in);
-    void decode_low(int n, short* out, unsigned char const* in);
-
     bool low_alone;
     decoder receive;
     encoder send;
-    short previous = 0;  ///< the encoder's last 8 kHz sample, 14 bits
 };

@@ -1,10 +1,21 @@
 #pragma once
 
 #include <algorithm>
+#include <cstdint>
 
-/// Limits to 16 bits. Every addition of ITU-T G.722 does; here, every one that makes a difference.
+/// Limits to 16 bits. Every addition of ITU-T G.722 does; here, every one that makes a difference. Hardly one does: to
+/// ask whether takes a third of what limiting takes.
 inline int g722_saturate(int value) {
-    return std::clamp(value, -32768, 32767);
+    if (value != static_cast<std::int16_t>(value)) [[unlikely]]
+        return value < 0 ? -32768 : 32767;
+    return value;
+}
+
+/// Limits to +-limit, likewise.
+inline int g722_limit(int value, int limit) {
+    if (static_cast<unsigned>(value + limit) > static_cast<unsigned>(2 * limit)) [[unlikely]]
+        return value < 0 ? -limit : limit;
+    return value;
 }
 
 /// value, negated when sign is -1.
@@ -16,16 +27,17 @@ inline int g722_with_sign(int value, int sign) {
 /// the same. It knows nothing of codes and scale factors. Variables bear the Recommendation's names.
 class g722_predictor {
 public:
-    /// One step with the quantized difference signal (at most +-10228, what the largest scale factor allows).
+    /// One step with the quantized difference signal (at most +-10228, what the largest scale factor allows). gain: 128
+    /// with its sign, 0 for 0. loud: the magnitudes of the last six differences may be more than 16383 together.
     /// Returns the estimate of the next sample.
-    int process(int d);
+    int process(int d, int gain, bool loud);
     /// Estimate of the next sample, 17 bits. Limiting it to 16 (PREDIC) would change nothing: whatever takes it
     /// in has reached a lower limit of its own by then.
     int estimate() const { return s; }
 
 private:
     void adapt_poles(int sg0);
-    int filter_zeros(int d);
+    int filter_zeros(int d, int gain);
     int sum_zeros_limiting() const;
 
     int s = 0;              ///< estimate
@@ -38,46 +50,48 @@ private:
 };
 
 /// RECONS, PARREC, UPPOL2, UPPOL1, UPZERO, DELAYA, FILTEP, FILTEZ, PREDIC.
-inline int g722_predictor::process(int d) {
+inline int g722_predictor::process(int d, int gain, bool loud) {
     int const r_doubled = g722_saturate(2 * (s + d));
     int const sg0 = (sz + d) >> 31;
     adapt_poles(sg0);
     sg2 = sg1;
     sg1 = sg0;
-    sz = filter_zeros(d);
+    sz = filter_zeros(d, gain);
+    if (loud) [[unlikely]]
+        sz = sum_zeros_limiting();
     int const sp = g722_saturate((a1 * r_doubled >> 15) + (a2 * r1_doubled >> 15));
     r1_doubled = r_doubled;
     s = sp + sz;
     return s;
 }
 
-/// UPPOL2, UPPOL1.
+/// UPPOL2, UPPOL1. The slope is four times a1, limited to 16 bits, divided by 128.
 inline void g722_predictor::adapt_poles(int sg0) {
-    int const slope = g722_saturate(4 * a1);
-    int const wd2 = std::min(g722_with_sign(slope, ~(sg0 ^ sg1)), 32767) >> 7;
-    a2 = std::clamp(wd2 + g722_with_sign(128, sg0 ^ sg2) + (a2 * 127 >> 7), -12288, 12288);
+    int const other = sg0 ^ sg1;
+    int const wd2 = std::clamp((other - (a1 ^ other)) >> 5, -256, 255);
+    a2 = g722_limit(wd2 + g722_with_sign(128, sg0 ^ sg2) + (a2 * 127 >> 7), 12288);
     int const limit = 15360 - a2;
-    a1 = std::clamp((a1 * 255 >> 8) + g722_with_sign(192, sg0 ^ sg1), -limit, limit);
+    a1 = g722_limit((a1 * 255 >> 8) + g722_with_sign(192, other), limit);
 }
 
-/// UPZERO, DELAYA, FILTEZ. The terms are added from the oldest on, and every sum is limited; none is, almost
-/// always, unless the codes come from no encoder. The sums stand 32768 higher, so that their bits tell.
-inline int g722_predictor::filter_zeros(int d) {
-    int const gain = d == 0 ? 0 : g722_with_sign(128, d >> 31);
-    int raised = 32768;
-    int beyond = 0;
+/// UPZERO, DELAYA, FILTEZ. A coefficient is 1 at most, or 2 in Q14: with differences that aren't loud no sum is
+/// limited.
+inline int g722_predictor::filter_zeros(int d, int gain) {
+    int sum = 0;
+    // Unrolled: so the twelve values can stay in registers from one sample to the next.
 #pragma GCC unroll 6
     for (int i = 5; i >= 0; i--) {
         b[i] = (b[i] * 255 >> 8) + g722_with_sign(gain, d_doubled[i] >> 31);
         d_doubled[i] = i > 0 ? d_doubled[i - 1] : 2 * d;
-        raised += b[i] * d_doubled[i] >> 15;
-        beyond |= raised;
+        sum += b[i] * d_doubled[i] >> 15;
     }
-    return beyond >> 16 == 0 ? raised - 32768 : sum_zeros_limiting();
+    return sum;
 }
 
+/// FILTEZ. The terms are added from the oldest on, and every sum is limited.
 inline int g722_predictor::sum_zeros_limiting() const {
     int sum = 0;
+#pragma GCC unroll 6
     for (int i = 5; i >= 0; i--)
         sum = g722_saturate(sum + (b[i] * d_doubled[i] >> 15));
     return sum;

@@ -54,21 +54,14 @@ signals::samples libav_decode(signals::bytes const& data) {
 
 /// 16 kHz, 15 bits.
 signals::samples decode_pairs(signals::bytes const& data) {
-    g722::decoder decoder;
-    signals::samples out;
-    for (int const byte : data) {
-        g722::pair const two = decoder.process_pair(byte & 63, byte >> 6);
-        out.push_back(static_cast<std::int16_t>(two.first));
-        out.push_back(static_cast<std::int16_t>(two.second));
-    }
+    signals::samples out(2 * data.size());
+    g722::decoder().process(static_cast<int>(data.size()), data.data(), out.data());
     return out;
 }
 
 signals::bytes encode_pairs(signals::samples const& pcm) {
-    g722::encoder encoder;
-    signals::bytes out;
-    for (std::size_t i = 0; i < pcm.size(); i += 2)
-        out.push_back(encoder.process(pcm[i], pcm[i + 1]));
+    signals::bytes out(pcm.size() / 2);
+    g722::encoder().process(static_cast<int>(out.size()), pcm.data(), out.data());
     return out;
 }
 
