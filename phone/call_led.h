@@ -7,8 +7,8 @@
 namespace fxsphone {
 
 /// The call LED, which all telephones share: what says most of them is shown. Hasty flashes: one rings; even ones: a
-/// receiver is off; three short ones: a message waits; one flash every 5 s: all that are to be registered are; dark: one
-/// is not, or none is to be.
+/// receiver is off; three short ones: a message waits; one flash every 5 s: all that are to be registered are; dark:
+/// one is not, or none is to be.
 class call_led {
 public:
     explicit call_led(media_process& led_of) : process(led_of) {}

@@ -9,15 +9,16 @@ namespace fxsphone {
 
 namespace {
 
-constexpr std::uint32_t subscription_s = 3600;  // RFC 3842 section 4.2 leaves it to the subscriber: as long as a registration
+constexpr std::uint32_t subscription_s =
+    3600;  // RFC 3842 section 4.2 leaves it to the subscriber: as long as a registration
 
 }  // namespace
 
 std::optional<bool> messages_wait(sip_msg const* request) {
     pl blank = {}, answer = {};
-    if (request->mb == nullptr || re_regex(reinterpret_cast<char const*>(mbuf_buf(request->mb)),
-                                           mbuf_get_left(request->mb), "Messages-Waiting:[ \t]*[a-z]+", &blank,
-                                           &answer) != 0)
+    if (request->mb == nullptr ||
+        re_regex(reinterpret_cast<char const*>(mbuf_buf(request->mb)), mbuf_get_left(request->mb),
+                 "Messages-Waiting:[ \t]*[a-z]+", &blank, &answer) != 0)
         return std::nullopt;
     return pl_strcasecmp(&answer, "yes") == 0;
 }
@@ -61,11 +62,11 @@ mailbox::~mailbox() {
 void mailbox::subscribe() {
     std::string const route = telephone.registrar ? telephone.registrar->way_out() : "";
     char const* routes[] = {route.c_str()};
-    int const error = sipevent_subscribe(
-        &subscription, door, telephone.mailbox.c_str(), nullptr, own_address.c_str(), "message-summary", nullptr,
-        subscription_s, telephone.user.c_str(), routes, route.empty() ? 0 : 1, answer_challenge,
-        const_cast<credentials*>(&telephone.login), false, nullptr, handlers::notified, handlers::closed, this,
-        "Accept: application/simple-message-summary\r\n");
+    int const error = sipevent_subscribe(&subscription, door, telephone.mailbox.c_str(), nullptr, own_address.c_str(),
+                                         "message-summary", nullptr, subscription_s, telephone.user.c_str(), routes,
+                                         route.empty() ? 0 : 1, answer_challenge,
+                                         const_cast<credentials*>(&telephone.login), false, nullptr, handlers::notified,
+                                         handlers::closed, this, "Accept: application/simple-message-summary\r\n");
     if (error != 0)
         again(std::strerror(error));
 }

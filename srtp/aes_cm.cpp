@@ -42,11 +42,10 @@ void aes_cm_init(aes_cm_context& context, str const& key, str const& salt) {
 }
 
 void aes_cm_advance(aes_cm_context& context) {
-    context.keystream = context.counter;
-    aes_cm_encrypt(&context.keystream, context.round_keys);
+    v128_t const zeros{};
     context.bytes_left = sizeof(v128_t);
-    if (++context.counter[15] == 0)
-        ++context.counter[14];
+    aes_counter_mode(context.round_keys, rounds, context.counter, zeros.octets(), context.bytes_left,
+                     context.keystream.octets());
 }
 
 str aes_cm_encrypt_block(aes_cm_context& context, str const& data) {

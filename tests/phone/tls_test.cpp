@@ -13,11 +13,12 @@ std::string name_in_greeting(fxsphone::tls_context const& client) {
     std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)> const accepts(SSL_CTX_new(TLS_server_method()), SSL_CTX_free);
     std::string name = "-";
     SSL_CTX_set_tlsext_servername_arg(accepts.get(), &name);
-    SSL_CTX_set_tlsext_servername_callback(accepts.get(), +[](SSL* connection, int*, void* arg) {
-        char const* const said = SSL_get_servername(connection, TLSEXT_NAMETYPE_host_name);
-        *static_cast<std::string*>(arg) = said == nullptr ? "" : said;
-        return SSL_TLSEXT_ERR_OK;
-    });
+    SSL_CTX_set_tlsext_servername_callback(
+        accepts.get(), +[](SSL* connection, int*, void* arg) {
+            char const* const said = SSL_get_servername(connection, TLSEXT_NAMETYPE_host_name);
+            *static_cast<std::string*>(arg) = said == nullptr ? "" : said;
+            return SSL_TLSEXT_ERR_OK;
+        });
     std::unique_ptr<SSL, decltype(&SSL_free)> const here(SSL_new(tls_openssl_context(client.handle())), SSL_free);
     std::unique_ptr<SSL, decltype(&SSL_free)> const there(SSL_new(accepts.get()), SSL_free);
     BIO* ends[2];
