@@ -161,7 +161,7 @@ TEST(g729a_digest, decoder_with_losses) {
     std::mt19937 random(5);
     coder decoder;
     packed held = {};
-    for (int i = 0; i < 6000; ++i) {
+    for (int i = 0; i < 20000; ++i) {
         packed bytes;
         for (uint8_t& byte : bytes)
             byte = static_cast<uint8_t>(random());
@@ -173,7 +173,7 @@ TEST(g729a_digest, decoder_with_losses) {
         }
         sum.add(decoder.decode_checked(bytes, random() % 10 == 0));
     }
-    EXPECT_EQ(sum.value, 0x8a2655de616134b6u);
+    EXPECT_EQ(sum.value, 0xb7132bf0848bc024u);
 }
 
 // A wrong parity bit changes a lot for a receiver that checks it, as vectors show, but nothing for
