@@ -77,7 +77,7 @@ void correlate_response(int16_t const h[subframe_size], correlations& c) {
     int const shift = extract_h(sum) > 32000 ? -1 : norm_l(sum) >> 1;
     int16_t scaled[subframe_size];
     for (int i = 0; i < subframe_size; ++i)  // cannot clip: twice the square of a scaled word is still below 2^31
-        scaled[i] = static_cast<int16_t>((h[i] * (2 << shift)) >> 1);
+        scaled[i] = static_cast<int16_t>((h[i] * (1 << (shift + 1))) >> 1);
     // No sum is larger than the energy (Cauchy-Schwarz).
     if (2 * energy<subframe_size>(scaled) < max_32 - 0xffff)
         fill_phi<plain_arithmetic>(scaled, c);
@@ -167,7 +167,7 @@ pulse_pair search_second_pair(correlations const& c, pulse_pair const& fixed, in
         second[k] = {c.dn[v], ((sum + 0x8000) >> 16) * 0x8000};
     }
     merit best;
-    int best_u = 0, best_k = 0;
+    int best_u = 0, best_v = 0;
     for (int u = first_track; u < subframe_size; u += track_step) {
         int32_t const first_correlation = fixed.correlation + c.dn[u];
         int32_t const first_energy =
@@ -181,11 +181,11 @@ pulse_pair search_second_pair(correlations const& c, pulse_pair const& fixed, in
             if (best.loses_to(square, energy)) {
                 best = {square, energy};
                 best_u = u;
-                best_k = k;
+                best_v = second_track + k * track_step;
             }
         }
     }
-    return {best, best_u, second_track + best_k * track_step, 0};
+    return {best, best_u, best_v, 0};
 }
 
 // The tracks of one depth-first search, and which pulse of the codeword each of the four found becomes.
