@@ -29,7 +29,7 @@ std::uint32_t square_root(std::uint64_t x) {
 
 noise_shape noise_shape::of_payload(str const& payload) {
     constexpr int level_mask = 127, reflection_zero = 127, reflection_step = 258;
-    constexpr std::uint64_t one_db_less = 3827799;  // 10^(-1/20), Q22
+    constexpr std::uint64_t one_db_less = 3738178;  // 10^(-1/20), Q22
     noise_shape told;
     if (payload.empty())
         return told;
