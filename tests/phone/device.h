@@ -84,6 +84,13 @@ public:
         ASSERT_TRUE(lines.wait_for_text(called + "stop"));
         ASSERT_TRUE(phone.wait_for_text("\nACK sip:10" + std::to_string(to)));
     }
+    /// Line 0 talks to line 2, that to line 1 is on hold.
+    void call_both() {
+        driver_says("off-hook 0");
+        call(0, 1);
+        flash(0);
+        call(0, 2);
+    }
     /// Waits until the line hears about this level, of the last second.
     bool hears(int line, double lowest_dbfs, double highest_dbfs) {
         for (int tries = 0; tries < 600; tries++, usleep(50'000)) {
@@ -163,6 +170,14 @@ inline void expect_heard(device const& where, int speaker, int listener) {
     EXPECT_GT(pieces, 0) << "line " << speaker << " said nothing";
     EXPECT_GE(3 * alike, 2 * pieces) << "line " << speaker << " to line " << listener << ": " << alike << " of "
                                      << pieces;
+}
+
+/// Ends what runs; then each of the listeners has heard what its speaker said.
+inline void expect_end_and_heard(device& here, std::vector<std::pair<int, int>> const& speakers_and_listeners) {
+    EXPECT_EQ(here.phone.end(SIGTERM), 0) << here.phone.err;
+    EXPECT_EQ(here.lines.end(SIGTERM), 0);
+    for (auto const& [speaker, listener] : speakers_and_listeners)
+        expect_heard(here, speaker, listener);
 }
 
 /// SIPp, an independent agent, playing one of its own scenarios, or a file of scenarios/, for one call.

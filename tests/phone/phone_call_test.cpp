@@ -18,10 +18,7 @@ TEST(phone_call, connects_two_lines_of_the_device) {
     ASSERT_TRUE(here.phone.wait_for_text("\"line\":0,\"direction\":\"out\""));
     EXPECT_NE(here.phone.out.find("\"codec\":\"pcma\",\"sip_code\":200,\"ended_by\":\"far\""), std::string::npos)
         << here.phone.out;
-    EXPECT_EQ(here.phone.end(SIGTERM), 0) << here.phone.err;
-    EXPECT_EQ(here.lines.end(SIGTERM), 0);
-    expect_heard(here, 0, 1);
-    expect_heard(here, 1, 0);
+    expect_end_and_heard(here, {{0, 1}, {1, 0}});
 }
 
 TEST(phone_call, connects_two_lines_by_ipv6) {
@@ -37,10 +34,7 @@ TEST(phone_call, connects_two_lines_by_ipv6) {
     here.driver_says("on-hook 0");
     ASSERT_TRUE(here.phone.wait_for_text("\"ended_by\":\"far\""));
     EXPECT_EQ(here.phone.err.find("\nc=IN IP4"), std::string::npos) << here.phone.err;
-    EXPECT_EQ(here.phone.end(SIGTERM), 0) << here.phone.err;
-    EXPECT_EQ(here.lines.end(SIGTERM), 0);
-    expect_heard(here, 0, 1);
-    expect_heard(here, 1, 0);
+    expect_end_and_heard(here, {{0, 1}, {1, 0}});
 }
 
 TEST(phone_call, calls_an_independent_agent) {
@@ -100,18 +94,12 @@ TEST(phone_call, takes_a_call_back_and_holds_one) {
     here.both_speak();
     here.driver_says("on-hook 0");
     ASSERT_TRUE(here.phone.wait_for_text("\"line\":0,\"direction\":\"in\""));
-    EXPECT_EQ(here.phone.end(SIGTERM), 0) << here.phone.err;
-    EXPECT_EQ(here.lines.end(SIGTERM), 0);
-    expect_heard(here, 0, 1);
-    expect_heard(here, 1, 0);
+    expect_end_and_heard(here, {{0, 1}, {1, 0}});
 }
 
 TEST(phone_call, joins_three_telephones) {
     device here;
-    here.driver_says("off-hook 0");
-    here.call(0, 1);
-    here.flash(0);
-    here.call(0, 2);
+    here.call_both();
     here.flash(0);
     here.driver_says("key 0 3");
     here.speak({"1"});
@@ -119,19 +107,13 @@ TEST(phone_call, joins_three_telephones) {
     here.driver_says("on-hook 0");  // the conference ends with it
     ASSERT_TRUE(here.phone.wait_for_text("\"line\":2,\"direction\":\"in\""));
     ASSERT_TRUE(here.phone.wait_for_text("\"line\":1,\"direction\":\"in\""));
-    EXPECT_EQ(here.phone.end(SIGTERM), 0) << here.phone.err;
-    EXPECT_EQ(here.lines.end(SIGTERM), 0);
-    for (auto const& [speaker, listener] : {std::pair{1, 0}, {1, 2}, {2, 0}, {2, 1}})
-        expect_heard(here, speaker, listener);
+    expect_end_and_heard(here, {{1, 0}, {1, 2}, {2, 0}, {2, 1}});
 }
 
 TEST(phone_call, ends_calls_when_the_media_process_was_restarted) {
     device here;
     here.driver_says("off-hook 0");
-    here.dial(0, "101");
-    ASSERT_TRUE(here.lines.wait_for_text("line 1  ring device: ring"));
-    here.driver_says("off-hook 1");
-    ASSERT_TRUE(here.phone.wait_for_text("\nACK sip:101"));
+    here.call(0, 1);
     here.restart_process();
     ASSERT_TRUE(here.phone.wait_for_text("the media process was restarted"));
     EXPECT_TRUE(here.phone.wait_for_text("\nBYE sip:"));

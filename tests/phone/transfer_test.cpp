@@ -11,18 +11,12 @@ void expect_connected(device& here) {
     here.driver_says("on-hook 1");
     here.driver_says("on-hook 2");
     EXPECT_TRUE(here.phone.wait_for_text("\"line\":0,\"direction\":\"out\""));
-    EXPECT_EQ(here.phone.end(SIGTERM), 0) << here.phone.err;
-    EXPECT_EQ(here.lines.end(SIGTERM), 0);
-    expect_heard(here, 1, 2);
-    expect_heard(here, 2, 1);
+    expect_end_and_heard(here, {{1, 2}, {2, 1}});
 }
 
 TEST(phone_transfer, connects_the_two_others_when_the_receiver_is_replaced) {
     device here;
-    here.driver_says("off-hook 0");
-    here.call(0, 1);
-    here.flash(0);
-    here.call(0, 2);
+    here.call_both();
     here.driver_says("on-hook 0");
     ASSERT_TRUE(here.phone.wait_for_text("\nReplaces: ")) << here.phone.err;
     ASSERT_TRUE(here.phone.wait_for_text("\nSIP/2.0 200 OK\r\n\n")) << here.phone.err;
@@ -60,10 +54,7 @@ TEST(phone_transfer, rings_back_when_it_fails) {
     here.both_speak();
     here.driver_says("on-hook 0");
     ASSERT_TRUE(here.phone.wait_for_text("\"line\":1,\"direction\":\"in\""));
-    EXPECT_EQ(here.phone.end(SIGTERM), 0) << here.phone.err;
-    EXPECT_EQ(here.lines.end(SIGTERM), 0);
-    expect_heard(here, 0, 1);
-    expect_heard(here, 1, 0);
+    expect_end_and_heard(here, {{0, 1}, {1, 0}});
 }
 
 TEST(phone_transfer, follows_an_independent_agent) {
@@ -77,9 +68,7 @@ TEST(phone_transfer, follows_an_independent_agent) {
     here.speak({"1"});
     here.driver_says("on-hook 1");
     ASSERT_TRUE(here.phone.wait_for_text("\"line\":2,\"direction\":\"in\""));
-    EXPECT_EQ(here.phone.end(SIGTERM), 0) << here.phone.err;
-    EXPECT_EQ(here.lines.end(SIGTERM), 0);
-    expect_heard(here, 1, 2);
+    expect_end_and_heard(here, {{1, 2}});
 }
 
 }  // namespace
