@@ -23,6 +23,7 @@ adapter::adapter(phone_settings const& chosen, bool trace_sip)
       channels(process, settings.tone_set),
       tones(channels),
       calls(settings, telephones, channels, tones, agent, *this),
+      outside(process, telephones, [this](leg& one) { calls.port_known(one); }),
       referrals(telephones, calls, agent, events, *this, [this](leg& of, happening what) { happened(of, what); }),
       ringer(settings.ring_device),
       led(process) {
@@ -53,12 +54,16 @@ std::string adapter::start() {
 }
 
 std::string adapter::listen() {
-    std::string problem = agent.start(settings, trace, [this](sip_msg const* request) { take_invite(request); });
+    std::string problem = agent.start(
+        settings, trace, [this](sip_msg const* request) { take_invite(request); },
+        [this](sip_msg const* request) { take_update(request); });
     if (problem.empty())
         problem = events.start(agent.stack(), [this](std::string const& user, bool waiting) {
             if (telephone* const one = telephones.of_user(user))
                 one->state.message_waits(waiting);
         });
+    if (problem.empty())
+        problem = outside.begin(settings.stun, agent.name_servers());
     if (problem.empty() && !settings.status_socket.empty())
         problem =
             door.open(settings.status_socket, [this] { return status_of(telephones, process.connected(), now()); });
@@ -117,6 +122,7 @@ std::string adapter::watch_the_clock() {
 
 void adapter::pass_time() {
     process.serve();
+    outside.pass_time(now());
     for (auto& one : telephones) {
         carry_out(*one, one->state.pass_time(now()));
         for (leg& each : one->legs)
@@ -128,7 +134,7 @@ void adapter::pass_time() {
 std::int64_t adapter::next_due_ms() const {
     int const process_wait = process.timeout_ms();
     std::int64_t due = process_wait < 0 ? INT64_MAX : now() + process_wait;
-    due = std::min(due, led.due_ms());
+    due = std::min({due, led.due_ms(), outside.due_ms()});
     for (auto const& one : telephones) {
         due = std::min(due, one->state.due_ms().value_or(due));
         for (leg const& each : one->legs)
@@ -207,8 +213,8 @@ void adapter::on(fxsmedia::open_report const& opened) {
         std::fprintf(stderr, "line %d: no ports for media\n", one->line);
         return;
     }
-    one->rtp_port = opened.rtp_port;
-    calls.port_known(*one);
+    outside.ask(*one, opened.rtp_port);
+    wake_in_time();
 }
 
 void adapter::on(fxsmedia::timed_out const& request) {
@@ -247,6 +253,10 @@ void adapter::on(fxsmedia::new_ssrc_report const& stream) {
     }
 }
 
+void adapter::on(fxsmedia::tunnel_report const& packet) {
+    outside.heard(packet);
+}
+
 void adapter::on(fxsmedia::confirmed const& answer) {
     telephone* const one = telephones.of_line(answer.token);
     if (one != nullptr && one->lifted_ms != 0)
@@ -260,6 +270,15 @@ void adapter::take_invite(sip_msg const* request) {
         return;
     if (leg* const one = calls.take(request))
         happened(*one, happening::invited);
+}
+
+void adapter::take_update(sip_msg const* request) {
+    leg* const one =
+        telephones.of_dialog({text_of(request->callid), text_of(request->to.tag), text_of(request->from.tag)});
+    if (one == nullptr)
+        sip_treply(nullptr, agent.stack(), request, 481, "Call Does Not Exist");
+    else
+        one->call->update(request);
 }
 
 void adapter::heard(sip_call& call, happening what) {

@@ -7,6 +7,7 @@
 #include "phone/line_tones.h"
 #include "phone/mailbox.h"
 #include "phone/media_channels.h"
+#include "phone/outside_address.h"
 #include "phone/registrations.h"
 #include "phone/ring_device.h"
 #include "phone/sip_agent.h"
@@ -42,6 +43,7 @@ private:
     void on(fxsmedia::driver_report const& said) override;
     void on(fxsmedia::rtcp_report const& copy) override;
     void on(fxsmedia::new_ssrc_report const& stream) override;
+    void on(fxsmedia::tunnel_report const& packet) override;
     void on(fxsmedia::confirmed const& answer) override;
 
     // From the network
@@ -49,6 +51,7 @@ private:
     void media_agreed(sip_call& call, media_plan const& plan) override;
     void referred(sip_call& call, sip_msg const* request) override;
     void take_invite(sip_msg const* request);
+    void take_update(sip_msg const* request);
     std::string listen();
     void subscribe_to_mailboxes();
 
@@ -79,6 +82,7 @@ private:
     media_channels channels;
     line_tones tones;
     call_control calls;
+    outside_address outside;
     transfers referrals;
     registrations registrars;
     std::vector<std::unique_ptr<mailbox>> mailboxes;

@@ -73,7 +73,7 @@ void call_control::send_answer(leg& one) {
     if (!one.call || !one.record)  // over already
         return;
     tones.end_announcement(one);
-    one.media->set_port(one.rtp_port);
+    place(one, *one.media);
     channels.put_on_line(one, true);
     one.record->answered_ms = now();
     if (!one.call->answer())
@@ -95,15 +95,19 @@ void call_control::send_invite(telephone& from, leg& one) {
     std::string const route = registrar && !agent.is_here(to) ? registrar->way_out() : "";
     bool const over_ipv6 = (route.empty() ? to : route).find('[') != std::string::npos;  // "sip:100@[2001:db8::1]"
     begin(one, sip_call_direction::outgoing, over_ipv6);
-    one.media->set_port(one.rtp_port);
+    place(one, *one.media);
     one.record->far = to;
     one.record->lift_to_tone_ms = from.lift_to_tone_ms;
     one.record->last_key_ms = from.last_key_ms;
     bool const hidden = std::exchange(one.anonymous, false);
     std::string const headers = std::exchange(one.invite_headers, "") + (hidden ? "Privacy: id\r\n" : "");
-    if (one.call->invite(agent.door(), to, hidden ? "sip:anonymous@anonymous.invalid" : own,
-                         hidden ? "Anonymous" : from.settings.display_name, hidden ? "anonymous" : from.settings.user,
-                         route, headers))
+    if (one.call->invite(agent.door(), agent.stack(),
+                         {.to = to,
+                          .from = hidden ? "sip:anonymous@anonymous.invalid" : own,
+                          .from_name = hidden ? "Anonymous" : from.settings.display_name,
+                          .user = hidden ? "anonymous" : from.settings.user,
+                          .route = route,
+                          .headers = headers}))
         return;
     std::fprintf(stderr, "line %d: can't call %s\n", one.line, to.c_str());
     owner.heard(*one.call, happening::far_fails);
@@ -123,7 +127,7 @@ void call_control::port_known(leg& one) {
 void call_control::begin(leg& one, sip_call_direction direction, bool over_ipv6) {
     channels.begin_stream(one);
     one.media = describe_media(one, over_ipv6);
-    one.call = std::make_unique<sip_call>(owner, *one.media, telephones.of(one).settings.login);
+    one.call = make_call(one, *one.media);
     one.record = call_record{.line = one.line, .direction = direction, .begun_ms = now()};
 }
 
@@ -132,6 +136,16 @@ std::unique_ptr<session_description> call_control::describe_media(leg const& one
     auto media = std::make_unique<session_description>(settings.ip_for(over_ipv6), own.codecs, own.ptime_ms, own.srtp);
     media->set_xr(own.xr);
     return media;
+}
+
+void call_control::place(leg const& one, session_description& words) {
+    words.set_port(one.rtp_port);
+    if (one.outside_rtp)
+        words.set_outside(*one.outside_rtp, one.outside_rtcp);
+}
+
+std::unique_ptr<sip_call> call_control::make_call(leg const& one, session_description& words) const {
+    return std::make_unique<sip_call>(owner, words, telephones.of(one).settings.login, settings.session_expires_s);
 }
 
 void call_control::media_agreed(leg& one, media_plan const& plan) {

@@ -36,6 +36,9 @@ public:
 
     /// What a call is to say and take; the description outlives the call.
     std::unique_ptr<session_description> describe_media(leg const& one, bool over_ipv6) const;
+    /// Where the leg's media are to be sent.
+    static void place(leg const& one, session_description& words);
+    std::unique_ptr<sip_call> make_call(leg const& one, session_description& words) const;
     /// Offer and answer have come to this.
     void media_agreed(leg& one, media_plan const& plan);
 

@@ -5,6 +5,7 @@
 #include "phone/configuration_section.h"
 #include "phone/network_configuration.h"
 #include "phone/session_description.h"
+#include "phone/session_timer.h"
 
 namespace fxsphone {
 
@@ -135,6 +136,9 @@ void read_calls(section& calls, phone_settings& settings) {
                  {{"keys", flash_use::keys}, {"swap", flash_use::swap}, {"conference", flash_use::conference}});
     calls.number("forward_ms", settings.times.forward_ms, 1000, 600'000);
     calls.text("state", settings.state_file);
+    calls.number("session_expires_s", settings.session_expires_s, 0, 86'400);
+    if (settings.session_expires_s != 0 && settings.session_expires_s < static_cast<int>(session_timer::least_s))
+        complain(*calls.find("session_expires_s"), "'session_expires_s' is to be 0 or at least 90 (RFC 4028)");
     calls.number("media_timeout_ms", settings.media_timeout_ms, 0, 600'000);
     if (settings.media_timeout_ms != 0 && settings.media_timeout_ms < shortest_media_timeout_ms)
         complain(*calls.find("media_timeout_ms"),
@@ -163,6 +167,7 @@ phone_settings read_all(toml::table const& file) {
         if (one.find("ip6") != nullptr && (!six || six->ip_bytes != 16))
             complain(*one.find("ip6"), "'" + settings.sip_ip6 + "' is no IPv6 address");
     });
+    in_section(whole, "network", [&](section& one) { read_network(one, settings); });
     in_section(whole, "tls", [&](section& one) { read_tls(one, settings.tls); });
     in_section(whole, "driver", [&](section& one) {
         one.text("ring", settings.ring_device);

@@ -20,13 +20,13 @@ fxsmedia::endpoint port_above(fxsmedia::endpoint one) {
 
 void media_channels::open(leg& one) {
     one.on_process = true;
-    one.rtp_port = 0;
+    one.rtp_port = one.asked_rtp_port = 0;
     one.heard = {};
     process.send(fxsmedia::open_command{.call = one.channel, .call_id = "fxsphone"});
 }
 
 void media_channels::close(leg& one) {
-    one.rtp_port = 0;
+    one.rtp_port = one.asked_rtp_port = 0;
     if (one.on_process)
         process.send(fxsmedia::end_command{.call = one.channel});
     one.on_process = false;

@@ -18,6 +18,7 @@ public:
     virtual void on(fxsmedia::driver_report const&) = 0;
     virtual void on(fxsmedia::rtcp_report const&) = 0;
     virtual void on(fxsmedia::new_ssrc_report const&) = 0;
+    virtual void on(fxsmedia::tunnel_report const&) = 0;
     virtual void on(fxsmedia::confirmed const&) = 0;
     void on(auto const&) {}
 

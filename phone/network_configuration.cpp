@@ -102,6 +102,10 @@ void read_media(section& line, telephone_settings& one) {
     });
 }
 
+void read_network(section& network, phone_settings& settings) {
+    host(network, "stun", settings.stun);
+}
+
 void read_tls(section& tls, tls_settings& chosen) {
     tls.number("port", chosen.port, 1, 65535);
     tls.yes_or_no("verify", chosen.verify);

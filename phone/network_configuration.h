@@ -13,6 +13,9 @@ std::vector<registrar_settings> read_registrars(section& whole, std::string cons
 /// The keys srtp and xr of a [[line]].
 void read_media(section& line, telephone_settings& one);
 
+/// [network]
+void read_network(section& network, phone_settings& settings);
+
 /// [tls]
 void read_tls(section& tls, tls_settings& chosen);
 

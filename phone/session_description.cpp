@@ -2,6 +2,8 @@
 
 #include "phone/libre.h"
 
+#include <arpa/inet.h>
+
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
@@ -108,6 +110,7 @@ session_description::session_description(std::string const& local_ip, std::vecto
     sa address;
     if (sa_set_str(&address, local_ip.c_str(), 0) != 0 || sdp_session_alloc(&session, &address) != 0)
         return;
+    family = sa_af(&address);
     constexpr std::uint16_t discard = 9;  // RFC 863; 0 would refuse the stream
     if (sdp_media_add(&audio, session, sdp_media_audio, discard, security.profile()) != 0)
         return;
@@ -132,6 +135,18 @@ session_description::~session_description() {
 void session_description::set_port(int rtp_port) {
     sdp_media_set_lport(audio, static_cast<std::uint16_t>(rtp_port));
     sdp_media_set_lport_rtcp(audio, static_cast<std::uint16_t>(rtp_port + 1));
+}
+
+void session_description::set_outside(fxsmedia::endpoint const& rtp, std::optional<fxsmedia::endpoint> const& rtcp) {
+    char ip[INET6_ADDRSTRLEN] = {};
+    inet_ntop(rtp.ip_bytes == 4 ? AF_INET : AF_INET6, rtp.ip, ip, sizeof ip);
+    sa address;
+    if (sa_set_str(&address, ip, 0) != 0 || sa_af(&address) != family)
+        return;
+    sdp_session_set_laddr(session, &address);
+    sdp_media_set_laddr(audio, &address);
+    sdp_media_set_lport(audio, rtp.port);
+    sdp_media_set_lport_rtcp(audio, rtcp ? rtcp->port : static_cast<std::uint16_t>(rtp.port + 1));
 }
 
 bool session_description::knows(std::string_view codec) {

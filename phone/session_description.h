@@ -42,6 +42,9 @@ public:
 
     /// Before the first offer() or answer(): where media is received, RTCP on the port above.
     void set_port(int rtp_port);
+    /// After set_port(): how RTP and, when that is known, RTCP look from outside. Of another family than the local
+    /// address they change nothing.
+    void set_outside(fxsmedia::endpoint const& rtp, std::optional<fxsmedia::endpoint> const& rtcp);
 
     /// Before the first offer() or answer(): RTCP XR blocks that may be sent, of those that knows_xr().
     void set_xr(std::vector<std::string> const& blocks) { xr_blocks = blocks; }
@@ -73,6 +76,7 @@ private:
     sdp_session* session = nullptr;
     sdp_media* audio = nullptr;
     media_security security;
+    int family = 0;  ///< of the local address
     int local_ptime_ms;
     std::vector<std::string> xr_blocks;
 };

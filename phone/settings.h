@@ -81,13 +81,15 @@ struct phone_settings {
     int sip_port = 5060;
     std::string domain;  ///< of the telephones' own addresses; empty: sip_ip:sip_port
     tls_settings tls;
-    std::string instance;       ///< UUID of the device (RFC 5626 section 4.1), needed for outbound
-    std::string ring_device;    ///< the line's number is appended; empty: none
-    ring_cadence cadence;       ///< told to the driver; empty: it rings as it does
-    int tone_set = 1;           ///< of the control protocol, 1 to 16
-    bool led = true;            ///< the call LED shows what the telephones do
-    std::string status_socket;  ///< empty: none
-    int media_timeout_ms = 0;   ///< without any packet a call is said to have lost its media; 0: never
+    std::string stun;              ///< "host" or "host:port" of a server; empty: none
+    std::string instance;          ///< UUID of the device (RFC 5626 section 4.1), needed for outbound
+    std::string ring_device;       ///< the line's number is appended; empty: none
+    ring_cadence cadence;          ///< told to the driver; empty: it rings as it does
+    int tone_set = 1;              ///< of the control protocol, 1 to 16
+    bool led = true;               ///< the call LED shows what the telephones do
+    std::string status_socket;     ///< empty: none
+    int session_expires_s = 1800;  ///< of calls, asked for (RFC 4028 section 4 recommends this); 0: no session timers
+    int media_timeout_ms = 0;      ///< without any packet a call is said to have lost its media; 0: never
     bool media_timeout_ends = true;
     std::string state_file;  ///< what was chosen by codes; empty: forgotten at the end
     line_settings times;

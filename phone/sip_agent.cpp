@@ -1,6 +1,7 @@
 #include "phone/sip_agent.h"
 
 #include "phone/libre.h"
+#include "phone/sip_methods.h"
 
 #include <algorithm>
 #include <cctype>
@@ -13,7 +14,6 @@ namespace fxsphone {
 namespace {
 
 constexpr std::uint32_t hash_buckets = 32;
-constexpr char const* allow = "Allow: INVITE,ACK,BYE,CANCEL,OPTIONS,REFER,NOTIFY,INFO\r\n";
 
 void print_message(bool sent, sip_transp transport, sa const* from, sa const* to, std::uint8_t const* bytes,
                    std::size_t length, void*) {
@@ -38,10 +38,12 @@ struct sip_agent::handlers {
     /// Refuses what cannot be a good request, whatever it is about; libre takes much that is not one. ACK has no
     /// answer, and what CANCEL requires does not count.
     static bool screen(sip_msg const* request, void* arg) {
-        sip* const stack = static_cast<sip_agent*>(arg)->transactions;
+        auto const& self = *static_cast<sip_agent*>(arg);
+        sip* const stack = self.transactions;
         if (pl_strcmp(&request->met, "ACK") == 0)
             return false;
-        std::string const unknown = pl_strcmp(&request->met, "CANCEL") == 0 ? "" : unknown_extensions(request);
+        bool const is_cancel = pl_strcmp(&request->met, "CANCEL") == 0;
+        std::string const unknown = is_cancel ? "" : unknown_extensions(request, self.knows_timers);
         if (!is_whole(request))
             sip_reply(stack, request, 400, "Bad Request");
         else if (pl_strcasecmp(&request->uri.scheme, "sip") != 0 && pl_strcasecmp(&request->uri.scheme, "sips") != 0)
@@ -66,18 +68,22 @@ struct sip_agent::handlers {
     }
     static void invite(sip_msg const* request, void* arg) { static_cast<sip_agent*>(arg)->invited(request); }
     /// What a request requires and we cannot do (RFC 3261 section 8.2.2.3), separated by commas.
-    static std::string unknown_extensions(sip_msg const* request) {
-        std::string unknown;
+    static std::string unknown_extensions(sip_msg const* request, bool knows_timers) {
+        struct search {
+            bool knows_timers;
+            std::string unknown;
+        } found{knows_timers, ""};
         sip_msg_hdr_apply(
             request, true, SIP_HDR_REQUIRE,
             [](sip_hdr const* header, sip_msg const*, void* arg) {
-                if (pl_strcasecmp(&header->val, "replaces") != 0)
-                    *static_cast<std::string*>(arg) +=
-                        (static_cast<std::string*>(arg)->empty() ? "" : ",") + text_of(header->val);
+                auto& in = *static_cast<search*>(arg);
+                bool const timer = in.knows_timers && pl_strcasecmp(&header->val, "timer") == 0;
+                if (!timer && pl_strcasecmp(&header->val, "replaces") != 0)
+                    in.unknown += (in.unknown.empty() ? "" : ",") + text_of(header->val);
                 return false;
             },
-            &unknown);
-        return unknown;
+            &found);
+        return found.unknown;
     }
     static bool other(sip_msg const* request, void* arg) {
         sip* const stack = static_cast<sip_agent*>(arg)->transactions;
@@ -85,14 +91,17 @@ struct sip_agent::handlers {
             return true;
         if (is_any_of(request, {"INVITE", "BYE", "CANCEL", "NOTIFY"}))
             return false;
-        if (is_any_of(request, {"OPTIONS"}))
+        if (is_any_of(request, {"UPDATE"}))
+            static_cast<sip_agent*>(arg)->updated(request);
+        else if (is_any_of(request, {"OPTIONS"}))
             sip_treplyf(nullptr, nullptr, stack, request, false, 200, "OK",
-                        "%sAccept: application/sdp\r\nContent-Length: 0\r\n\r\n", allow);
+                        "%sAccept: application/sdp\r\nContent-Length: 0\r\n\r\n", allowed_methods);
         else if (is_any_of(request, {"REFER"}))  // whoever reaches us could make calls at our owner's expense
-            sip_treplyf(nullptr, nullptr, stack, request, false, 603, "Decline", "%sContent-Length: 0\r\n\r\n", allow);
+            sip_treplyf(nullptr, nullptr, stack, request, false, 603, "Decline", "%sContent-Length: 0\r\n\r\n",
+                        allowed_methods);
         else
             sip_treplyf(nullptr, nullptr, stack, request, false, 501, "Not Implemented", "%sContent-Length: 0\r\n\r\n",
-                        allow);
+                        allowed_methods);
         return true;
     }
     static bool is_any_of(sip_msg const* request, std::initializer_list<char const*> methods) {
@@ -109,8 +118,11 @@ sip_agent::~sip_agent() {
     mem_deref(names);
 }
 
-std::string sip_agent::start(phone_settings const& settings, bool trace, incoming_handler handler) {
-    invited = std::move(handler);
+std::string sip_agent::start(phone_settings const& settings, bool trace, incoming_handler inviting,
+                             incoming_handler updating) {
+    invited = std::move(inviting);
+    updated = std::move(updating);
+    knows_timers = settings.session_expires_s != 0;
     names = system_names();
     int failed = sip_alloc(&transactions, names, hash_buckets, hash_buckets, hash_buckets, "fxsphone " FXSMEDIA_VERSION,
                            handlers::ended, this);

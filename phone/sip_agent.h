@@ -25,7 +25,8 @@ public:
 
     /// Listens on UDP and TCP, on TLS where a registrar is reached by it or we have a certificate. An empty text, or
     /// what went wrong.
-    std::string start(phone_settings const& settings, bool trace, incoming_handler handler);
+    /// `updating` takes UPDATE (RFC 3311).
+    std::string start(phone_settings const& settings, bool trace, incoming_handler inviting, incoming_handler updating);
     /// Ends transactions in their own time, then libre's main loop.
     void stop();
 
@@ -34,6 +35,8 @@ public:
 
     sipsess_sock* door() const { return sessions; }
     sip* stack() const { return transactions; }
+    /// nullptr: the system has none.
+    dnsc* name_servers() const { return names; }
 
 private:
     struct handlers;
@@ -48,6 +51,8 @@ private:
     dnsc* names = nullptr;
     tls_context security;
     incoming_handler invited;
+    incoming_handler updated;
+    bool knows_timers = false;
 };
 
 }  // namespace fxsphone

@@ -1,6 +1,7 @@
 #include "phone/sip_call.h"
 
 #include "phone/registration.h"
+#include "phone/sip_methods.h"
 
 #include <utility>
 
@@ -43,6 +44,8 @@ struct sip_call::handlers {
         *description = has_offer ? call.media.answer(call.holds) : call.media.offer(call.holds);
         if (has_offer)
             call.agreed();
+        if (call.answered)
+            call.timer.take_over();
         return *description == nullptr ? ENOMEM : 0;
     }
     static int answer(sip_msg const* message, void* arg) {
@@ -66,8 +69,10 @@ struct sip_call::handlers {
     }
     static void established(sip_msg const* message, void* arg) {
         sip_call& call = of(arg);
-        if (!call.incoming)
+        if (!call.incoming) {
             call.code = message->scode;
+            call.timer.answered(message);
+        }
         call.note_dialog(message);
         if (!std::exchange(call.answered, true))
             call.owner.heard(call, happening::far_answers);
@@ -79,8 +84,10 @@ struct sip_call::handlers {
         sip_treply(nullptr, stack, request, key ? 200 : 415, key ? "OK" : "Unsupported Media Type");
     }
     static void referred(sip*, sip_msg const* request, void* arg) { of(arg).owner.referred(of(arg), request); }
-    static void closed(int, sip_msg const* message, void* arg) {
+    static void closed(int error, sip_msg const* message, void* arg) {
         sip_call& call = of(arg);
+        if (message != nullptr && !message->req && call.tries_again(error, message))
+            return;
         bool const ended = call.answered || call.incoming;
         if (message != nullptr && !message->req)
             call.code = message->scode;
@@ -88,25 +95,61 @@ struct sip_call::handlers {
     }
 };
 
+sip_call::sip_call(call_owner& told, session_description& words, credentials const& login, int expires_s)
+    : owner(told),
+      media(words),
+      authentication(login),
+      timer(
+          static_cast<std::uint32_t>(expires_s), [this] { refresh(); }, [this] { over(happening::far_fails); }) {}
+
 sip_call::~sip_call() {
-    mem_deref(session);
+    hang_up();
 }
 
-bool sip_call::invite(sipsess_sock* door, std::string const& to, std::string const& from, std::string const& from_name,
-                      std::string const& user, std::string const& route, std::string const& headers) {
-    far = number = to;
-    char const* routes[] = {route.c_str()};
+void sip_call::hang_up() {
+    under_way = static_cast<struct sip_request*>(mem_deref(under_way));
+    if (session != nullptr && answered && !proofs.empty())
+        sipsess_set_close_headers(session, "%s", proofs.headers("BYE", contact).c_str());
+    session = static_cast<sipsess*>(mem_deref(session));
+}
+
+bool sip_call::invite(sipsess_sock* door, sip* stack, invitation const& wanted) {
+    sessions = door;
+    transactions = stack;
+    asked = wanted;
+    far = number = asked.to;
+    return connect();
+}
+
+bool sip_call::connect() {
+    char const* routes[] = {asked.route.c_str()};
+    std::string const headers = allowed_methods + std::string("Supported: replaces\r\n") + timer.for_request() +
+                                proofs.headers("INVITE", asked.to) + asked.headers;
     mbuf* const offer = media.offer();
     int const failed = sipsess_connect(
-        &session, door, to.c_str(), from_name.empty() ? nullptr : from_name.c_str(), from.c_str(), user.c_str(), routes,
-        route.empty() ? 0 : 1, sdp_type, offer, answer_challenge, const_cast<credentials*>(&authentication), false,
-        handlers::offer, handlers::answer, handlers::progress, handlers::established, handlers::informed,
-        handlers::referred, handlers::closed, this, headers.empty() ? nullptr : "%s", headers.c_str());
+        &session, sessions, asked.to.c_str(), asked.from_name.empty() ? nullptr : asked.from_name.c_str(),
+        asked.from.c_str(), asked.user.c_str(), routes, asked.route.empty() ? 0 : 1, sdp_type, offer, answer_challenge,
+        const_cast<credentials*>(&authentication), false, handlers::offer, handlers::answer, handlers::progress,
+        handlers::established, handlers::informed, handlers::referred, handlers::closed, this, "%s", headers.c_str());
     mem_deref(offer);
     return failed == 0;
 }
 
+/// With what a refusal of our INVITE asks for: a longer session timer, or a proof that libre cannot give (ENOSYS).
+bool sip_call::tries_again(int error, sip_msg const* response) {
+    bool const unknown_digest = error == ENOSYS && (response->scode == 401 || response->scode == 407);
+    if (incoming || answered ||
+        !((response->scode == 422 && timer.raised(response)) ||
+          (unknown_digest && proofs.take(response, authentication).empty())))
+        return false;
+    session = static_cast<sipsess*>(mem_deref(session));
+    return connect();
+}
+
 bool sip_call::take(sipsess_sock* door, sip* stack, sip_msg const* request, std::string const& user) {
+    sessions = door;
+    transactions = stack;
+    asked.user = user;
     incoming = true;
     far = text_of(request->from.auri);
     number = text_of(request->from.uri.user);
@@ -119,10 +162,16 @@ bool sip_call::take(sipsess_sock* door, sip* stack, sip_msg const* request, std:
                     "Accept: %s\r\nContent-Length: 0\r\n\r\n", sdp_type);
         return false;
     }
+    if (timer.is_too_short(request)) {
+        sip_treplyf(nullptr, nullptr, stack, request, false, 422, "Session Interval Too Small",
+                    "Min-SE: %u\r\nContent-Length: 0\r\n\r\n", session_timer::least_s);
+        return false;
+    }
     if (offered && !read(request, true)) {
         sip_treply(nullptr, stack, request, 488, "Not Acceptable Here");
         return false;
     }
+    timer_headers = timer.accept(request);
     return sipsess_accept(&session, door, request, 180, "Ringing", user.c_str(), sdp_type, nullptr, answer_challenge,
                           const_cast<credentials*>(&authentication), false, handlers::offer, handlers::answer,
                           handlers::established, handlers::informed, handlers::referred, handlers::closed, this,
@@ -133,9 +182,12 @@ bool sip_call::answer(bool on_hold) {
     holds = on_hold;
     mbuf* const description = offered ? media.answer(on_hold) : media.offer(on_hold);
     bool const sent =
-        session != nullptr && description != nullptr && sipsess_answer(session, 200, "OK", description, nullptr) == 0;
+        session != nullptr && description != nullptr &&
+        sipsess_answer(session, 200, "OK", description, "%s%s", allowed_methods, timer_headers.c_str()) == 0;
     mem_deref(description);
     code = 200;
+    if (sent)
+        timer.begin();
     if (sent && offered)
         agreed();
     return sent;
@@ -181,6 +233,7 @@ sip_dialog* sip_call::sip_side() const {
 
 /// A request tells of the caller's end in From, a response of the called one's in To.
 void sip_call::note_dialog(sip_msg const* message) {
+    can_update = can_update || sip_msg_hdr_has_value(message, SIP_HDR_ALLOW, "UPDATE");
     std::string const from = text_of(message->from.tag);
     std::string const to = text_of(message->to.tag);
     dialog = {text_of(message->callid), message->req ? to : from, message->req ? from : to};
@@ -202,7 +255,7 @@ void sip_call::agreed() {
 }
 
 void sip_call::over(happening what) {
-    session = static_cast<sipsess*>(mem_deref(session));
+    hang_up();
     owner.heard(*this, what);  // the last thing: it may destroy the call
 }
 

@@ -2,8 +2,10 @@
 
 #include <string>
 
+#include "phone/digest.h"
 #include "phone/line.h"
 #include "phone/session_description.h"
+#include "phone/session_timer.h"
 #include "phone/settings.h"
 
 struct sip_msg;
@@ -37,22 +39,30 @@ struct dialog_id {
     bool operator==(dialog_id const&) const = default;
 };
 
+/// A call that is to be made.
+struct invitation {
+    std::string to;         ///< an address as "sip:user@host"
+    std::string from;       ///< likewise
+    std::string from_name;  ///< empty: none
+    std::string user;       ///< of our own contact address
+    std::string route;      ///< address of the first hop; empty: `to`
+    std::string headers;    ///< further ones, each with its line end
+};
+
 /// One SIP session (RFC 3261) with its offer and answer. Destroying it ends the call: CANCEL, BYE or a refusal,
 /// whatever fits.
 class sip_call {
 public:
-    /// `login` answers challenges to the call's requests; it lives as long as the SIP stack.
-    sip_call(call_owner& told, session_description& words, credentials const& login)
-        : owner(told), media(words), authentication(login) {}
+    /// `login` answers challenges to the call's requests; it lives as long as the SIP stack. `expires_s`: the session
+    /// timer to ask for, 0: none.
+    sip_call(call_owner& told, session_description& words, credentials const& login, int expires_s);
     ~sip_call();
     sip_call(sip_call const&) = delete;
 
-    /// Calls `to`, an address as "sip:user@host", from `from`; first hop is `route`, an address, too, unless it is
-    /// empty. `headers`: further ones, each with its line end. false: it is no address, or there is no way to it.
-    bool invite(sipsess_sock* door, std::string const& to, std::string const& from, std::string const& from_name,
-                std::string const& user, std::string const& route, std::string const& headers = {});
+    /// Calls. false: it is no address, or there is no way to it.
+    bool invite(sipsess_sock* door, sip* stack, invitation const& wanted);
     /// Takes an INVITE that came in and says that the telephone rings. false: refused, with 415 for a body that
-    /// is no SDP and 488 for an offer without anything that we can code.
+    /// is no SDP, 422 for a session timer that is too short, and 488 for an offer without anything that we can code.
     bool take(sipsess_sock* door, sip* stack, sip_msg const* request, std::string const& user);
     /// Accepts it; set_port() of the description comes before. On hold the far end may not send.
     bool answer(bool on_hold = false);
@@ -61,6 +71,8 @@ public:
     void redirect(std::string const& to);
     /// Sends a key as INFO with application/dtmf-relay; nothing before the call was answered.
     void send_info(char key);
+    /// The far end's UPDATE (RFC 3311), which is answered: it refreshes the session, or makes an offer.
+    void update(sip_msg const* request);
     /// A new offer: the far end may not send any more, or may again. Nothing when another offer is under way.
     void hold(bool on);
 
@@ -78,7 +90,13 @@ public:
 
 private:
     struct handlers;
+    struct updates;
 
+    bool connect();
+    bool tries_again(int error, sip_msg const* response);
+    void refresh();
+    void send_update();
+    void hang_up();
     void note_dialog(sip_msg const* message);
     bool read(sip_msg const* message, bool is_offer);
     void agreed();
@@ -88,14 +106,22 @@ private:
     session_description& media;
     credentials const& authentication;
     sipsess* session = nullptr;
+    sipsess_sock* sessions = nullptr;
+    sip* transactions = nullptr;
+    invitation asked;  ///< of an outgoing call; of an incoming one only `user`
+    session_timer timer;
+    std::string timer_headers;                ///< for the answer to the far end's INVITE
+    digest_answers proofs;                    ///< for requests that libre does not answer challenges to
+    struct sip_request* under_way = nullptr;  ///< an UPDATE
     std::string far, number, name, contact;
     dialog_id dialog;
     int code = 0;
     int alert = 1;
     bool answered = false;
     bool incoming = false;
-    bool offered = false;  ///< the far end's INVITE had a description
-    bool holds = false;    ///< the far end may not send
+    bool offered = false;     ///< the far end's INVITE had a description
+    bool holds = false;       ///< the far end may not send
+    bool can_update = false;  ///< the far end knows UPDATE
 };
 
 }  // namespace fxsphone

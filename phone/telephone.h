@@ -25,12 +25,14 @@ struct leg {
     int line = 0;
 
     // media_channels
-    bool on_process = false;                    ///< its channel was opened and not ended yet
-    int rtp_port = 0;                           ///< 0: the process has not told yet
-    std::uint8_t ssrc[4] = {};                  ///< kept through the call's changes
-    std::optional<srtp_plan> srtp;              ///< the keys that its channel has
-    std::optional<fxsmedia::endpoint> offered;  ///< where the far end wants RTP
-    std::optional<fxsmedia::endpoint> source;   ///< where it comes from, when that was a private address
+    bool on_process = false;  ///< its channel was opened and not ended yet
+    int rtp_port = 0;         ///< 0: the process has not told yet
+    int asked_rtp_port = 0;   ///< while a STUN server is asked how it looks from outside; else 0
+    std::optional<fxsmedia::endpoint> outside_rtp, outside_rtcp;  ///< what it said
+    std::uint8_t ssrc[4] = {};                                    ///< kept through the call's changes
+    std::optional<srtp_plan> srtp;                                ///< the keys that its channel has
+    std::optional<fxsmedia::endpoint> offered;                    ///< where the far end wants RTP
+    std::optional<fxsmedia::endpoint> source;  ///< where it comes from, when that was a private address
 
     // call_control
     std::string to_invite;  ///< once the port is known

@@ -60,8 +60,8 @@ bool transfers::takes_over(sip_msg const* request) {
 void transfers::take_over(leg& one, sip_msg const* request) {
     telephone_settings const& own = telephones.of(one).settings;
     auto media = calls.describe_media(one, sa_af(&request->src) == AF_INET6);
-    auto call = std::make_unique<sip_call>(owner, *media, own.login);
-    media->set_port(one.rtp_port);
+    auto call = calls.make_call(one, *media);
+    calls.place(one, *media);
     if (!call->take(agent.door(), agent.stack(), request, own.user))
         return;
     one.call = std::move(call);  // the old call ends with BYE

@@ -33,6 +33,8 @@ TEST(phone_configuration, names_the_place_of_a_mistake) {
              {process + "[ring]\ncountry = \"d \"\n", "f:4:11: the cadence of 'd ' is not known, 'cadence' takes any"},
              {process + "[ring]\ncadence = [1000, 49]\n",
               "f:4:18: 'cadence' is to be up to 8 numbers from 50 to 10000"},
+             {process + "[calls]\nsession_expires_s = 89\n",
+              "f:4:21: 'session_expires_s' is to be 0 or at least 90 (RFC 4028)"},
              {process + "[codes]\ncall_back = \"69x\"\n",
               "f:4:13: 'call_back' is to be made of the keys 0 to 9, * and #"},
              {process + "[codes]\nforward_off = \"#1\"\nhide_number = \"#1\"\n", "f:5:15: '#1' has a meaning already"},

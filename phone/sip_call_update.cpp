@@ -1,0 +1,82 @@
+#include "phone/libre.h"
+#include "phone/sip_call.h"
+
+/// Refreshing a call, and being refreshed: UPDATE (RFC 3311), which libre does not know, on libre's dialog.
+namespace fxsphone {
+
+/// What libre calls; `arg` is the call.
+struct sip_call::updates {
+    static int write_contact(sip_transp transport, sa const* own, sa const*, mbuf* out, void* arg) {
+        sip_contact own_contact;
+        sip_contact_set(&own_contact, static_cast<sip_call const*>(arg)->asked.user.c_str(), own, transport);
+        return mbuf_printf(out, "%H", sip_contact_print, &own_contact);
+    }
+
+    static void answered(int error, sip_msg const* response, void* arg) {
+        sip_call& call = *static_cast<sip_call*>(arg);
+        int const status = error != 0 || response == nullptr ? 408 : response->scode;
+        if (status < 200)
+            return;
+        if (status < 300)
+            call.timer.answered(response);
+        else if (status == 408 || status == 481)  // RFC 4028 section 7.3
+            call.over(happening::far_fails);
+        else if (status == 422 && call.timer.raised(response))
+            call.send_update();
+        else if ((status == 401 || status == 407) && call.proofs.take(response, call.authentication).empty())
+            call.send_update();
+        else if (status == 405 || status == 501) {
+            call.can_update = false;
+            call.refresh();
+        }
+    }
+};
+
+void sip_call::refresh() {
+    if (can_update)
+        send_update();
+    else
+        hold(holds);  // an offer with nothing new in it
+}
+
+void sip_call::send_update() {
+    if (session == nullptr || under_way != nullptr)
+        return;
+    std::string const headers = proofs.headers("UPDATE", contact) + timer.for_request();
+    sip_drequestf(&under_way, transactions, true, "UPDATE", sip_side(), 0, nullptr, updates::write_contact,
+                  updates::answered, this, "%sContent-Length: 0\r\n\r\n", headers.c_str());
+}
+
+void sip_call::update(sip_msg const* request) {
+    bool const offers = mbuf_get_left(request->mb) > 0;
+    if (session == nullptr || !sip_dialog_rseq_valid(sip_side(), request) || (offers && !answered)) {
+        sip_treply(nullptr, transactions, request, 500, "Server Internal Error");
+        return;
+    }
+    if (timer.is_too_short(request)) {
+        sip_treplyf(nullptr, nullptr, transactions, request, false, 422, "Session Interval Too Small",
+                    "Min-SE: %u\r\nContent-Length: 0\r\n\r\n", session_timer::least_s);
+        return;
+    }
+    if (offers && !read(request, true)) {
+        sip_treply(nullptr, transactions, request, 488, "Not Acceptable Here");
+        return;
+    }
+    sip_dialog_update(sip_side(), request);
+    mbuf* const description = offers ? media.answer(holds) : nullptr;
+    sip_contact own_contact;
+    sip_contact_set(&own_contact, asked.user.c_str(), &request->dst, request->tp);
+    sip_treplyf(nullptr, nullptr, transactions, request, true, 200, "OK", "%H%s%sContent-Length: %zu\r\n\r\n%b",
+                sip_contact_print, &own_contact, timer.accept(request).c_str(),
+                offers ? "Content-Type: application/sdp\r\n" : "",
+                description == nullptr ? std::size_t(0) : mbuf_get_left(description),
+                description == nullptr ? nullptr : mbuf_buf(description),
+                description == nullptr ? std::size_t(0) : mbuf_get_left(description));
+    mem_deref(description);
+    if (answered)
+        timer.begin();
+    if (offers)
+        agreed();
+}
+
+}  // namespace fxsphone
