@@ -3,7 +3,10 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <net/if.h>
+#include <sched.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <sys/socket.h>
 #include <sys/wait.h>
@@ -35,16 +38,14 @@ protocol::address loopback(std::uint16_t port) {
 
 }  // namespace
 
+bool const own_network = [] {
+    ifreq loopback{.ifr_ifrn = {"lo"}};
+    loopback.ifr_flags = IFF_UP;
+    return unshare(CLONE_NEWNET) == 0 && ioctl(socket(AF_INET, SOCK_DGRAM, 0), SIOCSIFFLAGS, &loopback) == 0;
+}();
+
 std::uint16_t free_port() {
-    int const fd = socket(AF_INET, SOCK_DGRAM, 0);
-    sockaddr_in address{};
-    address.sin_family = AF_INET;
-    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-    socklen_t length = sizeof address;
-    bind(fd, reinterpret_cast<sockaddr*>(&address), length);
-    getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length);
-    close(fd);
-    return ntohs(address.sin_port);
+    return protocol::control_client::connect_udp("127.0.0.1", 9).local_port();
 }
 
 telephones::telephones(std::vector<fxsline::speech> says) : directory(temporary_directory()), ears(4) {

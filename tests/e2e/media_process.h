@@ -9,6 +9,10 @@
 #include "tools/fxsline/line_mount.h"
 #include "tools/protocol/control_client.h"
 
+/// Whether this program has a loopback interface of its own, so that what other programs send to ports that were free a
+/// moment ago cannot disturb it. It takes one when it starts, if it may.
+extern bool const own_network;
+
 /// A free UDP port of 127.0.0.1.
 std::uint16_t free_port();
 

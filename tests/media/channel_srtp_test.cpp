@@ -145,51 +145,6 @@ TEST_F(secure, received_numbers_wrap_in_any_order) {
         }
 }
 
-// A new stream starts at rollover counter 0 with the same keys, whatever the old one had reached.
-TEST_F(secure, another_ssrc_takes_over) {
-    key(1, 2);
-    libsrtp_peer sender(libsrtp_peer::sends, material(1));
-    heard(sender, 65535, 1);
-    EXPECT_EQ(heard(sender, 0, 2), 2);
-    EXPECT_EQ(heard(sender, 40000, 3, other_ssrc), 0) << "while the old one lives, it stays";
-    at_ms += 200;
-    EXPECT_EQ(heard(sender, 40001, 4, other_ssrc), 4);
-    EXPECT_EQ(heard(sender, 40002, 5, other_ssrc), 5);
-    start();
-    key(1, 2);
-    EXPECT_EQ(heard(sender, 7, 6, 0xCCCC0003), 6);
-}
-
-// The sender's counter stands at 5, after 87 minutes of 50 packets a second.
-TEST_F(secure, the_rollover_counter_outlives_forged_packets_and_new_keys) {
-    libsrtp_peer first(libsrtp_peer::sends, material(1)), second(libsrtp_peer::sends, material(2)),
-        wrong(libsrtp_peer::sends, material(3));
-    auto const go_on = [&](libsrtp_peer& sender, int packets) {
-        for (; packets > 0; packets--)
-            follows(sender, newest + 1);
-    };
-    key(1, 9);
-    leap(first, 0x50000);
-    auto const begin = [&](libsrtp_peer& sender, unsigned counter) {
-        packet_of(sender, newest, 77);
-        EXPECT_TRUE(sender.set_roc(first_ssrc, counter));
-    };
-    go_on(first, 20);
-    at_ms += 110;
-    EXPECT_EQ(heard(named_packet(7, 77, other_ssrc).build()), 0);
-    begin(wrong, 5);
-    EXPECT_EQ(heard(wrong, newest + 1, 77), 0);
-    go_on(first, 20);
-    leap(first, 0x5FFFF);
-    at_ms += 110;
-    deliver(named_packet(7, 77, other_ssrc).build());
-    go_on(first, 3);  // and wraps meanwhile
-    key(2, 9);
-    EXPECT_EQ(heard(first, newest + 1, 77), 0) << "under the old key";
-    begin(second, 6);
-    go_on(second, 20);
-}
-
 /// With the extension `srtp`.
 class checking : public secure {
 protected:

@@ -16,20 +16,9 @@ constexpr long most_descriptors = protocol::call_count * 6 + protocol::slot_coun
 struct options {
     double minutes = 1;
     unsigned seed = 1;
-    bool real_time = false, attack = false;
+    bool real_time = false;
     steady::duration length() const { return std::chrono::duration_cast<steady::duration>(60s * minutes); }
 };
-
-struct rule {
-    bool holds;
-    char const* text;
-};
-/// Whether all hold.
-bool print(std::vector<rule> const& rules) {
-    for (auto const& [holds, text] : rules)
-        std::printf("%s%s\n", holds ? "ok      " : "FAILED  ", text);
-    return std::ranges::all_of(rules, &rule::holds);
-}
 
 class soak {
 public:
@@ -124,20 +113,22 @@ private:
         bool const short_run = wanted.minutes < judged_from_minutes;
         unsigned const machine_late = clock.control.above_10_ms() + clock.clock.above_10_ms();
         int const machine_worst_ms = std::max<int>(clock.control.worst_ms, clock.clock.worst_ms);
-        bool const well =
-            print({{process.alive() && audit.answers == traffic.questions, "the process lives and answers"},
-                   {traffic.begun > 0 && traffic.failed == 0, "every call could be begun"},
-                   {audit.unexplained == 0, "every report and log line is explained"},
-                   {audit.longest_gap_s < 1.95 + machine_worst_ms / 1000.0, "no heartbeat was lost"},
-                   {leaked == 0 && most <= before.descriptors + most_descriptors, "descriptors come back"},
-                   {traffic.far_packets > 0 && traffic.far_gaps == 0, "far ends got every packet, in order"},
-                   {short_run || grown_kb <= most_growth_kb, "memory stays after the first pause"},
-                   {short_run || clock.process.above_10_ms() <= 2 * machine_late + 2, "late only when the machine is"},
-                   {short_run || total(&fxsline::line_counters::overruns) == 0 || machine_worst_ms > 40,
-                    "no block that a line said was lost"}});
+        std::pair<bool, char const*> const rules[] = {
+            {process.alive() && audit.answers == traffic.questions, "the process lives and answers"},
+            {traffic.begun > 0 && traffic.failed == 0, "every call could be begun"},
+            {audit.unexplained == 0, "every report and log line is explained"},
+            {audit.longest_gap_s < 1.95 + machine_worst_ms / 1000.0, "no heartbeat was lost"},
+            {leaked == 0 && most <= before.descriptors + most_descriptors, "descriptors come back"},
+            {traffic.far_packets > 0 && traffic.far_gaps == 0, "far ends got every packet, in order"},
+            {short_run || grown_kb <= most_growth_kb, "memory stays after the first pause"},
+            {short_run || clock.process.above_10_ms() <= 2 * machine_late + 2, "late only when the machine is"},
+            {short_run || total(&fxsline::line_counters::overruns) == 0 || machine_worst_ms > 40,
+             "no block that a line said was lost"}};
+        for (auto const& [holds, text] : rules)
+            std::printf("%s%s\n", holds ? "ok      " : "FAILED  ", text);
         std::printf("memory grew by %ld kB after the first pause, descriptors leaked %ld; repeat with --seed %u\n",
                     grown_kb, leaked, wanted.seed);
-        return well;
+        return std::ranges::all_of(rules, [](auto const& rule) { return rule.first; });
     }
 
     options wanted;
@@ -154,26 +145,6 @@ private:
     long leaked = 0, most = 0, grown_kb = 0;
 };
 
-/// Large packets of every shape to eight channels, as many as a processor can send.
-bool attack(options const& chosen) {
-    controlled_process process({});
-    eight_channels attacked(process);
-    usage const before(process.process.pid());
-    // A process with sanitizers takes 13 MB at rest, one without 2 MB, and more for each block.
-    long const most_kb = before.resident_kb > 6144 ? most_flooded_kb * 3 / 2 : most_flooded_kb;
-    for (auto const until = steady::now() + chosen.length(); steady::now() < until;)
-        for (shape const& s : shapes())
-            attacked.fill(s, [] {});
-    int const answered_ms = answer_ms(process);
-    usage const after(process.process.pid());
-    std::printf("%u packets, answered within %d ms, RSS %ld kB more (at most %ld)\n",
-                8 * static_cast<unsigned>(attacked.sequence - 40000), answered_ms,
-                after.resident_kb - before.resident_kb, after.peak_kb - before.resident_kb);
-    return print({{answered_ms >= 0, "the process lives and answers"},
-                  {after.descriptors == before.descriptors, "descriptors come back"},
-                  {after.peak_kb - before.resident_kb < most_kb, "memory stays within its bounds"}});
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -182,13 +153,10 @@ int main(int argc, char** argv) {
     app.add_option("--minutes", chosen.minutes, "how long")->capture_default_str();
     app.add_option("--seed", chosen.seed, "of all decisions")->capture_default_str();
     app.add_flag("--real-time", chosen.real_time, "process and telephones with real-time priority");
-    app.add_flag("--attack", chosen.attack, "instead of calls: eight channels flooded with large packets");
     app.add_option_function<std::string>(
         "--process", [](std::string const& path) { setenv("FXSMEDIA_PROCESS", path.c_str(), 1); },
         "the process to be watched instead of that of this build");
     CLI11_PARSE(app, argc, argv);
-    if (chosen.attack)
-        return attack(chosen) ? 0 : 1;
     if (chosen.real_time && !take_priority(interrupt_priority))
         return std::cerr << "no right to real-time priority\n", 1;
     return soak(chosen).run() ? 0 : 1;

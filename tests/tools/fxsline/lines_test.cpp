@@ -1,9 +1,8 @@
-// The lines without FUSE: speech, queues, counters, events, the LED's timeline, scripts.
+// The lines without FUSE: speech, queues, counters, the LED's timeline, scripts.
 #include <gtest/gtest.h>
 #include <sndfile.h>
 #include <sys/stat.h>
 
-#include <cerrno>
 #include <cmath>
 #include <numbers>
 #include <random>
@@ -141,32 +140,6 @@ TEST(speech, commands_are_taken_or_refused_with_a_reason) {
     block out;
     load_speech(directory.path("stereo"), true).value->next(out);
     EXPECT_EQ(samples(out.begin(), out.begin() + 3), (samples{12288, -16384, 12288}));
-}
-
-TEST(line_bank, requests_answer_and_report) {
-    std::string log;
-    line_bank bank({.base_answers = {{3, 17}, {4, -EIO}}},
-                   [&](line_event const& event) { log += event_text(event).substr(8) + "\n"; });
-    bank.line(1).write(counting(100));
-    std::string answers;
-    for (unsigned const number :
-         {0x20003003, 0x20003004, 0x20003fff, 0x20003005, 0x20003006, 0x20003007, 0x20004003, 0x30003003}) {
-        answers += std::to_string(bank.request(1, number)) + " ";
-        EXPECT_EQ(bank.led(), number == 0x20003006);
-    }
-    EXPECT_EQ(answers, "17 -5 0 0 0 0 -25 -25 ") << "what isn't of the driver: ENOTTY";
-    EXPECT_FALSE(bank.say(2, "wav \xff"));
-    bank.report_link(event_kind::driver_line, "off-hook 1\r\n");
-    EXPECT_EQ(log, R"( ms  line 1  base command 3, answer 17
- ms  line 1  base command 4, answer -5
- ms  line 1  base command 4095, answer 0
- ms  line 1  transmit clear, samples discarded: 100
- ms  line 1  call LED on
- ms  line 1  call LED off
- ms  line 2  can't say: can't open the file )"
-                   "\xff\n"
-                   R"( ms  driver  says "off-hook 1\x0d\x0a")"
-                   "\n");
 }
 
 TEST(led_timeline, draws_flashes_that_come_a_tick_early_or_late) {
