@@ -16,8 +16,7 @@ struct coefficients {
 constexpr coefficients hz_140 = {1899, 7807, -3733, 4};   // Q12, the numerator halved (3.1)
 constexpr coefficients hz_100 = {7699, 15836, -7667, 3};  // Q13 (4.2.5)
 
-// Filters in place. Both filters' outputs are half a sum / 2^12: the numerator of the first halves the amplitude, one
-// more shift after the second doubles it.
+// Filters in place. Half a sum is 2^12 times the sample that either filter gives, whose amplitude the second doubles.
 //
 // The sum is clipped once, when it becomes an output Q16. Clipping it at each addition as well changes nothing: the
 // products with a1 and a2 and the first with b stay below 2^31 together, and when the second takes it beyond, the

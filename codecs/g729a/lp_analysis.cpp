@@ -48,8 +48,8 @@ int32_t negative_ratio(int32_t numerator, int32_t denominator) {
 }  // namespace
 
 void autocorrelation(int16_t const x[window_size], int32_t r[lp_size]) {
-    int16_t y[window_size + 16] = {};  // zeros behind, so that all lags sum over the whole window
-#pragma GCC unroll 8
+    int16_t y[window_size + 16] = {};      // zeros behind, so that all lags sum over the whole window
+#pragma GCC unroll 8                       // spares two instructions in seven
     for (int i = 0; i < window_size; ++i)  // mult_r() without what clips -32768 * -32768: the window is positive
         y[i] = static_cast<int16_t>((x[i] * hamwindow[i] + 0x4000) >> 15);
     int64_t r0 = 2 * energy<window_size>(y) + 1;

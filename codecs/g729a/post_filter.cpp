@@ -120,7 +120,7 @@ void compensate_tilt(int16_t r[subframe_size], int16_t tilt, int16_t& mem) {
 // Energy of x / 4, clipped.
 int32_t scaled_energy(int16_t const x[subframe_size]) {
     uint32_t sum = 0;  // at most 40 * 2^26
-#pragma GCC unroll 8
+#pragma GCC unroll 8   // as in vector_sum.h
     for (int i = 0; i < subframe_size; ++i)
         sum += static_cast<uint32_t>((x[i] >> 2) * (x[i] >> 2));
     return sum > max_32 / 2 ? max_32 : static_cast<int32_t>(2 * sum);
