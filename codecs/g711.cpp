@@ -93,8 +93,11 @@ unsigned char mu_law_from_a_law(unsigned char code) {
     return convert(a_to_mu, code);
 }
 
+// Unrolled: counting and comparing are half of what a sample takes otherwise.
+
 void encode_mu_law(unsigned char const* pcm, int n, unsigned char* codes) {
     pcm::with_alignment_known(pcm, [=](unsigned char const* audio) {
+#pragma GCC unroll 4
         for (int i = 0; i < n; i++)
             codes[i] = mu_law_from_linear(pcm::load_sample(audio, i));
     });
@@ -102,6 +105,7 @@ void encode_mu_law(unsigned char const* pcm, int n, unsigned char* codes) {
 
 void decode_mu_law(unsigned char const* codes, int n, unsigned char* pcm) {
     pcm::with_alignment_known(pcm, [=](unsigned char* audio) {
+#pragma GCC unroll 4
         for (int i = 0; i < n; i++)
             pcm::store_sample(audio, i, linear_from_mu_law(codes[i]));
     });
@@ -109,6 +113,7 @@ void decode_mu_law(unsigned char const* codes, int n, unsigned char* pcm) {
 
 void encode_a_law(unsigned char const* pcm, int n, unsigned char* codes) {
     pcm::with_alignment_known(pcm, [=](unsigned char const* audio) {
+#pragma GCC unroll 4
         for (int i = 0; i < n; i++)
             codes[i] = a_law_from_mu_law(mu_law_from_linear(pcm::load_sample(audio, i)));
     });
@@ -116,6 +121,7 @@ void encode_a_law(unsigned char const* pcm, int n, unsigned char* codes) {
 
 void decode_a_law(unsigned char const* codes, int n, unsigned char* pcm) {
     pcm::with_alignment_known(pcm, [=](unsigned char* audio) {
+#pragma GCC unroll 4
         for (int i = 0; i < n; i++)
             pcm::store_sample(audio, i, linear_from_mu_law(mu_law_from_a_law(codes[i])));
     });
