@@ -58,15 +58,15 @@ constexpr quantizer quantizers[4] = {
 
 }  // namespace
 
-/// By codeword; those of `width` bits from 2^width on.
+/// By codeword; those of n bits from 2^n on.
 constexpr std::array<g726::level, 64> g726::levels = [] {
     std::array<level, 64> table{};
-    for (unsigned width = 2; width <= 5; width++)
-        for (unsigned codeword = 0; codeword < 1u << width; codeword++) {
-            bool const negative = codeword >> (width - 1);
-            auto const& own = quantizers[width - 2].levels[negative ? (1u << width) - 1 - codeword : codeword];
-            table[(1u << width) + codeword] = {static_cast<std::int16_t>(negative ? -1 : 0), own.dqln, own.wi,
-                                               static_cast<std::int16_t>(own.fi * 16)};
+    for (unsigned bits = 2; bits <= 5; bits++)
+        for (unsigned codeword = 0; codeword < 1u << bits; codeword++) {
+            bool const negative = codeword >> (bits - 1);
+            auto const& own = quantizers[bits - 2].levels[negative ? (1u << bits) - 1 - codeword : codeword];
+            table[(1u << bits) + codeword] = {static_cast<std::int16_t>(negative ? -1 : 0), own.dqln, own.wi,
+                                              static_cast<std::int16_t>(own.fi * 16)};
         }
     return table;
 }();

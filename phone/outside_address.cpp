@@ -47,8 +47,9 @@ std::string outside_address::begin(std::string const& where, dnsc* names) {
         else
             std::fprintf(stderr, "the STUN server is not found: %s\n", std::strerror(error));
     };
-    int const error = stun_server_discover(&lookup, names, stun_usage_binding, stun_proto_udp, AF_INET,
-                                           text_of(host).c_str(), static_cast<std::uint16_t>(pl_u32(&port)), found, this);
+    int const error =
+        stun_server_discover(&lookup, names, stun_usage_binding, stun_proto_udp, AF_INET, text_of(host).c_str(),
+                             static_cast<std::uint16_t>(pl_u32(&port)), found, this);
     return error == 0 ? "" : "no STUN server: " + std::string(std::strerror(error));
 }
 
@@ -81,7 +82,8 @@ void outside_address::send(leg const& one) {
     mbuf* const packet = mbuf_alloc(STUN_HEADER_SIZE);
     for (transaction const* const each : {&here.rtp, &here.rtcp}) {
         mbuf_rewind(packet);
-        stun_msg_encode(packet, STUN_METHOD_BINDING, STUN_CLASS_REQUEST, each->data(), nullptr, nullptr, 0, false, 0, 0);
+        stun_msg_encode(packet, STUN_METHOD_BINDING, STUN_CLASS_REQUEST, each->data(), nullptr, nullptr, 0, false, 0,
+                        0);
         fxsmedia::byte_view const bytes(packet->buf, packet->end);
         fxsmedia::tunnel_command command{.call = one.channel, .to = server};
         (each == &here.rtp ? command.rtp_data : command.rtcp_data) = bytes;
@@ -89,10 +91,9 @@ void outside_address::send(leg const& one) {
     }
     mem_deref(packet);
     here.tries++;
-    here.due_ms = fxsmedia::monotonic_ms() +
-                  (one.asked_rtp_port == 0 ? keep_ms
-                   : here.tries == most_tries ? last_wait_ms
-                                                   : first_wait_ms << (here.tries - 1));
+    here.due_ms = fxsmedia::monotonic_ms() + (one.asked_rtp_port == 0    ? keep_ms
+                                              : here.tries == most_tries ? last_wait_ms
+                                                                         : first_wait_ms << (here.tries - 1));
 }
 
 void outside_address::heard(fxsmedia::tunnel_report const& report) {

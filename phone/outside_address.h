@@ -47,7 +47,8 @@ private:
 
     void send(leg const& one);
     void become_ready(leg& one);
-    static bool answers(fxsmedia::byte_view packet, transaction const& expected, std::optional<fxsmedia::endpoint>& mapped);
+    static bool answers(fxsmedia::byte_view packet, transaction const& expected,
+                        std::optional<fxsmedia::endpoint>& mapped);
 
     media_process& process;
     telephone_list& telephones;
