@@ -49,43 +49,41 @@ reception::result reception::receive(str const& packet, position play, std::uint
     out.codec = codec_of(header.payload_type);
     if (out.codec < 0)
         return out;
-    if (checking && is_protected())
-        return receive_checked(packet, header, play, now);
-    if (!follow(header, play, now, out.change))
-        return out;
-    if (out.change == stream::taken_over)
-        play.playing = false;
-    out.sequence = extend_sequence(header.sequence, play.last_played);
     out.timestamp = header.timestamp;
     out.marker = header.marker;
-    if (!is_protected()) {
-        out.payload = packet.substr(header.bytes);
-        out.steps_back = steps_back(out.sequence, play, now);
-    } else if (!unprotect(packet, header, out)) {
+    if (checking && is_protected() ? !take_checked(packet, header, play, now, out)
+                                   : !take(packet, header, play, now, out))
         return out;
-    }
     count(out, now);
     out.accepted = true;
     return out;
 }
 
-reception::result reception::receive_checked(str const& packet, rtp_header const& header, position const& play,
-                                             std::uint32_t now) {
-    result out{.codec = codec_of(header.payload_type),
-               .sequence = header.sequence,
-               .timestamp = header.timestamp,
-               .marker = header.marker};
+bool reception::take(str const& packet, rtp_header const& header, position play, std::uint32_t now, result& out) {
+    if (!follow(header, play, now, out.change))
+        return false;
+    if (out.change == stream::taken_over)
+        play.playing = false;
+    out.sequence = extend_sequence(header.sequence, play.last_played);
+    if (is_protected())
+        return unprotect(packet, header, out);
+    out.payload = packet.substr(header.bytes);
+    out.steps_back = steps_back(out.sequence, play, now);
+    return true;
+}
+
+bool reception::take_checked(str const& packet, rtp_header const& header, position const& play, std::uint32_t now,
+                             result& out) {
+    out.sequence = header.sequence;
     if (!checked.unprotect(packet, header.bytes, out.sequence, out.payload)) {
         out.dropped_for_tag = ++mac_failures;
-        return out;
+        return false;
     }
     if (!follow(header, play, now, out.change))
-        return out;
+        return false;
     if (checked.authenticates())
         note_verified(out);
-    count(out, now);
-    out.accepted = true;
-    return out;
+    return true;
 }
 
 void reception::note_verified(result& out) {

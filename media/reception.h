@@ -74,7 +74,9 @@ public:
 
 private:
     int codec_of(int payload_type) const;
-    result receive_checked(str const& packet, rtp_header const& header, position const& play, std::uint32_t now);
+    bool take(str const& packet, rtp_header const& header, position play, std::uint32_t now, result& out);
+    bool take_checked(str const& packet, rtp_header const& header, position const& play, std::uint32_t now,
+                      result& out);
     void note_verified(result& out);
     bool follow(rtp_header const& header, position const& play, std::uint32_t now, stream& change);
     void take_ssrc(str const& new_ssrc);
