@@ -173,12 +173,12 @@ void measure_process(int calls, bool secure, options const& chosen, process_figu
 
 /// What stands in the forwarder's columns: no column without one, an empty cell where it has no figure.
 std::string column(options const& chosen, std::string const& cell) {
-    return chosen.forwarder == no_forwarder ? "" : " " + cell + " |";
+    return chosen.forwarder == no_forwarder ? "" : cell + " |";
 }
 std::string column(options const& chosen, double value, int digits) {
     char text[40];
     std::snprintf(text, sizeof text, "%.*f", digits, value);
-    return column(chosen, value < std::numeric_limits<double>::infinity() ? text : "");
+    return column(chosen, value < std::numeric_limits<double>::infinity() ? std::string(" ") + text : "");
 }
 
 /// The numbers of calls of a table.
@@ -188,7 +188,7 @@ std::vector<int> steps(std::vector<int> const& all, options const& chosen) {
 
 /// Instructions and system calls, idle, plain and with SRTP, in one table.
 void print_counts(options const& chosen) {
-    std::string const peer_name = column(chosen, "osmo-mgw"), rule = column(chosen, "--:"), none = column(chosen, "");
+    std::string const peer_name = column(chosen, " osmo-mgw"), rule = column(chosen, "--:"), none = column(chosen, "");
     std::printf("| calls | | process, instructions | floor |%s process, system calls | floor |%s\n", peer_name.c_str(),
                 peer_name.c_str());
     std::printf("|--:|---|--:|--:|%s--:|--:|%s\n", rule.c_str(), rule.c_str());
@@ -215,7 +215,7 @@ void print_counts(options const& chosen) {
 
 void print_table(options const& chosen) {
     std::printf("| calls | process, CPU ms per call-second | floor | process / floor |%s\n|--:|--:|--:|--:|%s\n",
-                column(chosen, "osmo-mgw").c_str(), column(chosen, "--:").c_str());
+                column(chosen, " osmo-mgw").c_str(), column(chosen, "--:").c_str());
     process_figures plain;
     process_figures secure;
     for (int const calls : steps({1, 2, 4, 8}, chosen)) {
