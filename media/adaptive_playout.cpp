@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "lib/pcm.h"
+#include "media/tone_guard.h"
 
 namespace {
 
@@ -42,7 +43,8 @@ constexpr haste hastes[] = {
     {0, 200 * one_ms, {830}},                                               // to the last of what costs nothing
 };
 constexpr haste raising{-5 * one_ms / 2, 60 * one_ms, {830}};
-constexpr int tolerance = 5 * one_ms / 2;  // of what is left after lowering
+constexpr int most_for_tones = 100 * one_ms;  // of delay too much; beyond, tones are cut like anything else
+constexpr int tolerance = 5 * one_ms / 2;     // of what is left after lowering
 
 int samples_of(jitter_buffer::packet const& packet) {
     codec::unit const unit = codec::unit_of(packet.codec, packet.payload.length());
@@ -424,28 +426,38 @@ void adaptive_playout::use_pause() {
 }
 
 void adaptive_playout::adapt(jitter_buffer& received, codec& decoder, events& told) {
-    constexpr int longest = speech_queue::longest_period;
     since_change += block_samples;
     if (event_samples > 0 || made_up.is_silent())
         return;
     int changed = 0;
-    int const over = surplus();
-    if (over <= raising.surplus) {
-        if (since_change >= raising.pause)
-            changed = queue.stretch(wanted_stretch(), raising.likeness);
-    } else if (int const most = allowed_cut(); most >= speech_queue::shortest_period) {
-        haste const& h = *std::find_if(std::begin(hastes), std::end(hastes) - 1,
-                                       [&](haste const& each) { return over >= each.surplus; });
-        if (since_change < h.pause)
-            return;
-        while (queue.size() < block_samples + 2 * longest && event_samples == 0 &&
-               (!pending.payload.empty() || first_is_playable(received)))
-            take_more(received, decoder, told);
-        if (event_samples == 0)
-            changed = -queue.cut(std::min(most, queue.size() - block_samples), h.likeness);
-    }
+    if (surplus() > raising.surplus)
+        changed = -lower(received, decoder, told);
+    else if (since_change >= raising.pause && !in_tones())
+        changed = queue.stretch(wanted_stretch(), raising.likeness);
+    if (changed == 0)
+        return;
     move_delay(changed);
     (changed > 0 ? counted.stretched : counted.cut) += std::abs(changed);
-    if (changed != 0)
-        since_change = 0;
+    since_change = 0;
+}
+
+/// Leaves out what is too much, as far as it is time to. Returns the samples.
+int adaptive_playout::lower(jitter_buffer& received, codec& decoder, events& told) {
+    int const over = surplus(), most = allowed_cut();
+    haste const& h = *std::find_if(std::begin(hastes), std::end(hastes) - 1,
+                                   [&](haste const& each) { return over >= each.surplus; });
+    if (most < speech_queue::shortest_period || since_change < h.pause)
+        return 0;
+    while (queue.size() < block_samples + 2 * speech_queue::longest_period && event_samples == 0 &&
+           (!pending.payload.empty() || first_is_playable(received)))
+        take_more(received, decoder, told);
+    if (event_samples > 0 || (over < most_for_tones && in_tones()))
+        return 0;
+    return queue.cut(std::min(most, queue.size() - block_samples), h.likeness);
+}
+
+/// Whether what a change would touch is a digit or a call-progress tone.
+bool adaptive_playout::in_tones() const {
+    constexpr int longest = speech_queue::longest_period;
+    return holds_tones(queue.front() - longest, longest + std::min(queue.size(), 2 * longest));
 }

@@ -104,6 +104,8 @@ private:
     void decode_piece(codec& decoder);
     void conceal(jitter_buffer const& received, codec& decoder, int samples);
     void adapt(jitter_buffer& received, codec& decoder, events& told);
+    int lower(jitter_buffer& received, codec& decoder, events& told);
+    bool in_tones() const;
 
     arrival_delays delays;
     speech_queue queue;

@@ -4,11 +4,13 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <cstring>
 #include <functional>
 #include <map>
 #include <numbers>
 #include <vector>
 
+#include "dsp/dtmf_recognition.h"
 #include "lib/pcm.h"
 #include "tests/support/seed.h"
 
@@ -212,6 +214,51 @@ TEST(adaptive_playout, makes_up_lost_speech_in_every_codec) {
         EXPECT_LE(quiet, number == codec::g729 ? 30 : 2) << "codec " << number;
         EXPECT_LT(sharpest_bend(tone.heard, rate / 2), 4) << "codec " << number;
     }
+}
+
+/// Twelve digits of 60 ms in band while the delay is being moved.
+TEST(adaptive_playout, digits_in_band_stay_digits) {
+    char const keys[] = "123456789*0#";
+    auto const digits = [&](double t) {
+        constexpr double rows[] = {697, 770, 852, 941}, columns[] = {1209, 1336, 1477};
+        int const number = static_cast<int>(t - 8 * rate) / (rate / 10), at = static_cast<int>(t) % (rate / 10);
+        if (t < 8 * rate || number >= 12 || at >= 6 * rate / 100)
+            return 0.0;
+        auto const tone = [&](double hertz) { return peak / 3 * std::sin(2 * std::numbers::pi * hertz * t / rate); };
+        return tone(rows[number / 3]) + tone(columns[number % 3]);
+    };
+    seed_range{1, 2}.roll([&](dice const& random) {
+        for (course const& c : {course{.name = "jitter", .jitter_ms = 60, .codec = codec::mu_law},
+                                course{.name = "fast sender", .ppm = 20000, .codec = codec::mu_law},
+                                course{.name = "slow sender", .ppm = -20000, .codec = codec::mu_law}}) {
+            str pcm;
+            for (int const sample : call(c, digits, random).heard) {
+                auto const s = static_cast<std::int16_t>(sample);
+                pcm.append(reinterpret_cast<unsigned char const*>(&s), sizeof s);
+            }
+            dtmf_recognition detector;
+            detector.add_samples(pcm);
+            std::string heard;
+            for (int i = 0; i < detector.get_detected().length(); i++)
+                if (std::strchr(keys, detector.get_detected()[i]))
+                    heard += static_cast<char>(detector.get_detected()[i]);
+            EXPECT_EQ(heard, keys) << c.name;
+        }
+    });
+}
+
+/// Of a fast sender's dial tone, two seconds long, nothing is left out: it obeys the recursion of its two tones.
+TEST(adaptive_playout, a_call_progress_tone_stays_whole) {
+    double const low = 2 * std::numbers::pi * 350 / rate, high = 2 * std::numbers::pi * 440 / rate;
+    auto const dial_tone = [&](double t) {
+        return t < 8 * rate || t > 10 * rate ? sine(t) : peak / 2 * (std::sin(low * t) + std::sin(high * t));
+    };
+    std::vector<int> const x = call({.name = "", .ppm = 20000}, dial_tone, dice(1)).heard;
+    double const a = 2 * (std::cos(low) + std::cos(high)), b = -2 - 4 * std::cos(low) * std::cos(high);
+    double most = 0;
+    for (std::size_t i = 81 * rate / 10; i < 97 * rate / 10; i++)
+        most = std::max(most, std::abs(x[i] + x[i - 4] - a * (x[i - 1] + x[i - 3]) - b * x[i - 2]));
+    EXPECT_LE(most, 8) << "more than rounding";
 }
 
 TEST(adaptive_playout, an_announcement_is_played_as_it_is) {
