@@ -12,6 +12,7 @@
 #include "control/sigchan.h"
 #include "dsp/devmgr.h"
 #include "lib/datagram.h"
+#include "lib/extensions.h"
 #include "lib/retry_pause.h"
 #include "lib/sockets.h"
 #include "lib/timeout.h"
@@ -158,7 +159,8 @@ void collect() {
         devmgr& device = devmgrs[i];
         if (!descriptor_set::fits(device.get_fd()))
             continue;
-        sets.want_pass_in(device.settle());
+        if (extensions.playout)
+            sets.want_pass_in(device.settle());
         sets.want_read(device.get_fd(), device.get_read_pause());
         if (device.output_available())
             sets.want_write(device.get_fd(), device.get_write_pause());
