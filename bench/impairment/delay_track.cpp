@@ -7,7 +7,7 @@ namespace {
 
 constexpr double recognised = 0.85;
 constexpr double audible = 20;  // root mean square
-constexpr int near = 60 * samples_a_ms, furthest = 4000 * samples_a_ms, unknown = -1;
+constexpr int near = 60 * samples_a_ms, furthest = 4000 * samples_a_ms;
 
 std::int64_t product(std::int16_t const* a, std::int16_t const* b) {
     std::int64_t sum = 0;
@@ -41,21 +41,25 @@ int percentile(std::vector<int> values, int percent) {
 delay_track::delay_track(sound const& speech, sound const& ear) : said(speech), heard(ear) {
     for (std::int16_t const sample : said)
         squares.push_back(squares.back() + sample * sample);
-    int expected = unknown;
+    int expected = first_delay();
     for (int at = 0; at + window <= static_cast<int>(heard.size()); at += window) {
         found.push_back(place(at, expected));
         expected = found.back().samples;
     }
-    // Before anything is recognised, the delay is that of what is recognised first.
-    auto const first = std::find_if(found.begin(), found.end(), [](window_delay const& w) { return w.recognised; });
-    int const at_first = first == found.end() ? 0 : first->samples;
-    std::for_each(found.begin(), first, [&](window_delay& early) { early.samples = at_first; });
+}
+
+int delay_track::first_delay() const {
+    match best = {0, 0};
+    int const end = static_cast<int>(heard.size());
+    for (int at = 0; at < sample_rate || (best.likeness < recognised && at < end); at += window)
+        if (match const one = search(at, 0, furthest); one.likeness > best.likeness)
+            best = one;
+    return best.samples;
 }
 
 delay_track::window_delay delay_track::place(int at, int expected) const {
-    if (expected != unknown)
-        if (match const close = search(at, expected - near, expected + near); close.likeness >= recognised)
-            return {close.samples, true};
+    if (match const close = search(at, expected - near, expected + near); close.likeness >= recognised)
+        return {close.samples, true};
     match const far = search(at, 0, furthest);
     // Periods of speech are alike: another delay counts when what follows has it, too.
     bool const lasts =

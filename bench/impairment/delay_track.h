@@ -29,6 +29,8 @@ private:
         int samples;
         double likeness;  ///< magnitude of the normalised correlation
     };
+    /// Of what is recognised best in the first second, or else first.
+    int first_delay() const;
     window_delay place(int at, int expected) const;
     bool all_audible(int at) const;
     match search(int at, int from, int to) const;
