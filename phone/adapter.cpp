@@ -329,7 +329,10 @@ void adapter::carry_out(telephone& which, order const& one) {
         case order_kind::ring: ring(which, each); break;
         case order_kind::stop_ringing: ringer.stop(which.settings.number); break;
         case order_kind::howl: ringer.howl(which.settings.number); break;
-        case order_kind::invite: calls.invite(each, one.text, one.anonymous); break;
+        case order_kind::invite:
+            calls.invite(each, one.text, one.anonymous);
+            telephones.keep_features();  // it may be called again
+            break;
         case order_kind::answer: calls.answer(each); break;
         case order_kind::refuse: calls.send_on(each, one.text); break;
         case order_kind::decline:

@@ -26,6 +26,7 @@ void read_codes(section& codes, phone_settings& settings) {
         {"do_not_disturb", feature::do_not_disturb},
         {"do_not_disturb_off", feature::do_not_disturb_off},
         {"call_back", feature::call_back},
+        {"redial", feature::redial},
         {"hide_number", feature::hide_number},
     };
     for (auto const& [key, what] : known) {

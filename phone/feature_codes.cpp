@@ -31,6 +31,7 @@ bool line_features::apply(feature what, std::string const& to) {
         case feature::do_not_disturb_off: do_not_disturb = false; return true;
         case feature::none:
         case feature::call_back:
+        case feature::redial:
         case feature::hide_number: return false;
     }
     return false;

@@ -18,6 +18,7 @@ enum class feature {
     do_not_disturb,
     do_not_disturb_off,
     call_back,    ///< whoever called last
+    redial,       ///< the number that was dialled last
     hide_number,  ///< in the call to the number that follows
 };
 
@@ -31,6 +32,7 @@ struct line_features {
     bool do_not_disturb = false;
     std::string forward_always, forward_busy, forward_no_answer;
     std::string last_caller;
+    std::string last_dialled;
 
     /// Carries out the ones that change something; false: `what` is none of them.
     bool apply(feature what, std::string const& to);

@@ -17,10 +17,9 @@ struct text_field {
 
 constexpr char const* quiet = "do_not_disturb";
 constexpr text_field text_fields[] = {
-    {"forward_always", &line_features::forward_always},
-    {"forward_busy", &line_features::forward_busy},
-    {"forward_no_answer", &line_features::forward_no_answer},
-    {"last_caller", &line_features::last_caller},
+    {"forward_always", &line_features::forward_always},       {"forward_busy", &line_features::forward_busy},
+    {"forward_no_answer", &line_features::forward_no_answer}, {"last_caller", &line_features::last_caller},
+    {"last_dialled", &line_features::last_dialled},
 };
 
 }  // namespace

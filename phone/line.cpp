@@ -226,7 +226,11 @@ void line::dial(dialled_number const& number, std::int64_t now_ms, std::vector<o
         happen(feature_set, now_ms, wanted);
         return;
     }
-    called = number.what == feature::call_back ? chosen.last_caller : number.destination;
+    called = number.what == feature::call_back ? chosen.last_caller
+             : number.what == feature::redial  ? chosen.last_dialled
+                                               : number.destination;
+    if (whole && !called.empty())
+        chosen.last_dialled = called;
     anonymous = settings.hide_number || number.what == feature::hide_number;
     happen(whole && !called.empty() ? dialled : misdialled, now_ms, wanted);
 }

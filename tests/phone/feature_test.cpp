@@ -15,7 +15,7 @@ std::string fresh_state() {
 std::string tables(std::string const& state) {
     return "[calls]\nstate = \"" + state +
            "\"\n[codes]\nforward_always = \"*21*\"\ndo_not_disturb = \"*26#\"\nhide_number = \"*31*\"\n"
-           "call_back = \"*69\"\n";
+           "call_back = \"*69\"\nredial = \"*66\"\n";
 }
 
 TEST(phone_feature, outlives_a_restart) {
@@ -39,6 +39,10 @@ TEST(phone_feature, outlives_a_restart) {
     }
     {
         device here({}, tables(state));  // its port is another one: what was kept leads to the old one
+        here.driver_says("off-hook 0");
+        here.dial(0, "*66");
+        ASSERT_TRUE(here.phone.wait_for_text("\nINVITE sip:101@")) << here.phone.err;
+        here.driver_says("on-hook 0");
         here.driver_says("off-hook 0");
         here.dial(0, "101");
         ASSERT_TRUE(here.phone.wait_for_text("\nContact: <sip:102@127.0.0.1:"));

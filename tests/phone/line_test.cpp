@@ -267,7 +267,7 @@ std::vector<course> const courses = {
 std::vector<feature_code> const codes = {{"*21*", feature::forward_always},     {"*61*", feature::forward_no_answer},
                                          {"#21#", feature::forward_off},        {"*26#", feature::do_not_disturb},
                                          {"#26#", feature::do_not_disturb_off}, {"*69", feature::call_back},
-                                         {"*31*", feature::hide_number}};
+                                         {"*31*", feature::hide_number},        {"*66", feature::redial}};
 
 TEST(phone_line, knows_the_codes_of_its_owner) {
     line telephone(plan, {.codes = codes});
@@ -284,6 +284,7 @@ TEST(phone_line, knows_the_codes_of_its_owner) {
     telephone.called_by("sip:7@there");
     EXPECT_EQ(dial("*69"), "tone0 none, invite0 sip:7@there");
     EXPECT_EQ(dial("*31*100"), "tone0 none, invite0 sip:100@here unnamed");
+    EXPECT_EQ(dial("*66"), "tone0 none, invite0 sip:100@here");
     EXPECT_EQ(dial("100"), "tone0 none, invite0 sip:100@here");
     EXPECT_EQ(dial("*9#"), "tone0 none, invite0 star") << "what begins like a code";
     EXPECT_EQ(dial("*26#"), done);
