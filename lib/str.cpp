@@ -165,7 +165,9 @@ void str::writable_front(int n) {
         return;
     if (!ref || !alone() || n > start) {
         str grown(nullptr, n);
-        *this = std::move(grown += *this);
+        if (ref)
+            grown += *this;
+        *this = std::move(grown);
     } else {
         start -= n;
     }

@@ -159,7 +159,7 @@ void channel::keep(reception::result& got, rtimestamp const& time, std::uint32_t
 
 str channel::get_samples(bool& talk_spurt) {
     playout::events told;
-    str const block = player.next(buffer, codec_state, told);
+    str block = player.next(buffer, codec_state, told);
     talk_spurt = told.starts_talk_spurt;
     if (told.announcement_ended)
         notify::playback_empty(id);

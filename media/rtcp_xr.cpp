@@ -16,7 +16,7 @@ constexpr int most_thinning = 15;
 template <typename builder>
 str thin_until_shorter(int largest_bytes, builder const& build) {
     for (int thinning = 0; largest_bytes > 0 && thinning <= most_thinning; thinning++) {
-        str const block = build(thinning);
+        str block = build(thinning);
         if (block.length() < largest_bytes)
             return block;
     }

@@ -35,7 +35,7 @@ void tcp_connection::close() {
 }
 
 str tcp_connection::receive(char const* name) {
-    str const data = utils::recv_tcp_packet(fd);
+    str data = utils::recv_tcp_packet(fd);
     if (!data.empty())
         return data;
     if (log_check_condition(7)) {
