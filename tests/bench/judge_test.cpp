@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 #include <functional>
 #include <numbers>
 #include <random>
@@ -44,8 +45,8 @@ sound coded(int number) {
     for (int at = 0; at < length; at += packet) {
         auto const* const pcm = reinterpret_cast<unsigned char const*>(speech().data() + at);
         str const decoded = receiver.decode(number, sender.encode(number, str(pcm, 2 * packet)));
-        auto const* const samples = reinterpret_cast<std::int16_t const*>(decoded.cbuffer());
-        heard.insert(heard.end(), samples, samples + decoded.length() / 2);
+        heard.resize(heard.size() + decoded.length() / 2);
+        std::memcpy(heard.data() + heard.size() - decoded.length() / 2, decoded.cbuffer(), decoded.length());
     }
     return heard;
 }
