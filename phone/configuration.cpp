@@ -28,6 +28,7 @@ void read_codes(section& codes, phone_settings& settings) {
         {"call_back", feature::call_back},
         {"redial", feature::redial},
         {"hide_number", feature::hide_number},
+        {"transfer", feature::transfer},
     };
     for (auto const& [key, what] : known) {
         feature_code one{"", what};

@@ -10,7 +10,7 @@ using verdict = dial_plan::verdict;
 
 bool takes_number(feature what) {
     return what == feature::forward_always || what == feature::forward_busy || what == feature::forward_no_answer ||
-           what == feature::hide_number;
+           what == feature::hide_number || what == feature::transfer;
 }
 
 dialled_number behind_code(feature what, dial_plan const& plan, std::string_view rest) {
@@ -32,7 +32,8 @@ bool line_features::apply(feature what, std::string const& to) {
         case feature::none:
         case feature::call_back:
         case feature::redial:
-        case feature::hide_number: return false;
+        case feature::hide_number:
+        case feature::transfer: return false;
     }
     return false;
 }

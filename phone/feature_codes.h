@@ -20,6 +20,7 @@ enum class feature {
     call_back,    ///< whoever called last
     redial,       ///< the number that was dialled last
     hide_number,  ///< in the call to the number that follows
+    transfer,     ///< the call on hold, to the number that follows
 };
 
 struct feature_code {

@@ -232,7 +232,8 @@ void line::dial(dialled_number const& number, std::int64_t now_ms, std::vector<o
     if (whole && !called.empty())
         chosen.last_dialled = called;
     anonymous = settings.hide_number || number.what == feature::hide_number;
-    happen(whole && !called.empty() ? dialled : misdialled, now_ms, wanted);
+    happening const right = number.what == feature::transfer ? dialled_transfer : dialled;
+    happen(whole && !called.empty() ? right : misdialled, now_ms, wanted);
 }
 
 int line::own_time_ms() const {

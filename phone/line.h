@@ -16,8 +16,9 @@ enum class happening {
     replaced,
     flashed,  ///< the hook was pressed briefly
     key,
-    dialled,      ///< a whole number
-    feature_set,  ///< a code that changes something
+    dialled,           ///< a whole number
+    dialled_transfer,  ///< the same, to which the call on hold is to go
+    feature_set,       ///< a code that changes something
     misdialled,
     timed_out,  ///< the state's own time is over
     invited,    ///< a call comes in

@@ -38,6 +38,8 @@ std::vector<line::row> const line::table = {
     {{collecting}, {}, feature_set, dialling, {}, {act::remember, act::done_tone}},
     {{collecting}, {}, dialled, calling, {}, {act::invite}},
     {{collecting}, {}, misdialled, refused, {}, {act::congestion_tone}},
+    {{collecting}, {held}, dialled_transfer, transferring, none, {act::hang_up, act::swap, act::transfer}},
+    {{collecting}, {}, dialled_transfer, refused, {}, {act::congestion_tone}},
     {{calling}, {}, far_rings, alerting, {}, {act::ringback_tone}},
     {{alerting}, {}, key, {}, {}, {act::send_key}},
     {before_answer, {}, far_answers, talking, {}, {act::silence}},

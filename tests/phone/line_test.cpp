@@ -247,6 +247,13 @@ std::vector<course> const courses = {
                                            {600, "keys 3", "resume0"},
                                            {700, "flash", ""},
                                            {800, "keys 4", "hold1, hold0, transfer0"}})},
+    {"transfer with a code, which fails; without anybody to transfer",
+     answered({{100, "flash", "hold0, open1, tone1 dial"},
+               {200, "keys *98*100", "tone1 none, end1, transfer0 sip:100@here"},
+               {300, "untransferred 0", "resume0"},
+               {400, "ends 0", "tone0 busy"},
+               {500, "flash", "end0, open0, tone0 dial"},
+               {600, "keys *98*100", "tone0 none, tone0 congestion"}})},
     {"sent on to somebody else", answered({{100, "referred 0", "follow1"},
                                            {200, "rings 1", ""},
                                            {300, "answers 1", "end0, connect1"},
@@ -264,10 +271,15 @@ std::vector<course> const courses = {
      answered({{100, "restart", "end0, end1, open0, tone0 dial"}, {200, "replace", "end0"}})},
 };
 
-std::vector<feature_code> const codes = {{"*21*", feature::forward_always},     {"*61*", feature::forward_no_answer},
-                                         {"#21#", feature::forward_off},        {"*26#", feature::do_not_disturb},
-                                         {"#26#", feature::do_not_disturb_off}, {"*69", feature::call_back},
-                                         {"*31*", feature::hide_number},        {"*66", feature::redial}};
+std::vector<feature_code> const codes = {{"*21*", feature::forward_always},
+                                         {"*61*", feature::forward_no_answer},
+                                         {"#21#", feature::forward_off},
+                                         {"*26#", feature::do_not_disturb},
+                                         {"#26#", feature::do_not_disturb_off},
+                                         {"*69", feature::call_back},
+                                         {"*31*", feature::hide_number},
+                                         {"*66", feature::redial},
+                                         {"*98*", feature::transfer}};
 
 TEST(phone_line, knows_the_codes_of_its_owner) {
     line telephone(plan, {.codes = codes});
@@ -341,7 +353,7 @@ TEST(phone_line, knows_other_uses_of_the_hook_flash) {
 
 TEST(phone_line, follows_each_course) {
     for (course const& one : courses) {
-        line telephone(plan, {});
+        line telephone(plan, {.codes = codes});
         for (step const& now : one.steps)
             EXPECT_EQ(text_of(play(telephone, now.input, now.at_ms)), now.orders) << one.name << ", " << now.input;
     }
@@ -390,14 +402,15 @@ struct ledger {
 };
 
 void live_an_hour(dice& chance) {
-    line telephone(plan, {});
+    line telephone(plan, {.codes = codes});
     ledger books;
     static std::string const inputs[] = {
-        "lift",    "lift",          "keys 100",      "keys 100",        "answers 0",      "answers 1",
-        "flash",   "replace",       "flash",         "flash",           "keys 1",         "keys 0",
-        "keys 12", "keys 3",        "keys 4",        "keys 2",          "wait",           "rings 0",
-        "rings 1", "busy 0",        "answers 0",     "answers 1",       "fails 1",        "ends 0",
-        "ends 1",  "transferred 0", "transferred 1", "untransferred 0", "untransferred 1"};
+        "lift",          "lift",          "keys 100",        "keys 100",        "answers 0",
+        "answers 1",     "flash",         "replace",         "flash",           "flash",
+        "keys 1",        "keys 0",        "keys 12",         "keys 3",          "keys 4",
+        "keys 2",        "wait",          "rings 0",         "rings 1",         "busy 0",
+        "answers 0",     "answers 1",     "fails 1",         "ends 0",          "ends 1",
+        "transferred 0", "transferred 1", "untransferred 0", "untransferred 1", "keys *98*100"};
     std::set<std::pair<line::state, line::second>> seen;
     for (std::int64_t now = 1; now < 3'600'000; now += chance.below(900)) {
         if (auto const free = telephone.free_leg(); free && chance.chance(25)) {
