@@ -24,7 +24,7 @@ leg* call_control::take(sip_msg const* request) {
     }
     leg& one = called->legs[*free];
     begin(one, sip_call_direction::incoming, sa_af(&request->src) == AF_INET6);
-    if (!one.call->take(agent.door(), agent.stack(), request, called->settings.user)) {
+    if (!one.call->take(agent, request, called->settings.user)) {
         one.record.reset();
         end(one);
         return nullptr;
@@ -101,13 +101,12 @@ void call_control::send_invite(telephone& from, leg& one) {
     one.record->last_key_ms = from.last_key_ms;
     bool const hidden = std::exchange(one.anonymous, false);
     std::string const headers = std::exchange(one.invite_headers, "") + (hidden ? "Privacy: id\r\n" : "");
-    if (one.call->invite(agent.door(), agent.stack(),
-                         {.to = to,
-                          .from = hidden ? "sip:anonymous@anonymous.invalid" : own,
-                          .from_name = hidden ? "Anonymous" : from.settings.display_name,
-                          .user = hidden ? "anonymous" : from.settings.user,
-                          .route = route,
-                          .headers = headers}))
+    if (one.call->invite(agent, {.to = to,
+                                 .from = hidden ? "sip:anonymous@anonymous.invalid" : own,
+                                 .from_name = hidden ? "Anonymous" : from.settings.display_name,
+                                 .user = hidden ? "anonymous" : from.settings.user,
+                                 .route = route,
+                                 .headers = headers}))
         return;
     std::fprintf(stderr, "line %d: can't call %s\n", one.line, to.c_str());
     owner.heard(*one.call, happening::far_fails);

@@ -132,6 +132,7 @@ std::string sip_agent::start(phone_settings const& settings, bool trace, incomin
         if (std::string problem = ip.empty() ? "" : listen_on(ip, settings); !problem.empty())
             return problem;
     failed = sip_listen(&screened, transactions, true, handlers::screen, this);  // first of all
+    failed = failed != 0 ? failed : answers.begin(transactions);
     failed = failed != 0
                  ? failed
                  : sipsess_listen(&sessions, transactions, static_cast<int>(hash_buckets), handlers::invite, this);

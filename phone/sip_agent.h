@@ -3,6 +3,7 @@
 #include <functional>
 #include <string>
 
+#include "phone/forked_answers.h"
 #include "phone/tls_context.h"
 
 struct sa;
@@ -35,6 +36,8 @@ public:
 
     sipsess_sock* door() const { return sessions; }
     sip* stack() const { return transactions; }
+    /// Has to know of each INVITE of ours.
+    forked_answers& forks() { return answers; }
     /// nullptr: the system has none.
     dnsc* name_servers() const { return names; }
 
@@ -50,6 +53,7 @@ private:
     sipsess_sock* sessions = nullptr;
     dnsc* names = nullptr;
     tls_context security;
+    forked_answers answers;
     incoming_handler invited;
     incoming_handler updated;
     bool knows_timers = false;

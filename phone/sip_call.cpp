@@ -1,6 +1,7 @@
 #include "phone/sip_call.h"
 
 #include "phone/registration.h"
+#include "phone/sip_agent.h"
 #include "phone/sip_methods.h"
 
 #include <utility>
@@ -113,9 +114,8 @@ void sip_call::hang_up() {
     session = static_cast<sipsess*>(mem_deref(session));
 }
 
-bool sip_call::invite(sipsess_sock* door, sip* stack, invitation const& wanted) {
-    sessions = door;
-    transactions = stack;
+bool sip_call::invite(sip_agent& by, invitation const& wanted) {
+    agent = &by;
     asked = wanted;
     far = number = asked.to;
     return connect();
@@ -127,11 +127,13 @@ bool sip_call::connect() {
                                 proofs.headers("INVITE", asked.to) + asked.headers;
     mbuf* const offer = media.offer();
     int const failed = sipsess_connect(
-        &session, sessions, asked.to.c_str(), asked.from_name.empty() ? nullptr : asked.from_name.c_str(),
+        &session, agent->door(), asked.to.c_str(), asked.from_name.empty() ? nullptr : asked.from_name.c_str(),
         asked.from.c_str(), asked.user.c_str(), routes, asked.route.empty() ? 0 : 1, sdp_type, offer, answer_challenge,
         const_cast<credentials*>(&authentication), false, handlers::offer, handlers::answer, handlers::progress,
         handlers::established, handlers::informed, handlers::referred, handlers::closed, this, "%s", headers.c_str());
     mem_deref(offer);
+    if (failed == 0)
+        agent->forks().expect(sip_side(), authentication);
     return failed == 0;
 }
 
@@ -146,9 +148,9 @@ bool sip_call::tries_again(int error, sip_msg const* response) {
     return connect();
 }
 
-bool sip_call::take(sipsess_sock* door, sip* stack, sip_msg const* request, std::string const& user) {
-    sessions = door;
-    transactions = stack;
+bool sip_call::take(sip_agent& by, sip_msg const* request, std::string const& user) {
+    agent = &by;
+    sip* const stack = agent->stack();
     asked.user = user;
     incoming = true;
     far = text_of(request->from.auri);
@@ -172,10 +174,10 @@ bool sip_call::take(sipsess_sock* door, sip* stack, sip_msg const* request, std:
         return false;
     }
     timer_headers = timer.accept(request);
-    return sipsess_accept(&session, door, request, 180, "Ringing", user.c_str(), sdp_type, nullptr, answer_challenge,
-                          const_cast<credentials*>(&authentication), false, handlers::offer, handlers::answer,
-                          handlers::established, handlers::informed, handlers::referred, handlers::closed, this,
-                          nullptr) == 0;
+    return sipsess_accept(&session, agent->door(), request, 180, "Ringing", user.c_str(), sdp_type, nullptr,
+                          answer_challenge, const_cast<credentials*>(&authentication), false, handlers::offer,
+                          handlers::answer, handlers::established, handlers::informed, handlers::referred,
+                          handlers::closed, this, nullptr) == 0;
 }
 
 bool sip_call::answer(bool on_hold) {

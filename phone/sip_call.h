@@ -9,13 +9,12 @@
 #include "phone/settings.h"
 
 struct sip_msg;
-struct sip;
 struct sip_dialog;
 struct sipsess;
-struct sipsess_sock;
 
 namespace fxsphone {
 
+class sip_agent;
 class sip_call;
 
 /// Hears what becomes of a call; may destroy it meanwhile.
@@ -60,10 +59,10 @@ public:
     sip_call(sip_call const&) = delete;
 
     /// Calls. false: it is no address, or there is no way to it.
-    bool invite(sipsess_sock* door, sip* stack, invitation const& wanted);
+    bool invite(sip_agent& by, invitation const& wanted);
     /// Takes an INVITE that came in and says that the telephone rings. false: refused, with 415 for a body that
     /// is no SDP, 422 for a session timer that is too short, and 488 for an offer without anything that we can code.
-    bool take(sipsess_sock* door, sip* stack, sip_msg const* request, std::string const& user);
+    bool take(sip_agent& by, sip_msg const* request, std::string const& user);
     /// Accepts it; set_port() of the description comes before. On hold the far end may not send.
     bool answer(bool on_hold = false);
     void refuse(int code, char const* reason);
@@ -106,8 +105,7 @@ private:
     session_description& media;
     credentials const& authentication;
     sipsess* session = nullptr;
-    sipsess_sock* sessions = nullptr;
-    sip* transactions = nullptr;
+    sip_agent* agent = nullptr;
     invitation asked;  ///< of an outgoing call; of an incoming one only `user`
     session_timer timer;
     std::string timer_headers;                ///< for the answer to the far end's INVITE

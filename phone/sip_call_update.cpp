@@ -1,4 +1,5 @@
 #include "phone/libre.h"
+#include "phone/sip_agent.h"
 #include "phone/sip_call.h"
 
 /// Refreshing a call, and being refreshed: UPDATE (RFC 3311), which libre does not know, on libre's dialog.
@@ -43,30 +44,30 @@ void sip_call::send_update() {
     if (session == nullptr || under_way != nullptr)
         return;
     std::string const headers = proofs.headers("UPDATE", contact) + timer.for_request();
-    sip_drequestf(&under_way, transactions, true, "UPDATE", sip_side(), 0, nullptr, updates::write_contact,
+    sip_drequestf(&under_way, agent->stack(), true, "UPDATE", sip_side(), 0, nullptr, updates::write_contact,
                   updates::answered, this, "%sContent-Length: 0\r\n\r\n", headers.c_str());
 }
 
 void sip_call::update(sip_msg const* request) {
     bool const offers = mbuf_get_left(request->mb) > 0;
     if (session == nullptr || !sip_dialog_rseq_valid(sip_side(), request) || (offers && !answered)) {
-        sip_treply(nullptr, transactions, request, 500, "Server Internal Error");
+        sip_treply(nullptr, agent->stack(), request, 500, "Server Internal Error");
         return;
     }
     if (timer.is_too_short(request)) {
-        sip_treplyf(nullptr, nullptr, transactions, request, false, 422, "Session Interval Too Small",
+        sip_treplyf(nullptr, nullptr, agent->stack(), request, false, 422, "Session Interval Too Small",
                     "Min-SE: %u\r\nContent-Length: 0\r\n\r\n", session_timer::least_s);
         return;
     }
     if (offers && !read(request, true)) {
-        sip_treply(nullptr, transactions, request, 488, "Not Acceptable Here");
+        sip_treply(nullptr, agent->stack(), request, 488, "Not Acceptable Here");
         return;
     }
     sip_dialog_update(sip_side(), request);
     mbuf* const description = offers ? media.answer(holds) : nullptr;
     sip_contact own_contact;
     sip_contact_set(&own_contact, asked.user.c_str(), &request->dst, request->tp);
-    sip_treplyf(nullptr, nullptr, transactions, request, true, 200, "OK", "%H%s%sContent-Length: %zu\r\n\r\n%b",
+    sip_treplyf(nullptr, nullptr, agent->stack(), request, true, 200, "OK", "%H%s%sContent-Length: %zu\r\n\r\n%b",
                 sip_contact_print, &own_contact, timer.accept(request).c_str(),
                 offers ? "Content-Type: application/sdp\r\n" : "",
                 description == nullptr ? std::size_t(0) : mbuf_get_left(description),

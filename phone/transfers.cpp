@@ -62,7 +62,7 @@ void transfers::take_over(leg& one, sip_msg const* request) {
     auto media = calls.describe_media(one, sa_af(&request->src) == AF_INET6);
     auto call = calls.make_call(one, *media);
     calls.place(one, *media);
-    if (!call->take(agent.door(), agent.stack(), request, own.user))
+    if (!call->take(agent, request, own.user))
         return;
     one.call = std::move(call);  // the old call ends with BYE
     one.media = std::move(media);

@@ -26,7 +26,7 @@ std::vector<scene> const scenes = {
     {"refreshed", true, lifted, "\"sip_code\":200,\"ended_by\":\"far\""},
     {"unacknowledged", true, lifted, "\"ended_by\":\"far\""},
     {"answered_late", false, {{"SIP/2.0 180 Ringing", "on-hook 0"}}, "\"ended_by\":\"telephone\""},
-    {"forked", false, {{"\nACK sip:", "on-hook 0"}}, "\"ended_by\":\"telephone\""},
+    {"forked", false, {{"SIP/2.0 200 The first is told", "on-hook 0"}}, "\"ended_by\":\"telephone\""},
     {"byes_cross", false, {{"\nACK sip:", "on-hook 0"}}, "\"ended_by\":\"telephone\""},
 };
 
