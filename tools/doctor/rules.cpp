@@ -1,8 +1,6 @@
 #include "tools/doctor/rules.h"
 
 #include <algorithm>
-#include <cmath>
-#include <cstdio>
 
 #include "tools/doctor/call_rules.h"
 

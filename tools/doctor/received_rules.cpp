@@ -1,16 +1,14 @@
-#include "tools/doctor/call_rules.h"
-
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <numeric>
 
 #include "lib/protocol.h"
+#include "tools/doctor/call_rules.h"
+#include "tools/doctor/call_texts.h"
 
 namespace doctor {
 namespace {
 
-constexpr unsigned a_few = 5;           ///< packets that are no accident
 constexpr double pause_s = 2;           ///< without packets: longer than a breath, shorter than a window
 constexpr double too_quiet_dbfs = -42;  ///< speech lies 15 to 30 dB below full scale
 constexpr double moving_db = 10;        ///< speech does, a line's noise doesn't
@@ -19,36 +17,6 @@ constexpr double silent_share = 0.98;
 constexpr double other_law_times = 1.25;   ///< tones of 3 kHz reach 1.2 by the right law
 constexpr double drift_limit_ppm = 200;    ///< crystals keep to 100 each
 constexpr unsigned buffer_limit_ms = 240;  ///< of the 16 packets that the jitter buffer waits for at most
-
-template <class... T>
-std::string format(char const* text, T... values) {
-    char line[400];
-    std::snprintf(line, sizeof line, text, values...);
-    return line;
-}
-
-std::string call_option(call_facts const& call) {
-    return "--call " + std::to_string(call.call);
-}
-
-verdict begin(call_facts const& call, char const* direction) {
-    return {.call = static_cast<int>(call.call),
-            .line = call.set.line ? static_cast<int>(*call.set.line) : -1,
-            .direction = direction};
-}
-
-std::string codec_name(int codec) {
-    return codec >= 0 && codec < static_cast<int>(std::size(protocol::codec_formats))
-               ? protocol::codec_formats[codec].name
-               : "CODEC";
-}
-
-std::string usual_codec(int payload_type) {
-    for (protocol::codec_format const& one : protocol::codec_formats)
-        if (one.payload_type == payload_type)
-            return one.name;
-    return "CODEC";
-}
 
 std::string accepted_list(call_facts const& call) {
     std::string list;
@@ -265,120 +233,12 @@ bool comes_in(call_facts const& call, std::vector<stream> const& fed) {
     return call.reports.accepted.value_or(0) > 0 || (!fed.empty() && !call.reports.accepted);
 }
 
-// ---- the sending side
-
-void explain_where_to(observation const& seen, call_facts const& call, std::vector<cause>& causes) {
-    settings_facts const& set = call.set;
-    bool const counted = call.reports.sent_packets.value_or(0) > 0;
-    if ((set.destination && set.rtp_dest.empty()) ||
-        (!set.destination && seen.packets_seen && counted && call.leaving.empty() && !set.tcp)) {
-        causes.push_back({"no-destination", set.destination ? certainty::certain : certainty::likely,
-                          set.destination ? std::string("no media command has given a destination")
-                                          : format("%u packets were made, none left", *call.reports.sent_packets),
-                          "fxsctl media " + call_option(call) + " --rtp ADDR:PORT"});
-        return;
-    }
-    bool const ipv6 = set.rtp_dest.starts_with('[');
-    if (!set.rtp_dest.empty() && (ipv6 ? call.ipv6 : call.ipv4) == clarity::no)
-        causes.push_back({"wrong-family", certainty::certain,
-                          "the destination " + set.rtp_dest + " is " + (ipv6 ? "IPv6" : "IPv4") +
-                              ", the call has no port of this family",
-                          ipv6 ? "start the process without --ipv4" : "start the process without --ipv6"});
-    if (call.refused_by_peer >= a_few || (call.refused_by_peer != 0 && call.leaving.empty()))
-        causes.push_back(
-            {"wrong-port", certainty::certain,
-             format("nothing listens on %s: %u packets came back as unreachable",
-                    call.leaving.empty() ? set.rtp_dest.c_str() : call.leaving[0].to.c_str(), call.refused_by_peer),
-             "fxsctl media " + call_option(call) + " --rtp ADDR:PORT, as in the far end's SDP"});
-}
-
-/// The far end reports, and not on what we send.
-void explain_unheard(call_facts const& call, std::vector<cause>& causes) {
-    report_facts const& reports = call.reports;
-    bool const stands_still = reports.peer_reports_us && reports.peer_accepted == 0u;
-    bool const unknown = !reports.peer_reports_us && reports.received >= 2;
-    if (!causes.empty() || reports.sent_packets.value_or(0) < a_few || (!stands_still && !unknown))
-        return;
-    std::string const evidence =
-        format("%u packets left; the far end's reports say that it takes none of them", *reports.sent_packets);
-    bool const far_end_encrypts =
-        std::ranges::any_of(call.arriving, [](stream const& one) { return one.looks_encrypted; }) ||
-        call.set.receive_key;
-    if (call.set.keys && call.set.send_key)
-        causes.push_back({"wrong-send-key", certainty::likely, evidence,
-                          "fxsctl media " + call_option(call) +
-                              " --srtp-tx-key @FILE --srtp-rx-key @FILE, with the key that the far end receives with"});
-    else if (call.set.keys && far_end_encrypts)
-        causes.push_back({"missing-send-key", certainty::likely, evidence + ", which sends encrypted ones itself",
-                          "fxsctl media " + call_option(call) + " --srtp-tx-key @FILE --srtp-rx-key @FILE"});
-    causes.push_back({"blocked-outbound", causes.empty() ? certainty::likely : certainty::possible, evidence,
-                      "look at firewalls on the way, and whether the far end accepts the payload type and listens "
-                      "where the packets go"});
-}
-
 }  // namespace
 
-std::string map_cure(call_facts const& call, int payload_type) {
-    std::string text = "fxsctl media " + call_option(call) + " --codec ";
-    text += call.set.send_codec >= 0 ? codec_name(call.set.send_codec) : "pcma";
-    for (auto const& [type, codec] : call.set.accepted)
-        if (codec != protocol::codec_number::telephone_event)
-            text += " --map " + std::to_string(type) + "=" + codec_name(codec);
-    if (!call.set.accepted.contains(payload_type))
-        text += " --map " + std::to_string(payload_type) + "=" + usual_codec(payload_type);
-    return text;
-}
-
-std::vector<cause> line_causes(observation const& seen, call_facts const& call) {
-    std::string const put = "fxsctl tdm " + call_option(call) + " --line N";
-    if (call.set.line_known && !call.set.line)
-        return {{"no-line", certainty::certain, "the call was put on no line", put}};
-    bool const counted_nothing = call.reports.sent >= 2 && call.reports.sent_packets == 0u;
-    if (call.set.line) {
-        line_facts const& line = seen.lines.at(*call.set.line);
-        auto const place = std::ranges::find(line.calls, call.call) - line.calls.begin();
-        if (!line.trouble.empty())
-            return {{line.is_open == clarity::yes ? "device-gone" : "device-missing", certainty::certain, line.trouble,
-                     "start the line driver, then fxsctl tdm " + call_option(call) + " --none; fxsctl tdm " +
-                         call_option(call) + " --line " + std::to_string(line.line)}};
-        if (place >= 2 && place < static_cast<long>(line.calls.size()))
-            return {
-                {"third-call", certainty::certain,
-                 format("line %u has calls %u and %u, a third one is ignored", line.line, line.calls[0], line.calls[1]),
-                 "fxsctl tdm --call " + std::to_string(line.calls[1]) + " --none; fxsctl tdm " + call_option(call) +
-                     " --line " + std::to_string(line.line)}};
-        if (counted_nothing)
-            return {{"line-silent", certainty::likely,
-                     "the device " + line.path + " is open and gives the process no block", "look at the line driver"}};
-        return {};
-    }
-    if (!counted_nothing)
-        return {};
-    std::vector<cause> causes;
-    for (line_facts const& line : seen.lines)
-        if (!line.trouble.empty() && line.is_open == clarity::yes)
-            causes.push_back({"device-gone", certainty::likely, line.trouble, "start the line driver, then " + put});
-    bool const none_open =
-        std::ranges::all_of(seen.lines, [](line_facts const& line) { return line.is_open == clarity::no; });
-    bool const all_missing =
-        std::ranges::none_of(seen.lines, [](line_facts const& line) { return line.trouble.empty(); });
-    if (none_open && all_missing && !seen.lines.empty())
-        causes.push_back({"device-missing", certainty::likely, seen.lines[0].trouble,
-                          "start the process with the right --tdm, or the line driver"});
-    std::string const evidence = "the process made no packet of the line's audio";
-    causes.push_back({"no-line", none_open ? certainty::likely : certainty::possible,
-                      evidence + (none_open ? ", no line's device is open" : ""), put});
-    if (!none_open)
-        causes.push_back({"third-call", certainty::possible, evidence + "; a line takes two calls",
-                          "fxsctl tdm --call OTHER --none"});
-    return causes;
-}
-
 verdict examine_received(observation const& seen, call_facts const& call) {
-    verdict found = begin(call, "network->phone");
+    verdict found = begin_verdict(seen, call, "network->phone");
     std::vector<cause>& causes = found.causes;
     std::vector<stream> const fed = accepted_streams(call);
-    causes = line_causes(seen, call);
     if (!call.set.tcp && seen.packets_seen) {
         if (call.arriving.empty())
             explain_no_packet(seen, call, causes);
@@ -404,22 +264,6 @@ verdict examine_received(observation const& seen, call_facts const& call) {
         found.state = condition::unseen;
         found.remark = "no packets are seen" + (seen.packets_seen ? "" : " (" + seen.packets_obstacle + ")") +
                        " and no reports: open the call with an identifier";
-    }
-    return found;
-}
-
-verdict examine_sent(observation const& seen, call_facts const& call) {
-    verdict found = begin(call, "phone->network");
-    found.causes = line_causes(seen, call);
-    explain_where_to(seen, call, found.causes);
-    explain_unheard(call, found.causes);
-    found.state = found.causes.empty() ? condition::ok : condition::no_audio;
-    bool const sends = !call.leaving.empty() || call.reports.sent_packets.value_or(0) > 0;
-    if (found.causes.empty() && !sends) {
-        found.state = condition::unseen;
-        found.remark = seen.packets_seen && call.reports.sent < 2
-                           ? "no packet left, and no reports tell why: open the call with an identifier"
-                           : "no packets are seen (" + seen.packets_obstacle + ") and no reports";
     }
     return found;
 }
