@@ -7,7 +7,8 @@
 
 /// How long the packets of a stream wait for the line, and how long they should. What is wanted follows the
 /// distribution of their delays (arrival_delays). Two things add to it: samples that turn out late that the
-/// distribution does not explain (`shortage`), and for a while after a block was short of time, a block more (`caution`).
+/// distribution does not explain (`shortage`), and for a while after a block was short of time, a block more
+/// (`caution`).
 ///
 /// The delay itself is not set but measured, packet by packet: whoever leaves out or puts in samples tells it (move()).
 /// All times are ticks of 8 kHz. Reads no clock.

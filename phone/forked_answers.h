@@ -22,8 +22,8 @@ public:
 
     /// Comes before sipsess_listen(), which lets nobody else see the answers. 0, or an error number.
     int begin(sip* stack);
-    /// There may be several answers to the INVITE of this dialog, until 32 s after the call (64 T1 of RFC 3261). `login`
-    /// answers challenges to BYE.
+    /// There may be several answers to the INVITE of this dialog, until 32 s after the call (64 T1 of RFC 3261).
+    /// `login` answers challenges to BYE.
     void expect(sip_dialog* invited, credentials const& login);
 
 private:

@@ -23,11 +23,10 @@ std::vector<cause> causes_on(line_facts const& line, call_facts const& call) {
                  "start the line driver, then fxsctl tdm " + call_option(call) + " --none; fxsctl tdm " +
                      call_option(call) + " --line " + std::to_string(line.line)}};
     if (place >= 2 && place < static_cast<long>(line.calls.size()))
-        return {
-            {"third-call", certainty::certain,
-             format("line %u has calls %u and %u, a third one is ignored", line.line, line.calls[0], line.calls[1]),
-             "fxsctl tdm --call " + std::to_string(line.calls[1]) + " --none; fxsctl tdm " + call_option(call) +
-                 " --line " + std::to_string(line.line)}};
+        return {{"third-call", certainty::certain,
+                 format("line %u has calls %u and %u, a third one is ignored", line.line, line.calls[0], line.calls[1]),
+                 "fxsctl tdm --call " + std::to_string(line.calls[1]) + " --none; fxsctl tdm " + call_option(call) +
+                     " --line " + std::to_string(line.line)}};
     if (counted_nothing(call))
         return {{"line-silent", certainty::likely,
                  "the device " + line.path + " is open and gives the process no block", "look at the line driver"}};
@@ -39,7 +38,8 @@ std::vector<cause> causes_somewhere(observation const& seen, call_facts const& c
     std::vector<cause> causes;
     for (line_facts const& line : seen.lines)
         if (!line.trouble.empty() && line.is_open == clarity::yes)
-            causes.push_back({"device-gone", certainty::likely, line.trouble, "start the line driver, then " + line_cure(call)});
+            causes.push_back(
+                {"device-gone", certainty::likely, line.trouble, "start the line driver, then " + line_cure(call)});
     bool const none_open =
         std::ranges::all_of(seen.lines, [](line_facts const& line) { return line.is_open == clarity::no; });
     bool const all_missing =
