@@ -4,7 +4,7 @@
 #include <cstring>
 
 unsigned char aes_sbox[256];
-std::uint32_t aes_round_table[4][256];
+alignas(1024) std::uint32_t aes_round_table[4][256];
 
 namespace {
 
@@ -21,24 +21,45 @@ inline std::uint32_t word_of(unsigned char octet, int i) {
     return static_cast<std::uint32_t>(octet) << position(i);
 }
 
-/// aes_round_table[row][x]. The row is added to the address last, where it costs nothing: it is the load's offset.
-template <unsigned row>
-inline std::uint32_t looked_up(unsigned x) {
-    std::uint32_t const* const first_row = reinterpret_cast<std::uint32_t const*>(aes_round_table) + x;
-    return first_row[256 * row];
-}
+/// Looks bytes up in the round table.
+#if defined(__mips__) && !defined(__mips64) && !defined(__mips16) && __mips_isa_rev >= 2
+class round_table {
+public:
+    /// aes_round_table[i][byte i of the word]. A row's address has zeros where the index of an entry belongs, so one
+    /// instruction makes the entry's address of that of any other: two fewer than to shift the index and to add it.
+    template <int i>
+    std::uint32_t find(std::uint32_t word) {
+        asm("ins %0, %1, 2, 8" : "+r"(entries[i]) : "r"(word >> position(i)));
+        return *entries[i];
+    }
+
+private:
+    std::uint32_t const* entries[4] = {aes_round_table[0], aes_round_table[1], aes_round_table[2], aes_round_table[3]};
+};
+#else
+class round_table {
+public:
+    /// aes_round_table[i][byte i of the word]. The row is added to the address last, where it costs nothing: it is the
+    /// load's offset.
+    template <int i>
+    static std::uint32_t find(std::uint32_t word) {
+        std::uint32_t const* const entry = reinterpret_cast<std::uint32_t const*>(aes_round_table) + octet(word, i);
+        return entry[256 * i];
+    }
+};
+#endif
 
 /// SubBytes, ShiftRows and MixColumns of one column: its four bytes come from columns a, b, c and d.
-inline std::uint32_t mixed_column(std::uint32_t a, std::uint32_t b, std::uint32_t c, std::uint32_t d) {
-    return looked_up<0>(octet(a, 0)) ^ looked_up<1>(octet(b, 1)) ^ looked_up<2>(octet(c, 2)) ^
-           looked_up<3>(octet(d, 3));
+inline std::uint32_t mixed_column(round_table& table, std::uint32_t a, std::uint32_t b, std::uint32_t c,
+                                  std::uint32_t d) {
+    return table.find<0>(a) ^ table.find<1>(b) ^ table.find<2>(c) ^ table.find<3>(d);
 }
 
 /// A whole round.
-[[gnu::always_inline]] inline v128_t mixed(v128_t const& state, v128_t const& key) {
+[[gnu::always_inline]] inline v128_t mixed(round_table& table, v128_t const& state, v128_t const& key) {
     std::uint32_t const a = state.word[0], b = state.word[1], c = state.word[2], d = state.word[3];
-    return {mixed_column(a, b, c, d) ^ key.word[0], mixed_column(b, c, d, a) ^ key.word[1],
-            mixed_column(c, d, a, b) ^ key.word[2], mixed_column(d, a, b, c) ^ key.word[3]};
+    return {mixed_column(table, a, b, c, d) ^ key.word[0], mixed_column(table, b, c, d, a) ^ key.word[1],
+            mixed_column(table, c, d, a, b) ^ key.word[2], mixed_column(table, d, a, b, c) ^ key.word[3]};
 }
 
 /// SubBytes and ShiftRows of one column.
@@ -55,10 +76,11 @@ inline v128_t substituted(v128_t const& state, v128_t const& key) {
 }
 
 /// Rounds 3 to the last, which is even. Two to a turn: the state's words change places without being moved.
-[[gnu::always_inline]] inline v128_t later_rounds(v128_t const& second, v128_t const* round_keys, int rounds) {
-    v128_t state = mixed(second, round_keys[3]);
+[[gnu::always_inline]] inline v128_t later_rounds(round_table& table, v128_t const& second, v128_t const* round_keys,
+                                                  int rounds) {
+    v128_t state = mixed(table, second, round_keys[3]);
     for (int n = 4; n < rounds; n += 2)
-        state = mixed(mixed(state, round_keys[n]), round_keys[n + 1]);
+        state = mixed(table, mixed(table, state, round_keys[n]), round_keys[n + 1]);
     return substituted(state, round_keys[rounds]);
 }
 
@@ -95,32 +117,33 @@ public:
         : counter(first), round_keys(keys), rounds(count) {
         begin();
     }
-    v128_t next() {
+    v128_t next(round_table& table) {
         v128_t second = others;
-        add_changing(second, changing ^ looked_up<3>(counter[15] ^ round_keys[0][15]));
+        add_changing(table, second, changing ^ table.find<3>(word_of(counter[15], 3) ^ round_keys[0].word[3]));
         if (++counter[15] == 0) {
             ++counter[14];
             begin();
         }
-        return later_rounds(second, round_keys, rounds);
+        return later_rounds(table, second, round_keys, rounds);
     }
     v128_t const& next_counter() const { return counter; }
 
 private:
     void begin() {
+        round_table table;
         v128_t state = counter;
         v128_xor(state, round_keys[0]);
-        v128_t const first = mixed(state, round_keys[1]);
-        changing = first.word[0] ^ looked_up<3>(state[15]);
-        others = mixed(first, round_keys[2]);
-        add_changing(others, first.word[0]);
+        v128_t const first = mixed(table, state, round_keys[1]);
+        changing = first.word[0] ^ table.find<3>(state.word[3]);
+        others = mixed(table, first, round_keys[2]);
+        add_changing(table, others, first.word[0]);
     }
     /// Adds to the second round's columns what the first column of the first round gives them, or takes it out.
-    static void add_changing(v128_t& second, std::uint32_t column) {
-        second.word[0] ^= looked_up<0>(octet(column, 0));
-        second.word[3] ^= looked_up<1>(octet(column, 1));
-        second.word[2] ^= looked_up<2>(octet(column, 2));
-        second.word[1] ^= looked_up<3>(octet(column, 3));
+    static void add_changing(round_table& table, v128_t& second, std::uint32_t column) {
+        second.word[0] ^= table.find<0>(column);
+        second.word[3] ^= table.find<1>(column);
+        second.word[2] ^= table.find<2>(column);
+        second.word[1] ^= table.find<3>(column);
     }
 
     v128_t counter;  ///< of the next block
@@ -173,9 +196,10 @@ void aes_cm_encrypt(v128_t* block, v128_t const (&round_keys)[11]) {
 void aes_counter_mode(v128_t const* round_keys, int rounds, v128_t& counter, unsigned char const* in, int n,
                       unsigned char* out) {
     constexpr int block_bytes = sizeof(v128_t);
+    round_table table;
     keystream_blocks stream(counter, round_keys, rounds);
     for (; n > 0; n -= block_bytes, in += block_bytes, out += block_bytes) {
-        v128_t const keystream = stream.next();
+        v128_t const keystream = stream.next(table);
         if (n < block_bytes) {
             xor_octets(out, in, keystream, n);
             break;

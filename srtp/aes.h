@@ -64,8 +64,9 @@ struct aes_key {
 /// SubBytes (FIPS-197 section 5.1.1).
 extern unsigned char aes_sbox[256];
 /// aes_round_table[r][x] is what state byte x in row r contributes to its column of the round's result: the four
-/// bytes of column r of the MixColumns matrix times aes_sbox[x], in memory order.
-extern std::uint32_t aes_round_table[4][256];
+/// bytes of column r of the MixColumns matrix times aes_sbox[x], in memory order. Each row begins at a multiple of its
+/// size.
+alignas(1024) extern std::uint32_t aes_round_table[4][256];
 
 /// Fills all tables. To be called once, before the first key is set.
 void aes_compute_tables();
