@@ -14,8 +14,8 @@ int limit15(int value) {
 }
 
 /// LOGSCL, LOGSCH.
-int adapt_log_scale(int nb, int multiplier, int largest) {
-    return std::clamp((nb * 127 >> 7) + multiplier, 0, largest);
+int adapt_log_scale(int nb, level const& meaning, int largest) {
+    return std::clamp(g722_leak<7>(nb, meaning.added), 0, largest);
 }
 
 /// A difference's magnitude as both quantizers compare it with their levels: one less for negative ones.
@@ -31,11 +31,11 @@ int folded(int difference) {
 int quantize_low(int difference, int det) {
     // magnitude >= level * det >> 12, without the shift.
     int const limit = (folded(difference) + 1) << 12;
-    std::int16_t const* level = q6;
+    low_interval const* interval = low_intervals;
 #pragma GCC unroll 5
     for (int step = 16; step > 0; step /= 2)
-        level += static_cast<int>(level[step] * det < limit) * step;
-    return (difference < 0 ? iln : ilp)[level - q6];
+        interval += static_cast<int>(interval[step].q6 * det < limit) * step;
+    return interval->il[difference < 0];
 }
 
 /// QUANTH. Returns the 2-bit code.
@@ -79,11 +79,11 @@ constexpr int quiet_high = 7000;
 
 // A level that is not 0 gives a difference that is not: the least is 32 * 1200 >> 15.
 inline void g722::lower_band::adapt(int code) {
-    low_level const& level = low_levels[code];
-    int const difference = det * level.qm4 >> 15;
-    nb = adapt_log_scale(nb, level.wl, 18432);
-    det = scale[static_cast<unsigned>((nb >> 6) + low_scale)];
-    predictor.process(difference, level.gain, det > quiet_low);
+    level const& meaning = low_levels[code];
+    int const difference = det * meaning.qm >> 15;
+    nb = adapt_log_scale(nb, meaning, 18432);
+    det = low_scale[nb >> 6];
+    predictor.process(difference, meaning.gain, det > quiet_low);
 }
 
 [[gnu::flatten]] void g722::lower_band::encode(int n, short const* in, unsigned char* out, unsigned others) {
@@ -107,10 +107,11 @@ inline void g722::lower_band::adapt(int code) {
 }
 
 inline void g722::higher_band::adapt(int code) {
-    int const difference = det * qm2[code] >> 15;
-    nb = adapt_log_scale(nb, wh[code], 22528);
+    level const& meaning = high_levels[code];
+    int const difference = det * meaning.qm >> 15;
+    nb = adapt_log_scale(nb, meaning, 22528);
     det = scale[static_cast<unsigned>(nb >> 6)];
-    predictor.process(difference, difference == 0 ? 0 : (difference >> 31 | 1) * 128, det > quiet_high);
+    predictor.process(difference, difference == 0 ? 0 : meaning.gain, det > quiet_high);
 }
 
 [[gnu::flatten]] void g722::higher_band::encode(int n, short const* in, unsigned char* out) {
@@ -128,7 +129,7 @@ template <typename function>
     higher_band band = *this;
     for (int i = 0; i < n; i++) {
         int const code = in[i] >> 6;
-        take(i, limit15(band.predictor.estimate() + (band.det * qm2[code] >> 15)));
+        take(i, limit15(band.predictor.estimate() + (band.det * high_levels[code].qm >> 15)));
         band.adapt(code);
     }
     *this = band;

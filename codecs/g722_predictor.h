@@ -23,13 +23,20 @@ inline int g722_with_sign(int value, int sign) {
     return (value ^ sign) - sign;
 }
 
+/// value * (1 - 2^-shift), rounded down, plus added / 2^shift, which has no remainder. Leaking and adding take an
+/// operation less together than apart.
+template <int shift>
+int g722_leak(int value, int added) {
+    return value + ((added - value) >> shift);
+}
+
 /// The adaptive predictor of one band of ITU-T G.722, two poles and six zeros: BLOCK 4L and BLOCK 4H, which do
 /// the same. It knows nothing of codes and scale factors. Variables bear the Recommendation's names.
 class g722_predictor {
 public:
-    /// One step with the quantized difference signal (at most +-10228, what the largest scale factor allows). gain: 128
-    /// with its sign, 0 for 0. loud: the magnitudes of the last six differences may be more than 16383 together.
-    /// Returns the estimate of the next sample.
+    /// One step with the quantized difference signal (at most +-10228, what the largest scale factor allows). gain:
+    /// 2^15 with its sign, 0 for 0, is 128 for the coefficients. loud: the magnitudes of the last six differences may
+    /// be more than 16383 together. Returns the estimate of the next sample.
     int process(int d, int gain, bool loud);
     /// Estimate of the next sample, 17 bits. Limiting it to 16 (PREDIC) would change nothing: whatever takes it
     /// in has reached a lower limit of its own by then.
@@ -69,9 +76,9 @@ inline int g722_predictor::process(int d, int gain, bool loud) {
 inline void g722_predictor::adapt_poles(int sg0) {
     int const other = sg0 ^ sg1;
     int const wd2 = std::clamp((other - (a1 ^ other)) >> 5, -256, 255);
-    a2 = g722_limit(wd2 + g722_with_sign(128, sg0 ^ sg2) + (a2 * 127 >> 7), 12288);
+    a2 = g722_limit(wd2 + g722_leak<7>(a2, g722_with_sign(128 << 7, sg0 ^ sg2)), 12288);
     int const limit = 15360 - a2;
-    a1 = g722_limit((a1 * 255 >> 8) + g722_with_sign(192, other), limit);
+    a1 = g722_limit(g722_leak<8>(a1, g722_with_sign(192 << 8, other)), limit);
 }
 
 /// UPZERO, DELAYA, FILTEZ. A coefficient is 1 at most, or 2 in Q14: with differences that aren't loud no sum is
@@ -81,7 +88,7 @@ inline int g722_predictor::filter_zeros(int d, int gain) {
     // Unrolled: so the twelve values can stay in registers from one sample to the next.
 #pragma GCC unroll 6
     for (int i = 5; i >= 0; i--) {
-        b[i] = (b[i] * 255 >> 8) + g722_with_sign(gain, d_doubled[i] >> 31);
+        b[i] = g722_leak<8>(b[i], g722_with_sign(gain, d_doubled[i] >> 31));
         d_doubled[i] = i > 0 ? d_doubled[i - 1] : 2 * d;
         sum += b[i] * d_doubled[i] >> 15;
     }
