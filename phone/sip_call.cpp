@@ -1,5 +1,7 @@
 #include "phone/sip_call.h"
 
+#include <fxsmedia/events.h>
+
 #include "phone/registration.h"
 #include "phone/sip_agent.h"
 #include "phone/sip_methods.h"
@@ -43,6 +45,7 @@ struct sip_call::handlers {
         if (has_offer && !call.read(message, true))
             return EPROTO;
         *description = has_offer ? call.media.answer(call.holds) : call.media.offer(call.holds);
+        call.offered_ms = has_offer ? 0 : fxsmedia::monotonic_ms();
         if (has_offer)
             call.agreed();
         if (call.answered)
@@ -51,6 +54,7 @@ struct sip_call::handlers {
     }
     static int answer(sip_msg const* message, void* arg) {
         sip_call& call = of(arg);
+        call.offered_ms = 0;
         // Early media has brought it already when the final response has none.
         if (mbuf_get_left(message->mb) > 0 && !call.read(message, false))
             return EPROTO;
@@ -187,6 +191,7 @@ bool sip_call::answer(bool on_hold) {
         session != nullptr && description != nullptr &&
         sipsess_answer(session, 200, "OK", description, "%s%s", allowed_methods, timer_headers.c_str()) == 0;
     mem_deref(description);
+    offered_ms = offered ? 0 : fxsmedia::monotonic_ms();
     code = 200;
     if (sent)
         timer.begin();
@@ -225,7 +230,8 @@ void sip_call::hold(bool on) {
     if (session == nullptr)
         return;
     mbuf* const offer = media.offer(on);
-    sipsess_modify(session, offer);
+    if (sipsess_modify(session, offer) == 0)
+        offered_ms = fxsmedia::monotonic_ms();
     mem_deref(offer);
 }
 

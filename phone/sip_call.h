@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 #include "phone/digest.h"
@@ -70,7 +71,8 @@ public:
     void redirect(std::string const& to);
     /// Sends a key as INFO with application/dtmf-relay; nothing before the call was answered.
     void send_info(char key);
-    /// The far end's UPDATE (RFC 3311), which is answered: it refreshes the session, or makes an offer.
+    /// The far end's UPDATE (RFC 3311), which is answered: it refreshes the session, or makes an offer, refused with
+    /// 491 while one of ours has no answer.
     void update(sip_msg const* request);
     /// A new offer: the far end may not send any more, or may again. Nothing when another offer is under way.
     void hold(bool on);
@@ -95,6 +97,8 @@ private:
     bool tries_again(int error, sip_msg const* response);
     void refresh();
     void send_update();
+    bool refuses_update(sip_msg const* request, bool offers);
+    bool offer_is_pending() const;
     void hang_up();
     void note_dialog(sip_msg const* message);
     bool read(sip_msg const* message, bool is_offer);
@@ -113,6 +117,7 @@ private:
     struct sip_request* under_way = nullptr;  ///< an UPDATE
     std::string far, number, name, contact;
     dialog_id dialog;
+    std::int64_t offered_ms = 0;  ///< when a later offer of ours was made that has no answer yet; 0: none
     int code = 0;
     int alert = 1;
     bool answered = false;

@@ -1,3 +1,5 @@
+#include <fxsmedia/events.h>
+
 #include "phone/libre.h"
 #include "phone/sip_agent.h"
 #include "phone/sip_call.h"
@@ -48,21 +50,38 @@ void sip_call::send_update() {
                   updates::answered, this, "%sContent-Length: 0\r\n\r\n", headers.c_str());
 }
 
+/// libre tells of the answer to an offer in a re-INVITE, but not of a refusal: then the offer counts as pending for as
+/// long as a transaction may take (64 T1, RFC 3261 section 17.1.1.2).
+bool sip_call::offer_is_pending() const {
+    constexpr std::int64_t longest_ms = 32'000;
+    bool const first = !incoming && !answered;
+    return first || (offered_ms != 0 && fxsmedia::monotonic_ms() - offered_ms < longest_ms);
+}
+
+/// What cannot be taken now, or at all (RFC 3311 section 5.2); true: it was answered.
+bool sip_call::refuses_update(sip_msg const* request, bool offers) {
+    sip* const stack = agent->stack();
+    if (session == nullptr || !sip_dialog_rseq_valid(sip_side(), request))
+        sip_treply(nullptr, stack, request, 500, "Server Internal Error");
+    else if (offers && offer_is_pending())
+        sip_treply(nullptr, stack, request, 491, "Request Pending");
+    else if (offers && !answered)
+        sip_treplyf(nullptr, nullptr, stack, request, false, 500, "Server Internal Error",
+                    "Retry-After: %u\r\nContent-Length: 0\r\n\r\n", rand_u16() % 11u);
+    else if (timer.is_too_short(request))
+        sip_treplyf(nullptr, nullptr, stack, request, false, 422, "Session Interval Too Small",
+                    "Min-SE: %u\r\nContent-Length: 0\r\n\r\n", session_timer::least_s);
+    else if (offers && !read(request, true))
+        sip_treply(nullptr, stack, request, 488, "Not Acceptable Here");
+    else
+        return false;
+    return true;
+}
+
 void sip_call::update(sip_msg const* request) {
     bool const offers = mbuf_get_left(request->mb) > 0;
-    if (session == nullptr || !sip_dialog_rseq_valid(sip_side(), request) || (offers && !answered)) {
-        sip_treply(nullptr, agent->stack(), request, 500, "Server Internal Error");
+    if (refuses_update(request, offers))
         return;
-    }
-    if (timer.is_too_short(request)) {
-        sip_treplyf(nullptr, nullptr, agent->stack(), request, false, 422, "Session Interval Too Small",
-                    "Min-SE: %u\r\nContent-Length: 0\r\n\r\n", session_timer::least_s);
-        return;
-    }
-    if (offers && !read(request, true)) {
-        sip_treply(nullptr, agent->stack(), request, 488, "Not Acceptable Here");
-        return;
-    }
     sip_dialog_update(sip_side(), request);
     mbuf* const description = offers ? media.answer(holds) : nullptr;
     sip_contact own_contact;

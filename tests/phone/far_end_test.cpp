@@ -89,13 +89,17 @@ TEST(phone_far_end, offers_at_the_same_moment) {
     one.far.request("INVITE", 10, "RTP/AVP 8");
     EXPECT_FALSE(one.far.receive("SIP/2.0 491").empty()) << "RFC 3261 section 14.2";
     one.far.request("ACK", 10);
+    one.far.request("UPDATE", 11, "RTP/AVP 8");
+    EXPECT_FALSE(one.far.receive("SIP/2.0 491").empty()) << "RFC 3311 section 5.2";
     one.far.answer(ours, "491 Request Pending");
     EXPECT_FALSE(one.far.receive("ACK").empty());
     std::string const again = one.far.receive("INVITE");
     EXPECT_NE(again.find("a=sendonly"), std::string::npos) << again;
     one.far.answer(again, "200 OK", "RTP/AVP 8\r\na=recvonly");
     EXPECT_FALSE(one.far.receive("ACK").empty());
-    one.far_hangs_up(11);
+    one.far.request("UPDATE", 12, "RTP/AVP 8");
+    EXPECT_FALSE(one.far.receive("SIP/2.0 200").empty());
+    one.far_hangs_up(13);
 }
 
 std::string const two_seconds = "Session-Expires: 2;refresher=";
