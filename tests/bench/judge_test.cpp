@@ -160,6 +160,9 @@ TEST(Judge, FindsDelays) {
         EXPECT_LT(spectral_distance_db(speech(), heard, track), 1) << row.course;
     }
     EXPECT_NEAR(judge(speech(), stretched(5), 0).second_ms.back(), 5.5 * 50 / 1.05, 10);
+    for (int const number : {codec::g722_64, codec::g729, codec::gsm_full_rate})
+        EXPECT_LE(judge(speech(), coded(number), 0).delay_95_ms, 6)
+            << "codec " << number << ", whose noise moves nothing";
 }
 
 TEST(Judge, MeasuresClicks) {
