@@ -85,18 +85,20 @@ TEST(device, dead_ones_cost_little) {
                 log_lines / wall_s);
     EXPECT_TRUE(percent > 0 && percent < 15 && log_lines > 0 && log_lines / wall_s < 250);
     EXPECT_TRUE(lines->hears(3));
+
+    std::filesystem::create_symlink(lines->tdm_path() + "0", own_lines + "0");
+    tell(process, protocol::tdm_command{.call = 0});
+    process.put_on_line(0, 0);
+    std::filesystem::remove(own_lines + "0");
+    ASSERT_TRUE(lines->wait_for_open(3));
+    EXPECT_TRUE(lines->hears(0)) << "the same call on a new device";
 }
 
 // ---- floods
 
 class flooded : public testing::Test {
 protected:
-    flooded() : lines(speakers()), process({"--tdm", lines->tdm_path()}) {
-        process.connect(0, 1, linear);
-        process.put_on_line(0, 0);
-        process.put_on_line(1, 1);
-        EXPECT_TRUE(lines->wait_for_open(2));
-    }
+    flooded() : lines(speakers()), process({"--tdm", lines->tdm_path()}) { process.call_between(*lines); }
     std::uint64_t lost_blocks() {
         return lines->mount().locked(
             [&] { return lines->bank().line(0).counters().overruns + lines->bank().line(1).counters().overruns; });

@@ -78,8 +78,8 @@ TEST_F(relay, the_driver_pipe_is_closed_for_good_at_its_end_but_not_by_an_error)
 }
 
 TEST_F(relay, named_pipes_have_no_end) {
-    std::filesystem::path const directory = make_temporary_directory();
-    std::string const base = (directory / "pipe").string();
+    temporary_directory const directory;
+    std::string const base = directory.path("pipe");
     open_fxs_pipe(to_str(base));
     EXPECT_EQ(std::pair(fxs_in_fd, fxs_out_fd), std::pair(-1, -1)) << "there are none yet";
     for (char const* const number : {"0", "1"})
@@ -93,7 +93,6 @@ TEST_F(relay, named_pipes_have_no_end) {
     close(std::exchange(far_end, -1));
     EXPECT_FALSE(shows(fxs_in_fd, POLLIN, 0)) << "this process holds the other side itself";
     close(device);
-    std::filesystem::remove_all(directory);
 }
 
 TEST_F(relay, the_signalling_device_is_raw_and_fast_and_never_waits) {

@@ -8,18 +8,13 @@
 #include "tests/e2e/far_end.h"
 #include "tests/e2e/media_process.h"
 #include "tests/support/seed.h"
-#include "tests/tools/child.h"
+#include "tests/tools/fxsctl/run_fxsctl.h"
 
 using namespace std::chrono_literals;
 
 namespace {
 
 std::string const key = "e1f97a0d3e018be0d64fa32c06de41390ec675ad498afeebb6960b3aabe6";
-
-struct finished {
-    int code;
-    std::string out, err;
-};
 
 /// The process with four telephones in real time and a monitor, through which all commands go.
 class scene {
@@ -41,26 +36,15 @@ public:
         return says;
     }
 
-    std::unique_ptr<child> start(std::string const& words) const {
-        std::vector<std::string> arguments{FXSCTL, "--port", std::to_string(process.port), "--timeout", "20000"};
-        for (std::string const& word : split(words, ' '))
-            arguments.push_back(word);
-        return std::make_unique<child>(arguments);
-    }
-    finished fxsctl(std::string const& words) const {
-        auto const run = start(words);
-        int const code = run->wait();
-        return {code, run->out, run->err};
-    }
+    outcome fxsctl(std::string const& words) const { return run_fxsctl("--timeout 20000 " + words, process.port); }
     void expect_done(std::string const& words) const {
-        finished const run = fxsctl(words);
-        EXPECT_EQ(run.code, 0) << words << ": " << run.err;
+        outcome const run = fxsctl(words);
+        EXPECT_EQ(run.exit_code, 0) << words << ": " << run.err;
     }
 
     telephones lines;
     controlled_process process;
-    child watching{
-        {FXSCTL, "--port", std::to_string(process.port), "--timeout", "20000", "monitor", "--log-level", "4"}};
+    child watching = start_fxsctl("--timeout 20000 monitor --log-level 4", process.port);
 
 private:
     std::vector<std::string> with_lines(std::vector<std::string> arguments) const {
@@ -78,7 +62,7 @@ private:
 
 /// Verdicts of a run, by call (-1: the process) and direction: the names of the causes, the first one first.
 struct diagnosis {
-    explicit diagnosis(finished const& run) : code(run.code), text(run.out + run.err) {
+    explicit diagnosis(outcome const& run) : code(run.exit_code), text(run.out + run.err) {
         for (std::string const& line : split(run.out, '\n')) {
             auto const verdict = nlohmann::json::parse(line);
             auto& causes = found[{verdict["call"].is_null() ? -1 : verdict["call"].get<int>(), verdict["direction"]}];
@@ -169,7 +153,7 @@ TEST_P(doctor_four, finds_the_cause) {
     std::span<fault const> const made = std::span(faults).subspan(GetParam(), 4);
     for (std::size_t i = 0; i < made.size(); i++) {
         std::string const call = "--call " + std::to_string(i);
-        finished const opened = here.fxsctl("--json open " + call + " --call-id e2e-" + std::to_string(i));
+        outcome const opened = here.fxsctl("--json open " + call + " --call-id e2e-" + std::to_string(i));
         far_ends.push_back(std::make_unique<far_end>(made[i].far));
         std::string settings = made[i].settings;
         if (std::size_t const at = settings.find("FAR"); at != settings.npos)
@@ -199,29 +183,30 @@ TEST(doctor_of_lines, finds_a_third_call_and_a_missing_device) {
     here.expect_done("call 2 3 --lines 0,2");
     here.expect_done("open --call 4 --call-id fourth");
     here.expect_done("tdm --call 4 --line 3");
-    finished const nowhere = here.fxsctl("dtmf --call 4 5");
-    EXPECT_EQ(nowhere.code, 4);
+    outcome const nowhere = here.fxsctl("dtmf --call 4 5");
+    EXPECT_EQ(nowhere.exit_code, 4);
     EXPECT_NE(nowhere.err.find("no destination"), std::string::npos) << nowhere.err;
-    finished const refused = here.fxsctl("tdm --call 4 --line 0");
-    EXPECT_EQ(refused.code, 4);
+    outcome const refused = here.fxsctl("tdm --call 4 --line 0");
+    EXPECT_EQ(refused.exit_code, 4);
     EXPECT_NE(refused.err.find("two calls already"), std::string::npos) << refused.err;
-    EXPECT_EQ(here.fxsctl("call 5 --line 0 --to 127.0.0.1:9").code, 4);
+    EXPECT_EQ(here.fxsctl("call 5 --line 0 --to 127.0.0.1:9").exit_code, 4);
     diagnosis const found = examine(here);
     EXPECT_EQ(found.first(4, out), "third-call") << found.text;
     EXPECT_EQ(found.first(0, in) + found.first(0, out) + found.first(2, in), "") << found.text;
     here.lines.mount().stop();
     EXPECT_EQ(examine(here, " --call 1").first(1, out), "device-gone");
-    finished const missing = here.fxsctl("call 6 7 --lines 2,3");
-    EXPECT_EQ(missing.code, 4);
+    outcome const missing = here.fxsctl("call 6 7 --lines 2,3");
+    EXPECT_EQ(missing.exit_code, 4);
     EXPECT_NE(missing.err.find("cannot be used"), std::string::npos) << missing.err;
 }
 
 TEST(doctor_of_the_process, finds_why_it_does_not_answer) {
     scene here;
     auto stranger = protocol::control_client::connect_udp("127.0.0.1", here.process.port);
-    media_process const second({"--debug", "--port", std::to_string(here.process.port)});
+    media_process second({"--debug", "--log", "1", "--port", std::to_string(here.process.port)});
     std::this_thread::sleep_for(500ms);
     EXPECT_EQ(examine(here).first(-1, "control"), "second-process");
+    EXPECT_NE(second.error_output().find("control port cannot be had"), std::string::npos);
     ASSERT_TRUE(stranger.start_session(20s));
     diagnosis const taken = examine(here);
     EXPECT_NE(taken.text.find("session-taken"), std::string::npos) << taken.text;
@@ -232,7 +217,7 @@ TEST(doctor_of_the_process, finds_why_it_does_not_answer) {
     kill(here.process.process.pid(), SIGSTOP);
     EXPECT_EQ(diagnosis(here.fxsctl("--timeout 500 --json doctor")).first(-1, "control"), "process-stopped");
     kill(here.process.process.pid(), SIGCONT);
-    EXPECT_EQ(child({FXSCTL, "--port", std::to_string(free_port()), "doctor"}).wait(), 3);
+    EXPECT_EQ(run_fxsctl("doctor", free_port()).exit_code, 3);
 }
 
 TEST(hold, is_noticed_by_the_monitor_and_resumed) {

@@ -1,7 +1,4 @@
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <poll.h>
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -115,76 +112,13 @@ TEST(call, carries_every_sample_both_ways) {
     }
     telephones lines(says);
     controlled_process process({"--tdm", lines.tdm_path()});
-    process.connect(0, 1, {0, 100});
-    process.put_on_line(0, 0);
-    process.put_on_line(1, 1);
-    ASSERT_TRUE(lines.wait_for_open(2));
+    process.call_between(lines);
     lines.run(230);
     for (unsigned line : {0, 1}) {
         int const at = position_of(voices[1 - line], lines.heard(line));
         EXPECT_GE(at, block);
         EXPECT_LE(at, 6 * block) << "20 ms packets, one block in the line's queue";
     }
-}
-
-TEST(device, base_commands_reach_the_driver_and_the_third_is_answered) {
-    telephones lines({});
-    controlled_process process({"--tdm", lines.tdm_path()});
-    for (int const open_line : {-1, 1}) {
-        if (open_line >= 0) {
-            process.open(0);
-            process.put_on_line(0, static_cast<std::uint16_t>(open_line));
-            ASSERT_TRUE(lines.wait_for_open(1));
-        }
-        process.send(protocol::encode(protocol::reset_base_command{.command = 2}));
-        process.send(protocol::encode(protocol::reset_base_command{.command = 3}));
-        auto const result = process.client.wait_for<protocol::driver_result>(patience);
-        ASSERT_TRUE(result.has_value());
-        EXPECT_EQ(result->command, 3);
-        EXPECT_EQ(result->result, 42);
-        lines.mount().locked([&] {
-            std::string seen;
-            for (fxsline::line_event const& event : lines.events())
-                if (event.kind == fxsline::event_kind::base_command)
-                    seen += std::to_string(event.line) + ":" + std::to_string(event.number) + "=" +
-                            std::to_string(event.answer) + " ";
-            EXPECT_EQ(seen, open_line < 0 ? "0:2=0 0:3=42 " : "0:2=0 0:3=42 1:2=0 1:3=42 ");
-        });
-    }
-}
-
-TEST(device, the_signalling_device_is_a_transparent_relay) {
-    int const line = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);  // the far side of a serial line
-    ASSERT_EQ(grantpt(line), 0);
-    ASSERT_EQ(unlockpt(line), 0);
-    controlled_process process({"--tunnel", ptsname(line)});
-    protocol::bytes said;
-    for (int i = 0; i < 1500; i++)
-        said.push_back(static_cast<std::uint8_t>(i * 7));
-    ASSERT_EQ(write(line, said.data(), said.size()), 1500);
-    protocol::bytes relayed;
-    while (relayed.size() < said.size()) {
-        auto const message = process.client.wait_for<protocol::signal_data>(patience);
-        ASSERT_TRUE(message.has_value());
-        EXPECT_LE(message->data.size(), 1024u);
-        relayed.insert(relayed.end(), message->data.begin(), message->data.end());
-    }
-    EXPECT_EQ(relayed, said);
-
-    process.send(protocol::encode(protocol::signal_command{.data = {{1, 2, 3}, {}, {13, 10, 0, 255}, {4}}}));
-    protocol::bytes heard(8);
-    pollfd readable{line, POLLIN, 0};
-    for (std::size_t n = 0; n < 8; n += static_cast<std::size_t>(read(line, &heard[n], 8 - n)))
-        ASSERT_EQ(poll(&readable, 1, 20000), 1);
-    EXPECT_EQ(heard, (protocol::bytes{1, 2, 3, 13, 10, 0, 255, 4}));
-
-    close(line);
-    process.send(protocol::encode(protocol::signal_command{.data = {{1, 2, 3}}}));
-    auto const lost = process.client.wait_for<protocol::log_line>(
-        patience, [](protocol::log_line const& logged) { return logged.level == 3; });
-    ASSERT_TRUE(lost.has_value());
-    EXPECT_EQ(lost->text, "Could not write 3 bytes");
-    EXPECT_EQ(process.open(4).call, 4) << "calls go on without the device";
 }
 
 }  // namespace

@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "tests/e2e/media_process.h"
-#include "tests/tools/child.h"
+#include "tests/tools/fxsctl/run_fxsctl.h"
 
 using namespace std::chrono_literals;
 
@@ -14,8 +14,8 @@ constexpr int answered = 0, unanswered = 3;
 struct resync : testing::Test {
     controlled_process process{{}};
 
-    child fxsctl(std::string const& subcommand, std::string const& timeout_ms = "1000") {
-        return child({FXSCTL, "--port", std::to_string(process.port), "--timeout", timeout_ms, subcommand});
+    outcome fxsctl(std::string const& subcommand, int timeout_ms = 1000) {
+        return run_fxsctl("--timeout " + std::to_string(timeout_ms) + " " + subcommand, process.port);
     }
 };
 
@@ -31,20 +31,20 @@ TEST_F(resync, cures_what_mutes_the_process) {
          }) {
         SCOPED_TRACE(poison);
         process.send(protocol::from_hex(poison).value());
-        child muted = fxsctl("ping", "100");
-        EXPECT_EQ(muted.wait(), unanswered);
+        outcome const muted = fxsctl("ping", 100);
+        EXPECT_EQ(muted.exit_code, unanswered);
         EXPECT_NE(muted.err.find("fxsctl resync"), std::string::npos) << muted.err;
-        child cure = fxsctl("resync");
-        EXPECT_EQ(cure.wait(), answered) << cure.err;
+        outcome const cure = fxsctl("resync");
+        EXPECT_EQ(cure.exit_code, answered) << cure.err;
         EXPECT_NE(cure.out.find("was_muted=yes"), std::string::npos) << cure.out;
-        EXPECT_EQ(fxsctl("ping").wait(), answered);
+        EXPECT_EQ(fxsctl("ping").exit_code, answered);
     }
 }
 
 TEST_F(resync, sees_through_heartbeats) {
     process.send(protocol::from_hex("001300").value());  // the next command's first byte makes this a session command
-    child cure = fxsctl("resync");
-    EXPECT_EQ(cure.wait(), answered) << cure.err;
+    outcome const cure = fxsctl("resync");
+    EXPECT_EQ(cure.exit_code, answered) << cure.err;
     EXPECT_NE(cure.out.find("was_muted=yes"), std::string::npos) << cure.out;
     ASSERT_TRUE(process.client.start_session(20s));
     process.open(0);  // which fails without a reply
@@ -53,7 +53,7 @@ TEST_F(resync, sees_through_heartbeats) {
 TEST_F(resync, the_broken_command_is_not_carried_out) {
     std::uint16_t const rtp_port = process.open(0).rtp_port;
     process.send(protocol::from_hex("0004ffff 000400020000").value());  // end call 0
-    EXPECT_EQ(fxsctl("resync").wait(), answered);
+    EXPECT_EQ(fxsctl("resync").exit_code, answered);
     ASSERT_TRUE(process.client.start_session(20s));
     process.send(protocol::encode(
         protocol::open_command{.call = 1, .port_min = rtp_port, .port_max = static_cast<std::uint16_t>(rtp_port + 2)}));
@@ -63,14 +63,14 @@ TEST_F(resync, the_broken_command_is_not_carried_out) {
 }
 
 TEST_F(resync, leaves_a_process_in_order_alone) {
-    child untouched = fxsctl("resync");
-    EXPECT_EQ(untouched.wait(), answered);
+    outcome const untouched = fxsctl("resync");
+    EXPECT_EQ(untouched.exit_code, answered);
     EXPECT_NE(untouched.out.find("was_muted=no"), std::string::npos) << untouched.out;
 
     kill(process.process.pid(), SIGSTOP);
-    EXPECT_EQ(fxsctl("resync", "100").wait(), unanswered);
+    EXPECT_EQ(fxsctl("resync", 100).exit_code, unanswered);
     kill(process.process.pid(), SIGCONT);
-    EXPECT_EQ(fxsctl("ping", "20000").wait(), answered);
+    EXPECT_EQ(fxsctl("ping", 20000).exit_code, answered);
 }
 
 }  // namespace

@@ -1,22 +1,15 @@
 #include "tests/e2e/media_process.h"
 
-#include <arpa/inet.h>
-#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <net/if.h>
 #include <sched.h>
-#include <signal.h>
 #include <sys/ioctl.h>
-#include <sys/prctl.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
-#include <fstream>
 #include <span>
-#include <sstream>
 
 #include "tests/support/signals.h"
 
@@ -26,11 +19,6 @@ namespace {
 
 constexpr auto patience = 20s;
 constexpr std::uint16_t session_log_level = 5;  // of the line that says that a session was started
-
-std::string temporary_directory() {
-    std::string name = testing::TempDir() + "fxsmedia-XXXXXX";
-    return mkdtemp(name.data()) != nullptr ? name : throw std::runtime_error("no temporary directory");
-}
 
 protocol::address loopback(std::uint16_t port) {
     return {{127, 0, 0, 1}, port};
@@ -48,7 +36,7 @@ std::uint16_t free_port() {
     return protocol::control_client::connect_udp("127.0.0.1", 9).local_port();
 }
 
-telephones::telephones(std::vector<fxsline::speech> says) : directory(temporary_directory()), ears(4) {
+telephones::telephones(std::vector<fxsline::speech> says) : ears(4) {
     fxsline::bank_config config;
     config.base_answers[3] = 42;
     for (std::size_t i = 0; i < says.size(); i++)
@@ -59,14 +47,13 @@ telephones::telephones(std::vector<fxsline::speech> says) : directory(temporary_
         lines->line(i).tap_heard(
             [this, i](fxsline::block const& block) { ears[i].insert(ears[i].end(), block.begin(), block.end()); });
     files = std::make_unique<fxsline::line_mount>(*lines);
-    if (files->open({.mountpoint = directory}) != fxsline::mount_error::none)
+    if (files->open({.mountpoint = directory.path()}) != fxsline::mount_error::none)
         throw std::runtime_error(files->error());
     files->start();
 }
 
 telephones::~telephones() {
     files->stop();
-    rmdir(directory.c_str());
 }
 
 void telephones::run(int ticks) {
@@ -103,46 +90,21 @@ std::string media_process::path() {
     return chosen != nullptr ? chosen : FXSMEDIA_BINARY;
 }
 
-media_process::media_process(std::vector<std::string> const& arguments)
-    : error_file(testing::TempDir() + "fxsmedia-stderr-" + std::to_string(free_port())) {
-    std::string const program = path();
-    std::vector<char*> argv{const_cast<char*>(program.c_str())};
-    for (std::string const& argument : arguments)
-        argv.push_back(const_cast<char*>(argument.c_str()));
-    argv.push_back(nullptr);
-    child = fork();
-    if (child != 0)
-        return;
-    prctl(PR_SET_PDEATHSIG, SIGKILL);  // also when this program is killed
-    dup2(open(error_file.c_str(), O_CREAT | O_TRUNC | O_RDWR, 0600), STDERR_FILENO);
-    execv(program.c_str(), argv.data());
-    _exit(127);
-}
+media_process::media_process(std::vector<std::string> arguments)
+    : run((arguments.insert(arguments.begin(), path()), arguments)) {}
 
 media_process::~media_process() {
-    if (child > 0) {
-        EXPECT_TRUE(alive()) << "the process ended: " << error_output();
-        kill(child, SIGKILL);
-        waitpid(child, nullptr, 0);
-    }
-    unlink(error_file.c_str());
-}
-
-bool media_process::alive() const {
-    return waitpid(child, nullptr, WNOHANG) == 0;
+    EXPECT_TRUE(ends || alive()) << "the process ended: " << error_output();
 }
 
 int media_process::wait() {
-    int status = 0;
-    waitpid(child, &status, 0);
-    child = -1;
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    ends = true;
+    return run.wait();
 }
 
-std::string media_process::error_output() const {
-    std::ostringstream text;
-    text << std::ifstream(error_file).rdbuf();
-    return text.str();
+std::string media_process::error_output() {
+    run.read_output();
+    return run.err;
 }
 
 namespace {
@@ -192,6 +154,13 @@ void controlled_process::connect(std::uint16_t a, std::uint16_t b, protocol::cod
 void controlled_process::put_on_line(std::uint16_t call, std::uint16_t line) {
     send(protocol::encode(protocol::tdm_command{.call = call, .slot = line}));
     settle();
+}
+
+void controlled_process::call_between(telephones& lines) {
+    connect(0, 1, {0, 100});
+    put_on_line(0, 0);
+    put_on_line(1, 1);
+    EXPECT_TRUE(lines.wait_for_open(2));
 }
 
 void controlled_process::settle() {

@@ -6,6 +6,8 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/temporary_directory.h"
+#include "tests/tools/child.h"
 #include "tools/fxsline/line_mount.h"
 #include "tools/protocol/control_client.h"
 
@@ -24,7 +26,7 @@ public:
     ~telephones();
 
     /// The value of the process's option --tdm.
-    std::string tdm_path() const { return directory + "/sdt"; }
+    std::string tdm_path() const { return directory.path("sdt"); }
     /// Lets 10 ms pass at a time and waits until the process has done its part of each.
     void run(int ticks);
     /// What a telephone has heard since the clock started, 80 samples a tick.
@@ -38,7 +40,7 @@ public:
     std::vector<fxsline::line_event> const& events() const { return driver_events; }
 
 private:
-    std::string directory;
+    temporary_directory directory;
     std::vector<std::vector<std::int16_t>> ears;
     std::vector<fxsline::line_event> driver_events;
     std::unique_ptr<fxsline::line_bank> lines;
@@ -52,20 +54,19 @@ std::unique_ptr<telephones> speakers(unsigned seed = 31);
 /// kept: a sanitizer's report ends the test. Killed with its owner.
 class media_process {
 public:
-    explicit media_process(std::vector<std::string> const& arguments);
+    explicit media_process(std::vector<std::string> arguments);
     ~media_process();
-    media_process(media_process const&) = delete;
 
     static std::string path();
-    pid_t pid() const { return child; }
-    bool alive() const;
-    /// Waits for its end; the exit status, -1 for a signal.
+    pid_t pid() const { return run.id(); }
+    bool alive() { return run.alive(); }
+    /// Waits for its end; the exit status.
     int wait();
-    std::string error_output() const;
+    std::string error_output();
 
 private:
-    pid_t child = -1;
-    std::string error_file;
+    child run;
+    bool ends = false;  ///< as it ought to
 };
 
 /// The process with its control link, ready for commands.
@@ -79,6 +80,8 @@ public:
     /// Connects calls a and b with each other on 127.0.0.1; both send and accept this codec.
     void connect(std::uint16_t a, std::uint16_t b, protocol::codec_choice codec, protocol::media_command extra = {});
     void put_on_line(std::uint16_t call, std::uint16_t line);
+    /// Calls 0 and 1 in linear PCM, on lines 0 and 1.
+    void call_between(telephones& lines);
     /// Waits until the process has carried out everything sent before.
     void settle();
 

@@ -3,18 +3,17 @@
 #include <sys/resource.h>
 
 #include "tests/support/control_peer.h"
-#include "tests/support/stepped_lines.h"
+#include "tests/support/temporary_directory.h"
 
 namespace {
 
 using lines = std::vector<std::string>;
 
 struct str_file : testing::Test {
-    ~str_file() override { std::filesystem::remove_all(root); }
-    std::string name(char const* below) const { return root.string() + "/" + below; }
+    std::string name(char const* below) const { return root.path(below); }
     str path(char const* below) const { return to_str(name(below)); }
 
-    std::filesystem::path const root = make_temporary_directory();
+    temporary_directory const root;
     control_peer log{1};
 };
 
@@ -82,7 +81,7 @@ TEST_F(str_file, on_a_full_disk_none_is_left_in_part) {
     std::filesystem::create_symlink("/dev/full", name("file"));
     EXPECT_FALSE(str::write_file(str('x', no_space), path("file")));
     EXPECT_EQ(log.log_lines(), lines{other + name("file")});
-    EXPECT_TRUE(std::filesystem::is_empty(root));
+    EXPECT_TRUE(std::filesystem::is_empty(name("")));
     std::signal(SIGXFSZ, before);
 }
 

@@ -1,21 +1,12 @@
 #pragma once
 
-#include <cstdlib>
-#include <filesystem>
-
 #include <fcntl.h>
 #include <sys/ioctl.h>
 #include <termios.h>
 
 #include "dsp/devmgr.h"
+#include "tests/support/temporary_directory.h"
 #include "tests/support/udp_peer.h"
-
-/// A new, empty directory of this test process.
-inline std::filesystem::path make_temporary_directory() {
-    std::string name = (std::filesystem::temp_directory_path() / "fxsmedia_XXXXXX").string();
-    EXPECT_NE(mkdtemp(name.data()), nullptr);
-    return name;
-}
 
 /// Four line devices that the device managers can open by path; the test is the telephone on each of them and
 /// nothing happens but what it does. While it lives, tdm_device names them and `devmgrs` is set up afresh.
@@ -50,7 +41,6 @@ public:
         }
         devmgrs.clear();
         tdm_device = str("/dev/sdt");
-        std::filesystem::remove_all(directory);
     }
     stepped_lines(stepped_lines const&) = delete;
     stepped_lines& operator=(stepped_lines const&) = delete;
@@ -85,8 +75,8 @@ public:
     std::string path(int line) const { return base + std::to_string(line); }
 
 private:
-    std::filesystem::path directory = make_temporary_directory();
-    std::string base = (directory / "sdt").string();
+    temporary_directory directory;
+    std::string base = directory.path("sdt");
     int telephone[devmgr_count];  ///< master sides
     int device[devmgr_count];     ///< keeps the slave side alive and raw while its manager has it closed
 };

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/mman.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -31,6 +32,7 @@ public:
         argv.push_back(nullptr);
         pid = fork();
         if (pid == 0) {
+            prctl(PR_SET_PDEATHSIG, SIGKILL);  // also when this program is killed
             dup2(files[0], STDOUT_FILENO);
             dup2(files[1], STDERR_FILENO);
             execv(argv[0], argv.data());
@@ -72,6 +74,19 @@ public:
     }
 
     pid_t id() const { return pid; }
+    bool alive() {
+        if (pid > 0 && waitpid(pid, nullptr, WNOHANG) == pid)
+            pid = -1;
+        return pid > 0;
+    }
+    /// Brings `out` and `err` up to date, which waiting does too.
+    void read_output() {
+        for (auto const& [file, text] : {std::pair{files[0], &out}, {files[1], &err}}) {
+            char bytes[4096];
+            for (ssize_t n; (n = pread(file, bytes, sizeof bytes, static_cast<off_t>(text->size()))) > 0;)
+                text->append(bytes, static_cast<std::size_t>(n));
+        }
+    }
 
     std::string out, err;
 
@@ -85,14 +100,6 @@ private:
             usleep(1000);
         }
         return true;
-    }
-
-    void read_output() {
-        for (auto const& [file, text] : {std::pair{files[0], &out}, {files[1], &err}}) {
-            char bytes[4096];
-            for (ssize_t n; (n = pread(file, bytes, sizeof bytes, static_cast<off_t>(text->size()))) > 0;)
-                text->append(bytes, static_cast<std::size_t>(n));
-        }
     }
 
     pid_t pid = -1;

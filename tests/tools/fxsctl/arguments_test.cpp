@@ -22,7 +22,7 @@ std::string with(std::string text, std::map<std::string, std::string> const& mea
 
 /// Everything but session commands, one behind the other, without blanks.
 void expect_sent(std::string const& arguments, fake_process& process, std::string hex) {
-    outcome const run = run_fxsctl(arguments, &process);
+    outcome const run = run_fxsctl(arguments, process.port());
     EXPECT_EQ(run.exit_code, 0) << arguments << ": " << run.err;
     std::string sent;
     for (std::string const& command : process.commands())
@@ -103,7 +103,7 @@ TEST(subcommands, send_these_datagrams) {
 TEST(subcommands, keys_drawn_for_two_calls_cross_over_and_are_printed_on_request) {
     for (bool const shown : {false, true}) {
         fake_process process;
-        outcome const run = run_fxsctl(std::string("call 0 1 --srtp") + (shown ? " --show-keys" : ""), &process);
+        outcome const run = run_fxsctl(std::string("call 0 1 --srtp") + (shown ? " --show-keys" : ""), process.port());
         std::vector<std::string> const commands = process.commands();
         ASSERT_EQ(commands.size(), 6U) << run.err;
         auto const key_of = [&](std::size_t command, char const* header) {
@@ -122,7 +122,7 @@ TEST(subcommands, keys_drawn_for_two_calls_cross_over_and_are_printed_on_request
 TEST(subcommands, half_a_call_is_ended_again) {
     fake_process process;
     process.answer("");
-    EXPECT_EQ(run_fxsctl("call 0 1", &process).exit_code, 4);
+    EXPECT_EQ(run_fxsctl("call 0 1", process.port()).exit_code, 4);
     std::vector<std::string> const commands = process.commands(3);
     EXPECT_EQ(commands.at(1) + commands.at(2), "0004000600040002000000040006000400020001");
 }
@@ -158,7 +158,7 @@ TEST(subcommands, wrong_arguments_end_with_2_and_send_nothing) {
         for (std::size_t i = 1; i < cases.size(); i++, count++) {
             std::size_t const mark = cases[i].find("> ");
             std::string const arguments = with(cases[0] + " " + cases[i].substr(0, mark), {{"$K", key}});
-            outcome const run = run_fxsctl(arguments, &process);
+            outcome const run = run_fxsctl(arguments, process.port());
             EXPECT_EQ(run.exit_code, 2) << arguments;
             EXPECT_NE(run.err.find(cases[i].substr(mark + 2)), std::string::npos) << arguments << ": " << run.err;
             EXPECT_EQ(run.out, "") << arguments;
@@ -206,7 +206,7 @@ TEST(runs, end_with_this_code_and_print_this) {
         fake_process process;
         if (!cells[4].empty())
             process.answer(cells[4] == "none" ? "" : cells[4]);
-        outcome const run = run_fxsctl(cells[0], &process);
+        outcome const run = run_fxsctl(cells[0], process.port());
         EXPECT_EQ(std::to_string(run.exit_code), cells[1]);
         EXPECT_EQ(run.out, cells[2]);
         EXPECT_NE(run.err.find(cells[3]), std::string::npos) << run.err;

@@ -5,7 +5,6 @@
 #include <unistd.h>
 
 #include <condition_variable>
-#include <iomanip>
 #include <mutex>
 #include <optional>
 #include <set>
@@ -13,7 +12,7 @@
 #include <thread>
 
 #include "lib/protocol.h"
-#include "tests/tools/child.h"
+#include "tests/tools/fxsctl/run_fxsctl.h"
 #include "tools/protocol/tlv.h"
 
 /// A stand-in for the media process: a UDP socket and a thread that notes every command and answers as told. It answers
@@ -148,25 +147,3 @@ private:
     std::set<std::uint16_t> senders;
     std::thread thread;
 };
-
-/// fxsctl, started with these arguments (quotation marks hold words together) for this process, if any.
-inline child start_fxsctl(std::string const& arguments, fake_process const* process = nullptr) {
-    std::istringstream in(arguments);
-    std::vector<std::string> words{FXSCTL};
-    for (std::string word; in >> std::quoted(word);)
-        words.push_back(word);
-    setenv("FXSMEDIA_PORT", process != nullptr ? std::to_string(process->port()).c_str() : "", 1);
-    return child(words);
-}
-
-struct outcome {
-    int exit_code;
-    std::string out, err;
-};
-
-/// The same to its end.
-inline outcome run_fxsctl(std::string const& arguments, fake_process const* process = nullptr) {
-    child run = start_fxsctl(arguments, process);
-    int const exit_code = run.wait();
-    return {exit_code, run.out, run.err};
-}

@@ -40,10 +40,10 @@ std::string const shown = R"json(
 
 TEST(monitor, shows_what_passes_as_json_lines_and_sums_up) {
     fake_process process;
-    child monitor =
-        start_fxsctl("--json monitor --summary --count 8 --filter rtcp,command,log,new-ssrc,undecodable", &process);
+    child monitor = start_fxsctl("--json monitor --summary --count 8 --filter rtcp,command,log,new-ssrc,undecodable",
+                                 process.port());
     ASSERT_TRUE(monitor.wait_for_text("watching"));
-    ASSERT_EQ(run_fxsctl("media -c 1 --srtp-rx-key " + passed_key, &process).exit_code, 0);
+    ASSERT_EQ(run_fxsctl("media -c 1 --srtp-rx-key " + passed_key, process.port()).exit_code, 0);
     for (char const* report : {"0002001a 000100020005 00020010 53525450205478 3d616263642052783d", received_copy,
                                "001c0006000400020005 00130000 00190001 41",        // filtered out
                                "00020012 000100020001 00020008 6f68ff0a22c3a421",  // no UTF-8, quotes, line end
@@ -76,8 +76,8 @@ TEST(monitor, shows_what_passes_as_json_lines_and_sums_up) {
 
 TEST(monitor, time_or_a_signal_ends_it_with_the_summary) {
     fake_process process;
-    EXPECT_EQ(run_fxsctl("monitor --duration 0.1", &process).exit_code, 0);
-    child monitor = start_fxsctl("monitor --summary --quiet", &process);
+    EXPECT_EQ(run_fxsctl("monitor --duration 0.1", process.port()).exit_code, 0);
+    child monitor = start_fxsctl("monitor --summary --quiet", process.port());
     ASSERT_TRUE(monitor.wait_for_text("watching"));
     process.report(sent_copy);
     EXPECT_EQ(monitor.end(SIGTERM), 0);
@@ -89,15 +89,15 @@ TEST(monitor, shares_the_session_and_leaves_nothing_behind) {
     std::uint16_t const port = fake_process().port(), own_port = fake_process().port();
     control_client call_control = control_client::connect_udp("127.0.0.1", port);
     std::string const relay = "monitor --relay " + std::to_string(port);
-    child monitor = start_fxsctl(relay + " --relay-peer " + std::to_string(call_control.local_port()), &process);
+    child monitor = start_fxsctl(relay + " --relay-peer " + std::to_string(call_control.local_port()), process.port());
     ASSERT_TRUE(monitor.wait_for_text("other runs of fxsctl go through this one"));
-    child observer = start_fxsctl("monitor", &process);
+    child observer = start_fxsctl("monitor", process.port());
     ASSERT_TRUE(observer.wait_for_text("through another monitor"));
     process.report("001c0006000400020001");
     EXPECT_TRUE(call_control.wait_for<playback_empty>(soon)) << "although it has not sent anything yet";
     EXPECT_TRUE(monitor.wait_for_text("playback-empty call=1") && observer.wait_for_text("playback-empty call=1"));
 
-    EXPECT_EQ(run_fxsctl("open --call 3", &process).out, "open call=3 rtp_port=40006 rtcp_port=40007\n");
+    EXPECT_EQ(run_fxsctl("open --call 3", process.port()).out, "open call=3 rtp_port=40006 rtcp_port=40007\n");
     ASSERT_TRUE(call_control.start_session(soon));
     ASSERT_TRUE(call_control.send(encode(open_command{4, {}, {}, {}, {}})));
     EXPECT_TRUE(call_control.wait_for<open_reply>(soon, [](auto const& reply) { return reply.rtp_port == 40008; }));
@@ -106,20 +106,20 @@ TEST(monitor, shares_the_session_and_leaves_nothing_behind) {
     EXPECT_TRUE(control_client::connect_udp("127.0.0.1", port).start_session(soon)) << "the last sender is informed";
     EXPECT_EQ(process.peers().size(), 1U) << "the session must have stayed with the monitor";
 
-    EXPECT_EQ(run_fxsctl("--local-port " + std::to_string(own_port) + " " + relay, &process).exit_code, 5);
+    EXPECT_EQ(run_fxsctl("--local-port " + std::to_string(own_port) + " " + relay, process.port()).exit_code, 5);
     EXPECT_TRUE(process.peers().contains(own_port)) << "a local port goes past the monitor";
     monitor.end(SIGKILL);
     EXPECT_EQ(observer.wait(), 3);
     EXPECT_NE(observer.err.find("has ended"), std::string::npos) << observer.err;
-    outcome const direct = run_fxsctl("--json ping", &process);
+    outcome const direct = run_fxsctl("--json ping", process.port());
     EXPECT_NE(direct.out.find("\"through_monitor\":false"), std::string::npos) << direct.out;
-    EXPECT_TRUE(start_fxsctl("monitor", &process).wait_for_text("other runs of fxsctl go through this one"));
+    EXPECT_TRUE(start_fxsctl("monitor", process.port()).wait_for_text("other runs of fxsctl go through this one"));
 }
 
 TEST(monitor, takes_the_session_again_when_the_process_restarts) {
     auto process = std::make_unique<fake_process>();
     std::uint16_t const port = process->port();
-    child monitor = start_fxsctl("monitor --log-level 7", process.get());
+    child monitor = start_fxsctl("monitor --log-level 7", port);
     ASSERT_EQ(process->commands(1).size(), 1U);
     process.reset();
     ASSERT_TRUE(monitor.wait_for_text("no heartbeat for 3 s"));

@@ -1,24 +1,12 @@
 #pragma once
 
-#include <stdlib.h>
-
-#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <numeric>
 #include <string>
 #include <vector>
 
-/// A directory of its own for a test, removed with what is in it at the end.
-class temporary_directory {
-public:
-    ~temporary_directory() { std::filesystem::remove_all(directory); }
-    std::string path(std::string const& file) const { return directory + "/" + file; }
-
-private:
-    char name[32] = "/tmp/fxsline_test_XXXXXX";
-    std::string directory = mkdtemp(name);
-};
+#include "tests/support/temporary_directory.h"
 
 inline std::string contents(std::string const& path) {
     std::ifstream file(path, std::ios::binary);

@@ -48,6 +48,7 @@ std::string const all_events = R"({"time_ms":0,"event":"signal_to_process","text
 {"time_ms":10,"line":1,"event":"led_on"}
 {"time_ms":20,"event":"driver_line","text":"off-hook 2\r\n"}
 {"time_ms":20,"line":1,"event":"led_off"}
+{"time_ms":30,"line":1,"event":"base_command","number":3,"answer":0}
 {"time_ms":40,"event":"driver_line","text":"second\r\n"}
 {"time_ms":50,"event":"driver_line","text":"on-hook 2\r\n"}
 {"time_ms":50,"event":"driver_line","text":"key 1 5\r\n"}
@@ -77,8 +78,8 @@ TEST_F(fxsline_program, records_both_ways_and_speaks_over_its_links) {
     EXPECT_EQ(say("signal.say", "0a 0D 03:04 11 13 7f ff00\n"), 0);  // before the process comes
     EXPECT_EQ(say("clock", "1"), 0);                                 // and this waits in the pipe
     int const device = opened(mount.path("sdt1")), pipe = opened(base + "0"), signal = opened(link);
-    for (unsigned const led_request : {0x20003006U, 0x20003007U, 0U, 0U, 0U}) {
-        ioctl(device, led_request, 0);
+    for (unsigned const request : {0x20003006U, 0x20003007U, 0x20003003U, 0U, 0U}) {
+        ioctl(device, request, 0);
         EXPECT_EQ(say("clock", "1\n"), 0);
         std::string const block = read_from(device);
         EXPECT_EQ(block.size(), 160U);
