@@ -19,10 +19,6 @@ inline std::string_view view(fxsmedia::byte_view bytes) {
     return {reinterpret_cast<char const*>(bytes.data()), bytes.size()};
 }
 
-inline std::string choice(int codec, int payload_type) {
-    return std::to_string(codec) + "/" + std::to_string(payload_type);
-}
-
 /// Collects the fields of a report.
 struct to_text {
     std::string text;

@@ -1,10 +1,8 @@
-// Messages as text, for protocol_test.py: how the C++ client writes commands and reads reports, and how the process
-// itself reads and writes them. One line in, one line out:
+// Messages as text, for protocol_test.py: how the C++ client writes commands and reads reports. One line in, one line
+// out:
 //
 //   encode NAME FIELD=VALUE...   a command's bytes in hex, from the client; "no" when it refuses
 //   decode HEX                   the reports in a datagram, as the client reads them
-//   obey HEX                     the command, as the process reads it
-//   report NAME FIELD=VALUE...   a report's bytes, from the process
 //   client VERB [ARGUMENT]       what the client then sends and tells, see scripted_client.h
 //
 // Values are decimal numbers; texts and bytes are x and hex; an address is x and hex, ":" and its port; codec and
@@ -21,7 +19,6 @@
 #include <sstream>
 #include <vector>
 
-#include "control/command_fields.h"
 #include "tests/client/message_text.h"
 #include "tests/client/scripted_client.h"
 
@@ -96,67 +93,6 @@ void encode(std::string const& name, text_fields const& fields) {
         std::cout << "no such command";
 }
 
-/// As the process takes it when it carries the command out.
-std::string obeyed(command_fields const& given, field_format const& field) {
-    std::string const bytes = to_string(given.bytes(field));
-    switch (field.kind) {
-        case value_kind::number:
-        case value_kind::signed_number:
-        case value_kind::flag: return std::to_string(given.number(field));
-        case value_kind::byte: return std::to_string(given.byte(field));
-        case value_kind::signed_long: return std::to_string(static_cast<std::int32_t>(str2uint32(given.bytes(field))));
-        case value_kind::endpoint:
-            return hex(to_string(given.endpoint(field).address)) + ":" + std::to_string(given.endpoint(field).port);
-        case value_kind::codec_to_send: return choice(given.bytes(field)[1], given.bytes(field)[0]);
-        case value_kind::codec_to_map: {
-            std::string all;
-            given.each(int{field}, [&](str const& one) { all += (all.empty() ? "" : ",") + choice(one[0], one[1]); });
-            return all;
-        }
-        case value_kind::text:
-        case value_kind::data:
-        case value_kind::secret: return hex(bytes);
-    }
-    return {};
-}
-
-void obey(std::string const& datagram) {
-    str stream = to_str(datagram);
-    for (tlv command; command.take(stream);) {
-        auto const* const format = std::ranges::find(command_formats, command.tag, &message_format::tag);
-        command_fields const given(command.value);
-        std::string text = format->name;
-        for (field_format const& field : format->fields)
-            if (given.has(field))
-                text += " " + std::string(field.name) + "=" + obeyed(given, field);
-        std::cout << text << " ";
-    }
-}
-
-str reported(field_format const& field, std::string const& text) {
-    switch (field.kind) {
-        case value_kind::endpoint: {
-            std::size_t const colon = text.find(':');
-            return cmd_get_tlv_address(
-                field, ip_port(to_str(from_hex(text.substr(1, colon - 1))), std::stoi(text.substr(colon + 1))));
-        }
-        case value_kind::text:
-        case value_kind::data: return cmd_get_tlv_str(field, to_str(from_hex(text.substr(1))));
-        default: return cmd_get_tlv_short(field, std::stoi(text));
-    }
-}
-
-void tell(std::string const& name, text_fields const& fields) {
-    auto const* const format = std::ranges::find(report_formats, name, &message_format::name);
-    str value;
-    if (format->plain_text)
-        value = to_str(from_hex(fields.at("text").substr(1)));
-    for (field_format const& field : format->fields)
-        if (auto const found = fields.find(field.name); found != fields.end())
-            value += reported(field, found->second);
-    std::cout << hex(to_string(cmd_get_tlv_str(format->tag, value)));
-}
-
 }  // namespace
 
 int main() {
@@ -181,14 +117,10 @@ int main() {
             encode<end_command, log_level_command, signal_command, dtmf_command, reset_base_command, play_command,
                    ntp_offset_command, tunnel_command, open_command, media_command, tdm_command, session_command,
                    dump_command, loopback_test_command, led_command>(subject, fields);
-        } else if (verb == "decode") {
+        } else {
             std::string const datagram = from_hex(std::string_view(subject).substr(1));
             fxsmedia::reports::read({reinterpret_cast<std::uint8_t const*>(datagram.data()), datagram.size()},
                                     [](auto const& one) { std::cout << text_of(one); });
-        } else if (verb == "obey") {
-            obey(from_hex(std::string_view(subject).substr(1)));
-        } else {
-            tell(subject, fields);
         }
         std::cout << std::endl;
     }
