@@ -86,12 +86,12 @@ private:
     int adapt_zeros(quantized_difference difference, bool transition, int leak);
     void clear_coefficients();
 
-    int a[2];                       ///< pole coefficients, Q14
-    int b[6];                       ///< zero coefficients, Q14
+    int a[2];                        ///< pole coefficients, Q14
+    int b[6];                        ///< zero coefficients, Q14
     g726_arithmetic::float11 sr[2];  ///< reconstructed signal, newest first
     g726_arithmetic::float11 dq[6];  ///< quantized difference signal, newest first
-    int se, sez;                    ///< estimate, and what the zeros add to it: 15-bit two's complement
-    int pk[2];                      ///< sign (0 or -1) of the partially reconstructed signal, newest first
+    int se, sez;                     ///< estimate, and what the zeros add to it: 15-bit two's complement
+    int pk[2];                       ///< sign (0 or -1) of the partially reconstructed signal, newest first
 };
 
 inline void g726_predictor::reset() {
