@@ -84,8 +84,10 @@ str check_coder(fuzz_input& input, int number) {
 
 FUZZ_TARGET(g711) {
     str const bytes = check_coder(input, codec::mu_law);
-    fuzz_input again(bytes.cbuffer(), static_cast<std::size_t>(bytes.length()));
-    check_coder(again, codec::a_law);
+    for (int const number : {codec::a_law, codec::linear}) {
+        fuzz_input again(bytes.cbuffer(), static_cast<std::size_t>(bytes.length()));
+        check_coder(again, number);
+    }
 }
 
 FUZZ_TARGET(g722) {
@@ -143,38 +145,6 @@ FUZZ_TARGET(g729) {
     }
 }
 #endif
-
-/// Each step: 1 byte of codec number and direction, then a piece.
-FUZZ_TARGET(codec) {
-    enum step { encode, decode, reset, clear, step_count };
-    codec both, only_encoding, only_decoding;
-    while (input.more(24)) {
-        unsigned const what = input.byte();
-        int const number = static_cast<int>(what & 15) - 2;
-        str const bytes = input.bytes(input.byte() * 4);
-        int const known = std::max(0, std::min(number, static_cast<int>(std::size(coders))));
-        switch (static_cast<step>(what >> 4 & 3)) {
-            case encode:
-                FUZZ_CHECK(both.encode(number, pcm_of(bytes)) == only_encoding.encode(number, pcm_of(bytes)));
-                break;
-            case decode: {
-                str const pcm = both.decode(number, bytes);
-                FUZZ_CHECK(pcm == only_decoding.decode(number, bytes));
-                FUZZ_CHECK(known != number || number == codec::telephone_event ||
-                           pcm.length() == coders[number].pcm_bytes_of(bytes.length()));
-                break;
-            }
-            case reset:
-                both.reset(number);
-                only_encoding.reset(number);
-                break;
-            default:
-                for (codec* const c : {&both, &only_encoding, &only_decoding})
-                    c->clear();
-                break;
-        }
-    }
-}
 
 /// Telephone events: the tone grows with the event's duration, by at most 80 ms a packet. Each step: 1 byte, 0 for a
 /// packet of another kind, else its payload of 4 bytes, or of another length above 250.
