@@ -106,18 +106,18 @@ void decoded_stream::end_event() {
 }
 
 void decoded_stream::conceal(codec& decoder, int samples) {
-    if (!made_up.has_faded() && !made_up.is_pausing())
-        concealed += samples;
     if (in_event && !made_up.is_active())
         made_up.fall_quiet();
-    bool const by_waveform = made_up.is_active() || made_up.is_pausing() || by_coder >= longest_by_coder;
-    str const own = by_waveform ? str() : decoder.conceal(pending.codec);
-    by_coder += count_samples(own);
+    bool const is_speech = !made_up.has_faded() && !made_up.is_pausing();
+    bool const has_rule = is_speech && !made_up.is_active() && by_coder < longest_by_coder;
+    str const own = has_rule ? decoder.conceal(pending.codec) : str();
     int const n = own.empty() ? samples : count_samples(own);
     if (own.empty())
         made_up.extend(queue, n);
     else
         copy(queue, own.cbuffer(), n);
+    by_coder += count_samples(own);
+    concealed += is_speech ? n : 0;
     media_end += static_cast<std::uint32_t>(n);
 }
 

@@ -61,10 +61,12 @@ public:
             play_block(now);
         }
         allocated = str::allocated_size - allocated;
+        made_up = static_cast<int>(player.get_totals().concealed);
     }
 
     std::vector<int> heard;
-    std::uint64_t allocated = 0;  ///< in the second half, when what a stall held up has come
+    std::uint64_t allocated = 0;   ///< in the second half, when what a stall held up has come
+    int missing = 0, made_up = 0;  ///< samples
 
 private:
     int time_of(int number) const {
@@ -88,7 +90,9 @@ private:
         int const since = c.every_ms > 0 ? (arrival - 10 * rate) % (8 * c.every_ms) : arrival - 10 * rate;
         if (arrival >= 10 * rate && since < 8 * c.stall_ms)
             arrival += 8 * c.stall_ms - since;
-        if (!lost())
+        if (lost())
+            missing += c.packet_samples;
+        else
             arrivals.emplace(arrival, number_and_payload{number, payload});
     }
     void play_block(int now) {
@@ -213,6 +217,7 @@ TEST(adaptive_playout, makes_up_lost_speech_in_every_codec) {
         // G.729's predictors need several frames after a loss.
         EXPECT_LE(quiet, number == codec::g729 ? 30 : 2) << "codec " << number;
         EXPECT_LT(sharpest_bend(tone.heard, rate / 2), 4) << "codec " << number;
+        EXPECT_NEAR(tone.made_up, tone.missing, 2 * tone.missing / 100 + 320) << "codec " << number;
     }
 }
 
