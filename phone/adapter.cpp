@@ -1,8 +1,5 @@
 #include "phone/adapter.h"
 
-#include <sys/timerfd.h>
-#include <unistd.h>
-
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
@@ -25,16 +22,14 @@ adapter::adapter(phone_settings const& chosen, bool trace_sip)
       calls(settings, telephones, channels, tones, agent, *this),
       outside(process, telephones, [this](leg& one) { calls.port_known(one); }),
       referrals(telephones, calls, agent, events, *this, [this](leg& of, happening what) { happened(of, what); }),
-      ringer(settings.ring_device),
-      led(process) {
-    timer = timerfd_create(CLOCK_MONOTONIC, TFD_NONBLOCK | TFD_CLOEXEC);
-}
+      orders(settings, process, telephones, channels, tones, calls, referrals),
+      led(process),
+      timer([this] {
+          pass_time();
+          wake_in_time();
+      }) {}
 
 adapter::~adapter() {
-    if (timer >= 0) {
-        fd_close(timer);
-        close(timer);
-    }
     if (process.fd() >= 0)
         fd_close(process.fd());
 }
@@ -44,7 +39,9 @@ std::string adapter::start() {
     if (problem.empty() && !process.start(settings.process_port))
         problem = std::string("no socket for the media process: ") + std::strerror(errno);
     if (problem.empty())
-        problem = watch_the_clock();
+        problem = watch_process();
+    if (problem.empty())
+        problem = timer.start();
     if (!problem.empty())
         return problem;
     registrars.begin(agent.stack(), telephones, settings.instance);
@@ -70,6 +67,16 @@ std::string adapter::listen() {
     return problem;
 }
 
+std::string adapter::watch_process() {
+    auto const readable = [](int, void* arg) {
+        auto* const self = static_cast<adapter*>(arg);
+        self->process.serve();
+        self->wake_in_time();
+    };
+    int const failed = fd_listen(process.fd(), FD_READ, readable, this);
+    return failed == 0 ? "" : std::strerror(failed);
+}
+
 void adapter::subscribe_to_mailboxes() {
     for (auto const& one : telephones)
         if (!one->settings.mailbox.empty())
@@ -87,7 +94,7 @@ void adapter::stop() {
     }
     for (auto& one : telephones) {
         if (one->state.rings() || one->state.now_in() == line::state::howling)
-            ringer.stop(one->settings.number);
+            orders.carry_out(*one, {{.kind = order_kind::stop_ringing}});
         for (leg& each : one->legs)
             calls.end(each);
     }
@@ -102,31 +109,14 @@ void adapter::stop() {
 
 // Time
 
-std::string adapter::watch_the_clock() {
-    auto const readable = [](int, void* arg) {
-        auto* const self = static_cast<adapter*>(arg);
-        self->process.serve();
-        self->wake_in_time();
-    };
-    auto const due = [](int, void* arg) {
-        std::uint64_t times = 0;
-        auto* const self = static_cast<adapter*>(arg);
-        if (read(self->timer, &times, sizeof times) > 0)
-            self->pass_time();
-        self->wake_in_time();
-    };
-    int failed = fd_listen(process.fd(), FD_READ, readable, this);
-    failed = failed != 0 ? failed : fd_listen(timer, FD_READ, due, this);
-    return failed == 0 ? "" : std::strerror(failed);
-}
-
 void adapter::pass_time() {
     process.serve();
     outside.pass_time(now());
     for (auto& one : telephones) {
-        carry_out(*one, one->state.pass_time(now()));
+        orders.carry_out(*one, one->state.pass_time(now()));
         for (leg& each : one->legs)
-            judge_silence(each);
+            if (calls.end_in_silence(each))
+                happened(each, happening::far_fails);
         tones.pass_time(*one, now());
     }
 }
@@ -138,7 +128,7 @@ std::int64_t adapter::next_due_ms() const {
     for (auto const& one : telephones) {
         due = std::min(due, one->state.due_ms().value_or(due));
         for (leg const& each : one->legs)
-            due = std::min(due, silence_ends_ms(each));
+            due = std::min(due, calls.silence_ends_ms(each));
         due = std::min(due, tones.due_ms(one->settings.number));
     }
     return due;
@@ -148,33 +138,8 @@ void adapter::wake_in_time() {
     if (settings.led && !stopping)
         led.show(telephones, registrars.all_hold(), now());
     std::int64_t const due = next_due_ms();
-    if (due == INT64_MAX || stopping)
-        return;
-    std::int64_t const wait_ms = std::max<std::int64_t>(0, due - now());
-    itimerspec when = {};
-    when.it_value.tv_sec = static_cast<time_t>(wait_ms / 1000);
-    when.it_value.tv_nsec = static_cast<long>(wait_ms % 1000) * 1'000'000 + 1;  // all zero would stop the timer
-    timerfd_settime(timer, 0, &when, nullptr);
-}
-
-/// When the call has been silent for too long; INT64_MAX: it need not say anything.
-std::int64_t adapter::silence_ends_ms(leg const& one) const {
-    bool const speaks = settings.media_timeout_ms != 0 && one.record && one.record->answered_ms != 0 &&
-                        one.speaks_since_ms != 0 && !one.record->media_lost;
-    return speaks ? std::max(one.speaks_since_ms, one.heard.last_heard_ms()) + settings.media_timeout_ms : INT64_MAX;
-}
-
-void adapter::judge_silence(leg& one) {
-    if (silence_ends_ms(one) > now())
-        return;
-    std::fprintf(stderr, "line %d: nothing is received from %s\n", one.line, one.record->far.c_str());
-    one.record->media_lost = true;
-    if (!settings.media_timeout_ends)
-        return;
-    one.record->ended_by = "media";
-    calls.write_record(one);
-    one.call.reset();
-    happened(one, happening::far_fails);
+    if (due != INT64_MAX && !stopping)
+        timer.wake_in(due - now());
 }
 
 // From the media process
@@ -201,7 +166,7 @@ void adapter::on(fxsmedia::process_restarted const&) {
         for (leg& each : one->legs)
             if (each.record)
                 each.record->ended_by = "media";
-        carry_out(*one, one->state.restart(now()));
+        orders.carry_out(*one, one->state.restart(now()));
     }
 }
 
@@ -229,9 +194,9 @@ void adapter::on(fxsmedia::driver_report const& said) {
     which->lifted_ms = word->what == driver_word::kind::off_hook ? now() : 0;
     which->last_key_ms = word->what == driver_word::kind::key ? now() : which->last_key_ms;
     switch (word->what) {
-        case driver_word::kind::off_hook: carry_out(*which, which->state.lift(now())); break;
-        case driver_word::kind::on_hook: carry_out(*which, which->state.replace(now())); break;
-        case driver_word::kind::key: carry_out(*which, which->state.press(word->key, now())); break;
+        case driver_word::kind::off_hook: orders.carry_out(*which, which->state.lift(now())); break;
+        case driver_word::kind::on_hook: orders.carry_out(*which, which->state.replace(now())); break;
+        case driver_word::kind::key: orders.carry_out(*which, which->state.press(word->key, now())); break;
     }
     wake_in_time();
 }
@@ -299,63 +264,12 @@ void adapter::referred(sip_call& call, sip_msg const* request) {
     referrals.referred(call, request);
 }
 
-// To both
+// To the lines
 
 void adapter::happened(leg& of, happening what) {
     telephone& which = telephones.of(of);
-    carry_out(which, which.state.far(what, of.number(), now()));
+    orders.carry_out(which, which.state.far(what, of.number(), now()));
     wake_in_time();
-}
-
-void adapter::carry_out(telephone& which, std::vector<order> const& orders) {
-    for (order const& one : orders)
-        carry_out(which, one);
-}
-
-void adapter::carry_out(telephone& which, order const& one) {
-    leg& each = which.legs[one.leg];
-    switch (one.kind) {
-        case order_kind::open:
-            channels.open(each);
-            channels.put_on_line(each, true);
-            break;
-        case order_kind::tone:
-            tones.play(each, one.sound, now());
-            if (which.lifted_ms != 0)
-                process.confirm(which.settings.number);  // when its dial tone has begun
-            break;
-        case order_kind::remember: telephones.keep_features(); break;
-        case order_kind::waiting_tone: tones.announce(each, now()); break;
-        case order_kind::ring: ring(which, each); break;
-        case order_kind::stop_ringing: ringer.stop(which.settings.number); break;
-        case order_kind::howl: ringer.howl(which.settings.number); break;
-        case order_kind::invite:
-            calls.invite(each, one.text, one.anonymous);
-            telephones.keep_features();  // it may be called again
-            break;
-        case order_kind::answer: calls.answer(each); break;
-        case order_kind::refuse: calls.send_on(each, one.text); break;
-        case order_kind::decline:
-            if (each.call)
-                each.call->refuse(486, "Busy Here");
-            break;
-        case order_kind::hang_up:
-            tones.forget(each);
-            calls.end(each);
-            break;
-        case order_kind::hold: calls.hold(each); break;
-        case order_kind::resume: calls.resume(each); break;
-        case order_kind::transfer: referrals.ask(each, one.text); break;
-        case order_kind::follow: channels.open(each); break;
-        case order_kind::connect: channels.put_on_line(each, true); break;
-        case order_kind::send_key: calls.send_key(each, one.text[0]); break;
-    }
-}
-
-void adapter::ring(telephone& which, leg const& one) {
-    if (one.call && !ringer.ring(which.settings.number, one.call->far_number(), one.call->far_name(),
-                                 distinctive_cadence(one.call->alert_pattern(), settings.cadence)))
-        std::fprintf(stderr, "line %d: can't ring: %s\n", which.settings.number, std::strerror(errno));
 }
 
 }  // namespace fxsphone

@@ -4,17 +4,18 @@
 
 #include "phone/call_control.h"
 #include "phone/call_led.h"
+#include "phone/line_orders.h"
 #include "phone/line_tones.h"
 #include "phone/mailbox.h"
 #include "phone/media_channels.h"
 #include "phone/outside_address.h"
 #include "phone/registrations.h"
-#include "phone/ring_device.h"
 #include "phone/sip_agent.h"
 #include "phone/sip_events.h"
 #include "phone/status_door.h"
 #include "phone/telephone.h"
 #include "phone/transfers.h"
+#include "phone/wake_timer.h"
 
 namespace fxsphone {
 
@@ -34,6 +35,7 @@ public:
 
 private:
     // From the media process
+    std::string watch_process();
     void on(fxsmedia::session_started const&) override;
     void on(fxsmedia::process_lost const& loss) override;
     void on(fxsmedia::process_resumed const&) override;
@@ -55,24 +57,17 @@ private:
     std::string listen();
     void subscribe_to_mailboxes();
 
-    // To both
+    // To the lines
     void happened(leg& of, happening what);
-    void carry_out(telephone& which, std::vector<order> const& orders);
-    void carry_out(telephone& which, order const& one);
-    void ring(telephone& which, leg const& one);
 
     // Time
     static std::int64_t now() { return fxsmedia::monotonic_ms(); }
-    std::string watch_the_clock();
     void pass_time();
     void wake_in_time();
     std::int64_t next_due_ms() const;
-    std::int64_t silence_ends_ms(leg const& one) const;
-    void judge_silence(leg& one);
 
     phone_settings settings;
     bool trace;
-    int timer = -1;  ///< timerfd: libre's own timers follow the calendar clock, which may be stepped
     bool stopping = false;
     // The process and the SIP stack outlive the calls of the telephones.
     media_process process;
@@ -86,8 +81,9 @@ private:
     transfers referrals;
     registrations registrars;
     std::vector<std::unique_ptr<mailbox>> mailboxes;
-    ring_device ringer;
+    line_orders orders;
     call_led led;
+    wake_timer timer;
     status_door door;
 };
 

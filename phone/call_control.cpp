@@ -1,5 +1,6 @@
 #include "phone/call_control.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <utility>
 
@@ -190,6 +191,27 @@ void call_control::end(leg& one) {
     one.held = false;
     one.speaks_since_ms = 0;
     channels.close(one);
+}
+
+// Calls without media
+
+std::int64_t call_control::silence_ends_ms(leg const& one) const {
+    bool const speaks = settings.media_timeout_ms != 0 && one.record && one.record->answered_ms != 0 &&
+                        one.speaks_since_ms != 0 && !one.record->media_lost;
+    return speaks ? std::max(one.speaks_since_ms, one.heard.last_heard_ms()) + settings.media_timeout_ms : INT64_MAX;
+}
+
+bool call_control::end_in_silence(leg& one) {
+    if (silence_ends_ms(one) > now())
+        return false;
+    std::fprintf(stderr, "line %d: nothing is received from %s\n", one.line, one.record->far.c_str());
+    one.record->media_lost = true;
+    if (!settings.media_timeout_ends)
+        return false;
+    one.record->ended_by = "media";
+    write_record(one);
+    one.call.reset();
+    return true;
 }
 
 // The record

@@ -42,6 +42,11 @@ public:
     /// Offer and answer have come to this.
     void media_agreed(leg& one, media_plan const& plan);
 
+    /// When the call has been silent for too long; INT64_MAX: the far end need not send anything.
+    std::int64_t silence_ends_ms(leg const& one) const;
+    /// At that time: marks the call in its record, and ends it where the settings say so. true: it was ended.
+    bool end_in_silence(leg& one);
+
     /// For the record of the call, which is complete, and written, with the far end's last word.
     void note(leg& one, happening what);
     /// A JSON line on standard output, once for each call.
