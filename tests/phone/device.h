@@ -28,12 +28,14 @@ inline void write_wav(std::string const& path, signals::samples const& pcm) {
 /// Simulated lines, the media process and fxsphone, all as programs.
 class device {
 public:
-    /// Rows of the dial plan, tables of the configuration, and keys of both lines, all beside what every test needs.
+    /// Rows of the dial plan, tables of the configuration, keys of both lines, and an extension of the process, all
+    /// beside what every test needs.
     explicit device(std::string const& more_plan = {}, std::string const& tables = {}, std::string const& keys = {},
-                    std::uint16_t port = free_port())
+                    std::uint16_t port = free_port(), std::string const& extension = {})
         : folder(testing::TempDir() + "phone-" + std::to_string(free_port())),
           sip_port(port),
           process_port(free_port()),
+          extensions(extension),
           lines((prepare(), lines_arguments())),
           serving(lines.wait_for_text("serving")),
           process(std::make_unique<child>(process_arguments())),
@@ -111,6 +113,7 @@ public:
     }
     std::string folder;
     std::uint16_t sip_port, process_port;
+    std::string extensions;
     child lines;
     bool serving;
     std::unique_ptr<child> process;
@@ -124,8 +127,12 @@ private:
         write_wav(folder + "/say2.wav", signals::speech_like(3 * 8000, 6000, 3));
     }
     std::vector<std::string> process_arguments() const {
-        return {FXSMEDIA_BINARY,       "--debug", "--log",        "1", "--port", std::to_string(process_port), "--tdm",
-                folder + "/lines/sdt", "--pipe",  folder + "/fxs"};
+        std::vector<std::string> all{
+            FXSMEDIA_BINARY,       "--debug", "--log",        "1", "--port", std::to_string(process_port), "--tdm",
+            folder + "/lines/sdt", "--pipe",  folder + "/fxs"};
+        if (!extensions.empty())
+            all.insert(all.end(), {"--extensions", extensions});
+        return all;
     }
     std::vector<std::string> lines_arguments() const {
         std::vector<std::string> all{FXSLINE, folder + "/lines", "--pipe", folder + "/fxs", "--ring", folder + "/ring"};

@@ -79,6 +79,23 @@ TEST(phone_feature, sends_keys_as_info) {
     here.phone.end(SIGKILL);  // the agent knows no INFO and does not answer it
 }
 
+/// Keys of the telephone itself, not the driver's.
+void press_on_line_0(device& here, std::vector<std::string> const& pairs) {
+    for (std::string const& pair : pairs)
+        for (std::string const& sound : {"tone " + pair + " -10", std::string("silence")}) {
+            std::ofstream(here.folder + "/lines/line0.say") << sound;
+            usleep(200'000);
+        }
+}
+
+TEST(phone_feature, dials_what_the_process_hears_on_the_line) {
+    device here({}, {}, "keys = \"none\"\n", free_port(), "detect");
+    here.driver_says("off-hook 0");
+    ASSERT_TRUE(here.hears(0, -30, -10)) << "dial tone";
+    press_on_line_0(here, {"697+1209", "941+1336", "697+1209"});
+    EXPECT_TRUE(here.lines.wait_for_text("line 1  ring device: ring"));
+}
+
 TEST(phone_feature, takes_keys_and_message_summaries) {
     device here;
     child agent(sipp("message_summary.xml", free_port(), {"-s", "100", "127.0.0.1:" + std::to_string(here.sip_port)}));

@@ -89,6 +89,7 @@ std::vector<course> const courses = {
       {1500, "keys 2", ""},
       {2000, "keys 3", "invite0 sip:123@here"},
       {2100, "rings 0", "tone0 ringback"},
+      {3000, "keys 5", "send0 5"},
       {9000, "answers 0", "tone0 none"},
       {9500, "keys 5", "send0 5"},
       {9900, "replace", ""},
@@ -271,15 +272,11 @@ std::vector<course> const courses = {
      answered({{100, "restart", "end0, end1, open0, tone0 dial"}, {200, "replace", "end0"}})},
 };
 
-std::vector<feature_code> const codes = {{"*21*", feature::forward_always},
-                                         {"*61*", feature::forward_no_answer},
-                                         {"#21#", feature::forward_off},
-                                         {"*26#", feature::do_not_disturb},
-                                         {"#26#", feature::do_not_disturb_off},
-                                         {"*69", feature::call_back},
-                                         {"*31*", feature::hide_number},
-                                         {"*66", feature::redial},
-                                         {"*98*", feature::transfer}};
+std::vector<feature_code> const codes = {
+    {"*21*", feature::forward_always}, {"*67*", feature::forward_busy},   {"*61*", feature::forward_no_answer},
+    {"#21#", feature::forward_off},    {"*26#", feature::do_not_disturb}, {"#26#", feature::do_not_disturb_off},
+    {"*69", feature::call_back},       {"*31*", feature::hide_number},    {"*66", feature::redial},
+    {"*98*", feature::transfer}};
 
 TEST(phone_line, knows_the_codes_of_its_owner) {
     line telephone(plan, {.codes = codes});
@@ -308,6 +305,12 @@ TEST(phone_line, knows_the_codes_of_its_owner) {
     EXPECT_EQ(dial("*21*7"), "tone0 none, tone0 congestion") << "no such number";
     EXPECT_EQ(dial("#21#"), done);
     EXPECT_EQ(telephone.forward_to(), "");
+    EXPECT_EQ(dial("*67*100"), done);
+    EXPECT_EQ(telephone.forward_to(), "");
+    play(telephone, "lift", now);
+    EXPECT_EQ(telephone.forward_to(), "sip:100@here");
+    play(telephone, "replace", now);
+    play(telephone, "wait", now += 1000);
     EXPECT_EQ(dial("*61*100"), done);
     play(telephone, "invited 0", now);
     EXPECT_EQ(text_of(play(telephone, "wait", now + 20'000)), "stop0, refuse0 sip:100@here, end0");
