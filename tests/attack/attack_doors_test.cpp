@@ -157,7 +157,7 @@ TEST_F(flooded, of_one_door_disturbs_no_other_call) {
         "control port, a stranger", [&] { control.send(ends); }, long_ms);
 
     descriptor const listening = listen_tcp(0);
-    protocol::address const far{{127, 0, 0, 1}, port_of(listening.get())};
+    protocol::address const far{{127, 0, 0, 1}, bound_port(listening.get())};
     tell(process, protocol::media_command{.call = 2, .rtp_dest = far, .tcp = true});
     descriptor const connection(accept(listening.get(), nullptr, nullptr));
     std::string const frame = from_hex("0300") + be16(334) + be16(332) + packet.build();

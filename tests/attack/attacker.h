@@ -1,8 +1,6 @@
 #pragma once
 
-#include <arpa/inet.h>
 #include <gtest/gtest.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,6 +8,7 @@
 #include <fstream>
 
 #include "tests/e2e/media_process.h"
+#include "tests/support/loopback.h"
 #include "tests/support/rtp_builder.h"
 
 /// What attackers and the soak share: senders, large packets, and figures of the process under test.
@@ -22,14 +21,6 @@ constexpr protocol::codec_choice linear{0, 100}, g729{3, 18};
 
 inline int ms_since(steady::time_point begin) {
     return static_cast<int>((steady::now() - begin) / 1ms);
-}
-
-/// The port that a socket of either family is bound to.
-inline std::uint16_t port_of(int fd) {
-    sockaddr_in6 bound{};  // both families have the port in the same place
-    socklen_t length = sizeof bound;
-    getsockname(fd, reinterpret_cast<sockaddr*>(&bound), &length);
-    return ntohs(bound.sin6_port);
 }
 
 /// A UDP socket of its own that sends to one port of the process.

@@ -1,6 +1,5 @@
 #pragma once
 
-#include <arpa/inet.h>
 #include <fxsmedia/client.h>
 
 #include <algorithm>
@@ -9,6 +8,7 @@
 #include <utility>
 
 #include "tests/client/message_text.h"
+#include "tests/support/loopback.h"
 
 /// The C++ client with a clock of its own, a socket in the place of the process, and a handler that writes down what it
 /// is told.
@@ -25,7 +25,7 @@ public:
     std::string act(std::string const& verb, std::string const& argument) {
         out.str("");
         if (verb == "start")
-            out << (link.start(ntohs(here.sin_port)) ? "" : "not started ");
+            out << (link.start(port) ? "" : "not started ");
         else if (verb == "open")
             out << (link.send(fxsmedia::open_command{.call = std::stoi(argument)}) ? "" : "refused ");
         else if (verb == "confirm")
@@ -58,10 +58,8 @@ public:
 
 private:
     void listen() {
-        process = socket(AF_INET, SOCK_DGRAM | SOCK_NONBLOCK, 0);
-        socklen_t size = sizeof here;
-        bind(process, reinterpret_cast<sockaddr const*>(&here), size);
-        getsockname(process, reinterpret_cast<sockaddr*>(&here), &size);
+        process = bound_udp_socket(port, SOCK_NONBLOCK);
+        port = bound_port(process);
     }
     void answer(std::string const& datagram) {
         sendto(process, datagram.data(), datagram.size(), 0, reinterpret_cast<sockaddr const*>(&client), sizeof client);
@@ -83,7 +81,7 @@ private:
     static std::int64_t clock() { return now_ms; }
 
     std::ostringstream out;
-    sockaddr_in here{AF_INET, 0, {htonl(INADDR_LOOPBACK)}, {}};
+    std::uint16_t port = 0;  ///< of the process
     sockaddr_in client{};
     int process = -1;
     fxsmedia::client<scripted_client> link{*this, {.clock_ms = clock}};

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <arpa/inet.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -13,6 +11,7 @@
 #include <thread>
 #include <vector>
 
+#include "tests/support/loopback.h"
 #include "tests/support/rtp_builder.h"
 #include "tests/support/signals.h"
 
@@ -36,13 +35,7 @@ struct far_behaviour {
 /// A far end of its own on the loopback interface, with a thread that lives in real time.
 class far_end {
 public:
-    explicit far_end(far_behaviour const& does) : behaviour(does) {
-        sockaddr_in here = loopback(0);
-        socklen_t size = sizeof here;
-        if (bind(fd, reinterpret_cast<sockaddr const*>(&here), size) == 0 &&
-            getsockname(fd, reinterpret_cast<sockaddr*>(&here), &size) == 0)
-            port = ntohs(here.sin_port);
-    }
+    explicit far_end(far_behaviour const& does) : behaviour(does) {}
     far_end(far_end const&) = delete;
     ~far_end() {
         ended = true;
@@ -51,7 +44,7 @@ public:
         close(fd);
         close(fd6);
     }
-    std::string address() const { return "127.0.0.1:" + std::to_string(port); }
+    std::string address() const { return "127.0.0.1:" + std::to_string(bound_port(fd)); }
     /// Sends from now on to the call with these ports.
     void start(int rtp_port, int rtcp_port) {
         thread = std::thread([this, rtp_port, rtcp_port] { live(rtp_port + behaviour.port_offset, rtcp_port); });
@@ -59,10 +52,6 @@ public:
 
 private:
     using clock = std::chrono::steady_clock;
-
-    static sockaddr_in loopback(int to) {
-        return {AF_INET, htons(static_cast<std::uint16_t>(to)), {htonl(INADDR_LOOPBACK)}, {}};
-    }
 
     /// ITU-T G.711, by the comparison of decision values: the code whose value lies nearest.
     static std::uint8_t encode(int sample, bool a_law) {
@@ -105,12 +94,11 @@ private:
     }
 
     void transmit(std::string const& packet, int to) {
-        sockaddr_in const v4 = loopback(to);
         sockaddr_in6 const v6{AF_INET6, htons(static_cast<std::uint16_t>(to)), 0, IN6ADDR_LOOPBACK_INIT, 0};
         if (behaviour.ipv6)
             sendto(fd6, packet.data(), packet.size(), 0, reinterpret_cast<sockaddr const*>(&v6), sizeof v6);
         else
-            sendto(fd, packet.data(), packet.size(), 0, reinterpret_cast<sockaddr const*>(&v4), sizeof v4);
+            send_to_port(fd, to, packet.data(), packet.size());
     }
 
     /// A sender report without blocks.
@@ -139,9 +127,8 @@ private:
     }
 
     far_behaviour const behaviour;
-    int const fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
+    int const fd = bound_udp_socket();
     int const fd6 = socket(AF_INET6, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    int port = 0;
     std::mt19937 random{7};
     std::atomic<bool> ended{false};
     std::thread thread;

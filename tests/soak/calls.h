@@ -1,7 +1,5 @@
 #pragma once
 
-#include <poll.h>
-
 #include "lib/protocol.h"
 #include "tests/attack/attacker.h"
 #include "tests/support/seed.h"
@@ -9,8 +7,7 @@
 #include "tools/protocol/codecs.h"
 
 inline bool readable(int fd) {
-    pollfd waits{fd, POLLIN, 0};
-    return poll(&waits, 1, 0) == 1;
+    return shows(fd, POLLIN, 0);
 }
 
 /// The way between the two ends of a call, for RTP and RTCP: UDP through a bad network, or TCP. Served by its owner,
@@ -19,7 +16,7 @@ struct far_way {
     /// Where an end sends RTP (0) and RTCP (1) to.
     protocol::address address(std::size_t kind, int side) const {
         int const fd = udp.empty() ? tcp[kind].listening_fd(side) : udp[kind].fd(side);
-        return {{127, 0, 0, 1}, port_of(fd)};
+        return {{127, 0, 0, 1}, bound_port(fd)};
     }
     void serve() {
         auto const now = steady::now();

@@ -1,8 +1,6 @@
 #pragma once
 
 #include <netinet/in.h>
-#include <poll.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <string>
@@ -13,20 +11,7 @@
 
 #include "lib/sockets.h"
 #include "tests/support/bytes.h"
-
-/// Whether a descriptor shows an event of poll() within ten seconds.
-inline bool shows(int fd, short event, int patience_ms = 10000) {
-    pollfd wanted{fd, event, 0};
-    return poll(&wanted, 1, patience_ms) == 1;
-}
-
-/// Port that a socket is bound to.
-inline int bound_port(int fd) {
-    sockaddr_in6 bound{};  // both families have the port in the same place
-    socklen_t length = sizeof bound;
-    EXPECT_EQ(getsockname(fd, reinterpret_cast<sockaddr*>(&bound), &length), 0);
-    return ntohs(bound.sin6_port);
-}
+#include "tests/support/loopback.h"
 
 /// The loopback address of a bound socket.
 inline ip_port loopback_address(int fd, bool over_ipv6) {

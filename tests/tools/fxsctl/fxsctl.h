@@ -1,17 +1,15 @@
 #pragma once
 
-#include <arpa/inet.h>
-#include <sys/socket.h>
 #include <unistd.h>
 
 #include <condition_variable>
 #include <mutex>
 #include <optional>
 #include <set>
-#include <stdexcept>
 #include <thread>
 
 #include "lib/protocol.h"
+#include "tests/support/loopback.h"
 #include "tests/tools/fxsctl/run_fxsctl.h"
 #include "tools/protocol/tlv.h"
 
@@ -20,20 +18,14 @@
 /// doesn't wait for it shows.
 class fake_process {
 public:
-    explicit fake_process(std::uint16_t port = 0) : here(loopback(port)) {
-        socklen_t size = sizeof here;
-        if (bind(fd, reinterpret_cast<sockaddr const*>(&here), size) != 0)
-            throw std::runtime_error("the stand-in cannot bind its port");
-        getsockname(fd, reinterpret_cast<sockaddr*>(&here), &size);
-        thread = std::thread([this] { serve(); });
-    }
+    explicit fake_process(std::uint16_t port = 0) : fd(bound_udp_socket(port)), thread([this] { serve(); }) {}
     ~fake_process() {
         send_to(port(), {});  // ends the thread
         thread.join();
         close(fd);
     }
 
-    std::uint16_t port() const { return ntohs(here.sin_port); }
+    std::uint16_t port() const { return bound_port(fd); }
 
     /// From now on every command but session is answered with these bytes (none: with nothing) instead of the usual.
     void answer(std::string const& hex) {
@@ -58,7 +50,6 @@ public:
     }
 
 private:
-    static sockaddr_in loopback(std::uint16_t port) { return {AF_INET, htons(port), {htonl(INADDR_LOOPBACK)}, {}}; }
     static void take_your_time() { std::this_thread::sleep_for(std::chrono::milliseconds(15)); }
 
     void serve() {
@@ -110,34 +101,26 @@ private:
     }
     /// A copy of a report that one packet was sent.
     static protocol::bytes sender_report(std::uint8_t call) {
-        using namespace protocol;
-        bytes fields, whole;
-        append_short(fields, report_rtcp::call, call);
-        append_tlv(fields, report_rtcp::call_id, to_bytes("fxsctl"));
-        append_tlv(fields, report_rtcp::sent,
-                   from_hex("80c80006 11111111 0000000000000000 00000000 00000001 000000a0").value());
-        append_tlv(whole, report_rtcp::tag, fields);
-        return whole;
+        protocol::bytes copy = protocol::from_hex(
+                                   "000e0030 00040002 0000 00160006 667873637463 000a001c 80c80006 11111111"
+                                   "0000000000000000 00000000 00000001 000000a0")
+                                   .value();
+        copy.at(9) = call;
+        return copy;
     }
-
     static protocol::bytes open_answer(std::uint8_t call) {
-        using namespace protocol;
-        auto const rtp_port = static_cast<std::uint16_t>(40000 + 2 * call);
-        bytes fields, whole;
-        append_short(fields, report_open::call, call);
-        append_short(fields, report_open::rtp_port, rtp_port);
-        append_short(fields, report_open::rtcp_port, static_cast<std::uint16_t>(rtp_port + 1));
-        append_tlv(whole, report_open::tag, fields);
-        return whole;
+        protocol::bytes answer = protocol::from_hex("00060012 00040002 0000 000d0002 9c40 000e0002 9c41").value();
+        answer.at(9) = call;
+        for (std::size_t const port_at : {15U, 21U})
+            answer.at(port_at) = static_cast<std::uint8_t>(answer.at(port_at) + 2 * call);
+        return answer;
     }
 
     void send_to(std::uint16_t port, protocol::bytes const& datagram) {
-        sockaddr_in const to = loopback(port);
-        sendto(fd, datagram.data(), datagram.size(), 0, reinterpret_cast<sockaddr const*>(&to), sizeof to);
+        send_to_port(fd, port, datagram.data(), datagram.size());
     }
 
-    int fd = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
-    sockaddr_in here;
+    int const fd;
     std::uint16_t last_sender = 0;
     std::uint16_t probing = 0;
     std::mutex guard;

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "tests/support/loopback.h"
 #include "tools/fxslink/links.h"
 #include "tools/protocol/control_client.h"
 
@@ -11,10 +12,7 @@ using protocol::bytes;
 namespace {
 
 protocol::control_client client_of(int relay_fd) {
-    sockaddr_in here{};
-    socklen_t size = sizeof here;
-    getsockname(relay_fd, reinterpret_cast<sockaddr*>(&here), &size);
-    return protocol::control_client::connect_udp("127.0.0.1", ntohs(here.sin_port));
+    return protocol::control_client::connect_udp("127.0.0.1", bound_port(relay_fd));
 }
 
 TEST(udp_link, passes_to_the_other_side_what_is_due) {
