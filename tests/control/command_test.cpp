@@ -231,6 +231,7 @@ TEST(options, table) {
         {{"--extensions", "g722", "--extensions", "none"}, normal + " 4 6 g722 bad"},
         {{"--extensions", "help", "--debug"}, normal + " 4 6 extensions"},
         {{"--version", "--debug"}, normal + " 4 6 version"},
+        {{"--frobnicate", "--version"}, normal + " 4 6 version"},
         {{"--port", "--version"}, normal + " 4 6 run"}};
     for (auto const& [arguments, result] : table)
         EXPECT_EQ(scan(arguments), result);

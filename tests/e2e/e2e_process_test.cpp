@@ -2,6 +2,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <regex>
 
 #include "tests/e2e/media_process.h"
 #include "tests/support/signals.h"
@@ -11,34 +12,24 @@ using namespace std::chrono_literals;
 
 namespace {
 
-constexpr auto patience = 20s;
-
 TEST(startup, answers_with_exit_status_and_version) {
     struct {
         std::vector<std::string> arguments;
         int status;
-        char const* output;
+        std::regex output;
     } const table[] = {
-        {{"--version"}, 0, "Version: 3159\n"},
-        {{"--frobnicate", "--version"}, 0, "Version: 3159\n"},
-        {{"--frobnicate"}, 1, ""},
-        {{"--port"}, 1, ""},
-        {{"--debug", "--log"}, 1, ""},
-        {{"--extensions", "dtmf,louder"}, 1, ""},
-        {{"--extensions"}, 1, ""},
+        {{"--version"}, 0, std::regex("Version: 3159\n")},
+        {{"--frobnicate"}, 1, std::regex("")},
+        {{"--extensions", "dtmf,louder"}, 1, std::regex("")},
+        {{"--extensions", "dtmf", "--extensions", "help"},
+         0,
+         std::regex("dtmf: (.|\n)*\ng722: (.|\n)*\nplayout: (.|\n)*")},
     };
     for (auto const& row : table) {
         media_process process(row.arguments);
         EXPECT_EQ(process.wait(), row.status) << row.arguments[0];
-        EXPECT_EQ(process.error_output(), row.output) << row.arguments[0];
+        EXPECT_TRUE(std::regex_match(process.error_output(), row.output)) << process.error_output();
     }
-}
-
-TEST(startup, names_the_extensions) {
-    media_process process({"--extensions", "dtmf", "--extensions", "help"});
-    EXPECT_EQ(process.wait(), 0);
-    for (char const* const name : {"\ndtmf: ", "\ng722: ", "\nplayout: "})
-        EXPECT_NE(("\n" + process.error_output()).find(name), std::string::npos) << name;
 }
 
 /// Whether a descriptor of the process is a file (standard error is one in these tests); it may have become a socket.

@@ -38,14 +38,6 @@ constexpr partner partners[] = {
     {"g726", {6, 97}, nullptr, 92, "G726-32/8000", 0.9, 0},
 };
 
-void write_wav(std::string const& path, signals::samples const& pcm) {
-    std::string const raw = path + ".raw";
-    FILE* const file = std::fopen(raw.c_str(), "wb");
-    std::fwrite(pcm.data(), 2, pcm.size(), file);
-    std::fclose(file);
-    ASSERT_EQ(std::system(("ffmpeg -v error -y -f s16le -ar 8000 -ac 1 -i " + raw + " " + path).c_str()), 0);
-}
-
 class rtp_partner : public testing::TestWithParam<partner> {
 protected:
     rtp_partner() : prefix(testing::TempDir() + GetParam().name + std::to_string(::getpid())) {}
@@ -97,16 +89,16 @@ TEST_P(rtp_partner, is_heard_on_the_line) {
     if (GetParam().encoder == nullptr)
         GTEST_SKIP() << "ffmpeg can't send it";
     signals::samples const said = signals::speech_like(12000, 12000, 11);
-    write_wav(file("said.wav"), said);
+    std::ofstream(file("said.raw"), std::ios::binary)
+        .write(reinterpret_cast<char const*>(said.data()), std::ssize(said) * 2);
     std::uint16_t const ffmpeg_port = free_port();
     auto ffmpeg = protocol::control_client::connect_udp("127.0.0.1", ffmpeg_port);
     std::string const url = "rtp://127.0.0.1:" + std::to_string(ffmpeg.local_port()) +
                             "?localrtpport=" + std::to_string(ffmpeg_port) +
                             "'&'pkt_size=" + std::to_string(GetParam().packet_bytes);
-    ASSERT_EQ(std::system(("ffmpeg -v error -i " + file("said.wav") + " " + GetParam().encoder + " -payload_type " +
-                           payload_type() + " -f rtp " + url + " >/dev/null </dev/null")
-                              .c_str()),
-              0);
+    std::string const sends = "ffmpeg -v error -f s16le -ar 8000 -ac 1 -i " + file("said.raw") + " " +
+                              GetParam().encoder + " -payload_type " + payload_type() + " -f rtp " + url;
+    ASSERT_EQ(std::system((sends + " >/dev/null </dev/null").c_str()), 0);
     telephones lines({});
     controlled_process process(options(lines));
     auto sender = protocol::control_client::connect_udp("127.0.0.1", process.open(0).rtp_port);
@@ -138,8 +130,7 @@ TEST_P(rtp_partner, hears_the_line) {
     twice.insert(twice.end(), said.begin(), said.end());
     comparison const result = compare(read_wav(file("heard.wav")), twice, 3500);
     EXPECT_GE(result.similarity, GetParam().least_similarity);
-    EXPECT_NEAR(result.level_db, GetParam().level_db,
-                1);  // of the line's speech, relative to what ffmpeg heard
+    EXPECT_NEAR(result.level_db, GetParam().level_db, 1) << "of the line's speech, relative to what ffmpeg heard";
 }
 
 INSTANTIATE_TEST_SUITE_P(ffmpeg, rtp_partner, testing::ValuesIn(partners),
