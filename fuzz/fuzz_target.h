@@ -8,6 +8,7 @@
 
 #include "lib/str.h"
 #include "media/channel.h"
+#include "tests/support/digest.h"
 #include "tests/support/manual_clock.h"
 
 /// What the fuzz targets share. A target is a function of an input: FUZZ_TARGET(name) { ... input ... }. All of them
@@ -47,6 +48,9 @@ private:
     std::uint8_t const* end;
     int steps = 0;
 };
+
+/// Of what the code under test gives, where a target notes it: replay.cpp compares it with what is known to be right.
+inline digest fuzz_outcome;
 
 struct fuzz_target {
     char const* name;
