@@ -13,8 +13,13 @@ constexpr int position(int i) {
     return std::endian::native == std::endian::little ? 8 * i : 24 - 8 * i;
 }
 
+/// The word with byte i as its lowest.
+inline std::uint32_t down_to(std::uint32_t word, int i) {
+    return word >> position(i);
+}
+
 inline unsigned octet(std::uint32_t word, int i) {
-    return word >> position(i) & 0xFF;
+    return down_to(word, i) & 0xFF;
 }
 
 inline std::uint32_t word_of(unsigned char octet, int i) {
@@ -22,15 +27,15 @@ inline std::uint32_t word_of(unsigned char octet, int i) {
 }
 
 /// Looks bytes up in the round table.
-#if defined(__mips__) && !defined(__mips64) && !defined(__mips16) && __mips_isa_rev >= 2
+#if defined(__mips_isa_rev) && __mips_isa_rev >= 2 && !defined(__mips64) && !defined(__mips16)
 class round_table {
 public:
-    /// aes_round_table[i][byte i of the word]. A row's address has zeros where the index of an entry belongs, so one
+    /// aes_round_table[row][lowest byte of x]. A row's address has zeros where the index of an entry belongs, so one
     /// instruction makes the entry's address of that of any other: two fewer than to shift the index and to add it.
-    template <int i>
-    std::uint32_t find(std::uint32_t word) {
-        asm("ins %0, %1, 2, 8" : "+r"(entries[i]) : "r"(word >> position(i)));
-        return *entries[i];
+    template <int row>
+    std::uint32_t find(std::uint32_t x) {
+        asm("ins %0, %1, 2, 8" : "+r"(entries[row]) : "r"(x));
+        return *entries[row];
     }
 
 private:
@@ -39,12 +44,12 @@ private:
 #else
 class round_table {
 public:
-    /// aes_round_table[i][byte i of the word]. The row is added to the address last, where it costs nothing: it is the
+    /// aes_round_table[row][lowest byte of x]. The row is added to the address last, where it costs nothing: it is the
     /// load's offset.
-    template <int i>
-    static std::uint32_t find(std::uint32_t word) {
-        std::uint32_t const* const entry = reinterpret_cast<std::uint32_t const*>(aes_round_table) + octet(word, i);
-        return entry[256 * i];
+    template <int row>
+    static std::uint32_t find(std::uint32_t x) {
+        std::uint32_t const* const entry = reinterpret_cast<std::uint32_t const*>(aes_round_table) + (x & 0xFF);
+        return entry[256 * row];
     }
 };
 #endif
@@ -52,7 +57,8 @@ public:
 /// SubBytes, ShiftRows and MixColumns of one column: its four bytes come from columns a, b, c and d.
 inline std::uint32_t mixed_column(round_table& table, std::uint32_t a, std::uint32_t b, std::uint32_t c,
                                   std::uint32_t d) {
-    return table.find<0>(a) ^ table.find<1>(b) ^ table.find<2>(c) ^ table.find<3>(d);
+    return table.find<0>(down_to(a, 0)) ^ table.find<1>(down_to(b, 1)) ^ table.find<2>(down_to(c, 2)) ^
+           table.find<3>(down_to(d, 3));
 }
 
 /// A whole round.
@@ -119,7 +125,7 @@ public:
     }
     v128_t next(round_table& table) {
         v128_t second = others;
-        add_changing(table, second, changing ^ table.find<3>(word_of(counter[15], 3) ^ round_keys[0].word[3]));
+        add_changing(table, second, changing ^ table.find<3>(counter[15] ^ round_keys[0][15]));
         if (++counter[15] == 0) {
             ++counter[14];
             begin();
@@ -134,16 +140,16 @@ private:
         v128_t state = counter;
         v128_xor(state, round_keys[0]);
         v128_t const first = mixed(table, state, round_keys[1]);
-        changing = first.word[0] ^ table.find<3>(state.word[3]);
+        changing = first.word[0] ^ table.find<3>(state[15]);
         others = mixed(table, first, round_keys[2]);
         add_changing(table, others, first.word[0]);
     }
     /// Adds to the second round's columns what the first column of the first round gives them, or takes it out.
     static void add_changing(round_table& table, v128_t& second, std::uint32_t column) {
-        second.word[0] ^= table.find<0>(column);
-        second.word[3] ^= table.find<1>(column);
-        second.word[2] ^= table.find<2>(column);
-        second.word[1] ^= table.find<3>(column);
+        second.word[0] ^= table.find<0>(down_to(column, 0));
+        second.word[3] ^= table.find<1>(down_to(column, 1));
+        second.word[2] ^= table.find<2>(down_to(column, 2));
+        second.word[1] ^= table.find<3>(down_to(column, 3));
     }
 
     v128_t counter;  ///< of the next block
