@@ -25,12 +25,13 @@ namespace fxsphone {
 /// Lives in libre's main loop, which the caller has initialised and runs.
 class adapter final : call_owner, process_events {
 public:
+    /// `trace_sip`: every SIP message is printed on standard error, without the keys of media.
     adapter(phone_settings const& chosen, bool trace_sip);
     ~adapter();
 
-    /// An empty text, or what went wrong.
+    /// Listens, registers, finds the media process. An empty text, or what went wrong; then only destroy it.
     std::string start();
-    /// Ends all calls towards both sides; the main loop ends when the network knows.
+    /// Ends all calls towards both sides; the main loop ends when the network knows, with a second call at once.
     void stop();
 
 private:

@@ -14,8 +14,11 @@ namespace fxsphone {
 /// takes up. Times are of the monotonic clock in ms.
 class call_media {
 public:
+    /// The number that the control protocol gives the codec that is sent; R depends on it.
     void codec_chosen(int number) { tracker.codec_chosen(0, number); }
+    /// The copy of an RTCP packet, from the far end or to it. What cannot be read is passed over.
     void rtcp(bool received, fxsmedia::byte_view packet, std::int64_t now_ms);
+    /// The first packet of a new source was received.
     void stream_began(std::int64_t now_ms) { heard_ms = now_ms; }
 
     /// When the last sign of packets from the far end came; with RTCP that is up to 5 s late. 0: never.

@@ -15,13 +15,16 @@ struct complaint {
     std::string text;
 };
 
+/// Throws a complaint about the place where `at` begins.
 [[noreturn]] inline void complain(toml::node const& at, std::string text) {
     throw complaint{at.source().begin, std::move(text)};
 }
 
-/// A table whose keys are all asked for: at the end, a key that nobody asked for is a mistake.
+/// A table whose keys are all asked for: at the end, a key that nobody asked for is a mistake. A value of the wrong
+/// kind throws a complaint; without the key the caller's value stays.
 class section {
 public:
+    /// `title` names the table in complaints: "[sip]".
     section(toml::table const& keys, std::string title) : table(keys), name(std::move(title)) {}
 
     void number(char const* key, int& value, int lowest, int highest) {
@@ -44,6 +47,7 @@ public:
             value = node->as_boolean()->get();
         }
     }
+    /// One of several words, with what each means.
     template <class kind>
     void choice(char const* key, kind& value, std::initializer_list<std::pair<char const*, kind>> words) {
         toml::node const* const node = find(key);
@@ -71,20 +75,24 @@ public:
         for (toml::node const& one : *node->as_array())
             each(one);
     }
+    /// Any value; nullptr: the key is not there.
     toml::node const* find(char const* key) {
         known.insert(key);
         return table.get(key);
     }
+    /// Any value; without the key a complaint about the table.
     toml::node const& needed(char const* key) {
         toml::node const* const node = find(key);
         return node != nullptr ? *node : (complain(table, name + " needs '" + key + "'"), table);
     }
+    /// Complains about a key that was not asked for.
     void nothing_else() const {
         for (auto const& [key, node] : table)
             if (!known.contains(std::string(key.str())))
                 throw complaint{key.source().begin, name + " has no key '" + std::string(key.str()) + "'"};
     }
 
+    /// The text of a value that `key`, or a member of its array, has.
     static std::string string_in(toml::node const& node, char const* key) {
         if (!node.is_string())
             complain(node, "'" + std::string(key) + "' is to be a text in quotes");
@@ -97,6 +105,7 @@ private:
     std::set<std::string> known;
 };
 
+/// The value as a table; `what` names it in the complaint that it is none.
 inline toml::table const& table_in(toml::node const& node, char const* what) {
     if (!node.is_table())
         complain(node, std::string(what) + " is to be a table");

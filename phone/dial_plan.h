@@ -23,9 +23,12 @@ public:
         complete,  ///< a number, and no other rule goes on from here
     };
 
+    /// Without rules every key is wrong.
     dial_plan() = default;
+    /// The rules are sound, see problem(). The first that fits counts.
     explicit dial_plan(std::vector<dial_rule> table) : rules(std::move(table)) {}
 
+    /// Of keys in the order in which they were pressed.
     verdict judge(std::string_view keys) const;
     /// The destination of the first rule that fits all of `keys`; empty when none does.
     std::string destination(std::string_view keys) const;

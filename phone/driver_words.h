@@ -8,8 +8,8 @@ namespace fxsphone {
 /// What the driver of the lines says over its message pipe (report 25).
 struct driver_word {
     enum class kind { off_hook, on_hook, key } what;
-    int line = 0;
-    char key = 0;
+    int line = 0;  ///< from 0
+    char key = 0;  ///< only of kind key
 
     bool operator==(driver_word const&) const = default;
 };

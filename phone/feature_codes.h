@@ -23,6 +23,7 @@ enum class feature {
     transfer,     ///< the call on hold, to the number that follows
 };
 
+/// The keys that ask for a feature: 0 to 9, * and #.
 struct feature_code {
     std::string keys;
     feature what = feature::none;
@@ -42,11 +43,11 @@ struct line_features {
 /// What keys stand for.
 struct dialled_number {
     dial_plan::verdict reached = dial_plan::verdict::wrong;
-    feature what = feature::none;
-    std::string destination;  ///< of the dial plan, for the part behind a code; empty when there is none (yet)
+    feature what = feature::none;  ///< none: it is a number to call
+    std::string destination;       ///< of the dial plan, for the part behind a code; empty when there is none (yet)
 };
 
-/// The codes go before the dial plan.
+/// The codes go before the dial plan; behind a code that wants a number the plan judges what follows.
 dialled_number judge_keys(std::vector<feature_code> const& codes, dial_plan const& plan, std::string_view keys);
 
 }  // namespace fxsphone

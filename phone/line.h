@@ -63,16 +63,17 @@ enum class order_kind {
     remember,  ///< features() have changed: to be kept over a restart
 };
 
-/// Kinds of tone as the control protocol's playback command numbers them.
-/// stutter is the dial tone, interrupted at first: a message waits, or a code was understood.
+/// Kinds of tone as the control protocol's playback command numbers them; it has no stutter, which is the dial tone,
+/// interrupted at first: a message waits, or a code was understood.
 enum class tone { none = 0, ringback = 1, busy = 2, congestion = 3, dial = 4, stutter = 5 };
 
+/// What is to be done, and with which leg.
 struct order {
     order_kind kind;
     int leg = 0;
-    tone sound = tone::none;
-    std::string text = {};
-    bool anonymous = false;  ///< invite: without the caller's number
+    tone sound = tone::none;  ///< of order_kind::tone
+    std::string text = {};    ///< an address "sip:user@host", or a key; see order_kind
+    bool anonymous = false;   ///< invite: without the caller's number
 
     bool operator==(order const&) const = default;
 };
@@ -84,11 +85,11 @@ enum class flash_use {
     conference,  ///< it joins the call that is held; the next one ends the call that came last
 };
 
-/// Times in ms.
+/// Times in ms. Where no source is named the default was chosen.
 struct line_settings {
-    int first_key_ms = 15'000;  ///< dial tone for so long (ITU-T E.183 leaves it to the operator: 10 to 20 s)
-    int next_key_ms = 4'000;    ///< after the last key, where the plan allows a longer number
-    int no_answer_ms = 180'000;
+    int first_key_ms = 15'000;    ///< dial tone for so long (ITU-T E.183 leaves it to the operator: 10 to 20 s)
+    int next_key_ms = 4'000;      ///< after the last key, where the plan allows a longer number
+    int no_answer_ms = 180'000;   ///< proxies wait longer (timer C of RFC 3261 section 16.6)
     int tone_ms = 30'000;         ///< busy and congestion tone; then silence until the receiver is replaced
     int howl_ms = 0;              ///< so long after the tones the driver is told to howl; 0: never
     int flash_ms = 700;           ///< longest hook flash; 0: every on-hook is the end
@@ -111,18 +112,18 @@ class line {
 public:
     enum class state {
         on_hook,
-        ringing,
+        ringing,       ///< a call comes in
         ringing_back,  ///< the receiver was replaced while a call was held: that call rings
-        dialling,
-        collecting,
-        calling,
-        alerting,
+        dialling,      ///< dial tone
+        collecting,    ///< some keys were pressed, there may be more
+        calling,       ///< whoever was dialled was called, and has said nothing yet
+        alerting,      ///< their telephone rings
         talking,
         transferring,  ///< the others are being connected, the receiver is still off
         handing_over,  ///< the same with the receiver on its rest
-        refused,
-        left_off,
-        howling,  ///< the driver makes the noise that calls for the receiver
+        refused,       ///< busy or congestion tone
+        left_off,      ///< silence, the receiver is still off
+        howling,       ///< the driver makes the noise that calls for the receiver
     };
     /// The second call beside the one in front; joined: a conference of three; following: a call that the far end
     /// wants instead of itself, not answered yet.
@@ -130,6 +131,7 @@ public:
 
     line(dial_plan numbers, line_settings const& wanted) : plan(std::move(numbers)), settings(wanted) {}
 
+    /// The receiver was lifted. Like the following ones it returns what is to be done; `now_ms` never goes back.
     std::vector<order> lift(std::int64_t now_ms);
     /// Where a hook flash can mean something the end is known only when flash_ms have passed.
     std::vector<order> replace(std::int64_t now_ms);
@@ -148,7 +150,9 @@ public:
     /// Where another incoming call is to go instead of this telephone; empty: nowhere.
     std::string forward_to() const;
 
+    /// What its owner has chosen, to be kept where an order says so.
     line_features const& features() const { return chosen; }
+    /// What was kept from an earlier run.
     void set_features(line_features const& known) { chosen = known; }
     /// For calling back.
     void called_by(std::string const& address) { chosen.last_caller = address; }
@@ -162,8 +166,10 @@ public:
 
     state now_in() const { return front; }
     bool has_messages() const { return has_message; }
+    /// The telephone does, for a new call or one that was held.
     bool rings() const { return front == state::ringing || front == state::ringing_back; }
     second beside() const { return companion; }
+    /// The leg of the call that now_in() tells of.
     int front_leg() const { return leg; }
 
 private:

@@ -22,6 +22,7 @@ public:
     /// The leg's channel goes.
     void forget(leg const& one);
 
+    /// Does what is due on the telephone's line.
     void pass_time(telephone const& which, std::int64_t now_ms);
     /// When pass_time() is to be called for the line; INT64_MAX: nothing is under way.
     std::int64_t due_ms(int line) const;

@@ -6,7 +6,8 @@
 
 namespace fxsphone {
 
-/// What is heard from the media process; its other reports are passed over.
+/// What is heard from the media process, as the client library names it (fxsmedia/events.h); its other reports are
+/// passed over.
 class process_events {
 public:
     virtual void on(fxsmedia::session_started const&) = 0;
@@ -35,9 +36,10 @@ public:
     /// `tones`: the set of the process that tones are taken from.
     media_channels(media_process& commanded, int tones) : process(commanded), tone_set(tones) {}
 
+    /// The process answers.
     bool connected() const { return process.connected(); }
 
-    /// An open_report tells its ports later.
+    /// Asks for the leg's channel; an open_report tells its ports later.
     void open(leg& one);
     /// Nothing when it is not open.
     void close(leg& one);

@@ -7,6 +7,8 @@
 
 namespace fxsphone {
 
+/// Parts of the configuration file. A mistake is thrown as a `complaint`.
+
 /// The [[registrar]] tables of the file. `instance` is the device's, which outbound needs.
 std::vector<registrar_settings> read_registrars(section& whole, std::string const& instance);
 

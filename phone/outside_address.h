@@ -27,11 +27,12 @@ public:
     std::string begin(std::string const& server, dnsc* names);
 
     /// The leg's channel was opened with that RTP port. The leg is ready at once when nobody is to be asked, otherwise
-    /// with the answer, or without one after 2.5 s.
+    /// with the answer, or without one after 2.5 s (the first three requests of RFC 8489 section 6.2.1).
     void ask(leg& one, int rtp_port);
     /// Whatever arrived on media ports.
     void heard(fxsmedia::tunnel_report const& report);
 
+    /// Asks again, or gives up, where it is time.
     void pass_time(std::int64_t now_ms);
     /// When pass_time() is to be called; INT64_MAX: nothing is under way.
     std::int64_t due_ms() const;

@@ -11,7 +11,7 @@ namespace fxsphone {
 
 /// What a REFER wants (RFC 3515): whom to call, and with which further headers (Replaces, Referred-By: RFC 3891, 3892).
 struct referral_target {
-    std::string address;
+    std::string address;  ///< "sip:user@host"
     std::string headers;  ///< each with its line end
 };
 
@@ -21,7 +21,7 @@ std::optional<referral_target> read_referral(sip_msg const* request);
 /// The call that an INVITE is to replace (RFC 3891), as this end of it knows it.
 struct replaced_call {
     dialog_id dialog;
-    bool early_only = false;
+    bool early_only = false;  ///< only while it rings (RFC 3891 section 3)
 };
 
 /// nullopt: the INVITE has no Replaces.
@@ -33,6 +33,7 @@ std::string takeover_address(sip_call const& call);
 /// A REFER of ours within a call, until the far end has told how it went.
 class sent_referral {
 public:
+    /// Whether the far end has reached whom it was to call.
     using outcome_handler = std::function<void(bool reached)>;
 
     /// `told` hears the outcome once, never from within this constructor; it may destroy the referral.

@@ -20,12 +20,12 @@ struct media_plan {
     fxsmedia::codec_choice send;
     std::vector<fxsmedia::codec_choice> map;  ///< what is received
     std::optional<int>
-        event_pt;  ///< telephone events (RFC 4733), the same number both ways; the far end takes all keys
-    int ptime_ms = 20;
-    std::optional<fxsmedia::endpoint> rtp;  ///< nullopt: nothing is sent, the far end holds the call
-    std::optional<fxsmedia::endpoint> rtcp;
-    std::optional<srtp_plan> srtp;  ///< nullopt: plain RTP
-    std::string xr;                 ///< extended report blocks that the far end wants, as the media command names them
+        event_pt;       ///< telephone events (RFC 4733), the same number both ways; the far end takes all keys
+    int ptime_ms = 20;  ///< of the packets that are sent
+    std::optional<fxsmedia::endpoint> rtp;   ///< nullopt: nothing is sent, the far end holds the call
+    std::optional<fxsmedia::endpoint> rtcp;  ///< RTCP goes on while nothing is sent
+    std::optional<srtp_plan> srtp;           ///< nullopt: plain RTP
+    std::string xr;  ///< extended report blocks that the far end wants, as the media command names them
 
     bool operator==(media_plan const&) const = default;
 };
@@ -48,6 +48,7 @@ public:
 
     /// Before the first offer() or answer(): RTCP XR blocks that may be sent, of those that knows_xr().
     void set_xr(std::vector<std::string> const& blocks) { xr_blocks = blocks; }
+    /// A block of RFC 3611 section 5.1 by its name, such as "rcvr-rtt", that the process can send.
     static bool knows_xr(std::string_view block);
 
     /// Of the names that the process knows, one that SDP can carry.
@@ -58,13 +59,15 @@ public:
     mbuf* offer(bool on_hold = false);
     /// The answer to what read_offer() took; on hold as in an offer.
     mbuf* answer(bool on_hold = false);
-    /// false: not SDP, or nothing in common, or not protected as it must be. The buffer's position moves.
+    /// The far end's. false: not SDP, or nothing in common, or not protected as it must be. The buffer's position
+    /// moves.
     bool read_offer(mbuf* text);
+    /// Likewise, to our last offer().
     bool read_answer(mbuf* text);
 
     /// After an answer was read or made; nullopt when no codec is left.
     std::optional<media_plan> plan() const;
-    /// The name, for a record of the call.
+    /// Of the codec that is sent, as the configuration names it; empty before plan() has one.
     std::string codec_name() const;
 
 private:

@@ -41,7 +41,7 @@ struct registrar_settings {
 
 /// For SIP over TLS.
 struct tls_settings {
-    int port = 5061;
+    int port = 5061;          ///< RFC 3261 section 18.2.1
     bool verify = true;       ///< the certificates of those that we connect to
     std::string ca_file;      ///< PEM, whom to trust; empty: whom the system trusts
     std::string certificate;  ///< PEM with its key, shown to those that connect to us; empty: they can't
@@ -61,12 +61,12 @@ struct telephone_settings {
     std::string user;          ///< user part of its address
     std::string display_name;  ///< empty: none
     std::vector<std::string> codecs = {"pcma", "pcmu"};
-    int ptime_ms = 20;
+    int ptime_ms = 20;  ///< asked for (RFC 3551 section 4.2 recommends this)
     key_transport keys = key_transport::events;
     bool hide_number = false;  ///< in every call
     std::string hot_line;      ///< address; empty: none
-    int hot_line_ms = 0;
-    std::string mailbox;  ///< address to subscribe to for message summaries; empty: none
+    int hot_line_ms = 0;       ///< it is called so long after the receiver was lifted
+    std::string mailbox;       ///< address to subscribe to for message summaries; empty: none
     std::optional<registrar_settings> registrar;
     credentials login;
     srtp_use srtp = srtp_use::off;
@@ -75,7 +75,7 @@ struct telephone_settings {
 
 /// The whole configuration; the defaults are what fxsphone(1) says.
 struct phone_settings {
-    int process_port = 0;
+    int process_port = 0;              ///< control port of the media process, UDP on 127.0.0.1
     std::string sip_ip = "127.0.0.1";  ///< also where media is received
     std::string sip_ip6;               ///< the same of IPv6 beside it; empty: none
     int sip_port = 5060;

@@ -25,8 +25,8 @@ public:
     ~sip_agent();
 
     /// Listens on UDP and TCP, on TLS where a registrar is reached by it or we have a certificate. An empty text, or
-    /// what went wrong.
-    /// `updating` takes UPDATE (RFC 3311).
+    /// what went wrong. `trace`: messages are printed on standard error. `inviting` takes INVITEs that begin a call,
+    /// `updating` every UPDATE (RFC 3311); both have to answer.
     std::string start(phone_settings const& settings, bool trace, incoming_handler inviting, incoming_handler updating);
     /// Ends transactions in their own time, then libre's main loop.
     void stop();
@@ -34,7 +34,9 @@ public:
     /// Whether an address, "sip:user@host:port", is one of those that it listens on.
     bool is_here(std::string const& uri) const;
 
+    /// Where sessions begin; nullptr before start() and after stop().
     sipsess_sock* door() const { return sessions; }
+    /// nullptr before start().
     sip* stack() const { return transactions; }
     /// Has to know of each INVITE of ours.
     forked_answers& forks() { return answers; }

@@ -59,15 +59,16 @@ public:
     ~sip_call();
     sip_call(sip_call const&) = delete;
 
-    /// Calls. false: it is no address, or there is no way to it.
+    /// Calls; once, and not after take(). `by` lives longer. false: it is no address, or there is no way to it.
     bool invite(sip_agent& by, invitation const& wanted);
     /// Takes an INVITE that came in and says that the telephone rings. false: refused, with 415 for a body that
     /// is no SDP, 422 for a session timer that is too short, and 488 for an offer without anything that we can code.
     bool take(sip_agent& by, sip_msg const* request, std::string const& user);
-    /// Accepts it; set_port() of the description comes before. On hold the far end may not send.
+    /// Accepts it; set_port() of the description comes before. On hold the far end may not send. false: it is over.
     bool answer(bool on_hold = false);
+    /// The call that came in gets this status, from 300 on, and is over without a word to the owner.
     void refuse(int code, char const* reason);
-    /// It is to be tried at another address (302).
+    /// Likewise: it is to be tried at another address (302).
     void redirect(std::string const& to);
     /// Sends a key as INFO with application/dtmf-relay; nothing before the call was answered.
     void send_info(char key);

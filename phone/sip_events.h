@@ -14,6 +14,7 @@ namespace fxsphone {
 /// mailboxes send them.
 class sip_events {
 public:
+    /// Messages wait for the telephone with that user part in its address, or none do.
     using summary_handler = std::function<void(std::string const& user, bool waiting)>;
 
     sip_events() = default;
@@ -22,8 +23,10 @@ public:
 
     /// An empty text, or what went wrong. The stack must live longer.
     std::string start(sip* stack, summary_handler handler);
+    /// Ends all subscriptions.
     void stop();
 
+    /// Where subscriptions begin; nullptr before start() and after stop().
     sipevent_sock* door() const { return events; }
 
 private:

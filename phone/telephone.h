@@ -63,9 +63,9 @@ struct telephone {
     telephone_settings settings;
     line state;
     leg legs[2];
-    std::int64_t lifted_ms = 0;  ///< until its dial tone is heard; 0: it is, or the receiver is on its rest
-    std::int64_t lift_to_tone_ms = 0;
-    std::int64_t last_key_ms = 0;
+    std::int64_t lifted_ms = 0;        ///< until its dial tone is heard; 0: it is, or the receiver is on its rest
+    std::int64_t lift_to_tone_ms = 0;  ///< how long that took, the last time
+    std::int64_t last_key_ms = 0;      ///< when a key was pressed last; 0: never
 };
 
 /// All telephones of the device.
@@ -77,8 +77,9 @@ public:
     auto begin() const { return all.begin(); }
     auto end() const { return all.end(); }
 
-    /// nullptr: there is none.
+    /// These return nullptr when there is none.
     telephone* of_line(int number) const;
+    /// By the user part of its address.
     telephone* of_user(std::string const& user) const;
     leg* of_channel(int channel) const;
     leg* of_call(sip_call const& call) const;
