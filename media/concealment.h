@@ -8,7 +8,7 @@
 
 /// Speech for packets that did not come, made of the speech before (waveform substitution in the manner of ITU-T G.711
 /// Appendix I): the last pitch period is repeated, after 10 ms the last two, after 20 ms the last three, so that it
-/// does not buzz. After 20 ms it fades, within 120 ms, into the noise behind the speech. That fades as well from 2 s to
+/// does not buzz. After 20 ms it fades, within 200 ms, into the noise behind the speech. That fades as well from 2 s to
 /// 4 s. What follows is faded in. Unlike the appendix, which fades to silence at 60 ms and whose first overlap delays
 /// all speech by 3.75 ms, the step at the beginning is spread over a quarter period. Allocates nothing.
 ///
@@ -43,7 +43,7 @@ public:
     }
 
 private:
-    static constexpr int faded_after = 960;     ///< samples, 120 ms
+    static constexpr int faded_after = 1600;    ///< samples, 200 ms
     static constexpr int silent_after = 32000;  ///< 4 s
     static constexpr int shortest_pitch = 40;   ///< samples: 200 Hz
     static constexpr int most_periods = 3;
