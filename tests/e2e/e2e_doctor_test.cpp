@@ -19,8 +19,8 @@ std::string const key = "e1f97a0d3e018be0d64fa32c06de41390ec675ad498afeebb6960b3
 /// The process with four telephones in real time and a monitor, through which all commands go.
 class scene {
 public:
-    explicit scene(std::vector<std::string> arguments = {}, std::vector<fxsline::speech> says = everybody_talks(12000))
-        : lines(std::move(says)), process(with_lines(std::move(arguments))) {
+    explicit scene(std::vector<std::string> arguments = {}, int peak = 12000)
+        : lines(speakers(30, peak, 20)), process(with_lines(std::move(arguments))) {
         EXPECT_TRUE(own_network) << "the doctor sees all that passes on the loopback interface";
         EXPECT_TRUE(watching.wait_for_text("other runs of fxsctl go through this one"));
     }
@@ -29,26 +29,19 @@ public:
         ticking.join();
     }
 
-    static std::vector<fxsline::speech> everybody_talks(int peak) {
-        std::vector<fxsline::speech> says;
-        for (unsigned i = 0; i < 4; i++)
-            says.push_back(fxsline::speech::recording(signals::speech_like(20 * 8000, peak, 30 + i), true, "test"));
-        return says;
-    }
-
     outcome fxsctl(std::string const& words) const { return run_fxsctl("--timeout 20000 " + words, process.port); }
     void expect_done(std::string const& words) const {
         outcome const run = fxsctl(words);
         EXPECT_EQ(run.exit_code, 0) << words << ": " << run.err;
     }
 
-    telephones lines;
+    std::unique_ptr<telephones> lines;
     controlled_process process;
     child watching = start_fxsctl("--timeout 20000 monitor --log-level 4", process.port);
 
 private:
     std::vector<std::string> with_lines(std::vector<std::string> arguments) const {
-        arguments.insert(arguments.end(), {"--tdm", lines.tdm_path()});
+        arguments.insert(arguments.end(), {"--tdm", lines->tdm_path()});
         return arguments;
     }
 
@@ -56,7 +49,7 @@ private:
     std::thread ticking{[this] {
         fxsline::tick_clock clock;
         for (; !ended; std::this_thread::sleep_for(2ms))
-            lines.mount().advance(clock.due());
+            lines->mount().advance(clock.due());
     }};
 };
 
@@ -193,7 +186,7 @@ TEST(doctor_of_lines, finds_a_third_call_and_a_missing_device) {
     diagnosis const found = examine(here);
     EXPECT_EQ(found.first(4, out), "third-call") << found.text;
     EXPECT_EQ(found.first(0, in) + found.first(0, out) + found.first(2, in), "") << found.text;
-    here.lines.mount().stop();
+    here.lines->mount().stop();
     EXPECT_EQ(examine(here, " --call 1").first(1, out), "device-gone");
     outcome const missing = here.fxsctl("call 6 7 --lines 2,3");
     EXPECT_EQ(missing.exit_code, 4);
@@ -250,7 +243,7 @@ TEST(hold, is_noticed_by_the_monitor_and_resumed) {
 TEST(doctor_of_healthy_calls, finds_nothing) {
     char const* const asked = std::getenv("FXSMEDIA_DOCTOR_SCENES");
     seed_range{1, asked != nullptr ? static_cast<unsigned>(std::atoi(asked)) : 2}.roll([](dice& random) {
-        scene here({}, scene::everybody_talks(random.between(2000, 16000)));
+        scene here({}, random.between(2000, 16000));
         for (char const* const pair : {"0 1", "2 3"}) {
             char const* const codecs[] = {"pcmu", "pcma", "g722", "g726", "gsm"};
             std::string options = std::string(" --codec ") + codecs[random.below(5)];

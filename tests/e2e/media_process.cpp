@@ -78,10 +78,11 @@ bool telephones::wait_for_open(unsigned devices) {
     });
 }
 
-std::unique_ptr<telephones> speakers(unsigned seed) {
+std::unique_ptr<telephones> speakers(unsigned seed, int peak, int seconds) {
     std::vector<fxsline::speech> says;
     for (unsigned line = 0; line < 4; line++)
-        says.push_back(fxsline::speech::recording(signals::speech_like(8000, 8000, seed + line), true, "voice"));
+        says.push_back(
+            fxsline::speech::recording(signals::speech_like(8000 * seconds, peak, seed + line), true, "voice"));
     return std::make_unique<telephones>(std::move(says));
 }
 

@@ -47,8 +47,8 @@ private:
     std::unique_ptr<fxsline::line_mount> files;
 };
 
-/// Four telephones that speak all the time.
-std::unique_ptr<telephones> speakers(unsigned seed = 31);
+/// Four telephones that speak all the time, as loud as that.
+std::unique_ptr<telephones> speakers(unsigned seed = 31, int peak = 8000, int seconds = 1);
 
 /// The process under test (FXSMEDIA_PROCESS in the environment, else the one of this build), with its standard error
 /// kept: a sanitizer's report ends the test. Killed with its owner.
