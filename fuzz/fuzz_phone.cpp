@@ -8,17 +8,13 @@
 #include "phone/configuration.h"
 #include "phone/driver_words.h"
 #include "phone/line.h"
+#include "tests/support/bytes.h"
 
 namespace {
 
 using fxsphone::happening;
 using fxsphone::order;
 using fxsphone::order_kind;
-
-std::string phone_text(str const& bytes) {
-    auto const* const first = reinterpret_cast<char const*>(bytes.cbuffer());
-    return {first, first + bytes.length()};
-}
 
 fxsphone::line_settings settings_of(fuzz_input& input) {
     unsigned const bits = input.byte();
@@ -93,7 +89,7 @@ FUZZ_TARGET(phone_line) {
     std::int64_t now = 1;
     while (input.more()) {
         switch (input.below(4)) {
-            case 0: kept.keep(hear_driver(telephone, phone_text(input.bytes(input.byte())), now), telephone); break;
+            case 0: kept.keep(hear_driver(telephone, to_string(input.bytes(input.byte())), now), telephone); break;
             case 1: kept.keep(hear_far_end(telephone, input, kept, now), telephone); break;
             case 2: kept.keep(telephone.restart(now), telephone); break;
             default: now += input.word(); kept.keep(telephone.pass_time(now), telephone);
@@ -117,7 +113,7 @@ FUZZ_TARGET(phone_media) {
 
 /// The input is a file.
 FUZZ_TARGET(phone_configuration) {
-    fxsphone::configuration const read = fxsphone::read_configuration(phone_text(input.rest()), "f");
+    fxsphone::configuration const read = fxsphone::read_configuration(to_string(input.rest()), "f");
     FUZZ_CHECK(read.settings.has_value() == read.problem.empty());
     FUZZ_CHECK(read.settings.has_value() ||
                (read.problem.starts_with("f:") && read.problem[2] >= '0' && read.problem[2] <= '9'));

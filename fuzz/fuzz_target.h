@@ -33,10 +33,6 @@ public:
         unsigned const high = byte();
         return high << 8 | byte();
     }
-    std::uint32_t long_word() {
-        std::uint32_t const high = word();
-        return high << 16 | word();
-    }
     /// The next n bytes, or as many as there are.
     str bytes(unsigned n);
     /// The next piece: 16 bits of length, then its bytes.
