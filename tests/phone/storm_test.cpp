@@ -7,7 +7,7 @@ namespace {
 
 class established {
 public:
-    explicit established(std::string const& tables = {}) : here("", tables) {
+    explicit established(std::string const& tables = {}, std::string const& more_plan = {}) : here(more_plan, tables) {
         here.driver_says("off-hook 0");
         EXPECT_TRUE(here.hears(0, -30, -10)) << "dial tone";
         here.call(0, 1);
@@ -32,17 +32,26 @@ int count(std::string const& text, std::string const& what) {
     return found;
 }
 
-TEST(phone_storm, leaves_a_call_alone_at_200_invites_a_second) {
-    established calls;
+TEST(phone_storm, leaves_calls_alone_at_200_invites_a_second) {
+    std::uint16_t const port = free_port();
+    std::string const echo_at = "127.0.0.1:" + std::to_string(port);
+    established calls({}, "{ keys = \"0\", call = \"sip:echo@" + echo_at + "\" }");
+    child echo(sipp("uas", port, {"-rtp_echo"}));
+    calls.here.driver_says("off-hook 2");
+    calls.here.dial(2, "0");
+    ASSERT_TRUE(calls.here.phone.wait_for_text("\nACK sip:" + echo_at));
     auto words = sipp("uac", free_port(), {"-s", "999", "-r", "200", "-recv_timeout", "5000"});
     *std::next(std::ranges::find(words, "-m")) = "1600";
     words.push_back("127.0.0.1:" + std::to_string(calls.here.sip_port));
     child flood(words);
-    calls.here.both_speak();
+    calls.here.speak({"0", "1", "2"});
     EXPECT_EQ(flood.wait(), 1) << "SIPp counts refused calls as failed";
     ASSERT_TRUE(calls.here.phone.wait_for_text("SIP/2.0 404"));
     EXPECT_GE(count(calls.here.phone.err, "SIP/2.0 404"), 1600);
+    calls.here.driver_says("on-hook 2");
+    EXPECT_EQ(echo.wait(), 0) << "ended from here";
     calls.expect_undisturbed();
+    expect_heard(calls.here, 2, 2);
 }
 
 std::string const good_invite =
