@@ -4,11 +4,13 @@
 //     blocks encode|decode CODEC BLOCKS      a coder of that number, blocks of 10 ms through codec.h
 //     blocks call|srtp CODEC BLOCKS          a channel that sends 20 ms a packet to itself: capture, coding, sending,
 //                                            protection, receiving, jitter buffer, decoding, playing out
+//     blocks --extensions LIST WORK ...      the same with extensions (lib/extensions.h)
 #include <cstdio>
 #include <cstdlib>
 #include <string_view>
 #include <vector>
 
+#include "lib/extensions.h"
 #include "lib/sockets.h"
 #include "media/channel.h"
 #include "tests/support/signals.h"
@@ -81,8 +83,13 @@ void call(int number, int blocks, bool secure) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (argc == 6 && std::string_view(argv[1]) == "--extensions" && extensions.add(argv[2])) {
+        argc -= 2;
+        argv += 2;
+    }
     if (argc != 4)
-        return std::fprintf(stderr, "usage: blocks encode|decode|call|srtp CODEC BLOCKS\n"), EXIT_FAILURE;
+        return std::fprintf(stderr, "usage: blocks [--extensions LIST] encode|decode|call|srtp CODEC BLOCKS\n"),
+               EXIT_FAILURE;
     std::string_view const work = argv[1];
     int const number = std::atoi(argv[2]), blocks = std::atoi(argv[3]);
     if (work == "encode")
