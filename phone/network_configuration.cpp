@@ -12,6 +12,12 @@ namespace {
 
 constexpr char const* transports[] = {"udp", "tcp", "tls"};
 
+/// Complains about a key that asks for TLS where it was left out of the build.
+void need_tls(section& one, char const* key) {
+    if (!FXSPHONE_TLS)
+        complain(*one.find(key), "this fxsphone was built without TLS");
+}
+
 /// "host", "host:port" or "[address]:port".
 void host(section& one, char const* key, std::string& value) {
     one.text(key, value);
@@ -31,6 +37,8 @@ registrar_settings read_registrar(toml::node const& node, std::string const& ins
     one.text("transport", read.transport);
     if (!read.transport.empty() && std::ranges::count(transports, read.transport) == 0)
         complain(*one.find("transport"), "'" + read.transport + "' is none of udp, tcp, tls");
+    if (read.transport == "tls")
+        need_tls(one, "transport");
     one.number("expires_s", read.expires_s, 60, 86'400);
     one.number("keep_alive_s", read.keep_alive_s, 0, 3600);
     one.yes_or_no("outbound", read.outbound);
@@ -114,6 +122,8 @@ void read_tls(section& tls, tls_settings& chosen) {
         if (!file->empty() && !std::ifstream(*file))
             complain(*tls.find(key), "'" + *file + "' can't be read");
     }
+    if (!chosen.certificate.empty())
+        need_tls(tls, "certificate");
 }
 
 void read_login(section& line, std::vector<registrar_settings> const& registrars, telephone_settings& one) {

@@ -72,6 +72,8 @@ TEST(phone_configuration, names_the_place_of_a_mistake) {
         EXPECT_FALSE(read.settings.has_value());
         EXPECT_EQ(read.problem, one.problem) << one.text;
     }
+    EXPECT_EQ(read_configuration(process + pbx + "transport = \"tls\"\n" + line_0, "f").problem,
+              FXSPHONE_TLS ? "" : "f:6:13: this fxsphone was built without TLS");
     EXPECT_TRUE(read_configuration("port = = 3", "f").problem.starts_with("f:1:8: ")) << "no TOML";
 }
 
