@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <utility>
+
 #include "tests/phone/device.h"
 #include "tests/phone/far_agent.h"
 
@@ -96,6 +98,22 @@ TEST(phone_feature, dials_what_the_process_hears_on_the_line) {
     EXPECT_TRUE(here.lines.wait_for_text("line 1  ring device: ring"));
 }
 
+/// How long line 0 has heard something and nothing in turn, in blocks of 20 ms. To be asked when it is recorded.
+std::vector<int> turns_heard(device const& here) {
+    auto const heard = read_wav(here.folder + "/heard0.wav");
+    std::vector<int> turns(1);
+    bool sounded = false;
+    for (std::size_t at = 0; at + 160 <= heard.size(); at += 160) {
+        double sum = 0;
+        for (std::size_t i = at; i < at + 160; i++)
+            sum += std::abs(static_cast<double>(heard[i]));
+        if (bool const sounds = sum / 160 > 200; std::exchange(sounded, sounds) != sounds)
+            turns.push_back(0);
+        turns.back()++;
+    }
+    return turns;
+}
+
 TEST(phone_feature, takes_keys_and_message_summaries) {
     device here;
     child agent(sipp("message_summary.xml", free_port(), {"-s", "100", "127.0.0.1:" + std::to_string(here.sip_port)}));
@@ -105,19 +123,25 @@ TEST(phone_feature, takes_keys_and_message_summaries) {
     here.driver_says("on-hook 0");
     EXPECT_EQ(here.phone.end(SIGTERM), 0) << here.phone.err;
     EXPECT_EQ(here.lines.end(SIGTERM), 0);
-    // The tone comes and goes in blocks of 100 ms.
-    auto const heard = read_wav(here.folder + "/heard0.wav");
-    int changes = 0;
-    bool sounded = false;
-    for (std::size_t at = 0; at + 160 <= heard.size(); at += 160) {
-        double sum = 0;
-        for (std::size_t i = at; i < at + 160; i++)
-            sum += std::abs(static_cast<double>(heard[i]));
-        bool const sounds = sum / 160 > 200;
-        changes += sounds != sounded ? 1 : 0;
-        sounded = sounds;
+    EXPECT_GE(turns_heard(here).size(), 11u) << "the tone comes and goes in blocks of 100 ms";
+}
+
+TEST(phone_feature, makes_tones_of_refusals) {
+    for (auto const& [status, blocks] : {std::pair{"603 Decline", 24}, {"404 Not Found", 12}}) {
+        std::uint16_t const port = free_port();
+        far_agent far(port);
+        device here("{ keys = \"0\", call = \"sip:far@127.0.0.1:" + std::to_string(far.port()) + "\" }",
+                    "[tones]\nset = 3\n", {}, port);
+        here.driver_says("off-hook 0");
+        here.dial(0, "0");
+        far.answer(far.receive_call(), status);
+        EXPECT_FALSE(far.receive("ACK").empty());
+        sleep(4);
+        here.lines.end(SIGTERM);
+        std::vector<int> turns = turns_heard(here);
+        std::ranges::sort(turns);
+        EXPECT_NEAR(turns[turns.size() / 2], blocks, 4) << status;
     }
-    EXPECT_GE(changes, 10) << "no stuttering";
 }
 
 TEST(phone_feature, subscribes_to_its_mailbox) {
