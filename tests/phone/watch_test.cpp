@@ -61,18 +61,22 @@ TEST(phone_watch, tells_other_users_nothing) {
     }
 }
 
-TEST(phone_watch, ends_a_call_without_media) {
-    std::uint16_t const port = free_port();
-    device here("{ keys = \"0.\", call = \"sip:{}@127.0.0.1:" + std::to_string(port) + "\" }",
-                "[calls]\nmedia_timeout_ms = 10000\n");
-    child agent(sipp("uas", port, {}));
-    here.driver_says("off-hook 0");
-    here.dial(0, "07#");
-    EXPECT_EQ(agent.wait(), 0) << "ended from here";
-    auto const record = record_of(here, 0);
-    EXPECT_EQ(record["media_lost"], true);
-    EXPECT_EQ(record["ended_by"], "media");
-    EXPECT_TRUE(here.hears(0, -40, -5)) << "congestion tone";
+TEST(phone_watch, marks_or_ends_a_call_without_media) {
+    for (auto const& [ends, ended_by] : {std::pair{"true", "media"}, {"false", "telephone"}}) {
+        std::uint16_t const port = free_port();
+        device here("{ keys = \"0.\", call = \"sip:{}@127.0.0.1:" + std::to_string(port) + "\" }",
+                    std::string("[calls]\nmedia_timeout_ms = 10000\nmedia_timeout_ends = ") + ends + "\n");
+        child agent(sipp("uas", port, {}));
+        here.driver_says("off-hook 0");
+        here.dial(0, "07#");
+        ASSERT_TRUE(here.phone.wait_for_text("line 0: nothing is received from"));
+        EXPECT_TRUE(ends == std::string("false") || here.hears(0, -40, -5)) << "congestion tone";
+        here.driver_says("on-hook 0");
+        EXPECT_EQ(agent.wait(), 0) << "ended from here";
+        auto const record = record_of(here, 0);
+        EXPECT_EQ(record["media_lost"], true);
+        EXPECT_EQ(record["ended_by"], ended_by);
+    }
 }
 
 }  // namespace
