@@ -79,4 +79,20 @@ TEST(phone_watch, marks_or_ends_a_call_without_media) {
     }
 }
 
+TEST(phone_watch, keeps_a_call_while_the_driver_is_away) {
+    device here;
+    here.driver_says("off-hook 0");
+    here.call(0, 1);
+    std::string const pipe = here.folder + "/pipe";
+    std::filesystem::create_hard_link(here.folder + "/fxs0", pipe);  // the other name goes with the lines
+    EXPECT_EQ(here.lines.end(SIGTERM), 0);
+    for (char const* again : {"off-hook 0\n", "off-hook 1\n"}) {
+        std::ofstream(pipe) << again;
+        sleep(1);
+        EXPECT_EQ(here.status()["lines"][0]["state"], "talking");
+    }
+    std::ofstream(pipe) << "on-hook 0\n";
+    EXPECT_EQ(record_of(here, 0)["ended_by"], "telephone");
+}
+
 }  // namespace
