@@ -166,16 +166,26 @@ TEST_F(phone_network, answers_where_a_request_came_from) {
     }
 }
 
-TEST_F(phone_network, calls_between_lines_go_on_while_the_registrar_is_away) {
-    std::uint16_t const port = free_port();
+TEST_F(phone_network, calls_between_lines_go_on_while_a_registrar_is_away) {
+    std::uint16_t const port = free_port(), second_port = free_port();
     auto pbx = std::make_unique<child>(registrar("tcp", port));
+    child second(registrar("udp", second_port));
     ASSERT_TRUE(pbx->wait_for_text("listening"));
-    registered_device here("tcp", port, "keep_alive_s = 1\n");
+    ASSERT_TRUE(second.wait_for_text("listening"));
+    registered_device here(
+        "tcp", port,
+        "keep_alive_s = 1\n[[registrar]]\nname = \"second\"\ndomain = \"127.0.0.1:" + std::to_string(second_port) +
+            "\"\n[[line]]\nnumber = 3\nuser = \"103\"\nregistrar = \"second\"\npassword = \"" + secret + "\"\n");
     ASSERT_TRUE(here.phone.wait_for_text("line 1: registered"));
+    ASSERT_TRUE(here.phone.wait_for_text("line 3: registered"));
     pbx->end(SIGKILL);
     std::string const lost = ": not registered at 127.0.0.1:" + std::to_string(port) + ": the connection is lost";
     ASSERT_TRUE(here.phone.wait_for_text("line 0" + lost)) << "long before the next refresh";
     ASSERT_TRUE(here.phone.wait_for_text("line 1" + lost));
+    here.driver_says("off-hook 3");
+    here.dial(3, "9100");
+    EXPECT_TRUE(second.wait_for_text("INVITE 103 good")) << "the other registrar is there";
+    EXPECT_EQ(second.out.find("REGISTER 100"), std::string::npos);
     here.driver_says("off-hook 0");
     here.dial(0, "101");
     ASSERT_TRUE(here.lines.wait_for_text("line 1  ring device: caller 100"));
