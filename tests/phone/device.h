@@ -105,6 +105,16 @@ public:
         }
         return false;
     }
+    /// What the call LED has done so far, at last as a drawing: # is 50 ms of light.
+    std::string led() const {
+        std::ifstream in(folder + "/lines/led");
+        return {std::istreambuf_iterator<char>(in), {}};
+    }
+    bool led_will_show(std::string const& pattern) const {
+        for (int tries = 0; tries < 600 && led().find(pattern) == std::string::npos; tries++)
+            usleep(50'000);
+        return led().find(pattern) != std::string::npos;
+    }
     /// What `fxsphone --status` prints.
     nlohmann::json status() const {
         child asked({FXSPHONE, "--status", folder + "/phone.toml"});

@@ -156,6 +156,7 @@ TEST(phone_feature, subscribes_to_its_mailbox) {
     EXPECT_FALSE(far.receive("SIP/2.0 200").empty());
     auto const lines = here.status()["lines"];
     EXPECT_NE(lines[0]["message_waiting"], lines[1]["message_waiting"]) << "of the one that has asked";
+    EXPECT_TRUE(here.led_will_show("##.##"));
     here.phone.end(SIGKILL);
 }
 

@@ -14,25 +14,22 @@ nlohmann::json record_of(device& here, int line) {
                : nlohmann::json::parse(here.phone.out.substr(at, here.phone.out.find('\n', at) - at));
 }
 
-std::string led(device& here) {
-    std::ifstream in(here.folder + "/lines/led");
-    return {std::istreambuf_iterator<char>(in), {}};
-}
-
 TEST(phone_watch, tells_what_lines_do_and_how_calls_were) {
     device here;
     EXPECT_EQ(here.status()["lines"][0]["state"], "on_hook");
-    EXPECT_EQ(led(here).find('#'), std::string::npos);
+    EXPECT_EQ(here.led().find('#'), std::string::npos);
     here.driver_says("off-hook 0");
     ASSERT_TRUE(here.hears(0, -30, -10));
-    here.call(0, 1);
+    here.dial(0, "101");
+    EXPECT_TRUE(here.led_will_show("#.#.#")) << "one rings";
+    here.driver_says("off-hook 1");
     sleep(12);  // two of the process's RTCP intervals
     auto const status = here.status();
     EXPECT_TRUE(status["media_process"]);
     EXPECT_EQ(status["lines"][1]["state"], "talking");
     EXPECT_EQ(status["lines"][1]["calls"][0]["answered"], true);
     EXPECT_EQ(status["lines"][2]["calls"].size(), 0u);
-    EXPECT_NE(led(here).find('#'), std::string::npos) << led(here);
+    EXPECT_TRUE(here.led_will_show(std::string(8, '#'))) << "a receiver is off";
     here.driver_says("on-hook 1");
     here.driver_says("on-hook 0");
     auto const out = record_of(here, 0);
