@@ -142,6 +142,6 @@ void decoded_stream::skip_block() {
     made_up.fall_silent();
 }
 
-int decoded_stream::cut(int longest, speech_queue::likeness wanted) {
-    return queue.cut(std::min(longest, queue.size() - block_samples), wanted);
+int decoded_stream::cut(int most, speech_queue::likeness wanted) {
+    return queue.cut(std::min(most, queue.size() - block_samples), wanted);
 }

@@ -67,9 +67,9 @@ public:
     /// A block of something else is heard in the stream's place: what would be heard meanwhile is dropped.
     void skip_block();
     /// speech_queue::cut(); leaves a block.
-    int cut(int longest, speech_queue::likeness wanted);
+    int cut(int most, speech_queue::likeness wanted);
     /// speech_queue::stretch().
-    int stretch(int longest, speech_queue::likeness wanted) { return queue.stretch(longest, wanted); }
+    int stretch(int most, speech_queue::likeness wanted) { return queue.stretch(most, wanted); }
 
 private:
     speech_queue queue;
