@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "fuzz/fuzz_target.h"
-#include "tests/support/seed.h"
+#include "tests/support/dice.h"
 
 namespace fs = std::filesystem;
 
