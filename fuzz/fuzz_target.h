@@ -8,7 +8,6 @@
 
 #include "lib/str.h"
 #include "media/channel.h"
-#include "tests/support/digest.h"
 #include "tests/support/manual_clock.h"
 
 /// What the fuzz targets share. A target is a function of an input: FUZZ_TARGET(name) { ... input ... }. All of them
@@ -33,6 +32,10 @@ public:
         unsigned const high = byte();
         return high << 8 | byte();
     }
+    std::uint32_t long_word() {
+        std::uint32_t const high = word();
+        return high << 16 | word();
+    }
     /// The next n bytes, or as many as there are.
     str bytes(unsigned n);
     /// The next piece: 16 bits of length, then its bytes.
@@ -44,9 +47,6 @@ private:
     std::uint8_t const* end;
     int steps = 0;
 };
-
-/// Of what the code under test gives, where a target notes it: replay.cpp compares it with what is known to be right.
-inline digest fuzz_outcome;
 
 struct fuzz_target {
     char const* name;

@@ -1,10 +1,9 @@
 // Feeds inputs to the fuzz targets: files, in order of their names, and random ones that follow from a seed.
 //
-//     fuzz_replay [--runs N] [--seed N] [--outcome DIGEST] PATH...
+//     fuzz_replay [--runs N] [--seed N] PATH...
 //
 // A path is a directory named after a target, or a file in such a directory. Each directory's target gets as many
-// random inputs as --runs says (none), from the seed (1) on. What the targets note of all of them must have this
-// digest; it is printed in any case.
+// random inputs as --runs says (none), from the seed (1) on.
 
 #include <algorithm>
 #include <csignal>
@@ -68,14 +67,11 @@ int main(int argc, char** argv) {
     std::signal(SIGABRT, [](int) { std::fputs(current, stderr); });
     fuzz_target::choose_extensions();
     unsigned runs = 0, seed = 1;
-    std::string expected;
     std::vector<fs::path> directories, files;
     for (int i = 1; i < argc; i++) {
         std::string const argument = argv[i];
         if ((argument == "--runs" || argument == "--seed") && i + 1 < argc)
             (argument == "--runs" ? runs : seed) = static_cast<unsigned>(std::stoul(argv[++i]));
-        else if (argument == "--outcome" && i + 1 < argc)
-            expected = argv[++i];
         else if (fs::is_directory(argument))
             directories.push_back(argument);
         else
@@ -91,8 +87,6 @@ int main(int argc, char** argv) {
             run(directory, "--runs 1 --seed " + std::to_string(seed + i) + " " + directory.string(),
                 random_input(seed + i));
     std::size_t const inputs = files.size() + directories.size() * runs;
-    char outcome[17];
-    std::snprintf(outcome, sizeof outcome, "%016llx", static_cast<unsigned long long>(fuzz_outcome.value));
-    std::printf("%zu inputs, outcome %s\n", inputs, outcome);
-    return inputs == 0 || (!expected.empty() && expected != outcome);
+    std::printf("%zu inputs\n", inputs);
+    return inputs == 0;
 }
