@@ -112,7 +112,7 @@ TEST_P(rtp_partner, is_heard_on_the_line) {
     lines.run(100);
     comparison const result = compare(said, lines.heard(0), 1500);
     EXPECT_GE(result.similarity, GetParam().least_similarity);
-    EXPECT_NEAR(result.level_db, GetParam().level_db, 1.5);
+    EXPECT_NEAR(result.level_db, GetParam().level_db, 1);
 }
 
 TEST_P(rtp_partner, hears_the_line) {
@@ -130,7 +130,7 @@ TEST_P(rtp_partner, hears_the_line) {
     twice.insert(twice.end(), said.begin(), said.end());
     comparison const result = compare(read_wav(file("heard.wav")), twice, 3500);
     EXPECT_GE(result.similarity, GetParam().least_similarity);
-    EXPECT_NEAR(result.level_db, GetParam().level_db, 1.5) << "of the line's speech, relative to what ffmpeg heard";
+    EXPECT_NEAR(result.level_db, GetParam().level_db, 1) << "of the line's speech, relative to what ffmpeg heard";
 }
 
 INSTANTIATE_TEST_SUITE_P(ffmpeg, rtp_partner, testing::ValuesIn(partners),
