@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstdint>
 
+#include "codecs/sign.h"
+
 /// Limits to 16 bits. Every addition of ITU-T G.722 does; here, every one that makes a difference. Hardly one does: to
 /// ask whether takes a third of what limiting takes.
 inline int g722_saturate(int value) {
@@ -16,11 +18,6 @@ inline int g722_limit(int value, int limit) {
     if (static_cast<unsigned>(value + limit) > static_cast<unsigned>(2 * limit)) [[unlikely]]
         return value < 0 ? -limit : limit;
     return value;
-}
-
-/// value, negated when sign is -1.
-inline int g722_with_sign(int value, int sign) {
-    return (value ^ sign) - sign;
 }
 
 /// value * (1 - 2^-shift), rounded down, plus added / 2^shift, which has no remainder. Leaking and adding take an
@@ -76,9 +73,9 @@ inline int g722_predictor::process(int d, int gain, bool loud) {
 inline void g722_predictor::adapt_poles(int sg0) {
     int const other = sg0 ^ sg1;
     int const wd2 = std::clamp((other - (a1 ^ other)) >> 5, -256, 255);
-    a2 = g722_limit(wd2 + g722_leak<7>(a2, g722_with_sign(128 << 7, sg0 ^ sg2)), 12288);
+    a2 = g722_limit(wd2 + g722_leak<7>(a2, with_sign(128 << 7, sg0 ^ sg2)), 12288);
     int const limit = 15360 - a2;
-    a1 = g722_limit(g722_leak<8>(a1, g722_with_sign(192 << 8, other)), limit);
+    a1 = g722_limit(g722_leak<8>(a1, with_sign(192 << 8, other)), limit);
 }
 
 /// UPZERO, DELAYA, FILTEZ. A coefficient is 1 at most, or 2 in Q14: with differences that aren't loud no sum is
@@ -88,7 +85,7 @@ inline int g722_predictor::filter_zeros(int d, int gain) {
     // Unrolled: so the twelve values can stay in registers from one sample to the next.
 #pragma GCC unroll 6
     for (int i = 5; i >= 0; i--) {
-        b[i] = g722_leak<8>(b[i], g722_with_sign(gain, d_doubled[i] >> 31));
+        b[i] = g722_leak<8>(b[i], with_sign(gain, d_doubled[i] >> 31));
         d_doubled[i] = i > 0 ? d_doubled[i - 1] : 2 * d;
         sum += b[i] * d_doubled[i] >> 15;
     }

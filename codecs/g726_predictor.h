@@ -5,22 +5,14 @@
 #include <cstdint>
 #include <iterator>
 
-/// The arithmetic of ITU-T G.726: two's complement of 16 bits, sign and magnitude, floating point of 11 bits.
+#include "codecs/sign.h"
+
+/// The arithmetic of ITU-T G.726: two's complement of 16 bits, floating point of 11 bits.
 namespace g726_arithmetic {
 
 /// Two's complement in 16 bits: the Recommendation's sums are taken modulo 2^16.
 inline int wrap16(int value) {
     return static_cast<std::int16_t>(value);
-}
-
-/// 0 for value >= 0, else -1.
-inline int sign_of(int value) {
-    return value >> 31;
-}
-
-/// value, negated when sign is -1.
-inline int with_sign(int value, int sign) {
-    return (value ^ sign) - sign;
 }
 
 /// A number as mantissa * 2^-zeros, mantissa 32..63, the point behind the 26th bit. `instead` stands for 0.

@@ -32,9 +32,8 @@ public:
         std::int64_t concealed = 0;  ///< made up of speech, until only noise is left
         std::int64_t cut = 0;        ///< left out to lower the delay
         std::int64_t stretched = 0;  ///< put in to make it longer
-        int late = 0;                ///< packets whose turn was over when they came; not counted here
     };
-    totals get_totals() const { return {stream.get_concealed(), cut, stretched, 0}; }
+    totals get_totals() const { return {stream.get_concealed(), cut, stretched}; }
 
     /// A packet arrived; put() of the jitter buffer. An event's time of sending is not known: it says nothing of
     /// delays.

@@ -12,7 +12,7 @@
 /// that codec::decode() returns are taken, from the pool.
 class decoded_stream {
 public:
-    /// Timestamps further apart than this are no gap: the sender began anew.
+    /// Timestamps further apart than this (3 s) are no gap: the sender began anew.
     static constexpr int longest_jump = 3000 * 8;
 
     /// Samples that a packet's payload holds; of a telephone event and of comfort noise nothing that means anything.

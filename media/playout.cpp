@@ -27,9 +27,7 @@ jitter_buffer::arrival playout::put(jitter_buffer& received, std::uint32_t seque
 }
 
 playout::totals playout::get_totals() const {
-    totals all = adaptive ? adaptive->get_totals() : totals{};
-    all.late = late;
-    return all;
+    return {adaptive ? adaptive->get_totals() : adaptive_playout::totals{}, late};
 }
 
 int playout::settle(jitter_buffer const& received, std::uint32_t now) {

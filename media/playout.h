@@ -23,8 +23,10 @@ public:
         int buffered_ms = -1;             ///< audio held when a packet was taken for this block; -1: none was
     };
 
-    /// What was done to the stream so far, in samples; only `late` without the extension `playout`.
-    using totals = adaptive_playout::totals;
+    /// What was done to the stream so far; samples only with the extension `playout`.
+    struct totals : adaptive_playout::totals {
+        int late = 0;  ///< packets whose turn was over when they came
+    };
 
     /// As the process's extensions say, or others.
     explicit playout(extension_set const& chosen = extensions);

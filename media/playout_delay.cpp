@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "lib/pcm.h"
+#include "media/speech_queue.h"
 
 namespace {
 

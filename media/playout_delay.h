@@ -3,7 +3,6 @@
 #include <cstdint>
 
 #include "media/arrival_delays.h"
-#include "media/speech_queue.h"
 
 /// How long the packets of a stream wait for the line, and how long they should. What is wanted follows the
 /// distribution of their delays (arrival_delays). Two things add to it: samples that turn out late that the
